@@ -1,0 +1,63 @@
+# The three shapes of target that the folders are made of.
+
+# quorel_library(name SOURCES ... [DEPENDS ...]): one folder's code. DEPENDS names the folders it
+# may include from; tools/lint checks that the includes agree with the layers.
+function(quorel_library name)
+  cmake_parse_arguments(arg "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_library(${name} STATIC ${arg_SOURCES})
+  target_link_libraries(${name} PUBLIC quorel_options ${arg_DEPENDS})
+endfunction()
+
+# GoogleTest from the sources that Debian ships, so that it is built with this build's word size and
+# sanitizers.
+if(NOT QUOREL_FUZZ)
+  set(GTEST_SOURCES "/usr/src/googletest" CACHE PATH "GoogleTest's source tree")
+  set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+  set(gtest_disable_pthreads OFF CACHE BOOL "" FORCE)
+  add_subdirectory("${GTEST_SOURCES}" "${CMAKE_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL SYSTEM)
+  include(GoogleTest)
+endif()
+
+# quorel_test(name SOURCES ... [DEPENDS ...] [THREADS]): a GoogleTest program, each of its tests
+# registered with CTest. THREADS marks it for the ThreadSanitizer run.
+function(quorel_test name)
+  if(QUOREL_FUZZ)
+    return()
+  endif()
+  cmake_parse_arguments(arg "THREADS" "" "SOURCES;DEPENDS" ${ARGN})
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE quorel_options ${arg_DEPENDS} GTest::gmock_main)
+  set(labels unit)
+  if(arg_THREADS)
+    list(APPEND labels threads)
+  endif()
+  gtest_discover_tests(${name} TEST_PREFIX "${name}." DISCOVERY_TIMEOUT 60
+    PROPERTIES LABELS "${labels}")
+endfunction()
+
+# quorel_fuzzer(name SOURCES ... [DEPENDS ...]): a libFuzzer target with its corpus in
+# fuzz/corpus/<name>; the test replays the corpus and adds a bounded, seeded number of inputs.
+function(quorel_fuzzer name)
+  if(NOT QUOREL_FUZZ)
+    return()
+  endif()
+  cmake_parse_arguments(arg "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE quorel_options ${arg_DEPENDS})
+  target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  set(found "${CMAKE_CURRENT_BINARY_DIR}/corpus-${name}")
+  file(MAKE_DIRECTORY "${found}")
+  add_test(NAME ${name} COMMAND ${name} -runs=20000 -seed=1 -max_len=4096 -rss_limit_mb=1024
+    "${found}" "${CMAKE_SOURCE_DIR}/fuzz/corpus/${name}")
+  set_tests_properties(${name} PROPERTIES LABELS fuzz)
+endfunction()
+
+# quorel_bench(name SOURCES ... [DEPENDS ...]): a Google Benchmark program, run by tools/bench.
+function(quorel_bench name)
+  if(QUOREL_FUZZ OR QUOREL_SANITIZE OR NOT TARGET quorel_benchmark_dep)
+    return()
+  endif()
+  cmake_parse_arguments(arg "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE quorel_options ${arg_DEPENDS} quorel_benchmark_dep)
+endfunction()

@@ -1,0 +1,83 @@
+#ifndef QUOREL_HOST_CALLFRAME_H
+#define QUOREL_HOST_CALLFRAME_H
+
+/// The server's side of one procedure call: arguments in, values out, cancellation.
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "extdll/extfn.h"
+#include "host/library.h"
+#include "host/procedures.h"
+
+namespace host {
+
+/// A value that a procedure is given or hands back. `bytes` empty: SQL NULL.
+struct Value {
+    std::optional<std::string> bytes;
+    a_sql_data_type type = EXTFN_TYPE_STRING;
+
+    [[nodiscard]] bool is_null() const { return !bytes.has_value(); }
+    /// The number in a value of type EXTFN_TYPE_INT32; nothing for any other value.
+    [[nodiscard]] std::optional<std::int32_t> as_int() const;
+
+    static Value null(a_sql_data_type type) { return {std::nullopt, type}; }
+    static Value text(std::string text, a_sql_data_type type) { return {std::move(text), type}; }
+    static Value number(std::int32_t number);
+};
+
+/// One call. Make one, give it its arguments, run it once, read what came back.
+///
+/// Threads: one thread sets up, calls and reads; cancel() alone may be called from any other thread,
+/// and from a signal handler, at any time in the object's life.
+class CallFrame {
+  public:
+    /// Reads run in pieces of this many bytes, so that a long argument arrives as a server sends it.
+    static constexpr std::uint32_t default_piece = 32768;
+
+    /// `procedure` and `library` are not owned and outlive the frame. `connection` is what a
+    /// parameter with Absent::Connection receives. Every parameter starts as its `absent` rule says.
+    CallFrame(const Library& library, const Procedure& procedure, std::int32_t connection,
+              std::uint32_t piece_size = default_piece);
+    CallFrame(const CallFrame&) = delete;
+    CallFrame& operator=(const CallFrame&) = delete;
+    ~CallFrame();
+
+    /// Gives IN parameter `number` its value, with the declared type in place of the value's own. A
+    /// number argument given to a string parameter arrives as its decimal text and the other way
+    /// round. False with a sentence in `error` when there is no such parameter, it is an OUT
+    /// parameter, or text is no number where a number is called for.
+    bool set_argument(std::uint32_t number, Value value, std::string& error);
+
+    /// Called on the procedure's thread after each piece that moves (`moved`: bytes of arguments
+    /// read and results written so far), for progress displays.
+    std::function<void(std::uint64_t moved)> on_progress;
+
+    /// When set, receives the pieces of the result in place of result(); returning false refuses the
+    /// piece, as a server does that has had enough.
+    std::function<bool(const void* data, std::uint32_t length, bool append)> on_result;
+
+    /// Runs the procedure. False, with a sentence in `error` that says what to do, when a required
+    /// argument is missing or the library does not export the procedure; nothing was called then.
+    bool call(std::string& error);
+
+    /// Ends what the running call waits for; a cancel that comes before the call reaches a
+    /// cancellable point takes effect there. Harmless when nothing is running.
+    void cancel();
+    [[nodiscard]] bool cancelled() const;
+
+    /// What the procedure set: nothing when it set no value at all.
+    [[nodiscard]] const std::optional<Value>& result() const;
+    [[nodiscard]] const std::optional<Value>& out(std::uint32_t number) const;
+
+  private:
+    struct State;
+    State* _state;
+};
+
+}  // namespace host
+
+#endif

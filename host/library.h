@@ -1,0 +1,48 @@
+#ifndef QUOREL_HOST_LIBRARY_H
+#define QUOREL_HOST_LIBRARY_H
+
+/// The loaded procedure library, as a host sees it: plain symbols behind dlopen.
+
+#include <string>
+#include <string_view>
+
+#include "extdll/extfn.h"
+
+namespace host {
+
+/// Owns one dlopen handle. Movable, not copyable. All members but load() are safe on any thread.
+class Library {
+  public:
+    Library() = default;
+    Library(Library&& other) noexcept;
+    Library& operator=(Library&& other) noexcept;
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
+    ~Library();
+
+    /// Loads the library at `path`, or, when `path` is empty, the one that default_path() names, and
+    /// checks that it speaks interface version 2. On failure returns an empty Library and puts a
+    /// sentence that says what to do into `error`.
+    static Library load(std::string path, std::string& error);
+
+    /// Where a host looks when it is told nothing: QUOREL_LIBRARY if set, else
+    /// libquorel_static.so beside the host's own file (executable or extension), else in the lib
+    /// folder beside the host's folder.
+    static std::string default_path();
+
+    [[nodiscard]] bool loaded() const { return _handle != nullptr; }
+
+    /// The exported procedure called `name`; null when the library has none of that name.
+    [[nodiscard]] an_extfn_proc* procedure(std::string_view name) const;
+
+    /// Passes a registered record to extfn_cancel. Async-signal-safe.
+    void cancel(void* cancel_handle) const { _cancel(cancel_handle); }
+
+  private:
+    void* _handle = nullptr;
+    an_extfn_cancel_fn* _cancel = nullptr;
+};
+
+}  // namespace host
+
+#endif

@@ -1,0 +1,73 @@
+#ifndef QUOREL_HOST_PROCEDURES_H
+#define QUOREL_HOST_PROCEDURES_H
+
+/// The SQL declarations of the procedures that the library exports: one row each. Every host takes
+/// names, parameter order, types and defaults from here, so a new procedure joins all hosts by one
+/// row in procedures.cpp.
+
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+#include "extdll/extfn.h"
+
+namespace host {
+
+enum class Direction { In, Out };
+
+/// What a host passes for a parameter that the caller leaves out.
+enum class Absent {
+    Refuse,     ///< the caller must give it
+    Null,       ///< SQL NULL
+    Connection  ///< the number of the calling SQL connection
+};
+
+struct Parameter {
+    std::string_view name;
+    Direction direction;
+    a_sql_data_type type;
+    Absent absent;
+    std::string_view meaning;  ///< a few words for help texts
+};
+
+/// What argument 0 holds after a call.
+enum class Result {
+    None,    ///< nothing that means anything; the values are OUT parameters
+    Status,  ///< an int32, 0 for success
+    Bytes    ///< a binary value, or NULL
+};
+
+struct Procedure {
+    std::string_view name;
+    std::string_view summary;  ///< one line, what it does
+    Result result;
+
+    /// The parameters by number, from 1. Where `repeats` is not 0, the last row stands for that many
+    /// parameters, named by the row's name followed by 1, 2, …
+    std::span<const Parameter> parameters;
+    std::uint32_t repeats;
+
+    /// True for a call that may run long and registers a cancellation record.
+    bool cancellable;
+
+    /// Number of parameters, repeated ones counted.
+    [[nodiscard]] std::uint32_t parameter_count() const;
+    /// Row that declares parameter `number` (1 … parameter_count()).
+    [[nodiscard]] const Parameter& parameter(std::uint32_t number) const;
+    /// Number of the parameter called `name` (case ignored, "value7" for a repeated row), 0 if none.
+    [[nodiscard]] std::uint32_t parameter_number(std::string_view name) const;
+};
+
+/// All procedures, in the order of the documentation.
+[[nodiscard]] std::span<const Procedure> procedures();
+
+/// The procedure called `name`, case ignored; null when there is none.
+[[nodiscard]] const Procedure* find_procedure(std::string_view name);
+
+/// A status of `procedure` in words ("written", "the command could not be read"), for people. Never
+/// empty.
+[[nodiscard]] std::string_view explain_status(const Procedure& procedure, std::int32_t status);
+
+}  // namespace host
+
+#endif
