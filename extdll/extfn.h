@@ -4,16 +4,17 @@
 /* The call frame between a database server (the host) and the procedures that this library exports.
  *
  * A host loads the library, checks extfn_use_new_api(), looks up a procedure by its plain name and
- * calls it as an an_extfn_proc with a table of callbacks and an opaque handle for this one call. The
- * procedure reads its arguments and writes its results only through the callbacks, on the calling
- * thread, and is done when it returns. It returns nothing, throws nothing and prints nothing.
+ * calls it as an an_extfn_proc with a table of callbacks and an opaque handle for this one call.
+ * The procedure reads its arguments and writes its results only through the callbacks, on the
+ * calling thread, and is done when it returns. It returns nothing, throws nothing and prints
+ * nothing.
  *
  * Arguments are numbered from 1 in the order of the procedure's SQL declaration; number 0 is the
  * procedure's result. An OUT parameter is written with its own number.
  *
- * Threads: a host may call any procedure from any number of threads at once, each call with a handle
- * of its own. The callbacks of one call are called on the thread that made it. extfn_cancel may be
- * called from any thread while the call that registered the record is running.
+ * Threads: a host may call any procedure from any number of threads at once, each call with a
+ * handle of its own. The callbacks of one call are called on the thread that made it. extfn_cancel
+ * may be called from any thread while the call that registered the record is running.
  *
  * This header compiles as C11 and as C++; it is all that a host includes.
  */
@@ -29,11 +30,11 @@ extern "C" {
 typedef uint16_t a_sql_data_type;
 
 enum {
-    EXTFN_TYPE_CHAR = 448,       /* character string; strings of the mail procedures          */
-    EXTFN_TYPE_STRING = 452,     /* character string; strings of the format procedures        */
-    EXTFN_TYPE_LONGCHAR = 456,   /* character string; accepted where EXTFN_TYPE_CHAR is        */
-    EXTFN_TYPE_INT32 = 496,      /* data points at an int32_t; every status result             */
-    EXTFN_TYPE_BINARY = 528      /* bytes; the contents that xp_read_file returns              */
+    EXTFN_TYPE_CHAR = 448,     /* character string; strings of the mail procedures          */
+    EXTFN_TYPE_STRING = 452,   /* character string; strings of the format procedures        */
+    EXTFN_TYPE_LONGCHAR = 456, /* character string; accepted where EXTFN_TYPE_CHAR is        */
+    EXTFN_TYPE_INT32 = 496,    /* data points at an int32_t; every status result             */
+    EXTFN_TYPE_BINARY = 528    /* bytes; the contents that xp_read_file returns              */
 };
 
 /* One value, or one piece of it. Strings carry no terminator. */

@@ -31,15 +31,17 @@ struct Value {
 
 /// One call. Make one, give it its arguments, run it once, read what came back.
 ///
-/// Threads: one thread sets up, calls and reads; cancel() alone may be called from any other thread,
-/// and from a signal handler, at any time in the object's life.
+/// Threads: one thread sets up, calls and reads; cancel() alone may be called from any other
+/// thread, and from a signal handler, at any time in the object's life.
 class CallFrame {
   public:
-    /// Reads run in pieces of this many bytes, so that a long argument arrives as a server sends it.
+    /// Reads run in pieces of this many bytes, so that a long argument arrives as a server sends
+    /// it.
     static constexpr std::uint32_t default_piece = 32768;
 
     /// `procedure` and `library` are not owned and outlive the frame. `connection` is what a
-    /// parameter with Absent::Connection receives. Every parameter starts as its `absent` rule says.
+    /// parameter with Absent::Connection receives. Every parameter starts as its `absent` rule
+    /// says.
     CallFrame(const Library& library, const Procedure& procedure, std::int32_t connection,
               std::uint32_t piece_size = default_piece);
     CallFrame(const CallFrame&) = delete;
@@ -56,8 +58,8 @@ class CallFrame {
     /// read and results written so far), for progress displays.
     std::function<void(std::uint64_t moved)> on_progress;
 
-    /// When set, receives the pieces of the result in place of result(); returning false refuses the
-    /// piece, as a server does that has had enough.
+    /// When set, receives the pieces of the result in place of result(); returning false refuses
+    /// the piece, as a server does that has had enough.
     std::function<bool(const void* data, std::uint32_t length, bool append)> on_result;
 
     /// Runs the procedure. False, with a sentence in `error` that says what to do, when a required

@@ -20,9 +20,9 @@ class Library {
     Library& operator=(const Library&) = delete;
     ~Library();
 
-    /// Loads the library at `path`, or, when `path` is empty, the one that default_path() names, and
-    /// checks that it speaks interface version 2. On failure returns an empty Library and puts a
-    /// sentence that says what to do into `error`.
+    /// Loads the library at `path`, or, when `path` is empty, the one that default_path() names,
+    /// and checks that it speaks interface version 2. On failure returns an empty Library and puts
+    /// a sentence that says what to do into `error`.
     static Library load(std::string path, std::string& error);
 
     /// Where a host looks when it is told nothing: QUOREL_LIBRARY if set, else

@@ -42,8 +42,8 @@ struct Procedure {
     std::string_view summary;  ///< one line, what it does
     Result result;
 
-    /// The parameters by number, from 1. Where `repeats` is not 0, the last row stands for that many
-    /// parameters, named by the row's name followed by 1, 2, …
+    /// The parameters by number, from 1. Where `repeats` is not 0, the last row stands for that
+    /// many parameters, named by the row's name followed by 1, 2, …
     std::span<const Parameter> parameters;
     std::uint32_t repeats;
 
@@ -54,7 +54,8 @@ struct Procedure {
     [[nodiscard]] std::uint32_t parameter_count() const;
     /// Row that declares parameter `number` (1 … parameter_count()).
     [[nodiscard]] const Parameter& parameter(std::uint32_t number) const;
-    /// Number of the parameter called `name` (case ignored, "value7" for a repeated row), 0 if none.
+    /// Number of the parameter called `name` (case ignored, "value7" for a repeated row), 0 if
+    /// none.
     [[nodiscard]] std::uint32_t parameter_number(std::string_view name) const;
 };
 

@@ -1,0 +1,56 @@
+#include "utils/unix/signalshield.h"
+
+#include <cerrno>
+#include <ctime>
+
+#include "utils/unix/eintr.h"
+
+namespace {
+
+constexpr int shielded_signals[] = {SIGPIPE, SIGXFSZ};
+
+sigset_t shielded_set() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int signal : shielded_signals) sigaddset(&set, signal);
+    return set;
+}
+
+bool contains_any(const sigset_t& set) {
+    for (const int signal : shielded_signals) {
+        if (sigismember(&set, signal) == 1) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+SignalShield::SignalShield() {
+    const sigset_t shielded = shielded_set();
+    pthread_sigmask(SIG_BLOCK, &shielded, &_previous_mask);
+    sigemptyset(&_pending_before);
+    // Only a host that blocks these signals itself can have one pending already.
+    if (contains_any(_previous_mask)) sigpending(&_pending_before);
+}
+
+void SignalShield::swallow() {
+    const int saved_errno = errno;
+    sigset_t pending;
+    sigpending(&pending);
+    for (const int signal : shielded_signals) {
+        if (sigismember(&pending, signal) != 1 || sigismember(&_pending_before, signal) == 1)
+            continue;
+        sigset_t only;
+        sigemptyset(&only);
+        sigaddset(&only, signal);
+        const timespec no_wait = {0, 0};
+        retry_interrupted([&] { return sigtimedwait(&only, nullptr, &no_wait); });
+    }
+    errno = saved_errno;
+}
+
+SignalShield::~SignalShield() {
+    const int saved_errno = errno;
+    pthread_sigmask(SIG_SETMASK, &_previous_mask, nullptr);
+    errno = saved_errno;
+}

@@ -1,0 +1,121 @@
+#include "utils/unix/utptmutex.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+
+namespace {
+
+constexpr std::size_t batch_size = 50;
+
+// The guard needs no allocation, so that first use cannot fail and unloading the library leaves
+// nothing behind. critical_mutex_p is null until the guard exists.
+pthread_mutex_t guard_storage;
+std::atomic<pthread_mutex_t*> critical_mutex_p = nullptr;
+pthread_once_t guard_once = PTHREAD_ONCE_INIT;
+
+// Guarded by *critical_mutex_p.
+a_ut_pthread_mutex* next_free_utpt_mutex = nullptr;
+std::size_t num_in_use = 0;
+std::size_t num_to_grab = batch_size;
+
+void create_guard() {
+    pthread_mutex_init(&guard_storage, nullptr);
+    critical_mutex_p.store(&guard_storage, std::memory_order_release);
+}
+
+class PoolGuard {
+  public:
+    PoolGuard() {
+        ut_safe_pthread_mutex_crit_init();
+        pthread_mutex_lock(critical_mutex_p.load(std::memory_order_acquire));
+    }
+    ~PoolGuard() { pthread_mutex_unlock(critical_mutex_p.load(std::memory_order_acquire)); }
+    PoolGuard(const PoolGuard&) = delete;
+    PoolGuard& operator=(const PoolGuard&) = delete;
+};
+
+// Caller holds the guard, as for every helper below.
+void push_free(a_ut_pthread_mutex* record) {
+    record->next_free = next_free_utpt_mutex;
+    next_free_utpt_mutex = record;
+}
+
+a_ut_pthread_mutex* pop_free() {
+    a_ut_pthread_mutex* const record = next_free_utpt_mutex;
+    if (record != nullptr) next_free_utpt_mutex = record->next_free;
+    return record;
+}
+
+bool add_fresh_record() {
+    auto* const record = static_cast<a_ut_pthread_mutex*>(calloc(1, sizeof(a_ut_pthread_mutex)));
+    if (record == nullptr) return false;
+    pthread_mutex_init(&record->mutex, nullptr);
+    push_free(record);
+    return true;
+}
+
+int add_batch(std::size_t count) {
+    num_to_grab = batch_size;
+    while (count > 0 && add_fresh_record()) --count;
+    return count == 0 ? 0 : ENOMEM;
+}
+
+void free_all_records() {
+    while (a_ut_pthread_mutex* const record = pop_free()) {
+        pthread_mutex_destroy(&record->mutex);
+        free(record);
+    }
+}
+
+}  // namespace
+
+int ut_safe_pthread_mutex_init(a_critical_sect* cs, const pthread_mutexattr_t*) {
+    const PoolGuard guard;
+    if (next_free_utpt_mutex == nullptr) add_batch(num_to_grab);
+    cs->p_mutex = pop_free();
+    if (cs->p_mutex == nullptr) return ENOMEM;
+    ++num_in_use;
+    return 0;
+}
+
+int ut_safe_pthread_mutex_destroy(a_critical_sect* cs) {
+    if (cs->p_mutex == nullptr) return 0;
+    {
+        const PoolGuard guard;
+        push_free(cs->p_mutex);
+        if (--num_in_use == 0) free_all_records();
+    }
+    cs->p_mutex = nullptr;
+    return 0;
+}
+
+int ut_safe_pthread_mutex_alloc(std::size_t count) {
+    const PoolGuard guard;
+    return add_batch(count);
+}
+
+void ut_safe_pthread_mutex_clean() {
+    const PoolGuard guard;
+    free_all_records();
+}
+
+void ut_safe_pthread_mutex_crit_init() {
+    pthread_once(&guard_once, create_guard);
+}
+
+void ut_safe_pthread_mutex_crit_fini() {
+    pthread_mutex_t* const guard = critical_mutex_p.exchange(nullptr);
+    if (guard == nullptr) return;
+    pthread_mutex_destroy(guard);
+    guard_once = PTHREAD_ONCE_INIT;
+}
+
+a_ut_mutex_pool_state ut_safe_pthread_mutex_state() {
+    const PoolGuard guard;
+    std::size_t free_records = 0;
+    for (const auto* record = next_free_utpt_mutex; record != nullptr; record = record->next_free) {
+        ++free_records;
+    }
+    return {num_in_use, free_records, num_to_grab};
+}
