@@ -12,35 +12,36 @@ else()
   set(_quorel_incdirs "/usr/include")
 endif()
 
-# quorel_static_dependency(name HEADER header LIBRARIES a.a b.a [SYSTEM m dl]):
-# an interface target over static archives, whose symbols stay inside whatever links them. The
-# target is missing, with a message, where the packages are not unpacked.
-function(quorel_static_dependency name)
+# quorel_dependency(name HEADER header LIBRARIES a.a b.a [SYSTEM m dl]):
+# an interface target over archives, whose symbols stay inside whatever links them. The target is
+# missing, with a message, where the packages are.
+function(quorel_dependency name)
   cmake_parse_arguments(arg "" "HEADER" "LIBRARIES;SYSTEM" ${ARGN})
-  find_path(${name}_INCLUDE "${arg_HEADER}" PATHS ${_quorel_incdirs} NO_DEFAULT_PATH NO_CACHE)
-  set(archives "")
-  foreach(archive ${arg_LIBRARIES})
-    if(NOT EXISTS "${_quorel_libdir}/${archive}")
-      message(STATUS "${name}: ${archive} is missing; tools/setup provides it")
+  find_path(header_folder "${arg_HEADER}" PATHS ${_quorel_incdirs} NO_DEFAULT_PATH NO_CACHE)
+  set(files "${header_folder}/${arg_HEADER}")
+  foreach(library ${arg_LIBRARIES})
+    list(APPEND files "${_quorel_libdir}/${library}")
+  endforeach()
+  foreach(file ${files})
+    if(NOT EXISTS "${file}")
+      message(STATUS "${name}: ${file} is missing; tools/setup provides it")
       return()
     endif()
-    list(APPEND archives "${_quorel_libdir}/${archive}")
   endforeach()
-  if(NOT ${name}_INCLUDE)
-    message(STATUS "${name}: ${arg_HEADER} is missing; tools/setup provides it")
-    return()
-  endif()
+  list(POP_FRONT files)
+
   add_library(${name} INTERFACE)
-  if(NOT ${name}_INCLUDE STREQUAL "/usr/include")
-    target_include_directories(${name} SYSTEM INTERFACE "${${name}_INCLUDE}")
+  if(QUOREL_SYSROOT)
+    target_include_directories(${name} SYSTEM INTERFACE ${_quorel_incdirs})
   endif()
-  target_link_libraries(${name} INTERFACE ${archives} ${arg_SYSTEM})
+  target_link_libraries(${name} INTERFACE ${files} ${arg_SYSTEM})
   target_link_options(${name} INTERFACE -Wl,--exclude-libs,ALL)
 endfunction()
 
-quorel_static_dependency(quorel_sqlite_dep HEADER sqlite3.h
-  LIBRARIES libsqlite3.a SYSTEM m dl pthread)
-quorel_static_dependency(quorel_libedit_dep HEADER editline/readline.h
+quorel_dependency(quorel_sqlite_dep HEADER sqlite3.h LIBRARIES libsqlite3.a SYSTEM m dl pthread)
+quorel_dependency(quorel_libedit_dep HEADER editline/readline.h
   LIBRARIES libedit.a libtinfo.a libbsd.a libmd.a)
-quorel_static_dependency(quorel_benchmark_dep HEADER benchmark/benchmark.h
-  LIBRARIES libbenchmark.a SYSTEM pthread)
+quorel_dependency(quorel_crypto_dep HEADER openssl/evp.h LIBRARIES libcrypto.a SYSTEM dl pthread)
+# Debian ships Google Benchmark as a shared library only.
+quorel_dependency(quorel_benchmark_dep HEADER benchmark/benchmark.h
+  LIBRARIES libbenchmark.so SYSTEM pthread)

@@ -3,19 +3,20 @@
 
 #include <cerrno>
 
-/// Repeats `call` while it fails with EINTR, that is, while it returns -1 (or null, for a call that
+/// Repeats `call` while it fails with EINTR, that is, while it returns -1 (null, for a call that
 /// returns a pointer) and errno is EINTR. Returns the last result; errno is the last call's.
 template <class Call>
 auto retry_interrupted(Call call) {
+    constexpr auto failed = [](auto result) {
+        if constexpr (requires { *result; }) {
+            return result == nullptr;
+        } else {
+            return result == -1;
+        }
+    };
     for (;;) {
-        auto result = call();
-        constexpr decltype(result) failed = [] {
-            if constexpr (requires { decltype(result){nullptr}; })
-                return nullptr;
-            else
-                return -1;
-        }();
-        if (result != failed || errno != EINTR) return result;
+        const auto result = call();
+        if (!failed(result) || errno != EINTR) return result;
     }
 }
 
