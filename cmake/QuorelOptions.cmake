@@ -5,6 +5,8 @@ set(QUOREL_BITS 32 CACHE STRING "Word size: 32 (the product) or 64 (64-bit hosts
 set(QUOREL_SANITIZE "" CACHE STRING "Value for -fsanitize=, empty for none")
 option(QUOREL_FUZZ "Build the fuzz targets (clang only) in place of tests and hosts" OFF)
 
+set(CMAKE_C_FLAGS_RELEASE "-O2 -DNDEBUG")
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS ON)

@@ -1,0 +1,70 @@
+"""The library as its users get it: what the file exports, needs, says and leaves behind.
+
+    product_test.py LIBRARY EXPORTS_MAP BITS LOADLOOP
+"""
+import os
+import re
+import subprocess
+import sys
+import unittest
+
+LIBRARY, EXPORTS_MAP, BITS, LOADLOOP = sys.argv[1:5]
+SANITIZED = bool(os.environ.get("QUOREL_SANITIZE"))
+MARKER = b"@@==Version==@1@"
+
+
+def run(*command, **environment):
+    return subprocess.run(command, check=True, capture_output=True, text=True, timeout=120,
+                          env={**os.environ, **environment}).stdout
+
+
+def record_of(path):
+    """The version record, found by its marker as a tool does."""
+    data = open(path, "rb").read()
+    assert data.count(MARKER) == 1
+    start = data.index(MARKER)
+    return data[start:data.index(b"\0\0", start)].decode().split("\0")
+
+
+class Product(unittest.TestCase):
+    @unittest.skipIf(SANITIZED, "sanitizers export and need more")
+    def test_exports_the_documented_symbols_and_needs_the_c_library_only(self):
+        exported = {line.split()[2] for line in run("nm", "-D", "--defined-only", LIBRARY).splitlines()}
+        listed = re.search(r"global:(.*?)local:", open(EXPORTS_MAP).read(), re.S).group(1)
+        self.assertEqual(exported, set(re.findall(r"\w+", listed)))
+        needed = set(re.findall(r"NEEDED.*\[(.*?)\]", run("readelf", "-d", LIBRARY)))
+        self.assertLessEqual({re.match(r"(ld-linux|lib[a-z]+)", name).group() for name in needed},
+                             {"libc", "ld-linux", "libm", "libdl", "libpthread"})
+
+    def test_has_the_word_size_that_was_asked_for(self):
+        self.assertEqual(open(LIBRARY, "rb").read(5), b"\x7fELF" + {"32": b"\1", "64": b"\2"}[BITS])
+
+    def test_carries_its_version_record(self):
+        record = record_of(LIBRARY)
+        self.assertEqual(record[:8], [
+            MARKER.decode() + "MODULE=libquorel_static.so.1", "VERSION_CLASS=GA", "VERSION_MAJOR=12",
+            "VERSION_MINOR=0", "VERSION_PATCH=1", "BUILD_NUMBER=3891", "POINTERSIZE=" + BITS,
+            "PLATFORM=linux"])
+        self.assertEqual([entry.partition("=")[0] for entry in record[8:]], [
+            "DATE", "TIME", "HOST", "THREADS", "PRODUCTION", "COMPILER", "UNAME", "IDENT", "NOTICE",
+            "EXTENSIONS"])
+        for entry in record:
+            self.assertTrue(entry.partition("=")[2], entry)
+        self.assertIn("\n", record[16])
+
+    @unittest.skipIf(SANITIZED, "the sanitizer's own run time stays behind")
+    def test_loads_and_unloads_without_growing(self):
+        self.assertEqual(run(LOADLOOP, LIBRARY, "500"), "regions 0 descriptors 0 heap 0\n")
+
+    def test_prints_one_entry_on_request_and_otherwise_nothing(self):
+        environment = {"TALVEX_VERSION_INFO": ""}
+        uname = record_of(LIBRARY)[14]
+        # The eleven loads of a short loop print it eleven times.
+        printed = run(LOADLOOP, LIBRARY, "1", **environment).splitlines()
+        self.assertEqual(printed[:-1], [uname] * 11)
+        os.environ.pop("TALVEX_VERSION_INFO", None)
+        self.assertEqual(len(run(LOADLOOP, LIBRARY, "1").splitlines()), 1)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])

@@ -1,0 +1,55 @@
+#ifndef QUOREL_TESTS_SCRATCH_H
+#define QUOREL_TESTS_SCRATCH_H
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+/// A folder of the test's own, removed with its contents.
+class ScratchFolder {
+  public:
+    ScratchFolder() {
+        std::string name = (std::filesystem::temp_directory_path() / "quorel-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr) std::abort();
+        _path = name;
+    }
+    ~ScratchFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(_path, ignored);
+    }
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+    [[nodiscard]] std::string file(const std::string& name) const {
+        return (_path / name).string();
+    }
+
+    [[nodiscard]] std::string file_with(const std::string& name, const std::string& bytes) const {
+        std::ofstream(file(name), std::ios::binary) << bytes;
+        return file(name);
+    }
+
+  private:
+    std::filesystem::path _path;
+};
+
+inline std::string bytes_of(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+/// `length` bytes with no short period, so that lost, doubled or swapped pieces show.
+inline std::string pattern(std::size_t length) {
+    std::string bytes(length, '\0');
+    unsigned state = 1;
+    for (char& byte : bytes) {
+        state = state * 1664525U + 1013904223U;
+        byte = static_cast<char>(state >> 24);
+    }
+    return bytes;
+}
+
+#endif

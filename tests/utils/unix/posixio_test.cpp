@@ -1,0 +1,233 @@
+#include "utils/unix/posixio.h"
+
+#include <cerrno>
+#include <csignal>
+#include <functional>
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "tests/scratch.h"
+
+// Each wrapped system call asks the plan first: a negative answer fails it with that errno, a
+// positive one limits its length, 0 lets it pass.
+namespace {
+
+std::function<int()> plan;
+
+int next_step() {
+    return plan ? plan() : 0;
+}
+
+// Fails `times` calls with `error`, then lets `length` bytes at a time pass (0: all).
+void plan_faults(int times, int error, int length = 0) {
+    plan = [=]() mutable { return times-- > 0 ? -error : length; };
+}
+
+class Posixio : public testing::Test {
+  protected:
+    void TearDown() override { plan = nullptr; }
+    ScratchFolder scratch;
+};
+
+template <class Call>
+auto interposed(std::size_t* length, Call call) -> decltype(call()) {
+    const int step = next_step();
+    if (step < 0) {
+        errno = -step;
+        return -1;
+    }
+    if (length != nullptr && step > 0) *length = std::min<std::size_t>(*length, step);
+    return call();
+}
+
+}  // namespace
+
+extern "C" {
+ssize_t __real_read(int, void*, size_t);
+ssize_t __real_write(int, const void*, size_t);
+ssize_t __real_pread64(int, void*, size_t, off64_t);
+ssize_t __real_pwrite64(int, const void*, size_t, off64_t);
+int __real_open64(const char*, int, mode_t);
+int __real_close(int);
+int __real_stat64(const char*, struct stat64*);
+
+ssize_t __wrap_read(int fd, void* buffer, size_t length) {
+    return interposed(&length, [&] { return __real_read(fd, buffer, length); });
+}
+ssize_t __wrap_write(int fd, const void* buffer, size_t length) {
+    return interposed(&length, [&] { return __real_write(fd, buffer, length); });
+}
+ssize_t __wrap_pread64(int fd, void* buffer, size_t length, off64_t offset) {
+    return interposed(&length, [&] { return __real_pread64(fd, buffer, length, offset); });
+}
+ssize_t __wrap_pwrite64(int fd, const void* buffer, size_t length, off64_t offset) {
+    return interposed(&length, [&] { return __real_pwrite64(fd, buffer, length, offset); });
+}
+int __wrap_open64(const char* path, int flags, mode_t mode) {
+    return interposed(nullptr, [&] { return __real_open64(path, flags, mode); });
+}
+int __wrap_close(int fd) {
+    return interposed(nullptr, [&] { return __real_close(fd); });
+}
+int __wrap_stat64(const char* path, struct stat64* found) {
+    return interposed(nullptr, [&] { return __real_stat64(path, found); });
+}
+}
+
+TEST_F(Posixio, completes_transfers_through_interruptions_and_short_counts) {
+    const std::string path = scratch.file("data");
+    const std::string bytes = pattern(32768);
+    std::string back(40000, 'x');
+
+    plan_faults(3, EINTR);
+    const int fd = _posix_open(path.c_str(), O_RDWR | O_CREAT, 0600);
+    ASSERT_NE(fd, -1);
+    plan_faults(2, EINTR, 100);
+    EXPECT_EQ(_posix_write(fd, bytes.data(), bytes.size()), 32768);
+    plan_faults(2, EINTR, 1000);
+    EXPECT_EQ(_posix_pwrite(fd, "end", 3, 32768), 3);
+    EXPECT_EQ(_posix_lseek(fd, 0, SEEK_SET), 0);
+    plan_faults(2, EINTR, 100);
+    EXPECT_EQ(_posix_read(fd, back.data(), back.size()), 32771);
+    EXPECT_EQ(back.substr(0, 32771), bytes + "end");
+    plan_faults(2, EINTR, 7);
+    EXPECT_EQ(_posix_pread(fd, back.data(), 100, 32760), 11);
+    EXPECT_EQ(back.substr(0, 11), bytes.substr(32760) + "end");
+
+    a_posix_statbuf found = {};
+    plan_faults(3, EINTR);
+    EXPECT_EQ(_posix_stat(path.c_str(), &found), 0);
+    EXPECT_EQ(found.pst_size, 32771U);
+    EXPECT_EQ(found.pst_mode, mode_t{S_IFREG | 0600});
+    plan_faults(1, EINTR);
+    EXPECT_EQ(_posix_close(fd), 0);
+}
+
+TEST_F(Posixio, reports_other_failures_and_asks_nothing_for_length_zero) {
+    const int fd = _posix_open(scratch.file_with("data", "abc").c_str(), O_RDWR, 0);
+    char byte;
+    for (const int error : {EIO, EAGAIN, ENOSPC}) {
+        plan_faults(1, error);
+        EXPECT_EQ(_posix_read(fd, &byte, 1), -1);
+        EXPECT_EQ(errno, error);
+        plan_faults(1, error);
+        EXPECT_EQ(_posix_write(fd, "x", 1), -1);
+        EXPECT_EQ(errno, error);
+    }
+    plan_faults(2, EIO);
+    EXPECT_EQ(_posix_read(fd, &byte, 0), 0);
+    EXPECT_EQ(_posix_write(fd, &byte, 0), 0);
+    EXPECT_EQ(plan(), -EIO) << "a system call was made";
+    plan = nullptr;
+    _posix_close(fd);
+}
+
+TEST_F(Posixio, descriptors_are_close_on_exec) {
+    const std::string path = scratch.file_with("data", "abc");
+    std::FILE* const stream = _posix_fopen(path.c_str(), "r");
+    const int descriptors[] = {
+        _posix_open(path.c_str(), O_RDONLY, 0), _posix_creat(path.c_str(), 0600),
+        _posix_sopen(path.c_str(), O_RDONLY, POSIX_SHARE_NONE, 0),
+        dup3(fileno(stream), 100, fcntl(fileno(stream), F_GETFD) != 0 ? O_CLOEXEC : 0)};
+    for (const int fd : descriptors) {
+        EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
+        _posix_close(fd);
+    }
+    fclose(stream);
+}
+
+TEST_F(Posixio, a_refused_write_raises_no_signal) {
+    int pipe_ends[2];
+    ASSERT_EQ(pipe(pipe_ends), 0);
+    _posix_close(pipe_ends[0]);
+    EXPECT_EQ(_posix_write(pipe_ends[1], "x", 1), -1);
+    EXPECT_EQ(errno, EPIPE);
+    _posix_close(pipe_ends[1]);
+
+    const rlimit limit = {10, RLIM_INFINITY};
+    rlimit before;
+    getrlimit(RLIMIT_FSIZE, &before);
+    setrlimit(RLIMIT_FSIZE, &limit);
+    const int fd = _posix_creat(scratch.file("limited").c_str(), 0600);
+    const ssize_t written = _posix_write(fd, "0123456789ab", 12);
+    const int error = errno;
+    const int extended = _posix_ftruncate(fd, 100);
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(written, -1);
+    EXPECT_EQ(error, EFBIG);
+    EXPECT_EQ(extended, -1);
+    _posix_close(fd);
+
+    sigset_t pending;
+    sigpending(&pending);
+    EXPECT_EQ(sigismember(&pending, SIGPIPE) | sigismember(&pending, SIGXFSZ), 0);
+}
+
+TEST_F(Posixio, a_signal_that_the_host_holds_back_stays_pending) {
+    sigset_t held;
+    sigemptyset(&held);
+    sigaddset(&held, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &held, nullptr);
+    raise(SIGPIPE);
+    int pipe_ends[2];
+    ASSERT_EQ(pipe(pipe_ends), 0);
+    _posix_close(pipe_ends[0]);
+    EXPECT_EQ(_posix_write(pipe_ends[1], "x", 1), -1);
+    _posix_close(pipe_ends[1]);
+    sigset_t pending;
+    sigpending(&pending);
+    EXPECT_EQ(sigismember(&pending, SIGPIPE), 1);
+    int taken;
+    sigwait(&held, &taken);
+    pthread_sigmask(SIG_UNBLOCK, &held, nullptr);
+}
+
+TEST_F(Posixio, sopen_keeps_processes_apart_as_the_share_value_says) {
+    const std::string path = scratch.file_with("data", "abc");
+    struct Case {
+        int holder_flags;  // of the other process, which takes the lock for them
+        int flags;
+        int share;
+        int error;  // 0: may open
+    };
+    const Case cases[] = {
+        {O_WRONLY, O_RDONLY, POSIX_SHARE_TEST, EAGAIN},
+        {O_WRONLY, O_RDONLY, POSIX_SHARE_NONE, 0},
+        {O_WRONLY, O_RDONLY, 0x20, EAGAIN},
+        {O_WRONLY, O_RDWR, POSIX_SHARE_NONE, EAGAIN},
+        {O_RDONLY, O_RDONLY, POSIX_SHARE_TEST, 0},
+        {O_RDONLY, O_RDONLY, 0x10, 0},
+        {O_RDONLY, O_WRONLY, POSIX_SHARE_TEST, EAGAIN},
+    };
+    const int free_descriptor = dup(0);
+    close(free_descriptor);
+    for (const Case& c : cases) {
+        int ready[2];
+        ASSERT_EQ(pipe(ready), 0);
+        const pid_t holder = fork();
+        if (holder == 0) {
+            const bool held = _posix_sopen(path.c_str(), c.holder_flags, 0x20, 0) != -1;
+            _posix_write(ready[1], held ? "y" : "n", 1);
+            pause();
+        }
+        char held = '?';
+        _posix_read(ready[0], &held, 1);
+        EXPECT_EQ(held, 'y');
+        errno = 0;
+        const int fd = _posix_sopen(path.c_str(), c.flags, c.share, 0);
+        EXPECT_EQ(fd == -1 ? errno : 0, c.error)
+            << c.holder_flags << ' ' << c.flags << ' ' << c.share;
+        _posix_close(fd);
+        _posix_close(ready[0]);
+        _posix_close(ready[1]);
+        kill(holder, SIGKILL);
+        waitpid(holder, nullptr, 0);
+    }
+    EXPECT_EQ(dup(0), free_descriptor) << "a descriptor stayed open";
+    close(free_descriptor);
+}
