@@ -27,12 +27,12 @@ function(quorel_test name)
   cmake_parse_arguments(arg "THREADS" "" "SOURCES;DEPENDS" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE quorel_options ${arg_DEPENDS} GTest::gmock_main)
-  set(labels unit)
+  set(label unit)
   if(arg_THREADS)
-    list(APPEND labels threads)
+    set(label threads)
   endif()
   gtest_discover_tests(${name} TEST_PREFIX "${name}." DISCOVERY_TIMEOUT 60
-    PROPERTIES LABELS "${labels}")
+    PROPERTIES LABELS ${label})
 endfunction()
 
 # quorel_fuzzer(name SOURCES ... [DEPENDS ...]): a libFuzzer target with its corpus in

@@ -111,7 +111,7 @@ TEST_F(CommandShell, a_cancel_from_another_thread_ends_the_command) {
         extfn_cancel(registered);
     });
     host.on_set_cancel = [&](void* record) { registered = record; };
-    EXPECT_EQ(run("sleep 60"), status(2));
+    EXPECT_EQ(run("exec sleep 60"), status(2));
     canceller.join();
     ASSERT_EQ(host.cancel_records.size(), 1U);
 }

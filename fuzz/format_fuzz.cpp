@@ -1,0 +1,88 @@
+// Formats from SQL, for printing and for scanning: they reach nothing but their values and buffers,
+// and an accepted format does what the C library does with it.
+//
+// An input is a format, a zero, and the text to scan, which also gives the values to print.
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "extdll/printformat.h"
+#include "extdll/scanformat.h"
+
+namespace {
+
+constexpr std::size_t count = 50;
+using Indexes = std::make_index_sequence<count>;
+
+void check(bool holds) {
+    if (!holds) std::abort();
+}
+
+// Numbers beyond this make the C library write padding for minutes.
+bool has_large_number(const std::string& format) {
+    std::size_t digits = 0;
+    return std::any_of(format.begin(), format.end(), [&](char c) {
+        digits = c >= '0' && c <= '9' ? digits + 1 : 0;
+        return digits > 4;
+    });
+}
+
+template <std::size_t... Index>
+int print_directly(char* buffer, std::size_t size, const char* format,
+                   const std::array<const char*, count>& values, std::index_sequence<Index...>) {
+    return std::snprintf(buffer, size, format, values[Index]...);
+}
+
+void print(const std::string& format, const std::string& text) {
+    std::vector<std::string> copies;
+    for (std::size_t i = 0; i < count; ++i) {
+        copies.push_back(text.substr(text.size() * i / count));
+    }
+    std::array<const char*, count> values;
+    for (std::size_t i = 0; i < count; ++i) values[i] = copies[i].c_str();
+    if (text.size() % 3 == 0) values[text.size() % count] = nullptr;
+
+    const auto buffer = std::make_unique<char[]>(255);
+    std::size_t length = 0;
+    if (!format_strings(buffer.get(), 255, format.c_str(), values, &length)) return;
+    check(length < 255 && buffer[length] == '\0' && strlen(buffer.get()) == length);
+    if (has_large_number(format)) return;
+    char expected[255];
+    print_directly(expected, sizeof expected, format.c_str(), values, Indexes());
+    check(strcmp(buffer.get(), expected) == 0);
+}
+
+template <std::size_t... Index>
+int scan_into(const std::string& text, const char* format,
+              const std::array<std::unique_ptr<char[]>, count>& buffers,
+              std::index_sequence<Index...>) {
+    return std::sscanf(text.c_str(), format, buffers[Index].get()...);
+}
+
+void scan(const std::string& format, const std::string& text) {
+    const ScanFormat safe(format.c_str());
+    if (safe.text() == nullptr) return;
+    // Allocated one by one, so that a byte too many in any of them is seen.
+    std::array<std::unique_ptr<char[]>, count> buffers;
+    for (auto& buffer : buffers) buffer = std::make_unique<char[]>(255);
+    check(scan_into(text, safe.text(), buffers, Indexes()) <= static_cast<int>(count));
+    for (const auto& buffer : buffers) check(memchr(buffer.get(), '\0', 255) != nullptr);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
+    const std::string input(reinterpret_cast<const char*>(data), size);
+    const std::string format = input.substr(0, input.find('\0'));
+    const std::string text = input.substr(std::min(format.size() + 1, input.size()));
+    print(format, text);
+    scan(format, text);
+    return 0;
+}
