@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+using int8 = std::int8_t;
 using int16 = std::int16_t;
 using int32 = std::int32_t;
 using int64 = std::int64_t;

@@ -1,0 +1,153 @@
+#include "utils/unix/timelib.h"
+
+#include <cstdlib>
+#include <ctime>
+#include <gtest/gtest.h>
+#include <thread>
+#include <vector>
+
+namespace {
+
+long raw_now;
+uint64 wall_now;
+int wall_reads;
+
+long fake_raw() {
+    return raw_now;
+}
+uint64 fake_wall() {
+    ++wall_reads;
+    return wall_now;
+}
+long fake_rate() {
+    return 100;
+}
+
+constexpr a_timelib_clock fake_clock = {fake_raw, fake_wall, fake_rate};
+
+a_timer_tick sample_at(long raw) {
+    raw_now = raw;
+    a_timer_tick tick;
+    tick.sample();
+    return tick;
+}
+
+class Timelib : public testing::Test {
+  protected:
+    void SetUp() override {
+        timelib_set_clock(&fake_clock);
+        start_at(0, 0);
+    }
+    void TearDown() override {
+        start_at(0, 0);
+        timelib_set_clock(nullptr);
+    }
+    static void start_at(long raw, uint64 wall) {
+        raw_now = raw;
+        wall_now = wall;
+        EXPECT_EQ(timelib_init(), 1);
+        wall_reads = 0;
+    }
+};
+
+TEST_F(Timelib, extends_the_raw_counter_over_its_wraps) {
+    struct {
+        long raw;
+        uint64 tick;
+    } const samples[] = {
+        {0x7FFFFFF0, 0x7FFFFFF0},
+        {0x00000010, 0x80000010},  // wrapped
+        {0x00000005, 0x80000005},  // a little below: read before another thread's, no wrap
+        {0x40000000, 0xC0000000},
+        {0x00000000, 0x80000000},  // exactly a quarter of the range below: no wrap either
+        {0x40000001, 0xC0000001},
+        {0x00000000, 0x100000000},                      // more than a quarter: wrapped
+        {static_cast<long>(0xFFFFFFFFu), 0x17FFFFFFF},  // the counter's top bit is not read
+    };
+    uint64 number = 0;
+    for (const auto& sample : samples)
+        EXPECT_EQ(sample_at(sample.raw).ticks(), sample.tick) << "sample " << number++;
+}
+
+TEST_F(Timelib, refreshes_the_wall_clock_correction_after_more_than_five_seconds) {
+    start_at(1000, 7000000);
+    wall_now = 17000000 - 300;  // ten seconds on, the wall clock has lost 300 us against the timer
+    sample_at(1500);
+    EXPECT_EQ(wall_reads, 0);
+    sample_at(1501);
+    EXPECT_EQ(wall_reads, 1);
+    sample_at(2000);
+    EXPECT_EQ(wall_reads, 1);
+
+    wall_now = 7000000 + 10100000 - 300;
+    const a_timer_tick tick = sample_at(2010);
+    EXPECT_EQ(wall_reads, 2);
+    EXPECT_EQ(a_tod_tick(tick).ticks(), wall_now);
+    EXPECT_EQ(a_tod_tick(tick + a_timer_tick::Seconds(2)).ticks(), wall_now + 2000000);
+}
+
+TEST_F(Timelib, converts_counts_to_units_by_truncation) {
+    const a_timer_tick timer = a_timer_tick::Seconds(7322) + a_timer_tick::MilliSeconds(999);
+    EXPECT_EQ(timer.ticks(), 732299u);
+    EXPECT_EQ(timer.microSeconds(), 7322990000u);
+    EXPECT_EQ(timer.milliSeconds(), 7322990u);
+    EXPECT_EQ(timer.seconds(), 7322u);
+    EXPECT_EQ(timer.minutes(), 122u);
+    EXPECT_EQ(timer.hours(), 2u);
+    EXPECT_EQ(a_timer_tick::MilliSeconds(9).ticks(), 0u);
+    EXPECT_EQ(a_timer_tick::MicroSeconds(10000), a_timer_tick::MilliSeconds(10));
+    EXPECT_EQ(a_timer_tick::Minutes(2), a_timer_tick::Seconds(120));
+
+    const a_tod_tick huge = a_tod_tick::MicroSeconds(~uint64{0});
+    EXPECT_EQ(huge.microSeconds(), ~uint64{0});  // the count itself, no product that wraps
+    EXPECT_EQ(a_tod_tick::MilliSeconds(3).ticks(), 3000u);
+}
+
+TEST_F(Timelib, never_reaches_an_infinite_duration) {
+    const a_timer_tick start = sample_at(0x7FFFFFFF);
+    const a_timer_tick deadline = start + a_timer_tick::Infinite();
+    a_timer_tick now = start;
+    for (int wraps = 0; wraps < 100; ++wraps) {
+        now = sample_at(wraps % 2 == 0 ? 0 : 0x7FFFFFFF);
+        EXPECT_LT(now - start, a_timer_tick::Infinite());
+        EXPECT_LT(now, deadline);
+    }
+    EXPECT_GT(now, start + a_timer_tick::Minutes(1000000));
+}
+
+TEST_F(Timelib, turns_wall_clock_time_into_a_local_timestamp) {
+    setenv("TZ", "XXX-5:30", 1);
+    tzset();
+    a_timestamp stamp = {1, 2, 3};
+    a_tod_tick().to_timestamp(&stamp);
+    EXPECT_EQ(stamp.date, 0);
+    EXPECT_EQ(stamp.seconds, 0u);
+    EXPECT_EQ(stamp.microseconds, 0u);
+
+    wall_now = 1709231399654321;  // 2024-02-29 18:29:59.654321 UTC, 23:59:59 local
+    a_tod_tick tick;
+    tick.sample();
+    tick.to_timestamp(&stamp);
+    EXPECT_EQ(stamp.date, 2460370);
+    EXPECT_EQ(stamp.seconds, 86399u);
+    EXPECT_EQ(stamp.microseconds, 654321u);
+    unsetenv("TZ");
+    tzset();
+}
+
+TEST(TimelibSystemClock, samples_from_many_threads_do_not_step_back_within_a_thread) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([] {
+            a_timer_tick last;
+            for (int n = 0; n < 2000; ++n) {
+                a_timer_tick now;
+                now.sample();
+                EXPECT_GE(now, last);
+                last = now;
+            }
+        });
+    for (auto& thread : threads) thread.join();
+}
+
+}  // namespace
