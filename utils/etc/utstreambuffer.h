@@ -1,0 +1,43 @@
+#ifndef QUOREL_UTILS_ETC_UTSTREAMBUFFER_H
+#define QUOREL_UTILS_ETC_UTSTREAMBUFFER_H
+
+/// Buffers in front of unbuffered streams.
+
+#include "utils/etc/utstream.h"
+
+/// Reads the wrapped input in blocks. A read of the wrapped input that gives nothing ends this
+/// stream. What has been read ahead is gone with this object.
+class UTIStreamBuffer final : public UTBufferedIStream {
+  public:
+    /// `length` is the size of a block, at least 1.
+    UTIStreamBuffer(UTIStream& istream, size_t length);
+    ~UTIStreamBuffer() override;
+    void refill() override;
+
+  private:
+    UTIStream& _istream;
+    a_byte* const _buf;  // owned
+    const size_t _len;
+};
+
+/// Collects what is written and hands it to the wrapped output a full buffer at a time, the rest in
+/// flush() and on destruction. set_eof() discards what has been collected.
+/// Kept: the count that the wrapped output returns is not looked at; bytes it refuses are gone, and
+/// this stream does not end with it.
+class UTOStreamBuffer final : public UTBufferedOStream {
+  public:
+    /// `length` is the size of the buffer, at least 1.
+    UTOStreamBuffer(UTOStream& ostream, size_t length);
+    ~UTOStreamBuffer() override;
+    void make_room() override { flush(); }
+
+    /// Hands over what has been collected, if anything.
+    void flush();
+
+  private:
+    UTOStream& _ostream;
+    a_byte* const _buf;  // owned
+    const size_t _len;
+};
+
+#endif

@@ -1,0 +1,76 @@
+#include "utils/unix/posixstream.h"
+
+#include <cerrno>
+
+#include "utils/unix/posixio.h"
+
+namespace {
+
+// Opens a file in place of *handle, which must be closed. False with the reason in *error.
+bool open_file(int* handle, UTErrorCode* error, const char* name, int flags, int mode) {
+    *handle = _posix_open(name, flags, static_cast<mode_t>(mode));
+    *error = *handle == -1 ? UTErrorCode::from_errno(errno) : UTErrorCode();
+    return *handle != -1;
+}
+
+void close_file(int* handle) {
+    if (*handle != -1) _posix_close(*handle);
+    *handle = -1;
+}
+
+}  // namespace
+
+PosixIStream::~PosixIStream() {
+    close_file(&_handle);
+}
+
+size_t PosixIStream::do_get(a_byte* buf, size_t n) {
+    if (_eof || n == 0) return 0;
+    const ssize_t got = _posix_read(_handle, buf, n);
+    if (got > 0) return static_cast<size_t>(got);
+    if (got < 0) _last_error = UTErrorCode::from_errno(errno);
+    set_eof();
+    return 0;
+}
+
+a_bool PosixIStream::open(const char* name, int flags, int mode) {
+    close();
+    _eof = !open_file(&_handle, &_last_error, name, flags, mode);
+    return !_eof;
+}
+
+a_bool PosixIStream::sopen(const char* name, int flags, int, int mode) {
+    return open(name, flags, mode);
+}
+
+void PosixIStream::close() {
+    close_file(&_handle);
+}
+
+PosixOStream::~PosixOStream() {
+    if (_do_close) close_file(&_handle);
+}
+
+size_t PosixOStream::do_put(const a_byte* data, size_t n) {
+    if (_eof || n == 0) return 0;
+    const ssize_t written = _posix_write(_handle, data, n);
+    if (written > 0) return static_cast<size_t>(written);
+    if (written < 0) _last_error = UTErrorCode::from_errno(errno);
+    set_eof();
+    return 0;
+}
+
+a_bool PosixOStream::open(const char* name, int flags, int mode) {
+    close();
+    _do_close = true;
+    _eof = !open_file(&_handle, &_last_error, name, flags, mode);
+    return !_eof;
+}
+
+a_bool PosixOStream::sopen(const char* name, int flags, int, int mode) {
+    return open(name, flags, mode);
+}
+
+void PosixOStream::close() {
+    close_file(&_handle);
+}
