@@ -1,0 +1,97 @@
+#include <cstring>
+#include <memory>
+
+#include "netlib/netutil.h"
+#include "netlib/netutil_internal.h"
+#include "netlib/unix_nilist.h"
+
+/// Questions about the host's interfaces, answered from the list that is read once and kept.
+
+namespace {
+
+using TcpUtil::a_ni_reading;
+
+/// Null on failure.
+std::unique_ptr<a_ni_reading> ReadInterfaces() {
+    auto reading = std::make_unique<a_ni_reading>();
+    if (!TcpUtil::_InternalGetNIList(reading->list, reading->count)) return nullptr;
+    return reading;
+}
+
+a_bool SameReading(const a_ni_reading& a, const a_ni_reading& b) {
+    if (a.count != b.count) return false;
+    const NetworkInterface* left = a.list.get_first();
+    const NetworkInterface* right = b.list.get_first();
+    for (; left != nullptr; left = a.list.next(left), right = b.list.next(right)) {
+        if (!left->isSameEntry(*right)) return false;
+    }
+    return true;
+}
+
+/// The first interface for which `wanted` holds; null when there is none.
+template <class Predicate>
+const NetworkInterface* FindInterface(Predicate wanted) {
+    NetworkInterface_list* const list = TcpUtil::GetNIList(nullptr);
+    if (list == nullptr) return nullptr;
+    for (NetworkInterface_iter iter(*list); !iter.is_past(); iter.next()) {
+        if (wanted(*iter.get())) return iter.get();
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+namespace TcpUtil {
+
+a_ni_reading::~a_ni_reading() {
+    list.delete_all();
+}
+
+NetworkInterface_list* GetNIList(unsigned long* count) {
+    const LockIfThere lock(NICritSect);
+    if (!lock.is_held()) return nullptr;
+    if (NIList.is_empty()) {
+        std::unique_ptr<a_ni_reading> reading = ReadInterfaces();
+        if (reading == nullptr) return nullptr;
+        NIList.append(reading.release());
+    }
+    a_ni_reading* const current = NIList.get_last();
+    if (count != nullptr) *count = current->count;
+    return &current->list;
+}
+
+a_bool UpdateNIList() {
+    const LockIfThere lock(NICritSect);
+    if (!lock.is_held()) return false;
+    std::unique_ptr<a_ni_reading> reading = ReadInterfaces();
+    if (reading == nullptr) return false;
+    if (NIList.is_empty() || !SameReading(*NIList.get_last(), *reading)) {
+        NIList.append(reading.release());
+    }
+    return true;
+}
+
+const NetworkInterface* FindInterfaceByIPAddress(const IPAddress& ip) {
+    return FindInterface(
+        [&](const NetworkInterface& entry) { return entry.getIPAddress().sameIPAddress(ip); });
+}
+
+const NetworkInterface* _find_interface_by_name(const char* name) {
+    if (name == nullptr) return nullptr;
+    return FindInterface(
+        [=](const NetworkInterface& entry) { return std::strcmp(entry.getName(), name) == 0; });
+}
+
+a_bool IsLocalIPAddress(const IPAddress& ip) {
+    return FindInterfaceByIPAddress(ip) != nullptr;
+}
+
+a_bool IsLocalIPAddress(const sockaddr_storage* sa, socklen_t salen) {
+    return IsLocalIPAddress(IPAddress(sa, salen));
+}
+
+a_bool IsLocalIPAddress(const char* text) {
+    return IsLocalIPAddress(IPAddress(text));
+}
+
+}  // namespace TcpUtil

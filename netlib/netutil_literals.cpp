@@ -1,0 +1,201 @@
+#include "netlib/netutil.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+/// The checks of address literals. They judge character by character, in ASCII whatever the host's
+/// locale is.
+
+namespace {
+
+constexpr long max_port = 65535;
+
+a_bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+a_bool IsLetter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+a_bool IsHexDigit(char c) {
+    return IsDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+
+a_bool IsBlank(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+long LeadingNumber(const char* text) {
+    return std::strtol(text, nullptr, 10);
+}
+
+/// The port after the closing bracket of an IPv6 literal.
+a_bool IsPort(const char* text) {
+    constexpr size_t max_digits = 5;
+    const size_t digits = std::strspn(text, "0123456789");
+    return text[digits] == '\0' && digits <= max_digits && LeadingNumber(text) <= max_port;
+}
+
+/// Reads an IPv6 literal from left to right, one rule per kind of character.
+class IPv6Scanner {
+  public:
+    IPv6Scanner(const char* text, a_bool allow_port)
+        : _text(text), _at(text), _allow_port(allow_port) {}
+
+    a_bool Accepts() {
+        while (*_at != '\0') {
+            if (!Step()) return false;
+        }
+        return Verdict();
+    }
+
+  private:
+    static constexpr int max_colons = 7;
+    static constexpr int max_group_digits = 4;
+    static constexpr size_t max_embedded = 58;
+
+    a_bool Step() {
+        if (*_at == ')' || *_at == ']') return CloseBracket();
+        if (_in_scope) return IsDigit(*_at) || IsLetter(*_at) ? Advance() : false;
+        switch (*_at) {
+        case '(':
+        case '[':
+            return OpenBracket();
+        case ':':
+            return Colon();
+        case '.':
+            return EmbeddedIPv4();
+        case '%':
+            _in_scope = true;
+            return Advance();
+        default:
+            return GroupDigit();
+        }
+    }
+
+    a_bool Advance() {
+        ++_at;
+        return true;
+    }
+
+    a_bool OpenBracket() {
+        if (_bracket != '\0' || _group_digits > 0) return false;
+        _bracket = *_at;
+        return Advance();
+    }
+
+    /// What follows the bracket ends the text.
+    a_bool CloseBracket() {
+        const char opening = *_at == ')' ? '(' : '[';
+        if (_bracket != opening || _colons < 2) return false;
+        _closed = true;
+        const char* const rest = ++_at;
+        _at += std::strlen(rest);
+        return *rest == '\0' || (_allow_port && *rest == ':' && IsPort(rest + 1));
+    }
+
+    a_bool Colon() {
+        if (++_colons > max_colons) return false;
+        if (_at > _text && _at[-1] == ':') {
+            if (_double_colon) return false;
+            _double_colon = true;
+        }
+        _group_digits = 0;
+        _decimal_group = nullptr;
+        return Advance();
+    }
+
+    /// The whole group, up to what can follow it, must be an IPv4 address.
+    a_bool EmbeddedIPv4() {
+        if (_decimal_group == nullptr) return false;
+        const size_t length = std::strcspn(_decimal_group, ":%)]");
+        if (length > max_embedded) return false;
+        char dotted[max_embedded + 1] = {};
+        std::memcpy(dotted, _decimal_group, length);
+        if (!TcpUtil::IsIPv4Address(dotted, false)) return false;
+        _embedded_ipv4 = true;
+        _at = _decimal_group + length;
+        return true;
+    }
+
+    a_bool GroupDigit() {
+        if (!IsHexDigit(*_at)) return false;
+        if (_group_digits == 0 && IsDigit(*_at)) _decimal_group = _at;
+        return ++_group_digits <= max_group_digits && Advance();
+    }
+
+    a_bool Verdict() const {
+        if (_bracket != '\0' && !_closed) return false;
+        if (_colons == max_colons || _double_colon) return true;
+        return _embedded_ipv4 && _colons == max_colons - 1;
+    }
+
+    const char* const _text;
+    const char* _at;
+    const a_bool _allow_port;
+    const char* _decimal_group = nullptr;  // start of the current group, if that is a decimal digit
+    int _colons = 0;
+    int _group_digits = 0;
+    char _bracket = '\0';  // as opened
+    a_bool _closed = false;
+    a_bool _double_colon = false;
+    a_bool _in_scope = false;
+    a_bool _embedded_ipv4 = false;
+};
+
+}  // namespace
+
+namespace TcpUtil {
+
+a_bool IsIPv4Address(const char* str, a_bool allow_port) {
+    constexpr long max_part = 255;
+    constexpr int wanted_dots = 3;
+    if (str == nullptr || *str == '\0' || LeadingNumber(str) > max_part) return false;
+    int dots = 0;
+    a_bool in_port = false;
+    for (const char* at = str; *at != '\0'; ++at) {
+        if (IsDigit(*at)) continue;
+        if (*at == '.' && !in_port) {
+            if (LeadingNumber(at + 1) > max_part) return false;
+            ++dots;
+        } else if (*at == ':' && allow_port && !in_port) {
+            if (LeadingNumber(at + 1) > max_port) return false;
+            in_port = true;
+        } else {
+            return false;
+        }
+    }
+    return dots == wanted_dots;
+}
+
+a_bool IsIPv6Address(const char* str, a_bool allow_port) {
+    return str != nullptr && std::strchr(str, ':') != nullptr &&
+           IPv6Scanner(str, allow_port).Accepts();
+}
+
+a_bool IsIPAddress(const char* str, a_bool allow_port) {
+    return IsIPv4Address(str, allow_port) || IsIPv6Address(str, allow_port);
+}
+
+uint16 GetPortNumber(const char* str) {
+    if (str == nullptr) return 0;
+    if (IsIPv6Address(str, true)) {
+        const char* closing = std::strchr(str, ')');
+        if (closing == nullptr) closing = std::strchr(str, ']');
+        if (closing == nullptr) return 0;
+        str = closing;
+    }
+    const char* port = std::strchr(str, ':');
+    if (port == nullptr) return 0;
+    while (IsBlank(*++port)) continue;
+    if (*port == '\0') return 0;
+    // The same 16 bits remain whatever the width of a long is.
+    const long number = LeadingNumber(port);
+    using limits = std::numeric_limits<int32>;
+    return static_cast<uint16>(std::clamp<long>(number, limits::min(), limits::max()));
+}
+
+}  // namespace TcpUtil

@@ -1,0 +1,207 @@
+#include <cstdlib>
+#include <cstring>
+
+#include <arpa/inet.h>
+#include <net/if.h>
+
+#include "netlib/netutil.h"
+#include "netlib/netutil_internal.h"
+
+/// Text to addresses.
+
+namespace {
+
+enum a_target_kind { TARGET_IPv4, TARGET_IPv6, TARGET_NAME };
+
+/// What a text asks for, taken apart.
+struct a_target {
+    a_target_kind kind;
+    char host[255];  // a literal without its brackets, or a name
+    uint16 port;     // 0: none
+};
+
+a_target_kind Classify(const char* text) {
+    if (TcpUtil::IsIPv4Address(text, true)) return TARGET_IPv4;
+    return TcpUtil::IsIPv6Address(text, true) ? TARGET_IPv6 : TARGET_NAME;
+}
+
+/// Copies the host of `text` into `target`; returns the text of the port, null when there is none.
+/// A host that fills its buffer has no port.
+const char* SplitOffPort(const char* text, a_target& target) {
+    const a_bool bracketed = target.kind == TARGET_IPv6;
+    const char* const ends = bracketed ? ")]" : ":";
+    for (size_t length = 0; length < sizeof target.host - 1; ++text) {
+        if (*text == '\0') return nullptr;
+        if (std::strchr(ends, *text) != nullptr) {
+            if (bracketed && *++text == '\0') return nullptr;
+            return text + 1;
+        }
+        if (!bracketed || std::strchr("([", *text) == nullptr) target.host[length++] = *text;
+    }
+    return nullptr;
+}
+
+a_bool ReadPort(const char* text, uint16& port) {
+    if (*text < '0' || *text > '9') return false;
+    const long number = std::strtol(text, nullptr, 10);
+    if (number > 65535) return false;
+    port = static_cast<uint16>(number);
+    return true;
+}
+
+a_bool TakeApart(const char* text, a_target& target) {
+    if (text == nullptr) return false;
+    target = {};
+    target.kind = Classify(text);
+    if (target.kind == TARGET_IPv6 && !TcpUtil::IsIPv6Supported()) return false;
+    const char* const port = SplitOffPort(text, target);
+    return port == nullptr || ReadPort(port, target.port);
+}
+
+/// The interface that the text after "%" names or numbers; 0 when there is none.
+uint32 ScopeIndex(const char* scope) {
+    if (const uint32 index = if_nametoindex(scope); index != 0) return index;
+    if (*scope == '\0' || scope[std::strspn(scope, "0123456789")] != '\0') return 0;
+    const unsigned long long number = std::strtoull(scope, nullptr, 10);
+    const auto index = static_cast<uint32>(number);
+    char name[IF_NAMESIZE];
+    return index == number && if_indextoname(index, name) != nullptr ? index : 0;
+}
+
+/// What getaddrinfo finds for a target.
+class SystemAnswer {
+  public:
+    explicit SystemAnswer(const a_target& target) {
+        char host[sizeof target.host];
+        std::memcpy(host, target.host, sizeof host);
+        char* const percent = std::strchr(host, '%');
+        const uint32 scope = percent != nullptr ? ScopeIndex(percent + 1) : 0;
+        if (scope != 0) *percent = '\0';
+
+        addrinfo hints = {};
+        hints.ai_family = AF_UNSPEC;
+        hints.ai_socktype = SOCK_STREAM;
+        hints.ai_protocol = IPPROTO_TCP;
+        if (target.kind != TARGET_NAME) hints.ai_flags = AI_NUMERICHOST;
+        if (NetInterface::_getaddrinfo(host, &hints, &_first) != 0) _first = nullptr;
+        if (scope != 0) SetScope(scope);
+    }
+    ~SystemAnswer() {
+        if (_first != nullptr) NetInterface::_freeaddrinfo(_first);
+    }
+    SystemAnswer(const SystemAnswer&) = delete;
+    SystemAnswer& operator=(const SystemAnswer&) = delete;
+
+    /// Null when the resolver failed.
+    const addrinfo* first() const { return _first; }
+
+  private:
+    void SetScope(uint32 scope) {
+        if (_first == nullptr || _first->ai_family != AF_INET6) return;
+        sockaddr_in6 address;
+        std::memcpy(&address, _first->ai_addr, sizeof address);
+        address.sin6_scope_id = scope;
+        std::memcpy(_first->ai_addr, &address, sizeof address);
+    }
+
+    addrinfo* _first = nullptr;
+};
+
+/// Adds the addresses of one target to the caller's list.
+class Collector {
+  public:
+    Collector(IPAddress_list& list, uint16 port, a_bool all)
+        : _list(list), _port(port), _all(all) {}
+
+    void Add(IPAddress ip) {
+        ip.setPortNumber(_port);
+        _list.append(ip.clone());
+        ++_taken;
+    }
+    a_bool is_done() const { return _taken > 0 && !_all; }
+    a_bool has_any() const { return _taken > 0; }
+
+  private:
+    IPAddress_list& _list;
+    const uint16 _port;
+    const a_bool _all;
+    size_t _taken = 0;
+};
+
+a_bool Wants(TcpUtil::eAddressType type, int family) {
+    if (family == AF_INET) return type != TcpUtil::ADDR_IPv6;
+    return family == AF_INET6 && type != TcpUtil::ADDR_IPv4;
+}
+
+IPAddress FromSockaddr(const sockaddr* sa, socklen_t len) {
+    sockaddr_storage storage = {};
+    if (len > sizeof storage) len = sizeof storage;
+    std::memcpy(&storage, sa, len);
+    return IPAddress(&storage, len);
+}
+
+/// Keeps the order of the system, which knows which address is the best to try (RFC 6724).
+a_bool TakeAnswer(const addrinfo* answer, TcpUtil::eAddressType type, Collector& collector) {
+    for (; answer != nullptr && !collector.is_done(); answer = answer->ai_next) {
+        if (!Wants(type, answer->ai_family)) continue;
+        collector.Add(FromSockaddr(answer->ai_addr, answer->ai_addrlen));
+    }
+    return collector.has_any();
+}
+
+a_bool TakeHostEntry(const char* host, Collector& collector) {
+    const LockIfThere lock(TcpUtil::ThreadCritSect);
+    if (!lock.is_held()) return false;
+    const hostent* const entry = NetInterface::_gethostbyname(host);
+    if (entry == nullptr || entry->h_addrtype != AF_INET) return false;
+    for (char** at = entry->h_addr_list; *at != nullptr && !collector.is_done(); ++at) {
+        uint32 address;
+        std::memcpy(&address, *at, sizeof address);
+        collector.Add(IPAddress(ntohl(address)));
+    }
+    return collector.has_any();
+}
+
+}  // namespace
+
+namespace TcpUtil {
+
+a_bool _DoResolve(const char* text, IPAddress_list& list, eAddressType type, a_bool all) {
+    a_target target;
+    if (!TakeApart(text, target)) return false;
+    Collector collector(list, target.port, all);
+    if (std::strcmp(target.host, "255.255.255.255") == 0) {
+        collector.Add(IPAddress(static_cast<uint32>(INADDR_BROADCAST)));
+        return true;
+    }
+    if (IsIPv6Supported()) {
+        const SystemAnswer answer(target);
+        if (answer.first() == nullptr) return false;
+        if (TakeAnswer(answer.first(), type, collector)) return true;
+    }
+    if (type == ADDR_IPv6 || target.kind == TARGET_IPv6) return false;
+    if (target.kind == TARGET_NAME) return TakeHostEntry(target.host, collector);
+    // Kept: a literal that inet_addr refuses, as one with an empty part, is 255.255.255.255.
+    collector.Add(IPAddress(ntohl(inet_addr(target.host))));
+    return true;
+}
+
+a_bool Resolve(const char* text, IPAddress& ip, eAddressType type) {
+    IPAddress_list list;
+    if (!_DoResolve(text, list, type, false)) return false;
+    if (const IPAddress* const first = list.get_first(); first != nullptr) ip = *first;
+    list.delete_all();
+    return true;
+}
+
+a_bool Resolve(const char* text, uint16 port, IPAddress& ip, eAddressType type) {
+    if (!Resolve(text, ip, type)) return false;
+    ip.setPortNumber(port);
+    return true;
+}
+
+a_bool ResolveAll(const char* text, IPAddress_list& list, eAddressType type) {
+    return _DoResolve(text, list, type, true);
+}
+
+}  // namespace TcpUtil

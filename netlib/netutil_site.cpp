@@ -1,0 +1,78 @@
+#include <cstring>
+
+#include <fcntl.h>
+#include <strings.h>
+
+#include "netlib/netutil.h"
+#include "netlib/netutil_internal.h"
+#include "utils/unix/posixio.h"
+
+/// Whether this host sits in the site's own network.
+
+namespace {
+
+constexpr const char* resolver_config = "/etc/resolv.conf";
+
+const char* internal_domain = nullptr;
+const char* internal_probe_host = nullptr;
+
+a_bool IsSet(const char* text) {
+    return text != nullptr && *text != '\0';
+}
+
+/// The start of a file, as text.
+struct a_file_start {
+    explicit a_file_start(const char* path) {
+        const int fd = _posix_open(path, O_RDONLY, 0);
+        if (fd == -1) return;
+        const ssize_t length = _posix_read(fd, text, sizeof text - 1);
+        if (length > 0) text[length] = '\0';
+        _posix_close(fd);
+    }
+    char text[4096 + 1] = {};
+};
+
+a_bool EndsName(const char* at) {
+    if (*at == '.') ++at;
+    return std::strchr(" \t\r\n", *at) != nullptr;  // finds the terminator too
+}
+
+a_bool AnyPrivateInterface() {
+    NetworkInterface_list* const list = TcpUtil::GetNIList(nullptr);
+    if (list == nullptr) return false;
+    for (NetworkInterface_iter iter(*list); !iter.is_past(); iter.next()) {
+        if (iter.get()->getIPAddress().isPrivateNet()) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+namespace TcpUtil {
+
+a_bool _ConfigNamesDomain(const char* path, const char* domain) {
+    if (!IsSet(domain)) return false;
+    const size_t length = std::strlen(domain);
+    const a_file_start config(path);
+    for (const char* at = config.text; *at != '\0'; ++at) {
+        if (strncasecmp(at, domain, length) == 0 && EndsName(at + length)) return true;
+    }
+    return false;
+}
+
+void SetInternalNetwork(const char* domain, const char* probe_host) {
+    internal_domain = domain;
+    internal_probe_host = probe_host;
+}
+
+a_bool IsOnInternalNetwork() {
+    return _ConfigNamesDomain(resolver_config, internal_domain);
+}
+
+a_bool IsOnInternalNetwork_Ex() {
+    if (!IsSet(internal_probe_host) || !AnyPrivateInterface()) return IsOnInternalNetwork();
+    IPAddress probe;
+    return Resolve(internal_probe_host, probe, ADDR_BOTH);
+}
+
+}  // namespace TcpUtil

@@ -1,0 +1,126 @@
+#include <cstdio>
+#include <cstring>
+
+#include <arpa/inet.h>
+#include <netdb.h>
+
+#include "netlib/netutil.h"
+#include "netlib/netutil_internal.h"
+#include "utils/utmem/utmem.h"
+
+/// Addresses to text.
+
+namespace {
+
+/// A socket address, seen by its family, as far as its family says that it goes.
+union a_socket_address {
+    sockaddr_storage sa;
+    sockaddr_in sin;
+    sockaddr_in6 sin6;
+};
+
+a_socket_address CopyOf(const sockaddr_storage* sa, socklen_t salen) {
+    a_socket_address copy = {};
+    std::memcpy(&copy, sa, salen < sizeof copy ? salen : sizeof copy);
+    return copy;
+}
+
+a_bool CopyText(char* buf, size_t buflen, const char* text) {
+    *buf = '\0';
+    return TcpUtil::AppendText(buf, buflen, text);
+}
+
+/// For families that inet_ntop does not know.
+a_bool OtherNumericText(const a_socket_address& address, socklen_t salen, char* buf,
+                        size_t buflen) {
+    auto* const host = static_cast<char*>(ut_calloc(buflen + 1));
+    if (host == nullptr) return false;
+    const auto* const generic = reinterpret_cast<const sockaddr*>(&address.sa);
+    const auto hostlen = static_cast<socklen_t>(buflen);
+    const int failed = getnameinfo(generic, salen, host, hostlen, nullptr, 0, NI_NUMERICHOST);
+    const a_bool fits = CopyText(buf, buflen, failed ? inet_ntoa(address.sin.sin_addr) : host);
+    ut_free(host);
+    return fits;
+}
+
+a_bool NumericText(const a_socket_address& address, socklen_t salen, char* buf, size_t buflen) {
+    const int family = address.sa.ss_family;
+    const void* bytes = &address.sin.sin_addr;
+    if (family == AF_INET6) bytes = &address.sin6.sin6_addr;
+    char text[60] = {};
+    if (inet_ntop(family, bytes, text, sizeof text) != nullptr) return CopyText(buf, buflen, text);
+    return OtherNumericText(address, salen, buf, buflen);
+}
+
+a_bool PutParenthesisBefore(char* buf, size_t buflen) {
+    const size_t size = std::strlen(buf) + 1;
+    if (size >= buflen) return false;
+    std::memmove(buf + 1, buf, size);
+    *buf = '(';
+    return true;
+}
+
+a_bool FinishScope(const a_socket_address& address, char* buf, size_t buflen,
+                   a_bool include_scope) {
+    constexpr uint32 max_scope = 999;
+    char* const percent = std::strchr(buf, '%');
+    if (!include_scope) {
+        if (percent != nullptr) *percent = '\0';
+        return true;
+    }
+    const uint32 scope = address.sa.ss_family == AF_INET6 ? address.sin6.sin6_scope_id : 0;
+    if (percent != nullptr || scope == 0 || scope > max_scope) return true;
+    char suffix[8];
+    std::snprintf(suffix, sizeof suffix, "%%%u", scope);
+    return TcpUtil::AppendText(buf, buflen, suffix);
+}
+
+}  // namespace
+
+namespace TcpUtil {
+
+a_bool AppendText(char* buf, size_t buflen, const char* text) {
+    const size_t used = std::strlen(buf);
+    const int length = std::snprintf(buf + used, buflen - used, "%s", text);
+    return length >= 0 && static_cast<size_t>(length) < buflen - used;
+}
+
+a_bool AppendPort(char* buf, size_t buflen, uint16 port) {
+    char text[8];
+    std::snprintf(text, sizeof text, ":%u", port);
+    return AppendText(buf, buflen, text);
+}
+
+a_bool AddressToString(const sockaddr_storage* sa, socklen_t salen, char* buf, size_t buflen,
+                       a_bool include_port, a_bool include_scope) {
+    if (sa == nullptr || buf == nullptr || buflen == 0) return false;
+    const a_socket_address address = CopyOf(sa, salen);
+    if (!NumericText(address, salen, buf, buflen)) return false;
+    const a_bool ipv6 = IsIPv6Address(buf, false);
+    if (ipv6) {
+        if (include_port && !PutParenthesisBefore(buf, buflen)) return false;
+        if (!FinishScope(address, buf, buflen, include_scope)) return false;
+    }
+    if (!include_port) return true;
+    if (ipv6 && !AppendText(buf, buflen, ")")) return false;
+    return AppendPort(buf, buflen, ntohs(address.sin.sin_port));
+}
+
+a_bool AddressToString(const sockaddr_in* sa, char* buf, size_t buflen, a_bool include_port) {
+    if (sa == nullptr) return false;
+    a_socket_address address = {};
+    address.sin = *sa;
+    return AddressToString(&address.sa, sizeof *sa, buf, buflen, include_port, false);
+}
+
+a_bool AddressToString(const char* addr, uint16 port, char* buf, size_t buflen) {
+    IPAddress ip(addr);
+    ip.setPortNumber(port);
+    return ip.toString(buf, buflen, true, false, true);
+}
+
+a_bool AddressToString(const char* addr, char* buf, size_t buflen) {
+    return IPAddress(addr).toString(buf, buflen, false, false, true);
+}
+
+}  // namespace TcpUtil

@@ -1,0 +1,167 @@
+#include "netlib/unix_nilist.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "netlib/netutil.h"
+#include "utils/unix/posixio.h"
+
+namespace {
+
+/// Hands out the lines of a file; what a line has beyond 1023 bytes is lost.
+class LineReader {
+  public:
+    // Kept: the mode "ro", in which the C library ignores the second letter.
+    explicit LineReader(const char* path) : _file(_posix_fopen(path, "ro")) {}
+    ~LineReader() {
+        if (_file != nullptr) std::fclose(_file);
+    }
+    LineReader(const LineReader&) = delete;
+    LineReader& operator=(const LineReader&) = delete;
+
+    a_bool is_open() const { return _file != nullptr; }
+    /// The next line without its end, valid until the next call; null at the end.
+    const char* Next() {
+        size_t length = 0;
+        int c = 0;
+        while ((c = std::getc(_file)) != EOF && c != '\n') {
+            if (length < sizeof _line - 1) _line[length++] = static_cast<char>(c);
+        }
+        if (c == EOF && length == 0) return nullptr;
+        _line[length] = '\0';
+        return _line;
+    }
+
+  private:
+    std::FILE* _file;
+    char _line[1024] = {};
+};
+
+/// The name in a line of the interface list: the text before ":". False for the header lines.
+a_bool TakeName(const char* line, NetworkInterface& entry) {
+    const char* const colon = std::strchr(line, ':');
+    if (colon == nullptr) return false;
+    while (line < colon && (*line == ' ' || *line == '\t')) ++line;
+    entry.setName(line, static_cast<size_t>(colon - line));
+    return true;
+}
+
+constexpr size_t address_digits = 32;
+
+/// An IPv6 address as exactly 32 hex digits.
+a_bool ParseAddress(const char* digits, in6_addr& address) {
+    if (std::strlen(digits) != address_digits) return false;
+    for (a_byte& byte : address.s6_addr) {
+        const char pair[] = {digits[0], digits[1], '\0'};
+        byte = static_cast<a_byte>(std::strtoul(pair, nullptr, 16));
+        digits += 2;
+    }
+    return true;
+}
+
+a_bool HasLoopback(NetworkInterface_list& list) {
+    for (NetworkInterface_iter iter(list); !iter.is_past(); iter.next()) {
+        if (iter.get()->isLoopback()) return true;
+    }
+    return false;
+}
+
+unsigned long Length(NetworkInterface_list& list) {
+    unsigned long length = 0;
+    for (NetworkInterface_iter iter(list); !iter.is_past(); iter.next()) ++length;
+    return length;
+}
+
+}  // namespace
+
+a_bool NIListReader::ReadIPv4(NetworkInterface_list& list) const {
+    LineReader lines(_source.dev);
+    if (!lines.is_open()) return false;
+    while (const char* line = lines.Next()) {
+        auto entry = std::make_unique<NetworkInterface>();
+        if (!TakeName(line, *entry) || !entry->_getInterfaceInfo(AF_INET)) continue;
+        list.append(entry.release());
+    }
+    return true;
+}
+
+// "fe8000000000000000fc00fffe000001 04 40 20 80     eth0": address, interface index, prefix length,
+// scope, flags (all in hex) and name.
+// Kept: a name has at most eight characters here; the rest is cut.
+a_bool NIListReader::ParseIPv6(const char* line, NetworkInterface& entry) {
+    char digits[address_digits + 2];
+    unsigned int index = 0;
+    unsigned int prefix_length = 0;
+    unsigned int scope = 0;
+    unsigned int flags = 0;
+    char name[9];
+    const int fields = std::sscanf(line, " %33[0-9a-fA-F] %8x %8x %8x %8x %8s", digits, &index,
+                                   &prefix_length, &scope, &flags, name);
+    in6_addr address;
+    if (fields != 6 || !ParseAddress(digits, address)) return false;
+    entry.setName(name, std::strlen(name));
+    entry._addr = IPAddress(address, index);
+    entry._broadcast = entry._addr.isLoopback()
+                           ? entry._addr
+                           : TcpUtil::GetBroadcastAddressBasedOnClass(entry._addr);
+    entry._ifIndex = index;
+    entry._flags = static_cast<int>(flags);
+    entry._supports_ipv6 = true;
+    return true;
+}
+
+void NIListReader::ReadIPv6(NetworkInterface_list& list) const {
+    LineReader lines(_source.if_inet6);
+    if (!lines.is_open()) return;
+    while (const char* line = lines.Next()) {
+        auto entry = std::make_unique<NetworkInterface>();
+        if (ParseIPv6(line, *entry)) list.append(entry.release());
+    }
+}
+
+void NIListReader::AppendMadeUpLoopback(NetworkInterface_list& list) {
+    auto ipv4 = std::make_unique<NetworkInterface>();
+    ipv4->setName("lo0", 3);
+    ipv4->_addr = static_cast<uint32>(INADDR_LOOPBACK);
+    ipv4->_mask = uint32{0xFF000000};
+    ipv4->_setBroadcastFromMask();
+    ipv4->_supports_ipv4 = true;
+    list.append(ipv4.release());
+    if (!TcpUtil::IsIPv6Supported()) return;
+    auto ipv6 = std::make_unique<NetworkInterface>();
+    ipv6->setName("lo0", 3);
+    ipv6->_addr = IPAddress(in6addr_loopback);
+    ipv6->_broadcast = ipv6->_addr;
+    ipv6->_supports_ipv6 = true;
+    list.append(ipv6.release());
+}
+
+a_bool NIListReader::Read(NetworkInterface_list& list, unsigned long& count) const {
+    if (!ReadIPv4(list)) return false;
+    if (TcpUtil::IsIPv6Supported()) ReadIPv6(list);
+    if (!HasLoopback(list)) AppendMadeUpLoopback(list);
+    count = Length(list);
+    return true;
+}
+
+int NIListReader::CountLines() const {
+    LineReader dev(_source.dev);
+    if (!dev.is_open()) return -1;
+    int count = 0;
+    while (const char* line = dev.Next()) {
+        if (std::strchr(line, ':') != nullptr) ++count;
+    }
+    LineReader if_inet6(_source.if_inet6);
+    while (if_inet6.is_open() && if_inet6.Next() != nullptr) ++count;
+    return count;
+}
+
+namespace TcpUtil {
+
+a_bool _InternalGetNIList(NetworkInterface_list& list, unsigned long& count) {
+    return NIListReader(a_ni_source()).Read(list, count);
+}
+
+}  // namespace TcpUtil

@@ -1,0 +1,275 @@
+#include <net/if.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <set>
+#include <sstream>
+
+#include "netlib/netinterface.h"
+#include "netlib/unix_nilist.h"
+#include "tests/netlib/netlib_fixture.h"
+
+namespace {
+
+std::string WithMask(const NetworkInterface& entry) {
+    char address[80] = "-";
+    char mask[80] = "-";
+    char broadcast[80] = "-";
+    entry.getIPAddress(address, sizeof address);
+    entry.getNetMask(mask, sizeof mask);
+    entry.getBroadcastAddress(broadcast, sizeof broadcast);
+    return std::string(entry.getName()) + " " + address + " " + mask + " " + broadcast;
+}
+
+/// Reads made-up lists from files.
+class MadeUpList : public NetlibTest {
+  protected:
+    MadeUpList() : MadeUpList(true) {}
+    explicit MadeUpList(bool ipv6) : NetlibTest(ipv6) {
+        const std::string stem = testing::TempDir() + "/nilist." + std::to_string(getpid());
+        _dev = stem + ".dev";
+        _if_inet6 = stem + ".if_inet6";
+    }
+    ~MadeUpList() override {
+        _list.delete_all();
+        unlink(_dev.c_str());
+        unlink(_if_inet6.c_str());
+    }
+
+    NIListReader Reader() const { return NIListReader({_dev.c_str(), _if_inet6.c_str()}); }
+    std::vector<std::string> Read(const std::string& dev, const std::string& if_inet6) {
+        std::ofstream(_dev) << dev;
+        std::ofstream(_if_inet6) << if_inet6;
+        unsigned long count = 0;
+        EXPECT_TRUE(Reader().Read(_list, count));
+        std::vector<std::string> entries;
+        for (NetworkInterface_iter at(_list); !at.is_past(); at.next()) {
+            entries.push_back(WithMask(*at.get()));
+        }
+        EXPECT_EQ(count, entries.size());
+        return entries;
+    }
+
+    std::string _dev;
+    std::string _if_inet6;
+    NetworkInterface_list _list;
+};
+class MadeUpListWithoutIPv6 : public MadeUpList {
+  protected:
+    MadeUpListWithoutIPv6() : MadeUpList(false) {}
+};
+
+using Entries = std::vector<std::string>;
+constexpr const char* made_up_ipv4 = "lo0 127.0.0.1 255.0.0.0 127.255.255.255";
+constexpr const char* made_up_ipv6 = "lo0 ::1 - ::1";
+
+TEST_F(MadeUpList, without_loopback_gets_one) {
+    // Lines without ":" are headers; interfaces without an IPv4 address drop out.
+    EXPECT_EQ(Entries({made_up_ipv4, made_up_ipv6}),
+              Read("Inter-| Receive\n face |bytes\n  nosuchif: 1 2 3\n", ""));
+    const NetworkInterface& entry = *_list.get_first();
+    EXPECT_TRUE(entry.isLoopback() && entry.isVisible() && entry.supportsIPv4());
+    EXPECT_FALSE(entry.supportsIPv6() || entry.isUp() || entry.hasBroadcast());
+    EXPECT_EQ(0U, entry.getIfIndex());
+}
+
+TEST_F(MadeUpListWithoutIPv6, has_no_IPv6_entries) {
+    EXPECT_EQ(Entries({made_up_ipv4}),
+              Read("", "00000000000000000000000000000001 01 80 10 80       lo\n"));
+}
+
+TEST_F(MadeUpList, takes_IPv6_addresses_with_scope_and_all_nodes_broadcast) {
+    EXPECT_EQ(
+        Entries({"eth0 fe80::fc:ff:fe00:1%4 - ff02::1%4", "dummy0 2001:db8::1%291 - ff02::1%291",
+                 "longname 2001:db8::2%5 - ff02::1%5", "lo ::1%1 - ::1%1"}),
+        Read("", "fe8000000000000000fc00fffe000001 04 40 20 80     eth0\n"
+                 "20010db8000000000000000000000001 123 40 00 80   dummy0\n"
+                 "20010db8000000000000000000000002 05 40 00 0 longnameandmore\n"
+                 "00000000000000000000000000000001 01 80 10 08       lo"));
+    const NetworkInterface& entry = *_list.next(_list.get_first());
+    EXPECT_EQ(0x123U, entry.getIfIndex());
+    EXPECT_EQ(0x80, entry.getFlags());
+    EXPECT_TRUE(entry.supportsIPv6());
+    EXPECT_FALSE(entry.supportsIPv4() || entry.getNetMask().isValid());
+}
+
+// The flags of an IPv6 entry are asked for the bit that makes an interface a loopback one.
+TEST_F(MadeUpList, adds_loopback_when_the_flags_deny_it) {
+    EXPECT_EQ(Entries({"lo ::1%1 - ::1%1", made_up_ipv4, made_up_ipv6}),
+              Read("", "00000000000000000000000000000001 01 80 10 80       lo\n"));
+}
+
+TEST_F(MadeUpList, skips_lines_that_do_not_parse) {
+    const std::string good = "00000000000000000000000000000001 01 80 10 08 lo\n";
+    const std::string address = "20010db8000000000000000000000001";
+    for (const std::string& bad : {
+             std::string("\n"),
+             std::string("garbage\n"),
+             address + "\n",
+             address + " 01 80 10 80\n",
+             address.substr(1) + " 01 80 10 80 eth0\n",
+             address + "0 01 80 10 80 eth0\n",
+             address.substr(1) + "g 01 80 10 80 eth0\n",
+             address.substr(0, 30) + ": 01 80 10 80 eth0\n",
+             address + " zz 80 10 80 eth0\n",
+             std::string(5000, 'f') + " 01 80 10 80 eth0\n",
+             std::string(1023, ' ') + good,
+             std::string("\0\0\0\n", 4),
+         }) {
+        EXPECT_EQ(Entries({"lo ::1%1 - ::1%1"}), Read(bad, bad + good)) << bad;
+        _list.delete_all();
+    }
+    EXPECT_EQ(Entries({made_up_ipv4, made_up_ipv6}),
+              Read(std::string(2000, 'n') + ":\n" + std::string(500, 'n') + ":\n:\n", ""));
+}
+
+TEST_F(MadeUpList, that_is_cut_at_any_byte_costs_an_entry_at_most) {
+    const std::string line = "20010db8000000000000000000000001 05 40 00 80 eth0\n";
+    for (size_t length = 0; length <= line.size(); ++length) {
+        const Entries entries = Read("", line + line.substr(0, length));
+        EXPECT_TRUE(entries.size() == 3 || entries.size() == 4) << length;
+        _list.delete_all();
+    }
+}
+
+TEST_F(MadeUpList, counts_lines) {
+    Read("header\n  lo: 1\n eth0: 2\n", "a\nb\n");
+    EXPECT_EQ(4, Reader().CountLines());
+    unlink(_if_inet6.c_str());
+    EXPECT_EQ(2, Reader().CountLines());
+    unlink(_dev.c_str());
+    EXPECT_EQ(-1, Reader().CountLines());
+    unsigned long count = 0;
+    EXPECT_FALSE(Reader().Read(_list, count));
+}
+
+// "ip -o addr" prints one line an address, "4: eth0    inet 192.0.2.2/24 brd 192.0.2.255 scope
+// ...". The kernel's calls give the first IPv4 address of each interface, its IPv6 list all of
+// them.
+TEST(HostList, agrees_with_ip_addr) {
+    const std::unique_ptr<FILE, int (*)(FILE*)> ip(
+        popen("PATH=$PATH:/sbin:/usr/sbin ip -o addr 2>/dev/null", "r"), pclose);
+    std::set<std::string> expected;
+    std::set<std::string> seen_ipv4;
+    std::array<char, 1024> line;
+    while (ip != nullptr && fgets(line.data(), line.size(), ip.get()) != nullptr) {
+        std::istringstream fields(line.data());
+        std::string index, name, family, prefix, brd, broadcast;
+        fields >> index >> name >> family >> prefix >> brd >> broadcast;
+        const std::string address = prefix.substr(0, prefix.find('/'));
+        if (family == "inet6") {
+            expected.insert(index + " " + name.substr(0, 8) + " " + address);
+        } else if (seen_ipv4.insert(name).second) {
+            const uint32 host_bits =
+                static_cast<uint32>(~0ULL >> (32 + atoi(prefix.c_str() + address.size() + 1)));
+            const IPAddress computed(static_cast<uint32>(int(IPAddress(address.c_str()))) |
+                                     host_bits);
+            if (brd != "brd") broadcast = Text(computed).substr(0, Text(computed).find(':'));
+            const std::string mask = Text(IPAddress(~host_bits));
+            expected.insert(index + " " + name + " " + address + " " +
+                            mask.substr(0, mask.find(':')) + " " + broadcast);
+        }
+    }
+    if (expected.empty()) GTEST_SKIP() << "ip addr prints nothing here";
+
+    ASSERT_TRUE(TcpUtil::Init());
+    unsigned long count = 0;
+    NetworkInterface_list* const list = TcpUtil::GetNIList(&count);
+    ASSERT_NE(nullptr, list);
+    std::set<std::string> listed;
+    for (NetworkInterface_iter at(*list); !at.is_past(); at.next()) {
+        const NetworkInterface& entry = *at.get();
+        if (entry.getIfIndex() == 0) continue;  // made up
+        std::string text = std::to_string(entry.getIfIndex()) + ": ";
+        if (entry.supportsIPv6()) {
+            char address[80] = "-";
+            entry.getIPAddress(address, sizeof address);
+            *std::find(address, address + strlen(address), '%') = '\0';
+            text += std::string(entry.getName()) + " " + address;
+        } else {
+            text += WithMask(entry);
+        }
+        listed.insert(text);
+        const std::string name = entry.getName();
+        EXPECT_STREQ(name.c_str(), TcpUtil::_find_interface_by_name(name.c_str())->getName());
+        EXPECT_TRUE(TcpUtil::IsLocalIPAddress(entry.getIPAddress()));
+    }
+    EXPECT_EQ(expected, listed);
+    EXPECT_GE(NetworkInterface::getNumNICs(), static_cast<int>(listed.size()));
+    TcpUtil::Fini();
+}
+
+TEST_F(NetlibTest, host_list_is_kept_while_the_interfaces_stay_the_same) {
+    unsigned long count = 0;
+    NetworkInterface_list* const list = TcpUtil::GetNIList(&count);
+    ASSERT_NE(nullptr, list);
+    EXPECT_GE(count, 1UL);
+    EXPECT_TRUE(TcpUtil::UpdateNIList());
+    EXPECT_EQ(list, TcpUtil::GetNIList(nullptr));
+    // A reading that differs takes its place; who walks the former one may go on.
+    list->get_first()->setPortNumber(25);
+    EXPECT_TRUE(TcpUtil::UpdateNIList());
+    NetworkInterface_list* const newer = TcpUtil::GetNIList(nullptr);
+    EXPECT_NE(list, newer);
+    EXPECT_EQ(25, list->get_first()->getPortNumber());
+    EXPECT_EQ(0, newer->get_first()->getPortNumber());
+}
+
+TEST_F(NetlibTest, local_addresses_are_those_of_the_interfaces) {
+    EXPECT_TRUE(TcpUtil::IsLocalIPAddress("127.0.0.1"));
+    EXPECT_FALSE(TcpUtil::IsLocalIPAddress("203.0.113.77"));
+    EXPECT_FALSE(TcpUtil::IsLocalIPAddress("no.such.host"));
+    const IPAddress loopback("127.0.0.1");
+    EXPECT_TRUE(TcpUtil::IsLocalIPAddress(loopback.get_sockaddr(), loopback.get_sockaddr_len()));
+    const NetworkInterface* const found = TcpUtil::FindInterfaceByIPAddress(loopback);
+    ASSERT_NE(nullptr, found);
+    EXPECT_EQ(0x7F000001, int(found->getIPAddress()));
+    EXPECT_EQ(nullptr, TcpUtil::FindInterfaceByIPAddress(IPAddress("203.0.113.77")));
+    EXPECT_EQ(nullptr, TcpUtil::_find_interface_by_name("nosuchif"));
+}
+
+TEST_F(NetlibTest, interface_derives_mask_and_broadcast_from_the_class) {
+    NetworkInterface entry;
+    entry.setName("test", 4);
+    entry.setIPAddress(IPAddress("172.16.5.6"));
+    EXPECT_EQ("test 172.16.5.6 255.255.0.0 172.16.255.255", WithMask(entry));
+    entry.setNetMask(IPAddress("::1"));
+    entry.setNetMask(IPAddress("255.255.255.0"));
+    EXPECT_EQ("test 172.16.5.6 255.255.255.0 172.16.255.255", WithMask(entry));
+    EXPECT_TRUE(entry.isAddressInSameSubnet(IPAddress("172.16.5.99")));
+    EXPECT_FALSE(entry.isAddressInSameSubnet(IPAddress("172.16.6.6")));
+    EXPECT_FALSE(entry.isAddressInSameSubnet(IPAddress("::ffff:172.16.5.6")));
+
+    IPAddress v6("fe80::1");
+    v6.setScopeId(3);
+    entry.setIPAddress(v6.get_sockaddr(), v6.get_sockaddr_len());
+    EXPECT_TRUE(entry.supportsIPv4() && entry.supportsIPv6());
+    EXPECT_EQ("test fe80::1%3 - ff02::1%3", WithMask(entry));
+    entry.setNetMask(IPAddress("255.255.255.0"));
+    EXPECT_FALSE(entry.getNetMask().isValid());
+
+    NetworkInterface copy;
+    entry.cloneTo(copy);
+    const std::unique_ptr<NetworkInterface> clone(entry.clone());
+    EXPECT_TRUE(copy.isSameEntry(entry) && clone->isSameEntry(entry));
+    copy.setName(std::string(300, 'n').c_str(), 300);
+    EXPECT_EQ(255U, strlen(copy.getName()));
+}
+
+TEST(Interface, writes_its_hardware_address_into_buffers_that_hold_it) {
+    const NetworkInterface entry;
+    char buf[] = "##################";
+    EXPECT_FALSE(entry.getMACAddress(buf, 0));
+    EXPECT_FALSE(entry.getMACAddress(buf, 17));
+    EXPECT_TRUE(entry.getMACAddress(buf, 18));
+    EXPECT_STREQ("00:00:00:00:00:00", buf);
+    EXPECT_FALSE(entry.getMACAddressInTransOrder(buf, 12, ""));
+    EXPECT_TRUE(entry.getMACAddressInTransOrder(buf, 13, ""));
+    EXPECT_STREQ("000000000000", buf);
+}
+
+}  // namespace
