@@ -1,0 +1,153 @@
+// What each operation makes of each failure that its system calls can meet. The scripts' language
+// is in scripted_calls.h.
+
+#include <cerrno>
+
+#include <gtest/gtest.h>
+
+#include "netlib/ipaddress.h"
+#include "netlib/timedsocket.h"
+#include "tests/netlib/scripted_calls.h"
+
+namespace {
+
+char bytes[8];
+msghdr message;
+
+using Operation = int (*)(Socket&);
+
+constexpr Operation recv = [](Socket& s) { return s.recv(bytes, 8); };
+constexpr Operation recv_from = [](Socket& s) {
+    IPAddress from;
+    return s.recv(bytes, 8, from);
+};
+constexpr Operation recvmsg = [](Socket&) {
+    return static_cast<int>(unix_recvmsg(100000, &message, 0));
+};
+constexpr Operation send = [](Socket& s) { return s.send(bytes, 8); };
+constexpr Operation send_to = [](Socket& s) { return s.send(bytes, 8, IPAddress(uint32{1})); };
+a_bool stop(void*) {
+    errno = 0;  // what a yield function does to errno is not what stopped the send
+    return false;
+}
+constexpr Operation send_and_stop = [](Socket& s) {
+    return s.send_with_yield(bytes, 8, stop, nullptr);
+};
+constexpr Operation send_and_go_on = [](Socket& s) {
+    return s.send_with_yield(
+        bytes, 8, [](void*) { return true; }, nullptr);
+};
+constexpr Operation connect = [](Socket& s) { return s.connect(IPAddress(uint32{1})); };
+constexpr Operation connect_invalid = [](Socket& s) { return s.connect(IPAddress()); };
+constexpr Operation connect_no_family = [](Socket& s) {
+    IPAddress empty;
+    empty.setValid(true);
+    return s.connect(empty);
+};
+constexpr Operation accept = [](Socket& s) {
+    IPAddress peer;
+    Socket accepted;
+    return s.accept(peer, accepted) == -1 ? -1 : accepted.getSocket();
+};
+constexpr Operation close = [](Socket& s) { return unix_close(s.getSocket()); };
+constexpr Operation ioctl = [](Socket& s) { return s.Socket::set_blocking_state(false); };
+constexpr Operation select = [](Socket&) {
+    return unix_select(0, nullptr, nullptr, nullptr, nullptr);
+};
+
+struct Fault {
+    Operation operation;
+    const char* script;
+    int result;
+    int error = 0;  // what getLastError() then says
+};
+
+// Interruptions are never seen; all else is reported as the call reports it.
+const Fault plain_faults[] = {
+    {recv, "recv!EINTR*1000 recv=5", 5},
+    {send, "send!EINTR*1000 send=8", 8},
+    {send_to, "sendto!EINTR*1000 sendto=8", 8},
+    {accept, "accept4!EINTR*1000 accept4=100001", 100001},
+    {close, "close!EINTR*1000 close=0", 0},
+    {ioctl, "ioctl!EINTR*1000 ioctl=0", 0},
+    {select, "select!EINTR*1000 select=0", 0},
+    {recv_from, "poll!EINTR*1000 silence poll:R recvfrom!EINTR*1000 recvfrom=5", 5},
+    {recvmsg, "poll!EINTR*1000 silence poll:E recvmsg!EINTR*1000 recvmsg=5", 5},
+    {connect, "connect!EINTR@100*1000 connect=0", 0},
+
+    {recv, "recv!EAGAIN", -1, EAGAIN},
+    {recv, "recv!ECONNRESET", -1, ECONNRESET},
+    {recv_from, "poll!ENOMEM", -1, ENOMEM},
+    {accept, "accept4!ECONNABORTED", -1, ECONNABORTED},
+    {connect, "connect!ECONNREFUSED", -1, ECONNREFUSED},
+    {connect, "connect!EISCONN", 0},
+    {connect_invalid, "", -1, EINVAL},
+    {connect_no_family, "", -1, EINVAL},
+    {send, "send=3 poll:W send!EAGAIN poll:W send=5", 8},
+    {send, "send=3 poll:W send!EPIPE", -1, EPIPE},
+    {send, "send!EAGAIN poll:E pending=ECONNRESET", -1, ECONNRESET},
+    {send_and_stop, "send!EAGAIN", -1, EAGAIN},
+    {send_and_stop, "send=3", 3},
+    {send_and_go_on, "send=3 send!EAGAIN send=5", 8},
+};
+
+// With a time-out of 1000 ms, which is four silent slices.
+const Fault timed_faults[] = {
+    {recv, "recv!EAGAIN silence recv!EINPROGRESS poll:R recv=5", 5},
+    {recv, "recv=0", 0},
+    {recv, "recv!ECONNRESET", -1, ECONNRESET},
+    {recv, "recv!EAGAIN poll:RE pending=ECONNRESET", -1, ECONNRESET},
+    {recv, "recv!EAGAIN poll:E getsockopt!ENOTSOCK", -1, ENOTSOCK},
+    {recv, "recv!EAGAIN poll!ENOMEM pending=0", -1, ENOMEM},
+    {recv, "recv!EAGAIN silence recv!EAGAIN silence recv!EAGAIN silence recv!EAGAIN silence", -1,
+     ETIMEDOUT},
+    // Kept: a receive with an address waits past the time-out.
+    {recv_from, "silence*10 poll:R recvfrom!EAGAIN poll:R poll:R recvfrom=5", 5},
+    {send_to, "sendto!EAGAIN poll:W sendto=8", 8},
+    {send, "send=3 poll:W send!EAGAIN silence send!EAGAIN poll:W send=4 poll:W send=1", 8},
+    {send, "send=3 poll:W send!EPIPE", -1, EPIPE},
+    {send, "send=3 poll:WE pending=ECONNRESET", -1, ECONNRESET},
+    {send, "send!EAGAIN silence send=3 silence send!EAGAIN silence send!EAGAIN silence", -1,
+     ETIMEDOUT},
+    {send, "send=1@400 poll:W send=1@400 poll:W send=1@400", -1, ETIMEDOUT},
+    // Kept: a stop before anything was sent does not end the call.
+    {send_and_stop, "send!EAGAIN poll:W send=3", 3},
+
+    {connect, "connect!EINPROGRESS silence connect!EALREADY poll:W getpeername=0", 0},
+    {connect, "connect!EINPROGRESS silence connect!EISCONN", 0},
+    {connect, "connect!EINTR@990 connect!EINTR@10 poll:W getpeername=0", 0},
+    {connect, "connect!ECONNREFUSED", -1, ECONNREFUSED},
+    {connect, "connect!EINPROGRESS poll:WEH pending=ECONNREFUSED", -1, ECONNREFUSED},
+    {connect, "connect!EINPROGRESS poll:W getpeername!EINVAL", -1, ENOTCONN},
+    {connect,
+     "connect!EINPROGRESS silence connect!EALREADY silence connect!EALREADY silence "
+     "connect!EALREADY silence",
+     -1, ETIMEDOUT},
+    {connect_invalid, "", -1, EINVAL},
+    {connect_no_family, "", -1, EINVAL},
+};
+
+void run(Socket& socket, const Fault& fault) {
+    SCOPED_TRACE(fault.script);
+    Script script(fault.script);
+    ASSERT_EQ(fault.result, fault.operation(socket));
+    const UTErrorCode error = socket.getLastError();
+    EXPECT_EQ(ET_POSIX, error.type());
+    if (fault.result != -1) return;
+    EXPECT_EQ(static_cast<uint32>(fault.error), error.code());
+}
+
+TEST(SocketFaults, end_in_their_result_and_error_code) {
+    for (const Fault& fault : plain_faults) {
+        Socket socket(100000, SOCK_TCP, false);
+        run(socket, fault);
+    }
+    for (const Fault& fault : timed_faults) {
+        TimedSocket socket(100000, SOCK_TCP, false);
+        socket.setTimeout(1000);
+        run(socket, fault);
+        EXPECT_EQ(fault.error == ETIMEDOUT, socket.didTimeout()) << fault.script;
+    }
+}
+
+}  // namespace
