@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr int mac_bytes = 6;
+constexpr size_t mac_bytes = 6;
 
 a_bool AddressText(const IPAddress& ip, char* buf, size_t buflen) {
     return ip.toString(buf, buflen, false, false, true);
@@ -22,13 +22,13 @@ a_bool SameBytes(const IPAddress& a, const IPAddress& b) {
            std::memcmp(a.get_sockaddr(), b.get_sockaddr(), sizeof(sockaddr_storage)) == 0;
 }
 
-/// Writes the six bytes from `first` on, `step` apart, as pairs of hex digits with `sep` between.
-a_bool HexText(const a_byte* first, int step, const char* sep, char* buf, size_t len) {
+/// Writes a hardware address as pairs of hex digits with `sep` between them.
+a_bool HexText(const a_byte* bytes, a_bool last_first, const char* sep, char* buf, size_t len) {
     size_t used = 0;
-    for (int i = 0; i < mac_bytes; ++i) {
+    for (size_t i = 0; i < mac_bytes; ++i) {
+        const a_byte byte = bytes[last_first ? mac_bytes - 1 - i : i];
         const char* const before = i == 0 ? "" : sep;
-        const int written =
-            std::snprintf(buf + used, len - used, "%s%02x", before, first[i * step]);
+        const int written = std::snprintf(buf + used, len - used, "%s%02x", before, byte);
         if (written < 0 || static_cast<size_t>(written) >= len - used) return false;
         used += static_cast<size_t>(written);
     }
@@ -111,11 +111,11 @@ a_bool NetworkInterface::isLoopback() const {
 }
 
 a_bool NetworkInterface::getMACAddress(char* buf, size_t len) const {
-    return HexText(_mac_addr + mac_bytes - 1, -1, ":", buf, len);
+    return HexText(_mac_addr, true, ":", buf, len);
 }
 
 a_bool NetworkInterface::getMACAddressInTransOrder(char* buf, size_t len, const char* sep) const {
-    return HexText(_mac_addr, 1, sep, buf, len);
+    return HexText(_mac_addr, false, sep, buf, len);
 }
 
 int NetworkInterface::getNumNICs() {

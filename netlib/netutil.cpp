@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include "netlib/netutil_internal.h"
-#include "utils/unix/posixio.h"
+#include "netlib/unixsocket.h"
 
 DLLLoadingMonitor::~DLLLoadingMonitor() = default;
 
@@ -27,14 +27,26 @@ void DLLLoadingMonitor::fini() {
 
 namespace {
 
-constexpr a_resolver_calls system_calls = {socket,        getaddrinfo,   freeaddrinfo,
+constexpr a_resolver_calls system_calls = {unix_socket,   getaddrinfo,   freeaddrinfo,
                                            gethostbyname, gethostbyaddr, gethostname};
 const a_resolver_calls* current_calls = &system_calls;
 
 }  // namespace
 
 int NetInterface::_socket(int domain, int type, int protocol) {
-    return current_calls->socket(domain, type | SOCK_CLOEXEC, protocol);
+    return current_calls->socket(domain, type, protocol);
+}
+
+int NetInterface::_connect(int s, const sockaddr* name, socklen_t namelen, int32 timeout_in_ms) {
+    return unix_connect(s, name, namelen, timeout_in_ms);
+}
+
+int NetInterface::_recv(int s, char* buf, size_t len, int flags) {
+    return static_cast<int>(unix_recv(s, buf, len, flags));
+}
+
+int NetInterface::_send(int s, const char* buf, size_t len, int flags) {
+    return static_cast<int>(unix_send(s, buf, len, flags));
 }
 
 int NetInterface::_getaddrinfo(const char* node, const addrinfo* hints, addrinfo** found) {
@@ -64,7 +76,7 @@ void NetInterface::_use_calls(const a_resolver_calls* calls) {
 a_bool NetInterface::_do_load() {
     const int probe = _socket(AF_INET6, SOCK_STREAM, IPPROTO_TCP);
     _ipv6Supported = probe != -1;
-    if (_ipv6Supported) _posix_close(probe);
+    if (_ipv6Supported) unix_close(probe);
     return true;
 }
 

@@ -72,7 +72,7 @@ class DLLLoadingMonitor {
     a_critical_sect_mutex _mutex;
 };
 
-/// The system calls behind name resolution, each as the C library has it.
+/// The system calls behind name resolution, each with the contract of the C library's.
 struct a_resolver_calls {
     int (*socket)(int domain, int type, int protocol);
     int (*getaddrinfo)(const char* node, const char* service, const addrinfo* hints,
@@ -88,8 +88,11 @@ class NetInterface : public DLLLoadingMonitor {
   public:
     a_bool isIPv6Supported() const { return _ipv6Supported; }
 
-    // Pass-through operations; sockets are close-on-exec from the start.
+    // Pass-through operations. The first four are those of netlib/unixsocket.h.
     static int _socket(int domain, int type, int protocol);
+    static int _connect(int s, const sockaddr* name, socklen_t namelen, int32 timeout_in_ms);
+    static int _recv(int s, char* buf, size_t len, int flags);
+    static int _send(int s, const char* buf, size_t len, int flags);
     static int _getaddrinfo(const char* node, const addrinfo* hints, addrinfo** found);
     static void _freeaddrinfo(addrinfo* found);
     static hostent* _gethostbyname(const char* name);

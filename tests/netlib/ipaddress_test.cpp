@@ -3,7 +3,9 @@
 #include <sys/un.h>
 
 #include <memory>
+#include <set>
 
+#include "netlib/netsocket.h"
 #include "tests/netlib/netlib_fixture.h"
 
 namespace {
@@ -20,62 +22,32 @@ IPAddress Literal(const char* text, uint32 scope = 0, uint16 port = 0) {
 }
 
 TEST_F(Address, is_classified_by_its_leading_bits) {
+    const std::set<std::string> loopback = {"127.0.0.1", "::1"};
+    const std::set<std::string> private_net = {"10.0.0.0",      "172.16.0.1", "172.31.255.255",
+                                               "192.168.255.1", "::10.1.2.3", "::ffff:10.1.2.3",
+                                               "fc00::",        "fd00::1"};
     const struct {
-        const char* text;
         e_IPv6AddressType type;
-        bool loopback;
-        bool private_net;
-    } rows[] = {
-        {"127.0.0.1", addrUnknown, true, false},
-        {"127.0.0.2", addrUnknown, false, false},
-        {"9.255.255.255", addrUnknown, false, false},
-        {"10.0.0.0", addrUnknown, false, true},
-        {"172.15.0.1", addrUnknown, false, false},
-        {"172.16.0.1", addrUnknown, false, true},
-        {"172.31.255.255", addrUnknown, false, true},
-        {"172.32.0.1", addrUnknown, false, false},
-        {"192.167.1.1", addrUnknown, false, false},
-        {"192.168.255.1", addrUnknown, false, true},
-        {"192.169.1.1", addrUnknown, false, false},
-        {"::", addrReserved, false, false},
-        {"::1", addrIPv4Compatible, true, false},
-        {"::2", addrIPv4Compatible, false, false},
-        {"::10.1.2.3", addrIPv4Compatible, false, true},
-        {"::192.0.2.7", addrIPv4Compatible, false, false},
-        {"::ffff:10.1.2.3", addrIPv4Mapped, false, true},
-        {"::ffff:127.0.0.1", addrIPv4Mapped, false, false},
-        {"::fffe:1.2.3.4", addrReserved, false, false},
-        {"::1:0:0:1", addrReserved, false, false},
-        {"0:0:0:0:1::", addrReserved, false, false},
-        {"100::", addrUnassigned, false, false},
-        {"200::", addrReserved, false, false},
-        {"5ff::", addrReserved, false, false},
-        {"600::", addrUnassigned, false, false},
-        {"fff::", addrUnassigned, false, false},
-        {"1000::", addrUnassigned, false, false},
-        {"2000::", addrGlobalUnicast, false, false},
-        {"2001:db8::1", addrGlobalUnicast, false, false},
-        {"3fff::", addrGlobalUnicast, false, false},
-        {"4000::", addrUnassigned, false, false},
-        {"dfff::", addrUnassigned, false, false},
-        {"efff::", addrUnassigned, false, false},
-        {"f7ff::", addrUnassigned, false, false},
-        {"fbff::", addrUnassigned, false, false},
-        {"fc00::", addrUnassigned, false, true},
-        {"fd00::1", addrUnassigned, false, true},
-        {"fe00::1", addrUnassigned, false, false},
-        {"fe7f::", addrUnassigned, false, false},
-        {"fe80::1", addrLinkLocalUnicast, false, false},
-        {"febf::", addrLinkLocalUnicast, false, false},
-        {"fec0::1", addrSiteLocalUnicast, false, false},
-        {"feff::", addrSiteLocalUnicast, false, false},
-        {"ff02::1", addrMulticast, false, false},
-    };
-    for (const auto& row : rows) {
-        const IPAddress ip = Literal(row.text);
-        EXPECT_EQ(row.type, ip.getIPv6AddressType()) << row.text;
-        EXPECT_EQ(row.loopback, ip.isLoopback()) << row.text;
-        EXPECT_EQ(row.private_net, ip.isPrivateNet()) << row.text;
+        const char* texts;
+    } groups[] = {{addrUnknown, "127.0.0.1 127.0.0.2 9.255.255.255 10.0.0.0 172.15.0.1 172.16.0.1 "
+                                "172.31.255.255 172.32.0.1 192.167.1.1 192.168.255.1 192.169.1.1"},
+                  {addrReserved, ":: ::fffe:1.2.3.4 ::1:0:0:1 0:0:0:0:1:: 200:: 5ff::"},
+                  {addrIPv4Compatible, "::1 ::2 ::10.1.2.3 ::192.0.2.7"},
+                  {addrIPv4Mapped, "::ffff:10.1.2.3 ::ffff:127.0.0.1"},
+                  {addrUnassigned,
+                   "100:: 600:: fff:: 1000:: 4000:: dfff:: efff:: f7ff:: fbff:: fc00:: fd00::1 "
+                   "fe00::1 fe7f::"},
+                  {addrGlobalUnicast, "2000:: 2001:db8::1 3fff::"},
+                  {addrLinkLocalUnicast, "fe80::1 febf::"},
+                  {addrSiteLocalUnicast, "fec0::1 feff::"},
+                  {addrMulticast, "ff02::1"}};
+    for (const auto& group : groups) {
+        for (const std::string& text : Words(group.texts)) {
+            const IPAddress ip = Literal(text.c_str());
+            EXPECT_EQ(group.type, ip.getIPv6AddressType()) << text;
+            EXPECT_EQ(loopback.count(text) == 1, ip.isLoopback()) << text;
+            EXPECT_EQ(private_net.count(text) == 1, ip.isPrivateNet()) << text;
+        }
     }
 }
 
@@ -106,19 +78,17 @@ TEST_F(Address, equals_another_by_host_alone) {
         IPAddress a;
         IPAddress b;
         bool same;
-    } rows[] = {
-        {Literal("192.0.2.7", 0, 25), Literal("192.0.2.7", 0, 587), true},
-        {Literal("192.0.2.7"), Literal("192.0.2.8"), false},
-        {Literal("192.0.2.7"), Literal("::ffff:192.0.2.7"), true},
-        {Literal("::192.0.2.7", 0, 1), Literal("192.0.2.7"), true},
-        {Literal("::ffff:192.0.2.7"), Literal("::192.0.2.7"), false},
-        {Literal("2001:db8::1"), Literal("192.0.2.7"), false},
-        {Literal("0.0.0.0"), Literal("::"), false},
-        {Literal("fe80::1", 2, 1), Literal("fe80::1", 0, 2), true},
-        {Literal("fe80::1", 2), Literal("fe80::1", 2), true},
-        {Literal("fe80::1", 2), Literal("fe80::1", 3), false},
-        {IPAddress(), IPAddress(), false},
-    };
+    } rows[] = {{Literal("192.0.2.7", 0, 25), Literal("192.0.2.7", 0, 587), true},
+                {Literal("192.0.2.7"), Literal("192.0.2.8"), false},
+                {Literal("192.0.2.7"), Literal("::ffff:192.0.2.7"), true},
+                {Literal("::192.0.2.7", 0, 1), Literal("192.0.2.7"), true},
+                {Literal("::ffff:192.0.2.7"), Literal("::192.0.2.7"), false},
+                {Literal("2001:db8::1"), Literal("192.0.2.7"), false},
+                {Literal("0.0.0.0"), Literal("::"), false},
+                {Literal("fe80::1", 2, 1), Literal("fe80::1", 0, 2), true},
+                {Literal("fe80::1", 2), Literal("fe80::1", 2), true},
+                {Literal("fe80::1", 2), Literal("fe80::1", 3), false},
+                {IPAddress(), IPAddress(), false}};
     for (const auto& row : rows) {
         EXPECT_EQ(row.same, row.a.sameIPAddress(row.b)) << Text(row.a) << " " << Text(row.b);
         EXPECT_EQ(row.same, row.b.sameIPAddress(row.a)) << Text(row.b) << " " << Text(row.a);
@@ -216,6 +186,24 @@ TEST_F(AddressWithoutIPv6, has_no_IPv6_text_but_classifies_IPv6_bytes) {
     EXPECT_TRUE(IPAddress(in6addr_loopback).isLoopback());
 }
 
+TEST_F(Address, of_a_socket_is_its_local_address) {
+    Socket socket(SOCK_TCP, false);
+    ASSERT_EQ(0, socket.bind(Literal("127.0.0.1")));
+    const IPAddress local(socket);
+    EXPECT_TRUE(local == 0x7F000001U);
+    EXPECT_NE(0, local.getPortNumber());
+    EXPECT_EQ(sizeof(sockaddr_in), local.get_sockaddr_len());
+    socket.close();
+    EXPECT_FALSE(IPAddress(socket).isValid());
+
+    Socket v6(AF_INET6, SOCK_STREAM, IPPROTO_TCP);
+    if (v6.bind(Literal("::1")) != 0) GTEST_SKIP() << "no IPv6 loopback here";
+    const IPAddress local6(v6);
+    EXPECT_TRUE(local6.sameIPAddress(Literal("::1")));
+    EXPECT_EQ(sizeof(sockaddr_storage), local6.get_sockaddr_len());
+    v6.close();
+}
+
 // Every text in buffers of every size: it fits exactly when there is room for its terminator, and
 // nothing is written beyond the buffer.
 TEST_F(Address, is_written_as_text_that_fits_or_is_refused) {
@@ -224,19 +212,17 @@ TEST_F(Address, is_written_as_text_that_fits_or_is_refused) {
         IPAddress ip;
         bool port, name, scope;
         std::string text;
-    } rows[] = {
-        {Literal("192.0.2.7", 0, 25), false, false, true, "192.0.2.7"},
-        {Literal("192.0.2.7", 0, 25), true, false, false, "192.0.2.7:25"},
-        {Literal("192.0.2.7", 0, 65535), true, true, false, "mail.test:65535"},
-        {Literal("192.0.2.7", 0, 25), false, true, false, "mail.test"},
-        {Literal("fe80::1", 2, 25), true, false, true, "(fe80::1%2):25"},
-        {Literal("fe80::1", 2, 25), true, true, false, "(fe80::1):25"},
-        {Literal("fe80::1", 2, 25), false, false, true, "fe80::1%2"},
-        {Literal("fe80::1", 999, 25), true, false, true, "(fe80::1%999):25"},
-        {Literal("fe80::1", 1000, 25), true, false, true, "(fe80::1):25"},
-        {Literal("::ffff:192.0.2.7"), false, false, true, "::ffff:192.0.2.7"},
-        {Literal("1:2:3:4:5:6:7:8", 0, 1), true, false, true, "(1:2:3:4:5:6:7:8):1"},
-    };
+    } rows[] = {{Literal("192.0.2.7", 0, 25), false, false, true, "192.0.2.7"},
+                {Literal("192.0.2.7", 0, 25), true, false, false, "192.0.2.7:25"},
+                {Literal("192.0.2.7", 0, 65535), true, true, false, "mail.test:65535"},
+                {Literal("192.0.2.7", 0, 25), false, true, false, "mail.test"},
+                {Literal("fe80::1", 2, 25), true, false, true, "(fe80::1%2):25"},
+                {Literal("fe80::1", 2, 25), true, true, false, "(fe80::1):25"},
+                {Literal("fe80::1", 2, 25), false, false, true, "fe80::1%2"},
+                {Literal("fe80::1", 999, 25), true, false, true, "(fe80::1%999):25"},
+                {Literal("fe80::1", 1000, 25), true, false, true, "(fe80::1):25"},
+                {Literal("::ffff:192.0.2.7"), false, false, true, "::ffff:192.0.2.7"},
+                {Literal("1:2:3:4:5:6:7:8", 0, 1), true, false, true, "(1:2:3:4:5:6:7:8):1"}};
     for (const auto& row : rows) {
         for (size_t size = 0; size <= row.text.size() + 2; ++size) {
             std::string buf(size + 8, '#');

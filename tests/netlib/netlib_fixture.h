@@ -8,16 +8,18 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstring>
+#include <iterator>
 #include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "netlib/netutil.h"
 #include "netlib/netutil_internal.h"
+#include "netlib/unixsocket.h"
 
 struct a_fake_system {
     bool ipv6 = true;
@@ -25,7 +27,7 @@ struct a_fake_system {
     std::map<std::string, std::vector<std::string>> hosts;
     /// What gethostbyaddr knows, by IPv4 literal.
     std::map<std::string, std::string> names;
-    std::vector<int> socket_types;
+    int probes = 0;                    // for IPv6
     std::vector<std::string> lookups;  // what reached the resolver, except literals
 };
 inline a_fake_system fake_system;
@@ -33,8 +35,8 @@ inline a_fake_system fake_system;
 namespace fake {
 
 inline int Socket(int domain, int type, int protocol) {
-    fake_system.socket_types.push_back(type);
-    if (domain != AF_INET6) return ::socket(domain, type, protocol);
+    if (domain != AF_INET6) return unix_socket(domain, type, protocol);
+    ++fake_system.probes;
     return fake_system.ipv6 ? open("/dev/null", O_RDONLY | O_CLOEXEC) : -1;
 }
 
@@ -149,6 +151,12 @@ class NetlibWithoutIPv6 : public NetlibTest {
   protected:
     NetlibWithoutIPv6() : NetlibTest(false) {}
 };
+
+/// The words of a text.
+inline std::vector<std::string> Words(const char* text) {
+    std::istringstream stream(text);
+    return {std::istream_iterator<std::string>(stream), {}};
+}
 
 /// The address with its port as text; "invalid" for one that is not valid.
 inline std::string Text(const IPAddress& ip) {

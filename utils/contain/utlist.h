@@ -37,6 +37,7 @@ class c_utils_link : public c_utils_base {
     /// Membership is not part of an element's value: a copy starts outside any list ...
     c_utils_link(const c_utils_link&) : c_utils_base(), next(this), prev(this) {}
     /// ... and an assignment leaves the target where it is.
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): nothing is assigned
     c_utils_link& operator=(const c_utils_link&) { return *this; }
     /// Takes the object out of the list that holds it.
     virtual ~c_utils_link();
