@@ -5,9 +5,10 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
-#include <vector>
+#include <string_view>
 
 #include "extdll/extfn.h"
 #include "host/library.h"
@@ -54,12 +55,17 @@ class CallFrame {
     /// parameter, or text is no number where a number is called for.
     bool set_argument(std::uint32_t number, Value value, std::string& error);
 
+    /// The same for a long value that the caller keeps: `bytes` is not copied and stays readable
+    /// until the frame is gone.
+    bool lend_argument(std::uint32_t number, std::string_view bytes, std::string& error);
+
     /// Called on the procedure's thread after each piece that moves (`moved`: bytes of arguments
     /// read and results written so far), for progress displays.
     std::function<void(std::uint64_t moved)> on_progress;
 
-    /// When set, receives the pieces of the result in place of result(); returning false refuses
-    /// the piece, as a server does that has had enough.
+    /// When set, receives the pieces of the result in place of result(), which then holds an empty
+    /// value once a piece came, or NULL when that is how the procedure ended; returning false
+    /// refuses the piece, as a server does that has had enough. `append` false starts anew.
     std::function<bool(const void* data, std::uint32_t length, bool append)> on_result;
 
     /// Runs the procedure. False, with a sentence in `error` that says what to do, when a required
@@ -77,7 +83,7 @@ class CallFrame {
 
   private:
     struct State;
-    State* _state;
+    std::unique_ptr<State> _state;
 };
 
 }  // namespace host

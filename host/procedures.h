@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "extdll/extfn.h"
@@ -34,26 +35,39 @@ struct Parameter {
 enum class Result {
     None,    ///< nothing that means anything; the values are OUT parameters
     Status,  ///< an int32, 0 for success
-    Bytes    ///< a binary value, or NULL
+    Bytes    ///< a binary value, or NULL for failure; left unset, it is an empty value
+};
+
+/// One status in words, for people.
+struct StatusMeaning {
+    std::int32_t status;
+    std::string_view meaning;
 };
 
 struct Procedure {
     std::string_view name;
     std::string_view summary;  ///< one line, what it does
-    Result result;
+    Result result = Result::None;
 
     /// The parameters by number, from 1. Where `repeats` is not 0, the last row stands for that
     /// many parameters, named by the row's name followed by 1, 2, …
     std::span<const Parameter> parameters;
-    std::uint32_t repeats;
+    std::uint32_t repeats = 0;
 
     /// True for a call that may run long and registers a cancellation record.
-    bool cancellable;
+    bool cancellable = false;
+
+    /// The words of explain_status(): those of single statuses, and those of all others. For a
+    /// procedure without a status `otherwise` says what it means that nothing, or NULL, came back.
+    std::span<const StatusMeaning> statuses = {};
+    std::string_view otherwise;
 
     /// Number of parameters, repeated ones counted.
     [[nodiscard]] std::uint32_t parameter_count() const;
     /// Row that declares parameter `number` (1 … parameter_count()).
     [[nodiscard]] const Parameter& parameter(std::uint32_t number) const;
+    /// The name of parameter `number`: its row's, with 1, 2, … added in a repeated row.
+    [[nodiscard]] std::string parameter_name(std::uint32_t number) const;
     /// Number of the parameter called `name` (case ignored, "value7" for a repeated row), 0 if
     /// none.
     [[nodiscard]] std::uint32_t parameter_number(std::string_view name) const;
@@ -65,8 +79,7 @@ struct Procedure {
 /// The procedure called `name`, case ignored; null when there is none.
 [[nodiscard]] const Procedure* find_procedure(std::string_view name);
 
-/// A status of `procedure` in words ("written", "the command could not be read"), for people. Never
-/// empty.
+/// A status of `procedure` in words ("the whole value was written"), for people. Never empty.
 [[nodiscard]] std::string_view explain_status(const Procedure& procedure, std::int32_t status);
 
 }  // namespace host

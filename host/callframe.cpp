@@ -1,0 +1,335 @@
+#include "host/callframe.h"
+
+#include <sched.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+namespace host {
+
+namespace {
+
+std::optional<std::int32_t> parse_int(std::string_view text) {
+    std::int32_t number = 0;
+    const char* end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, number);
+    if (parsed.ec != std::errc() || parsed.ptr != end) return std::nullopt;
+    return number;
+}
+
+// The record that a running call registered, shared between the call's thread and those that
+// cancel. Lock-free, because a signal handler cancels too.
+class CancelRecord {
+  public:
+    explicit CancelRecord(const Library& library) : _library(library) {}
+    CancelRecord(const CancelRecord&) = delete;
+    CancelRecord& operator=(const CancelRecord&) = delete;
+    ~CancelRecord() { own(nullptr); }
+
+    // Takes a record (or null) in place of the one held, which is freed once nobody uses it: a
+    // canceller raises _users before it looks at the record, so after the exchange either it sees
+    // the new record or this thread sees that it is busy.
+    void own(void* record) {
+        void* old = _record.exchange(record);
+        while (_users.load() != 0) sched_yield();
+        free(old);
+        if (record != nullptr && _cancelled.load()) _library.cancel(record);
+    }
+
+    void cancel() {
+        _cancelled.store(true);
+        _users.fetch_add(1);
+        if (void* record = _record.load()) _library.cancel(record);
+        _users.fetch_sub(1);
+    }
+
+    [[nodiscard]] bool cancelled() const { return _cancelled.load(); }
+
+  private:
+    const Library& _library;
+    std::atomic<void*> _record{nullptr};
+    std::atomic<int> _users{0};
+    std::atomic<bool> _cancelled{false};
+
+    static_assert(std::atomic<void*>::is_always_lock_free);
+    static_assert(std::atomic<int>::is_always_lock_free);
+    static_assert(std::atomic<bool>::is_always_lock_free);
+};
+
+struct Argument {
+    bool given = false;
+    std::string owned;                      // storage of `bytes`, unless they were lent
+    std::optional<std::string_view> bytes;  // empty: NULL; never a null pointer
+
+    void own(std::string value) {
+        owned = std::move(value);
+        lend(owned);
+    }
+    void lend(std::string_view value) {
+        given = true;
+        bytes = value.data() == nullptr ? std::string_view("") : value;
+    }
+    void set_null() {
+        given = true;
+        bytes.reset();
+    }
+};
+
+}  // namespace
+
+std::optional<std::int32_t> Value::as_int() const {
+    std::int32_t number = 0;
+    if (type != EXTFN_TYPE_INT32 || !bytes || bytes->size() != sizeof number) return std::nullopt;
+    memcpy(&number, bytes->data(), sizeof number);
+    return number;
+}
+
+Value Value::number(std::int32_t number) {
+    return {std::string(reinterpret_cast<const char*>(&number), sizeof number), EXTFN_TYPE_INT32};
+}
+
+struct CallFrame::State {
+    State(const Library& its_library, const Procedure& its_procedure, std::uint32_t its_piece_size)
+        : library(its_library), procedure(its_procedure), piece_size(std::max(its_piece_size, 1U)),
+          arguments(its_procedure.parameter_count()), outs(its_procedure.parameter_count()),
+          cancel(its_library) {}
+
+    const Library& library;
+    const Procedure& procedure;
+    const std::uint32_t piece_size;
+    const CallFrame* frame = nullptr;  // whose callbacks a running call uses
+
+    std::vector<Argument> arguments;         // by number - 1; OUT parameters stay NULL
+    std::optional<Value> result;             // number 0
+    std::vector<std::optional<Value>> outs;  // by number - 1
+    std::uint64_t moved = 0;
+    pid_t process = 0;  // that made the call
+    CancelRecord cancel;
+
+    [[nodiscard]] bool exists(std::uint32_t number) const {
+        return number >= 1 && number <= arguments.size();
+    }
+
+    [[nodiscard]] bool is_out(std::uint32_t number) const {
+        return procedure.parameter(number).direction == Direction::Out;
+    }
+
+    Argument* in_parameter(std::uint32_t number, std::size_t length, std::string& error);
+    [[nodiscard]] std::string describe(std::uint32_t number) const;
+    [[nodiscard]] bool complete(std::string& error) const;
+
+    bool read(std::uint32_t number, an_extfn_value& value);
+    bool read_on(std::uint32_t number, std::uint32_t offset, an_extfn_value& value);
+    void fill(std::uint32_t number, std::uint32_t offset, an_extfn_value& value);
+    bool write(std::uint32_t number, const an_extfn_value& value, bool append);
+    bool write_to(std::optional<Value>& slot, const an_extfn_value& value, bool append);
+    bool write_result(const an_extfn_value& value, bool append);
+    void note_moved(std::uint32_t bytes);
+    void end_stray_child() const;
+};
+
+std::string CallFrame::State::describe(std::uint32_t number) const {
+    std::string text(procedure.name);
+    text +=
+        ": parameter " + std::to_string(number) + " (" + procedure.parameter_name(number) + ") ";
+    return text;
+}
+
+Argument* CallFrame::State::in_parameter(std::uint32_t number, std::size_t length,
+                                         std::string& error) {
+    if (!exists(number)) {
+        error = std::string(procedure.name) + " takes " + std::to_string(arguments.size()) +
+                (arguments.size() == 1 ? " parameter" : " parameters") +
+                ", there is no parameter " + std::to_string(number);
+        return nullptr;
+    }
+    if (is_out(number)) {
+        error = describe(number) + "is an OUT parameter, it takes no value";
+        return nullptr;
+    }
+    if (length > UINT32_MAX) {
+        error = describe(number) + "takes less than 4 GiB";
+        return nullptr;
+    }
+    return &arguments[number - 1];
+}
+
+bool CallFrame::State::complete(std::string& error) const {
+    for (std::uint32_t number = 1; number <= arguments.size(); ++number) {
+        if (is_out(number) || arguments[number - 1].given) continue;
+        error = describe(number) + "is missing; give " +
+                std::string(procedure.parameter(number).meaning);
+        return false;
+    }
+    return true;
+}
+
+bool CallFrame::State::read(std::uint32_t number, an_extfn_value& value) {
+    if (!exists(number)) return false;
+    value = {};
+    value.type = procedure.parameter(number).type;
+    if (arguments[number - 1].bytes) fill(number, 0, value);
+    return true;
+}
+
+bool CallFrame::State::read_on(std::uint32_t number, std::uint32_t offset, an_extfn_value& value) {
+    if (!exists(number)) return false;
+    const std::optional<std::string_view>& bytes = arguments[number - 1].bytes;
+    // There is no piece behind the end: a procedure could ask for an empty one for ever.
+    if (!bytes || offset >= bytes->size()) return false;
+    value.type = procedure.parameter(number).type;
+    fill(number, offset, value);
+    return true;
+}
+
+// A number is one piece, whatever the size of pieces.
+void CallFrame::State::fill(std::uint32_t number, std::uint32_t offset, an_extfn_value& value) {
+    const std::string_view bytes = *arguments[number - 1].bytes;
+    const auto length = static_cast<std::uint32_t>(bytes.size());
+    const bool whole = value.type == EXTFN_TYPE_INT32;
+    value.data = const_cast<char*>(bytes.data() + offset);
+    value.piece_len = whole ? length - offset : std::min(piece_size, length - offset);
+    value.total_len = length;
+    note_moved(value.piece_len);
+}
+
+bool CallFrame::State::write(std::uint32_t number, const an_extfn_value& value, bool append) {
+    end_stray_child();
+    const bool taken =
+        number == 0 ? write_result(value, append)
+                    : exists(number) && is_out(number) && write_to(outs[number - 1], value, append);
+    if (taken) note_moved(value.data != nullptr ? value.piece_len : 0);
+    return taken;
+}
+
+bool CallFrame::State::write_to(std::optional<Value>& slot, const an_extfn_value& value,
+                                bool append) {
+    if (value.data == nullptr) {
+        slot = Value::null(value.type);
+        return true;
+    }
+    const auto* data = static_cast<const char*>(value.data);
+    if (!append) {
+        slot = Value::text(std::string(data, value.piece_len), value.type);
+        return true;
+    }
+    if (!slot || slot->is_null()) return false;
+    slot->bytes->append(data, value.piece_len);
+    return true;
+}
+
+bool CallFrame::State::write_result(const an_extfn_value& value, bool append) {
+    if (!frame->on_result || value.data == nullptr) return write_to(result, value, append);
+    if (append && (!result || result->is_null())) return false;
+    result = Value::text({}, value.type);
+    return frame->on_result(value.data, value.piece_len, append);
+}
+
+void CallFrame::State::note_moved(std::uint32_t bytes) {
+    moved += bytes;
+    if (frame->on_progress) frame->on_progress(moved);
+}
+
+// A child that could not execute its program comes back out of the procedure as a second copy of
+// this process. It must not go on as one.
+void CallFrame::State::end_stray_child() const {
+    if (getpid() != process) _exit(127);
+}
+
+CallFrame::CallFrame(const Library& library, const Procedure& procedure, std::int32_t connection,
+                     std::uint32_t piece_size)
+    : _state(std::make_unique<State>(library, procedure, piece_size)) {
+    _state->frame = this;
+    for (std::uint32_t number = 1; number <= _state->arguments.size(); ++number) {
+        Argument& argument = _state->arguments[number - 1];
+        const Absent absent = procedure.parameter(number).absent;
+        if (absent == Absent::Null) argument.set_null();
+        if (absent == Absent::Connection) argument.own(*Value::number(connection).bytes);
+    }
+}
+
+CallFrame::~CallFrame() = default;
+
+bool CallFrame::set_argument(std::uint32_t number, Value value, std::string& error) {
+    Argument* argument = _state->in_parameter(number, value.bytes ? value.bytes->size() : 0, error);
+    if (argument == nullptr) return false;
+    if (value.is_null()) {
+        argument->set_null();
+        return true;
+    }
+    const std::optional<std::int32_t> given = value.as_int();
+    if (_state->procedure.parameter(number).type != EXTFN_TYPE_INT32) {
+        argument->own(given ? std::to_string(*given) : std::move(*value.bytes));
+        return true;
+    }
+    const std::optional<std::int32_t> wanted = given ? given : parse_int(*value.bytes);
+    if (!wanted) {
+        error = _state->describe(number) + "takes a whole number from -2147483648 to 2147483647";
+        return false;
+    }
+    argument->own(*Value::number(*wanted).bytes);
+    return true;
+}
+
+bool CallFrame::lend_argument(std::uint32_t number, std::string_view bytes, std::string& error) {
+    Argument* argument = _state->in_parameter(number, bytes.size(), error);
+    if (argument == nullptr) return false;
+    if (_state->procedure.parameter(number).type == EXTFN_TYPE_INT32)
+        return set_argument(number, Value::text(std::string(bytes), EXTFN_TYPE_STRING), error);
+    argument->lend(bytes);
+    return true;
+}
+
+bool CallFrame::call(std::string& error) {
+    an_extfn_proc* procedure = _state->library.procedure(_state->procedure.name);
+    if (procedure == nullptr) {
+        error = "the library does not export " + std::string(_state->procedure.name) +
+                "; use a library and a host of one build";
+        return false;
+    }
+    if (!_state->complete(error)) return false;
+
+    an_extfn_api api = {
+        .get_value = [](void* handle, std::uint32_t number, an_extfn_value* value) -> std::int16_t {
+            return static_cast<State*>(handle)->read(number, *value) ? 1 : 0;
+        },
+        .get_piece = [](void* handle, std::uint32_t number, an_extfn_value* value,
+                        std::uint32_t offset) -> std::int16_t {
+            return static_cast<State*>(handle)->read_on(number, offset, *value) ? 1 : 0;
+        },
+        .set_value = [](void* handle, std::uint32_t number, an_extfn_value* value,
+                        std::int16_t append) -> std::int16_t {
+            return static_cast<State*>(handle)->write(number, *value, append != 0) ? 1 : 0;
+        },
+        .set_cancel = [](void* handle,
+                         void* record) { static_cast<State*>(handle)->cancel.own(record); },
+    };
+    _state->process = getpid();
+    procedure(&api, _state.get());
+    _state->end_stray_child();
+    _state->cancel.own(nullptr);
+    return true;
+}
+
+void CallFrame::cancel() {
+    _state->cancel.cancel();
+}
+
+bool CallFrame::cancelled() const {
+    return _state->cancel.cancelled();
+}
+
+const std::optional<Value>& CallFrame::result() const {
+    return _state->result;
+}
+
+const std::optional<Value>& CallFrame::out(std::uint32_t number) const {
+    return _state->outs[number - 1];
+}
+
+}  // namespace host

@@ -1,0 +1,96 @@
+"""xpcall as people use it.
+
+    xpcall_test.py XPCALL LIBRARY
+"""
+import os
+import re
+import signal
+import subprocess
+import sys
+import tempfile
+import unittest
+
+XPCALL, LIBRARY = (os.path.abspath(path) for path in sys.argv[1:3])
+
+
+class Xpcall(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+        self.environment = {**os.environ, "QUOREL_LIBRARY": LIBRARY}
+
+    def start(self, *arguments):
+        return subprocess.Popen([XPCALL, *arguments], cwd=self.folder, env=self.environment,
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+
+    def check(self, arguments, status, output, note=b""):
+        """`output` is standard output to the byte, `note` a pattern for all of standard error."""
+        process = self.start(*arguments)
+        out, err = process.communicate(timeout=60)
+        self.assertEqual(out, output, arguments)
+        self.assertRegex(err, b"(?s)^" + note + b"$", arguments)
+        self.assertEqual(process.returncode, status, arguments)
+
+    def test_files_pass_through_unchanged(self):
+        data = bytes(range(256)) * 300 + b"\0"
+        with open(os.path.join(self.folder, "in"), "wb") as file:
+            file.write(data)
+        for piece in "1", "32768", "4000000000":
+            self.check(["--piece", piece, "xp_write_file", "copy", "@in"], 0,
+                       b"status 0: the whole value was written\n")
+            self.check(["xp_read_file", "copy"], 0, data, b"76801 bytes\n")
+        self.check(["xp_read_file", "/dev/null"], 0, b"", b"0 bytes\n")
+        self.check(["xp_read_file", "missing"], 1, b"",
+                   b"xpcall: xp_read_file gave NULL: it cannot be opened or read.*")
+        self.check(["xp_write_file", "copy", "null"], 1,
+                   b"status 1: not written: the file cannot be opened, the contents are empty, "
+                   b"or a value is NULL\n")
+
+    def test_values_and_statuses_come_on_standard_output(self):
+        self.check(["xp_sprintf", "out", "%s%%%s", "int:-7", "text:null"], 0, b"text = -7%null\n")
+        self.check(["xp_sprintf", "out", "%d", "1"], 1, b"text is NULL\n", b"xpcall: .* no value.*")
+        self.check(["xp_scanf", "12 abc", "%s %s", "out", "out", "out"], 0,
+                   b"value1 = 12\nvalue2 = abc\nvalue3 is NULL\n")
+        self.check(["xp_scanf", "x", "y%s"], 1, b"", b"xpcall: .*does not match.*")
+        self.check(["xp_cmdshell", "echo hello; exit 3", "null"], 1,
+                   b"hello\nstatus 3: the command ended with this exit status\n")
+        self.check(["--piece", "1", "xp_cmdshell", "./missing"], 1,
+                   b"status 127: the command ended with exit status 127: not found\n", b".*")
+        self.check(["xp_cmdshell", "true"], 0, b"status 0: the command succeeded\n")
+
+    def test_says_what_to_do_about_a_bad_call(self):
+        for arguments, note in (
+                ([], b"xpcall calls one procedure.*"),
+                (["--piece", "0", "xp_cmdshell", "true"], b"xpcall: --piece takes a number.*"),
+                (["--colour"], b".*Try xpcall --help.\n"),
+                (["xp_nothing"], b"xpcall: there is no procedure xp_nothing; xpcall --list .*"),
+                (["xp_write_file", "f"], b"xpcall: xp_write_file: parameter 2 .contents. is missing;.*"),
+                (["xp_read_file", "f", "g"], b"xpcall: .* takes 1 parameter, there is no parameter 2\n"),
+                (["xp_sprintf", "%s", "a"], b"xpcall: .* is an OUT parameter; write out in .*"),
+                (["xp_read_file", "out"], b"xpcall: argument 1 .* is not an OUT parameter; .*"),
+                (["xp_write_file", "f", "@missing"], b"xpcall: cannot read missing: No such file.*"),
+                (["xp_cmdshell", "int:1.5"], b"xpcall: int: takes a whole number.*"),
+                (["--lib", "/missing.so", "xp_cmdshell", "true"],
+                 b"xpcall: cannot load /missing.so: .*; build it with tools/demo or name it with --lib\n")):
+            self.check(arguments, 2, b"", note)
+
+    def test_control_c_cancels_the_running_command(self):
+        process = self.start("xp_cmdshell", "echo running; exec sleep 60")
+        self.assertEqual(process.stdout.readline(), b"running\n")
+        process.send_signal(signal.SIGINT)
+        out, err = process.communicate(timeout=30)
+        self.assertRegex(out, rb"^status 2: .* was killed, .*\n$")
+        self.assertEqual(err, b"cancelled\n")
+        self.assertEqual(process.returncode, 1)
+
+    def test_describes_every_procedure_of_the_library(self):
+        listed = subprocess.run([XPCALL, "--list"], capture_output=True, text=True, timeout=60).stdout
+        symbols = subprocess.run(["nm", "-D", "--defined-only", LIBRARY], capture_output=True,
+                                 text=True, timeout=60).stdout
+        self.assertEqual(set(re.findall(r"^(xp_\w+):", listed, re.M)),
+                         set(re.findall(r" T (xp_\w+)$", symbols, re.M)))
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])

@@ -1,0 +1,143 @@
+/* A procedure library whose procedures try out the host's side of the call frame. Their parameters:
+ * 1 IN, 2 OUT. */
+
+#include <semaphore.h>
+#include <signal.h>
+#include <stdatomic.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "extdll/extfn.h"
+
+#ifndef FAKE_VERSION
+#define FAKE_VERSION EXTFN_API_VERSION
+#endif
+
+#define EXPORT __attribute__((visibility("default")))
+
+typedef struct a_wait {
+    sem_t cancelled;
+    int lingers;        /* a canceller is still busy with the record after the call was woken */
+    atomic_int touched; /* what it is busy with */
+} a_wait;
+
+static atomic_int cancels;
+
+uint32_t extfn_use_new_api(void) {
+    return FAKE_VERSION;
+}
+
+void extfn_cancel(void* cancel_handle) {
+    a_wait* const record = cancel_handle;
+    const int lingers = record->lingers;
+    atomic_fetch_add(&cancels, 1);
+    sem_post(&record->cancelled);
+    if (lingers) usleep(2000);
+    atomic_store(&record->touched, 1);
+}
+
+static int16_t set(an_extfn_api* api, void* handle, uint32_t number, const char* text,
+                   int16_t append) {
+    an_extfn_value value = {.data = (void*)text, .type = EXTFN_TYPE_STRING};
+    if (text != NULL) value.piece_len = (uint32_t)strlen(text);
+    return api->set_value(handle, number, &value, append);
+}
+
+static void set_status(an_extfn_api* api, void* handle, int32_t status) {
+    an_extfn_value value = {.data = &status, .piece_len = sizeof status, .type = EXTFN_TYPE_INT32};
+    api->set_value(handle, 0, &value, 0);
+}
+
+static a_wait* new_wait(int lingers) {
+    a_wait* const record = malloc(sizeof *record);
+    if (record == NULL || sem_init(&record->cancelled, 0, 0) != 0) abort();
+    record->lingers = lingers;
+    atomic_init(&record->touched, 0);
+    return record;
+}
+
+/* Hands argument 1 back piece by piece as the result, and the lengths of the pieces as value 2. */
+EXPORT void fake_trace(an_extfn_api* api, void* handle) {
+    an_extfn_value value;
+    char lengths[256] = "";
+    if (api->get_value(handle, 1, &value) == 0) return;
+    if (value.data == NULL) {
+        set(api, handle, 2, "NULL", 0);
+        return;
+    }
+    uint32_t offset = 0;
+    int16_t more = 1;
+    while (more != 0) {
+        const size_t used = strlen(lengths);
+        snprintf(lengths + used, sizeof lengths - used, "%u/%u ", value.piece_len, value.total_len);
+        if (api->set_value(handle, 0, &value, offset > 0) == 0) break;
+        offset += value.piece_len;
+        more = api->get_piece(handle, 1, &value, offset);
+    }
+    set(api, handle, 2, lengths, 0);
+}
+
+/* Does what a host must refuse, and one thing that it must not, with a digit for each; value 2 is
+ * started over for them, in pieces and from memory that is reused at once. */
+EXPORT void fake_probe(an_extfn_api* api, void* handle) {
+    an_extfn_value value;
+    const int16_t answers[] = {
+        api->get_value(handle, 0, &value),    api->get_value(handle, 3, &value),
+        api->get_piece(handle, 1, &value, 4), set(api, handle, 1, "x", 0),
+        set(api, handle, 3, "x", 0),          set(api, handle, 0, "x", 1),
+        set(api, handle, 0, NULL, 0),         set(api, handle, 0, "x", 1)};
+    char digits[] = "00000000";
+    set(api, handle, 2, "old", 0);
+    set(api, handle, 2, digits, 1);
+    for (size_t i = 0; i < sizeof answers / sizeof *answers; ++i)
+        if (answers[i] != 0) digits[i] = '1';
+    set(api, handle, 2, digits, 0);
+    memcpy(digits, "the end!", 8);
+    set(api, handle, 2, digits, 1);
+    memcpy(digits, "reused!!", 8);
+}
+
+/* Tells through value 2 that it can be cancelled, and waits until it is. */
+EXPORT void fake_wait(an_extfn_api* api, void* handle) {
+    a_wait* const record = new_wait(1);
+    api->set_cancel(handle, record);
+    set(api, handle, 2, "ready", 0);
+    sem_wait(&record->cancelled);
+    set_status(api, handle, 2);
+}
+
+/* Registers two records and leaves. */
+EXPORT void fake_brief(an_extfn_api* api, void* handle) {
+    api->set_cancel(handle, new_wait(0));
+    api->set_cancel(handle, new_wait(0));
+    set_status(api, handle, 0);
+}
+
+EXPORT void fake_cancels(an_extfn_api* api, void* handle) {
+    set_status(api, handle, atomic_load(&cancels));
+}
+
+/* Gives the exit status of a child that goes on as a second copy of the caller: it hands over a
+ * value, or, when argument 1 is not NULL, just returns. */
+EXPORT void fake_fork(an_extfn_api* api, void* handle) {
+    an_extfn_value how;
+    int status = 0;
+    if (api->get_value(handle, 1, &how) == 0) return;
+    const pid_t child = fork();
+    if (child == 0) {
+        if (how.data == NULL) set_status(api, handle, 1);
+        return;
+    }
+    waitpid(child, &status, 0);
+    set_status(api, handle, WIFEXITED(status) ? WEXITSTATUS(status) : -1);
+}
+
+/* 1 when the thread that it runs on lets no signal in. */
+EXPORT void xp_cmdshell(an_extfn_api* api, void* handle) {
+    sigset_t blocked;
+    pthread_sigmask(SIG_SETMASK, NULL, &blocked);
+    set_status(api, handle, sigismember(&blocked, SIGINT) && sigismember(&blocked, SIGALRM));
+}

@@ -1,0 +1,30 @@
+#ifndef QUOREL_TESTS_HOST_FAKEPROCEDURE_H
+#define QUOREL_TESTS_HOST_FAKEPROCEDURE_H
+
+#include <gtest/gtest.h>
+
+#include "host/callframe.h"
+
+/// The declaration of one of fakelib's procedures.
+struct FakeProcedure : host::Procedure {
+    explicit FakeProcedure(std::string_view its_name, host::Absent absent = host::Absent::Null,
+                           a_sql_data_type type = EXTFN_TYPE_STRING)
+        : Procedure{}, rows{{"value", host::Direction::In, type, absent, "a value"},
+                            {"text", host::Direction::Out, EXTFN_TYPE_STRING, host::Absent::Null,
+                             ""}} {
+        name = its_name;
+        parameters = rows;
+    }
+    FakeProcedure(const FakeProcedure&) = delete;
+
+    host::Parameter rows[2];
+};
+
+inline const host::Library& fake_library() {
+    static std::string error;
+    static const host::Library library = host::Library::load(FAKE_LIBRARY, error);
+    EXPECT_EQ(error, "");
+    return library;
+}
+
+#endif
