@@ -1,0 +1,31 @@
+#ifndef QUOREL_HOST_SQLITE_FUNCTIONS_H
+#define QUOREL_HOST_SQLITE_FUNCTIONS_H
+
+/// The procedures as SQL functions of a SQLite connection.
+
+#include <cstdint>
+
+#include "host/library.h"
+
+struct sqlite3;
+
+/// Gives `db` every procedure of host/procedures.h as an SQL function of the same name. The SQL
+/// arguments stand for the IN parameters in order; trailing ones that need not be given may be left
+/// out, and the connection number is never given: it is `connection`.
+///
+///  - A procedure with a status returns it as an integer, one that returns bytes a BLOB or NULL.
+///  - A procedure with one OUT parameter returns that value as text.
+///  - A procedure with repeated OUT parameters is a table-valued function with one row for each
+///    value that is not NULL, in the column `value`.
+///
+/// The functions work only in top-level SQL (SQLITE_DIRECTONLY): a view or trigger of a database
+/// file cannot call them. sqlite3_interrupt ends a running command or a read.
+///
+/// `library` is not owned and outlives the connection. Returns SQLITE_OK or SQLite's error code.
+int quorel_sqlite_register(sqlite3* db, const host::Library& library, std::int32_t connection);
+
+/// A connection number that nobody in this process has: 1, 2, … (0 is the default mail session's).
+/// Safe on any thread.
+std::int32_t quorel_sqlite_next_connection();
+
+#endif

@@ -1,0 +1,94 @@
+#include "host/sqlite/interruptible.h"
+
+#include <pthread.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
+#include <mutex>
+
+namespace host {
+
+namespace {
+
+// How long an interrupt may go unnoticed.
+constexpr std::chrono::milliseconds probe_interval(25);
+
+class Worker {
+  public:
+    explicit Worker(CallFrame& frame) : _frame(frame) {}
+
+    bool start() {
+        // A new thread inherits the signal mask. The program's handlers must run on its own
+        // threads.
+        sigset_t all;
+        sigset_t before;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &before);
+        const int failure = pthread_create(&_thread, nullptr, &Worker::run, this);
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
+        return failure == 0;
+    }
+
+    // True when the call has ended within the interval.
+    bool ended_within(std::chrono::milliseconds interval) {
+        std::unique_lock lock(_mutex);
+        return _changed.wait_for(lock, interval, [this] { return _ended; });
+    }
+
+    bool join(std::string& error) {
+        pthread_join(_thread, nullptr);
+        error = std::move(_error);
+        return _called;
+    }
+
+  private:
+    static void* run(void* self) {
+        auto& worker = *static_cast<Worker*>(self);
+        worker._called = worker._frame.call(worker._error);
+        const std::lock_guard lock(worker._mutex);
+        worker._ended = true;
+        worker._changed.notify_one();
+        return nullptr;
+    }
+
+    CallFrame& _frame;
+    pthread_t _thread{};
+    bool _called = false;  // with _error: the thread's until it is joined
+    std::string _error;
+    std::mutex _mutex;
+    std::condition_variable _changed;
+    bool _ended = false;  // guarded by _mutex
+};
+
+}  // namespace
+
+InterruptProbe::InterruptProbe(sqlite3* db)
+    : _interrupted(sqlite3_prepare_v2(db, "SELECT 1", -1, &_statement, nullptr) ==
+                   SQLITE_INTERRUPT) {}
+
+InterruptProbe::~InterruptProbe() {
+    sqlite3_finalize(_statement);
+}
+
+bool InterruptProbe::interrupted() {
+    if (_interrupted || _statement == nullptr) return _interrupted;
+    _interrupted = sqlite3_step(_statement) == SQLITE_INTERRUPT;
+    sqlite3_reset(_statement);
+    return _interrupted;
+}
+
+bool call_interruptibly(sqlite3* db, CallFrame& frame, std::string& error) {
+    Worker worker(frame);
+    if (!worker.start()) return frame.call(error);
+
+    InterruptProbe probe(db);
+    while (!worker.ended_within(probe_interval)) {
+        if (!probe.interrupted()) continue;
+        frame.cancel();
+        break;
+    }
+    return worker.join(error);
+}
+
+}  // namespace host

@@ -1,0 +1,39 @@
+#ifndef QUOREL_HOST_SQLITE_INTERRUPTIBLE_H
+#define QUOREL_HOST_SQLITE_INTERRUPTIBLE_H
+
+/// sqlite3_interrupt while a procedure runs.
+
+#include <string>
+
+#include "host/callframe.h"
+#include "host/sqlite/sqliteapi.h"
+
+namespace host {
+
+/// Tells whether the statement that calls a function has been interrupted. SQLite 3.41 can be
+/// asked; older ones tell it by interrupting every statement of the connection, so a trivial one is
+/// stepped. For the thread that runs the statement, while it runs.
+class InterruptProbe {
+  public:
+    explicit InterruptProbe(sqlite3* db);
+    InterruptProbe(const InterruptProbe&) = delete;
+    InterruptProbe& operator=(const InterruptProbe&) = delete;
+    ~InterruptProbe();
+
+    /// True once the statement is interrupted, and from then on.
+    bool interrupted();
+
+  private:
+    sqlite3_stmt* _statement = nullptr;
+    bool _interrupted = false;
+};
+
+/// Runs the call on a thread of its own, with every signal blocked there, and cancels it when `db`
+/// is interrupted. Returns what CallFrame::call returned, after the call has ended in any case;
+/// frame.cancelled() tells of an interrupt. The connection is used by the calling thread alone.
+/// Where no thread can be had, the call runs on the calling thread and is not interrupted.
+bool call_interruptibly(sqlite3* db, CallFrame& frame, std::string& error);
+
+}  // namespace host
+
+#endif

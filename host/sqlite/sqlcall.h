@@ -1,0 +1,45 @@
+#ifndef QUOREL_HOST_SQLITE_SQLCALL_H
+#define QUOREL_HOST_SQLITE_SQLCALL_H
+
+/// What scalar and table-valued functions share: from SQL arguments to a finished call.
+
+#include <span>
+#include <string>
+#include <vector>
+
+#include "host/callframe.h"
+#include "host/procedures.h"
+#include "host/sqlite/sqliteapi.h"
+
+namespace host {
+
+/// One procedure as an SQL function of one connection. `library` and `procedure` are not owned.
+struct SqlFunction {
+    const Library* library;
+    const Procedure* procedure;
+    std::int32_t connection;
+
+    /// True where the values come back as rows: the OUT parameters repeat.
+    [[nodiscard]] bool is_table() const;
+    /// The parameters that an SQL caller gives, in order: numbers for CallFrame::set_argument.
+    [[nodiscard]] std::vector<std::uint32_t> arguments() const;
+    /// How many of them must be given.
+    [[nodiscard]] std::size_t required() const;
+    /// How it is called: "xp_cmdshell(command [, output])".
+    [[nodiscard]] std::string signature() const;
+    /// What to tell a caller that gave this many arguments.
+    [[nodiscard]] std::string wrong_count(std::size_t given) const;
+};
+
+/// Runs the function's procedure in `frame` with these SQL arguments, whose bytes it uses in place,
+/// so the values must outlive the frame unchanged. SQLITE_OK; SQLITE_INTERRUPT when the statement
+/// was interrupted; SQLITE_NOMEM; or SQLITE_ERROR with a sentence in `error` that says what to do.
+int run_sql_call(sqlite3* db, const SqlFunction& function, CallFrame& frame,
+                 std::span<sqlite3_value* const> values, std::string& error);
+
+/// The module behind a function with is_table(). SQLite owns the copy of `function` from then on.
+int register_table_function(sqlite3* db, const SqlFunction& function);
+
+}  // namespace host
+
+#endif
