@@ -81,7 +81,6 @@ TextArgument::Outcome TextArgument::read(const ExternalCall& call, uint32 number
 }
 
 TextArgument::Outcome TextArgument::join(ArgumentPieces& pieces) {
-    _type = pieces.type();
     const uint64 whole = std::max(pieces.total_length(), pieces.length());
     if (!reserve(whole)) return Outcome::NoMemory;
     uint64 held = 0;

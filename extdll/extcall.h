@@ -108,7 +108,7 @@ class TextArgument {
     /// The terminated text, owned by this object; bytes after an embedded zero are there but a C
     /// string ends at it. Null before a successful read.
     [[nodiscard]] const char* text() const { return _text; }
-    /// The argument's declared type, known unless the outcome was Missing.
+    /// The argument's declared type, known after a read() that was not Missing.
     [[nodiscard]] a_sql_data_type type() const { return _type; }
 
   private:

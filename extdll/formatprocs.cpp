@@ -3,6 +3,8 @@
 
 #include <cstdio>
 #include <cstring>
+#include <span>
+#include <utility>
 
 #include "extdll/extcall.h"
 #include "extdll/printformat.h"

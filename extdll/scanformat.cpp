@@ -1,5 +1,7 @@
 #include "extdll/scanformat.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -18,14 +20,17 @@ enum class Verdict {
 /// One directive after its "%", in the order in which scanf(3) takes its parts.
 struct Directive {
     int position = 0;  // 0: the next buffer
-    bool suppressed = false;
+    std::string_view flags;
     int width = 0;  // 0: none
-    std::string_view modifiers;
+    std::string_view modifier;
     char conversion = '\0';
     std::string_view set;  // of a "[": the characters up to and with the "]"
 
     [[nodiscard]] bool stores_characters() const {
         return conversion == 's' || conversion == 'c' || conversion == '[';
+    }
+    [[nodiscard]] bool needs_buffer() const {
+        return conversion != '%' && flags.find('*') == flags.npos;
     }
 };
 
@@ -39,15 +44,25 @@ bool take_set(std::string_view& rest, std::string_view* set) {
     return true;
 }
 
+// Takes one length modifier, the longest that is there.
+std::string_view take_modifier(std::string_view& rest) {
+    for (const std::string_view modifier : {"hh", "h", "ll", "l", "q", "L", "j", "z", "t"}) {
+        if (!rest.starts_with(modifier)) continue;
+        rest.remove_prefix(modifier.size());
+        return modifier;
+    }
+    return {};
+}
+
 Verdict parse_directive(std::string_view& rest, Directive* directive) {
     if (take_position(rest, &directive->position)) {
         if (directive->position < 1 || directive->position > ScanFormat::buffers) {
             return Verdict::Refuse;
         }
     }
-    directive->suppressed = take_any_of(rest, "*'I").find('*') != std::string_view::npos;
+    directive->flags = take_any_of(rest, "*'I");
     directive->width = take_number(rest);
-    directive->modifiers = take_any_of(rest, "hlqLjztmw");
+    directive->modifier = take_modifier(rest);
     if (rest.empty()) return Verdict::Stop;
     directive->conversion = rest.front();
     rest.remove_prefix(1);
@@ -56,21 +71,24 @@ Verdict parse_directive(std::string_view& rest, Directive* directive) {
 }
 
 Verdict judge(const Directive& directive) {
-    constexpr std::string_view numbers = "diouxXeEfFgGaApn";
-    const bool wide = directive.conversion == 'S' || directive.conversion == 'C';
-    if (directive.modifiers.find('m') != std::string_view::npos || wide) return Verdict::Refuse;
+    constexpr std::string_view allocating_or_wide = "mSC";
+    constexpr std::string_view harmless = "diouxXeEfFgGaApn%";  // numbers store a few bytes
+    const auto is_one_of = [&](std::string_view set) {
+        return set.find(directive.conversion) != set.npos;
+    };
+    if (is_one_of(allocating_or_wide)) return Verdict::Refuse;
     if (directive.stores_characters()) {
         // Every modifier but "h" makes the C library store wide characters.
-        const bool narrow = directive.modifiers.find_first_not_of('h') == std::string_view::npos;
-        return narrow ? Verdict::Copy : Verdict::Refuse;
+        if (directive.modifier == "hh") return Verdict::Stop;
+        return directive.modifier.empty() || directive.modifier == "h" ? Verdict::Copy
+                                                                       : Verdict::Refuse;
     }
-    return numbers.find(directive.conversion) == std::string_view::npos ? Verdict::Stop
-                                                                        : Verdict::Copy;
+    return is_one_of(harmless) ? Verdict::Copy : Verdict::Stop;
 }
 
 // The width that keeps a directive inside its buffer; 0 for none.
 int safe_width(const Directive& directive) {
-    if (!directive.stores_characters() || directive.suppressed) return directive.width;
+    if (!directive.stores_characters() || !directive.needs_buffer()) return directive.width;
     if (directive.width == 0) return directive.conversion == 'c' ? 0 : ScanFormat::longest_value;
     return std::min(directive.width, ScanFormat::longest_value);
 }
@@ -85,13 +103,14 @@ class FormatWriter {
 
     void put(const Directive& directive) {
         put('%');
+        if (directive.conversion == '%') return put('%');
         if (directive.position != 0) {
             put_number(directive.position);
             put('$');
         }
-        if (directive.suppressed) put('*');
+        put(directive.flags);
         if (const int width = safe_width(directive); width != 0) put_number(width);
-        if (!directive.stores_characters()) put(directive.modifiers);
+        if (!directive.stores_characters()) put(directive.modifier);
         put(directive.conversion);
         put(directive.set);
     }
@@ -114,16 +133,12 @@ Verdict write_safe_format(std::string_view rest, FormatWriter& out) {
             out.put(c);
             continue;
         }
-        if (take_char(rest, '%')) {
-            out.put("%%");
-            continue;
-        }
         Directive directive;
         if (const Verdict verdict = parse_directive(rest, &directive); verdict != Verdict::Copy) {
             return verdict;
         }
         if (const Verdict verdict = judge(directive); verdict != Verdict::Copy) return verdict;
-        if (!directive.suppressed && ++stored > ScanFormat::buffers) return Verdict::Refuse;
+        if (directive.needs_buffer() && ++stored > ScanFormat::buffers) return Verdict::Refuse;
         out.put(directive);
     }
     return Verdict::Stop;
@@ -131,20 +146,24 @@ Verdict write_safe_format(std::string_view rest, FormatWriter& out) {
 
 }  // namespace
 
-ScanFormat::ScanFormat(const char* format) : _text(nullptr) {
-    // A directive of two characters grows by at most the three digits of its new width.
+ScanFormat::ScanFormat(const char* format) {
+    // A directive of two characters grows by at most the three digits of its new width, so none
+    // grows to more than three times its length.
     const std::size_t length = strlen(format);
     if (length > (SIZE_MAX - 1) / 3) return;
-    auto* const text = static_cast<char*>(calloc(length * 3 + 1, 1));
+    const std::size_t size = length * 3 + 1;
+    char* const text = size <= inline_size ? _inline : static_cast<char*>(malloc(size));
     if (text == nullptr) return;
     FormatWriter out(text);
+    _text = text;
     if (write_safe_format(format, out) == Verdict::Refuse) {
-        free(text);
+        if (text != _inline) free(text);
+        _text = nullptr;
         return;
     }
-    _text = text;
+    out.put('\0');
 }
 
 ScanFormat::~ScanFormat() {
-    free(_text);
+    if (_text != _inline) free(_text);
 }

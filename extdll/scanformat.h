@@ -28,7 +28,11 @@ class ScanFormat {
     [[nodiscard]] const char* text() const { return _text; }
 
   private:
-    char* _text;
+    // Room for what a format of 255 characters may turn into, so that most need no allocation.
+    static constexpr std::size_t inline_size = 3 * 255 + 1;
+
+    char* _text = nullptr;
+    char _inline[inline_size];
 };
 
 #endif

@@ -25,12 +25,12 @@ void check(bool holds) {
     if (!holds) std::abort();
 }
 
-// Numbers beyond this make the C library write padding for minutes.
-bool has_large_number(const std::string& format) {
+// True if a number in the format has more digits than these.
+bool has_number_beyond(std::size_t most_digits, const std::string& format) {
     std::size_t digits = 0;
     return std::any_of(format.begin(), format.end(), [&](char c) {
         digits = c >= '0' && c <= '9' ? digits + 1 : 0;
-        return digits > 4;
+        return digits > most_digits;
     });
 }
 
@@ -53,15 +53,24 @@ void print(const std::string& format, const std::string& text) {
     std::size_t length = 0;
     if (!format_strings(buffer.get(), 255, format.c_str(), values, &length)) return;
     check(length < 255 && buffer[length] == '\0' && strlen(buffer.get()) == length);
-    if (has_large_number(format)) return;
+    // The C library would write padding for minutes.
+    if (has_number_beyond(4, format)) return;
     char expected[255];
     print_directly(expected, sizeof expected, format.c_str(), values, Indexes());
     check(strcmp(buffer.get(), expected) == 0);
 }
 
+using Buffers = std::array<std::unique_ptr<char[]>, count>;
+
+// Allocated one by one, so that a byte too many in any of them is seen.
+Buffers fresh_buffers() {
+    Buffers buffers;
+    for (auto& buffer : buffers) buffer = std::make_unique<char[]>(255);
+    return buffers;
+}
+
 template <std::size_t... Index>
-int scan_into(const std::string& text, const char* format,
-              const std::array<std::unique_ptr<char[]>, count>& buffers,
+int scan_into(const std::string& text, const char* format, const Buffers& buffers,
               std::index_sequence<Index...>) {
     return std::sscanf(text.c_str(), format, buffers[Index].get()...);
 }
@@ -69,11 +78,17 @@ int scan_into(const std::string& text, const char* format,
 void scan(const std::string& format, const std::string& text) {
     const ScanFormat safe(format.c_str());
     if (safe.text() == nullptr) return;
-    // Allocated one by one, so that a byte too many in any of them is seen.
-    std::array<std::unique_ptr<char[]>, count> buffers;
-    for (auto& buffer : buffers) buffer = std::make_unique<char[]>(255);
-    check(scan_into(text, safe.text(), buffers, Indexes()) <= static_cast<int>(count));
-    for (const auto& buffer : buffers) check(memchr(buffer.get(), '\0', 255) != nullptr);
+    const Buffers scanned = fresh_buffers();
+    const int stored = scan_into(text, safe.text(), scanned, Indexes());
+    check(stored <= static_cast<int>(count));
+    for (const auto& buffer : scanned) check(memchr(buffer.get(), '\0', 255) != nullptr);
+    // No value of a short text needs cutting, so the format as it came must do the same.
+    if (text.size() >= 255 || has_number_beyond(2, format)) return;
+    const Buffers direct = fresh_buffers();
+    check(std::max(scan_into(text, format.c_str(), direct, Indexes()), 0) == std::max(stored, 0));
+    for (std::size_t i = 0; stored > 0 && i < static_cast<std::size_t>(stored); ++i) {
+        check(memcmp(scanned[i].get(), direct[i].get(), 255) == 0);
+    }
 }
 
 }  // namespace

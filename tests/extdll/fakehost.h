@@ -74,6 +74,7 @@ class FakeHost {
     std::optional<uint32> announced_length;    // in place of the real total_len
     int sets_before_refusal = -1;              // set_value calls that succeed; -1: all
     uint32 highest_out = 1000;                 // set_value refuses higher numbers
+    SetCall incoming = {};                     // what set_value was last called with
     std::function<void()> on_set;              // runs inside set_value
     std::function<void(void*)> on_set_cancel;  // runs inside set_cancel
     std::set<uint32> asked;                    // numbers that get_value was called for
@@ -120,13 +121,13 @@ class FakeHost {
 
     static int16_t set_value(void* handle, uint32 number, an_extfn_value* value, int16_t append) {
         FakeHost& host = of(handle);
+        host.incoming = {number, value->type, std::nullopt, append != 0};
+        if (value->data != nullptr) {
+            host.incoming.bytes.emplace(static_cast<const char*>(value->data), value->piece_len);
+        }
         if (host.on_set) host.on_set();
         if (number > host.highest_out) return 0;
-        SetCall call = {number, value->type, std::nullopt, append != 0};
-        if (value->data != nullptr) {
-            call.bytes.emplace(static_cast<const char*>(value->data), value->piece_len);
-        }
-        host.calls.push_back(std::move(call));
+        host.calls.push_back(host.incoming);
         if (host.sets_before_refusal == 0) {
             host.sets_before_refusal = -1;
             return 0;
