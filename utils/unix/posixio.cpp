@@ -32,13 +32,19 @@ ssize_t transfer_fully(std::size_t length, Transfer transfer) {
     return static_cast<ssize_t>(done);
 }
 
-// Runs a call that writes; no signal that a refused write raises reaches the host.
-template <class Write>
-auto shielded(Write write) {
+// Runs a transfer; no signal that it raises reaches the host.
+template <class Transfer>
+auto shielded(Transfer transfer) {
     SignalShield shield;
-    const auto result = write();
+    const auto result = transfer();
     if (result < 0) shield.swallow();
     return result;
+}
+
+// Only a terminal raises signals when it is read; a shield costs more than this question.
+bool may_be_terminal(int fd) {
+    struct stat64 found;
+    return fstat64(fd, &found) == 0 && S_ISCHR(found.st_mode);
 }
 
 template <class Call>
@@ -107,9 +113,13 @@ std::FILE* _posix_fopen(const char* path, const char* mode) {
 }
 
 ssize_t _posix_read(int fd, void* buffer, std::size_t length) {
-    return transfer_fully(length, [&](std::size_t done) {
-        return read(fd, static_cast<char*>(buffer) + done, length - done);
-    });
+    if (length == 0) return 0;
+    const auto read_fully = [&] {
+        return transfer_fully(length, [&](std::size_t done) {
+            return read(fd, static_cast<char*>(buffer) + done, length - done);
+        });
+    };
+    return may_be_terminal(fd) ? shielded(read_fully) : read_fully();
 }
 
 ssize_t _posix_write(int fd, const void* buffer, std::size_t length) {

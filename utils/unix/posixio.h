@@ -11,7 +11,8 @@
 /// Every descriptor made here is close-on-exec from the moment it exists, so that it never reaches
 /// a child that another thread starts at the same moment, and never becomes the host's controlling
 /// terminal. No call raises a signal in the host: a write to a pipe without reader fails with
-/// EPIPE, one beyond the file size limit with EFBIG.
+/// EPIPE, one beyond the file size limit with EFBIG, a background process's read from its terminal
+/// with EIO. (What a caller does with a stream of _posix_fopen is outside this layer.)
 ///
 /// Threads: every call may be made from any thread.
 

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr int shielded_signals[] = {SIGPIPE, SIGXFSZ};
+constexpr int shielded_signals[] = {SIGPIPE, SIGXFSZ, SIGTTIN, SIGTTOU};
 
 sigset_t shielded_set() {
     sigset_t set;

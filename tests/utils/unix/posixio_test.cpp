@@ -6,9 +6,11 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <pty.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include "tests/scratch.h"
@@ -18,6 +20,7 @@
 namespace {
 
 std::function<int()> plan;
+int open_flags = 0;  // of the last open
 
 int next_step() {
     return plan ? plan() : 0;
@@ -69,6 +72,7 @@ ssize_t __wrap_pwrite64(int fd, const void* buffer, size_t length, off64_t offse
     return interposed(&length, [&] { return __real_pwrite64(fd, buffer, length, offset); });
 }
 int __wrap_open64(const char* path, int flags, mode_t mode) {
+    open_flags = flags;
     return interposed(nullptr, [&] { return __real_open64(path, flags, mode); });
 }
 int __wrap_close(int fd) {
@@ -138,6 +142,7 @@ TEST_F(Posixio, descriptors_are_close_on_exec) {
         EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
         _posix_close(fd);
     }
+    EXPECT_EQ(open_flags, O_RDONLY | O_CLOEXEC | O_NOCTTY) << "from the start";
     fclose(stream);
 }
 
@@ -230,4 +235,36 @@ TEST_F(Posixio, sopen_keeps_processes_apart_as_the_share_value_says) {
     }
     EXPECT_EQ(dup(0), free_descriptor) << "a descriptor stayed open";
     close(free_descriptor);
+}
+
+// The host as a shell's background job: the leader of a session owns the terminal, its child is in
+// another process group and would be stopped by the kernel.
+TEST_F(Posixio, a_terminal_does_not_stop_a_process_in_the_background) {
+    int terminal = -1;
+    const pid_t leader = forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (leader == 0) {
+        termios modes;
+        tcgetattr(STDIN_FILENO, &modes);
+        modes.c_lflag |= TOSTOP;
+        tcsetattr(STDIN_FILENO, TCSANOW, &modes);
+        const pid_t background = fork();
+        if (background == 0) {
+            setpgid(0, 0);
+            const int tty = open("/dev/tty", O_RDWR);
+            char byte;
+            const bool refused = _posix_read(tty, &byte, 1) == -1 && errno == EIO;
+            const bool written = _posix_write(tty, "x", 1) == 1;
+            _exit(refused && written ? 0 : 1);
+        }
+        int ended = 0;
+        waitpid(background, &ended, WUNTRACED);
+        if (WIFSTOPPED(ended)) kill(background, SIGKILL);
+        _exit(WIFEXITED(ended) ? WEXITSTATUS(ended) : 2);
+    }
+    ASSERT_NE(leader, -1);
+    int ended = 0;
+    waitpid(leader, &ended, 0);
+    close(terminal);
+    EXPECT_TRUE(WIFEXITED(ended));
+    EXPECT_EQ(WEXITSTATUS(ended), 0) << "2: stopped, 1: refused or let through wrongly";
 }
