@@ -91,8 +91,8 @@ class IPAddress : public c_utils_link {
     a_bool operator!=(uint32 value) const;
 
     /// Direct access for the socket calls. The storage is always a whole sockaddr_storage. A call
-    /// that fills it takes *get_sockaddr_len_ptr() as the room and leaves the length there; after
-    /// it comes setValid(true).
+    /// that fills it is offered sizeof(sockaddr_storage) as the room, whatever the length was, and
+    /// leaves the new length in *get_sockaddr_len_ptr(); after it comes setValid(true).
     sockaddr_storage* get_sockaddr() { return &_sa; }
     const sockaddr_storage* get_sockaddr() const { return &_sa; }
     socklen_t get_sockaddr_len() const { return _salen; }

@@ -81,7 +81,8 @@ a_bool NetworkInterface::_takeIPv4(InterfaceQuery& query) {
 }
 
 a_bool NetworkInterface::_takeIPv6(InterfaceQuery& query) {
-    if (!query.AskAddress(SIOCGIFADDR, _addr)) return false;
+    // The kernel need not answer this for IPv6; the interface then stays without an address.
+    if (!query.AskAddress(SIOCGIFADDR, _addr)) return true;
     _addr.setScopeId(_ifIndex);
     _mask = IPAddress();
     _broadcast = TcpUtil::GetBroadcastAddressBasedOnClass(_addr);

@@ -180,21 +180,25 @@ void Socket::shutdown(a_socket_shutdown_flag flag) {
 void Socket::close() {
     if (_closed) return;
     unix_close(_sock);
+    // The host may reuse the number at once; an operation on this object must not reach it.
+    _sock = -1;
     _closed = true;
 }
 
 int Socket::bind(const IPAddress& ip) {
+    if (!_is_usable(ip)) return -1;
     return unix_bind(_sock, as_sockaddr(ip.get_sockaddr()), ip.get_sockaddr_len());
 }
 
 int Socket::connect(const IPAddress& ip) {
     constexpr int32 no_limit = -1;
-    if (!_can_connect_to(ip)) return -1;
+    if (!_is_usable(ip)) return -1;
     return unix_connect(_sock, as_sockaddr(ip.get_sockaddr()), ip.get_sockaddr_len(), no_limit);
 }
 
-// Linux takes an address without a family as a wish to disconnect and reports success.
-a_bool Socket::_can_connect_to(const IPAddress& ip) {
+// Linux takes an address without a family as a wish to disconnect, or to bind to any address, and
+// reports success.
+a_bool Socket::_is_usable(const IPAddress& ip) {
     if (ip.isValid() && ip.get_sockaddr()->ss_family != AF_UNSPEC) return true;
     errno = EINVAL;
     return false;

@@ -61,8 +61,10 @@ class Socket : public c_utils_link {
                                 void* arg);
     /// Ends one direction or, with any other value, both. Does not close.
     virtual void shutdown(a_socket_shutdown_flag flag);
-    /// Gives the descriptor back; later calls do nothing.
+    /// Gives the descriptor back; later calls do nothing, and every other operation then fails
+    /// with EBADF. Copies keep the number, which the process may use anew: they must not be used.
     virtual void close();
+    /// An invalid address fails with EINVAL.
     virtual int bind(const IPAddress& ip);
     /// Fails with EINVAL, without a system call, when `ip` is invalid. An existing connection
     /// counts as success.
@@ -127,7 +129,7 @@ class Socket : public c_utils_link {
     a_bool _blocking = true;
 
     /// Whether `ip` may reach connect(2); sets errno to EINVAL if not.
-    static a_bool _can_connect_to(const IPAddress& ip);
+    static a_bool _is_usable(const IPAddress& ip);
     /// The error pending on the socket, which this takes from it; 0 for none.
     int _take_pending_error();
 

@@ -31,14 +31,17 @@ int TimedSocket::_until_timeout(int8 rw_flag, Operation operation) {
     a_timer_tick start;
     start.sample();
     _timed_out = false;
-    for (;;) {
+    a_socket_wait_code wait = SOCKET_WAIT_IDLE;
+    while (wait == SOCKET_WAIT_OK || wait == SOCKET_WAIT_IDLE) {
         _clear_error();
         const int result = operation();
         if (result != -1) return result;
         if (!worth_waiting(_peek_error())) return -1;
-        const a_socket_wait_code wait = _wait_for_activity(rw_flag, start);
-        if (wait != SOCKET_WAIT_OK && wait != SOCKET_WAIT_IDLE) return -1;
+        // A socket that is ready again and again and yet refuses never comes to an idle slice.
+        if (wait == SOCKET_WAIT_OK && _past_timeout(start)) return -1;
+        wait = _wait_for_activity(rw_flag, start);
     }
+    return -1;
 }
 
 int TimedSocket::recv(char* buf, unsigned int len) {
@@ -84,7 +87,7 @@ int TimedSocket::connect(const IPAddress& ip) {
     start.sample();
     _timed_out = false;
     _clear_error();
-    if (!_can_connect_to(ip)) return -1;
+    if (!_is_usable(ip)) return -1;
     a_socket_wait_code wait = SOCKET_WAIT_IDLE;
     while (wait == SOCKET_WAIT_IDLE) {
         _clear_error();

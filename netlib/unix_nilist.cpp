@@ -97,6 +97,7 @@ a_bool NIListReader::ParseIPv6(const char* line, NetworkInterface& entry) {
     unsigned int scope = 0;
     unsigned int flags = 0;
     char name[9];
+    // The kernel pads these numbers to two digits, but an index may have more.
     const int fields = std::sscanf(line, " %33[0-9a-fA-F] %8x %8x %8x %8x %8s", digits, &index,
                                    &prefix_length, &scope, &flags, name);
     in6_addr address;

@@ -72,6 +72,11 @@ int connect_within(SOCKET s, const sockaddr* name, socklen_t namelen, int32 time
 // True once there is something to read, an error included; false when waiting failed.
 bool wait_until_readable(SOCKET s) {
     constexpr int slice_in_ms = 500;
+    // poll(2) passes over negative descriptors: the wait would never end.
+    if (s < 0) {
+        errno = EBADF;
+        return false;
+    }
     pollfd wanted = {.fd = s, .events = POLLIN | POLLERR, .revents = 0};
     int ready = 0;
     while (ready == 0) ready = unix_poll(&wanted, 1, slice_in_ms);
@@ -119,6 +124,7 @@ int unix_shutdown(SOCKET s, int how) {
 }
 
 int unix_close(SOCKET s) {
+    // Kept: repeated while it fails with EINTR, although the system has then released the number.
     return repeat_interrupted([&] { return close(s); });
 }
 

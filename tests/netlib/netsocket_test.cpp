@@ -108,6 +108,19 @@ TEST(Socket, copies_share_the_descriptor_and_one_close_closes_it) {
     EXPECT_TRUE(original.is_closed());
 }
 
+TEST(Socket, without_a_descriptor_nothing_reaches_the_system_or_waits) {
+    Socket closed(SOCK_UDP, false);
+    EXPECT_EQ(-1, closed.bind(IPAddress())) << "an invalid address";
+    EXPECT_EQ(static_cast<uint32>(EINVAL), closed.getLastError().code());
+    closed.close();
+    char byte = 0;
+    IPAddress from;
+    EXPECT_EQ(-1, closed.recv(&byte, 1, from));
+    EXPECT_EQ(static_cast<uint32>(EBADF), closed.getLastError().code());
+    EXPECT_EQ(-1, closed.send(&byte, 1));
+    EXPECT_EQ(static_cast<uint32>(EBADF), closed.getLastError().code());
+}
+
 TEST(Socket, every_descriptor_is_close_on_exec) {
     Owned<Socket> listener(SOCK_TCP, false);
     Owned<Socket> client(SOCK_TCP, false);

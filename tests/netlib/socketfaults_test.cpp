@@ -104,6 +104,7 @@ const Fault timed_faults[] = {
     // Kept: a receive with an address waits past the time-out.
     {recv_from, "silence*10 poll:R recvfrom!EAGAIN poll:R poll:R recvfrom=5", 5},
     {send_to, "sendto!EAGAIN poll:W sendto=8", 8},
+    {send_to, "sendto!EAGAIN poll:W@600 sendto!EAGAIN poll:W@600 sendto!EAGAIN", -1, ETIMEDOUT},
     {send, "send=3 poll:W send!EAGAIN silence send!EAGAIN poll:W send=4 poll:W send=1", 8},
     {send, "send=3 poll:W send!EPIPE", -1, EPIPE},
     {send, "send=3 poll:WE pending=ECONNRESET", -1, ECONNRESET},
