@@ -46,13 +46,16 @@ function(quorel_fuzzer name)
   target_link_libraries(${name} PRIVATE quorel_options ${arg_DEPENDS})
   target_link_options(${name} PRIVATE -fsanitize=fuzzer)
   set(found "${CMAKE_CURRENT_BINARY_DIR}/corpus-${name}")
-  file(MAKE_DIRECTORY "${found}")
+  # What a run finds goes into a folder that starts empty, so that every run is the same.
+  add_test(NAME ${name}.clean COMMAND sh -c "rm -rf '${found}' && mkdir -p '${found}'")
   add_test(NAME ${name} COMMAND ${name} -runs=20000 -seed=1 -max_len=4096 -rss_limit_mb=1024
     "${found}" "${CMAKE_SOURCE_DIR}/fuzz/corpus/${name}")
-  set_tests_properties(${name} PROPERTIES LABELS fuzz)
+  set_tests_properties(${name}.clean PROPERTIES LABELS fuzz FIXTURES_SETUP ${name})
+  set_tests_properties(${name} PROPERTIES LABELS fuzz FIXTURES_REQUIRED ${name})
 endfunction()
 
-# quorel_bench(name SOURCES ... [DEPENDS ...]): a Google Benchmark program, run by tools/bench.
+# quorel_bench(name SOURCES ... [DEPENDS ...]): a program that prints ratios, over Google Benchmark
+# or bench/paired.h, run by tools/bench.
 function(quorel_bench name)
   if(QUOREL_FUZZ OR QUOREL_SANITIZE OR NOT TARGET quorel_benchmark_dep)
     return()
