@@ -21,7 +21,6 @@ void UTBufferedIStreamCounter::set_eof() {
 
 void UTBufferedIStreamCounter::refill() {
     give_back();
-    set_span(nullptr, 0);
     if (!_istream.eof()) _istream.refill();
     share_span();
 }

@@ -29,11 +29,4 @@ TEST(Jdate, counts_every_day_of_a_calendar_cycle_once) {
     }
 }
 
-TEST(Jdate, splits_the_time_of_day_into_seconds_and_microseconds) {
-    const a_timestamp stamp = jdate_timestamp({2024, 2, 29, 23, 59, 60, 4, 59, 999999});
-    EXPECT_EQ(stamp.date, 2460370);
-    EXPECT_EQ(stamp.seconds, 86400u);
-    EXPECT_EQ(stamp.microseconds, 999999u);
-}
-
 }  // namespace

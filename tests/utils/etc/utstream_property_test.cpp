@@ -1,0 +1,107 @@
+// Random operations over random stacks of adapters, compared with a plain byte array.
+
+#include <gtest/gtest.h>
+
+#include "tests/utils/etc/test_streams.h"
+
+namespace {
+
+// What a stream still has to give, and the checks that each operation gives the next of it.
+struct Expected {
+    std::string data;
+    size_t position = 0;
+    bool whole_reads;  // reads are short at the end only
+
+    size_t left() const { return data.size() - position; }
+    void next_is(const std::string& got, size_t asked) {
+        const size_t most = std::min(asked, left());
+        ASSERT_LE(got.size(), most);
+        ASSERT_GE(got.size(), whole_reads ? most : std::min<size_t>(most, 1));
+        ASSERT_EQ(got, data.substr(position, got.size()));
+        position += got.size();
+    }
+};
+
+void read_at_random(UTIStream& in, Expected& expected, Random& random) {
+    const size_t n = up_to(random, 3) == 0 ? up_to(random, 200) : up_to(random, 12);
+    std::string got(n, '?');
+    switch (up_to(random, 4)) {
+    case 0: {
+        TestOStream out;
+        const size_t copied = in.append_to(out, n);
+        ASSERT_EQ(copied, std::min(n, expected.left()));
+        return expected.next_is(out.written, copied);
+    }
+    case 1: {
+        // Unbuffered skipping counts what it asked for, so that only what follows shows the truth.
+        if (!expected.whole_reads) return;
+        const size_t skipped = in.skip(n);
+        const size_t passed = std::min(n, expected.left());
+        if (in.is_buffered()) {
+            ASSERT_EQ(skipped, passed);
+        }
+        expected.position += passed;
+        return;
+    }
+    case 2: {
+        a_byte byte = 0;
+        const size_t count = in.get(byte);
+        return expected.next_is(std::string(count, static_cast<char>(byte)), 1);
+    }
+    default:
+        got.resize(in.get(got.data(), n));
+        return expected.next_is(got, n);
+    }
+}
+
+TEST(InputStreams, give_the_bytes_of_their_source_through_any_stack) {
+    for (unsigned seed = 0; seed < 3000 && !HasFatalFailure(); ++seed) {
+        SCOPED_TRACE(seed);
+        Random random(seed);
+        const std::string data = random_bytes(random, up_to(random, 600));
+        InputStack stack(random, data);
+        UTIStream& in = stack.top();
+        UTIStreamCounter counter(in);
+
+        Expected expected{data, 0, stack.whole_reads};
+        for (size_t n = up_to(random, 30); n != 0 && !HasFatalFailure(); --n)
+            read_at_random(up_to(random, 1) != 0 ? in : counter, expected, random);
+        std::string rest(data.size() + 1, '\0');
+        UTBufOStream span(rest.data(), rest.size());
+        TestOStream unbuffered;
+        const bool to_span = up_to(random, 1) != 0;
+        rest.resize(in.safe_append_to(to_span ? static_cast<UTOStream&>(span) : unbuffered));
+        EXPECT_EQ(to_span ? rest : unbuffered.written, data.substr(expected.position));
+        EXPECT_TRUE(in.eof());
+        EXPECT_EQ(in.get(rest.data(), 1), 0u);
+    }
+}
+
+TEST(OutputStreams, deliver_a_prefix_through_any_stack) {
+    for (unsigned seed = 0; seed < 3000; ++seed) {
+        SCOPED_TRACE(seed);
+        Random random(seed);
+        const std::string data = random_bytes(random, up_to(random, 600));
+        const size_t capacity = up_to(random, 1) != 0 ? up_to(random, 600) : data.size();
+        const size_t delivered = std::min(capacity, data.size());
+        std::string block(capacity + 1, '~');
+        {
+            OutputStack stack(random, block.data(), capacity, nullptr);
+            UTOStreamCounter out(stack.top());
+            size_t accepted = 0;
+            for (size_t position = 0; position < data.size();) {
+                const size_t n = std::min(1 + up_to(random, 25), data.size() - position);
+                accepted += out.put(data.data() + position, n);
+                position += n;
+            }
+            EXPECT_EQ(out.count(), accepted);
+            if (stack.refusals_show) {
+                EXPECT_EQ(accepted, delivered);
+                EXPECT_EQ(out.eof(), data.size() > capacity);
+            }
+        }
+        EXPECT_EQ(block.substr(0, delivered), data.substr(0, delivered));
+    }
+}
+
+}  // namespace
