@@ -1,0 +1,25 @@
+#ifndef QUOREL_UTILS_ETC_UTASCII_H
+#define QUOREL_UTILS_ETC_UTASCII_H
+
+/// Character tests on ASCII alone, whatever locale the host has set: the names that the library
+/// compares are protocol words, not text, and <cctype> answers differently in some locales.
+
+constexpr bool ut_is_digit(char c) {
+    return c >= '0' && c <= '9';
+}
+constexpr bool ut_is_letter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+/// The lower-case letter of an ASCII letter; every other byte unchanged.
+constexpr char ut_to_lower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+}
+
+/// Whether two terminated strings are equal without regard to the case of ASCII letters.
+constexpr bool ut_equal_nocase(const char* left, const char* right) {
+    while (*left != '\0' && ut_to_lower(*left) == ut_to_lower(*right)) ++left, ++right;
+    return ut_to_lower(*left) == ut_to_lower(*right);
+}
+
+#endif

@@ -1,0 +1,78 @@
+#include "utils/locale/csconvert.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include <iconv.h>
+
+namespace {
+
+bool is_identity(const CharsetInfo* from, const CharsetInfo* to) {
+    if (from == nullptr || to == nullptr || from == to) return true;
+    return from->id == CHARSET_US_ASCII && to->id != CHARSET_UTF16;
+}
+
+/// Appends "?" in the destination's form; false when there is no room.
+bool put_replacement(const CharsetInfo* to, char** out, size_t* room) {
+    const size_t size = to->id == CHARSET_UTF16 ? 2 : 1;
+    if (*room < size) return false;
+    std::memcpy(*out, "?\0", size);
+    *out += size;
+    *room -= size;
+    return true;
+}
+
+}  // namespace
+
+void CharsetConverter::Open(const CharsetInfo* from, const CharsetInfo* to) {
+    Close();
+    if (is_identity(from, to)) return;
+    const iconv_t handle = iconv_open(to->iconv_name, from->iconv_name);
+    if (handle == reinterpret_cast<iconv_t>(-1)) return;
+    _handle = handle;
+    _from = from;
+    _to = to;
+}
+
+void CharsetConverter::Close() {
+    if (_handle != nullptr) iconv_close(_handle);
+    _handle = nullptr;
+}
+
+size_t CharsetConverter::Convert(const char* text, size_t text_len, char* buf, size_t len,
+                                 size_t* lost) {
+    if (_handle == nullptr) {
+        const size_t count = std::min(text_len, len);
+        std::memcpy(buf, text, count);
+        return count;
+    }
+    char* in = const_cast<char*>(text);  // iconv's prototype; it does not write there
+    char* out = buf;
+    size_t room = len;
+    iconv(_handle, nullptr, nullptr, nullptr, nullptr);
+    while (iconv(_handle, &in, &text_len, &out, &room) == static_cast<size_t>(-1)) {
+        if (errno != EILSEQ || !put_replacement(_to, &out, &room)) break;
+        const size_t skipped = _OffendingLength(in, text_len);
+        in += skipped;
+        text_len -= skipped;
+        if (lost != nullptr) ++*lost;
+    }
+    return len - room;
+}
+
+/// Bytes of the character at the start of `text` that could not be converted.
+size_t CharsetConverter::_OffendingLength(const char* text, size_t text_len) const {
+    const auto byte = [text](size_t i) { return static_cast<a_byte>(text[i]); };
+    size_t length = std::min<size_t>(text_len, _from->char_lengths[byte(0)]);
+    if (_from->id == CHARSET_UTF16) {
+        const bool surrogate =
+            text_len >= 4 && (byte(1) & 0xFC) == 0xD8 && (byte(3) & 0xFC) == 0xDC;
+        return surrogate ? 4 : length;
+    }
+    if (_from->id != CHARSET_UTF8) return length;
+    // A malformed sequence ends where the next byte continues nothing.
+    size_t continued = 1;
+    while (continued < length && (byte(continued) & 0xC0) == 0x80) ++continued;
+    return continued;
+}
