@@ -1,0 +1,221 @@
+#include "utils/lang/utlangstring.h"
+
+#include <thread>
+#include <variant>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+#include "tests/scratch.h"
+#include "tests/utils/lang/imagebuilder.h"
+#include "tests/utils/lang/memoryresfile.h"
+
+namespace {
+
+const CharsetInfo* const utf8 = ls_find_charset("UTF-8");
+const CharsetInfo* const latin1 = ls_find_charset("ISO-8859-1");
+const UTLocale german_locale(ls_find_language("de"), utf8);
+
+std::string text_of(UTLangStringBase& strings, uint32 id, size_t len = 256) {
+    std::vector<char> buffer(len, '#');
+    const size_t length = strings.GetString(id, buffer.data(), len);
+    EXPECT_EQ(buffer[length], '\0');
+    return {buffer.data(), length};
+}
+
+/// A folder with resource files.
+class Files {
+  public:
+    /// Adds a file that holds its own name as text 1.
+    void Add(const std::string& name, const char* version = "120") {
+        Add(name, ImageBuilder().Describe("UTF-8").Add(1, name).Add(RES_VERSION_STRING, version));
+    }
+    void Add(const std::string& name, const ImageBuilder& builder) {
+        std::ofstream(_scratch.file(name), std::ios::binary) << builder.Image();
+    }
+    std::string folder() const { return _scratch.file(""); }
+
+  private:
+    ScratchFolder _scratch;
+};
+
+/// The code of a failing Init, or text 1 after one that succeeds.
+using Result = std::variant<ls_init_return, std::string>;
+
+Result start(const Files& files, const char* label, bool iq = false) {
+    const std::string folder = files.folder();
+    UTLangString strings(german_locale, folder.c_str());
+    const ls_init_return result = strings.Init(label, utf8, iq);
+    if (result != LS_INIT_OKAY) return result;
+    EXPECT_EQ(strings.Init("no second time", nullptr, !iq), LS_INIT_OKAY);
+    return text_of(strings, 1);
+}
+
+}  // namespace
+
+TEST(LangString, four_files_are_searched_in_order) {
+    MemoryResFile first(ImageBuilder().Add(1, "one").Add(2, "").Image());
+    MemoryResFile second(ImageBuilder().Add(1, "not this").Add(2, "two").Image());
+    MemoryResFile third(ImageBuilder().Image());
+    MemoryResFile fourth(ImageBuilder().Add(4, "four").Image());
+    UTLangStringBase strings(german_locale);
+    EXPECT_EQ(text_of(strings, 1), "");
+    for (UTResFile* file : {&first, &second, &third, &fourth}) EXPECT_TRUE(strings.AddFile(file));
+    EXPECT_FALSE(strings.AddFile(&first));
+    EXPECT_EQ(text_of(strings, 1), "one");
+    EXPECT_EQ(text_of(strings, 2), "two");
+    EXPECT_EQ(text_of(strings, 4), "four");
+    strings.RemoveFiles();
+    EXPECT_EQ(text_of(strings, 1), "");
+}
+
+TEST(LangString, each_file_is_converted_from_its_own_character_set) {
+    MemoryResFile wide(
+        ImageBuilder().Describe("UTF-16").Add(1, std::string("\xE9\0!\0", 4)).Image());
+    MemoryResFile narrow(ImageBuilder().Describe("UTF-8").Add(2, "\xC3\xA9\xE2\x82\xAC!").Image());
+    UTLangStringBase strings(german_locale);
+    strings.AddFile(&wide);
+    strings.AddFile(&narrow);
+    strings.SetCharset(latin1);
+    EXPECT_EQ(text_of(strings, 1), "\xE9!");
+    EXPECT_EQ(text_of(strings, 2), "\xE9?!");
+    EXPECT_EQ(text_of(strings, 2, 3), "\xE9?");
+    strings.SetCharset(utf8);
+    EXPECT_EQ(text_of(strings, 1, 3), "\xC3\xA9");
+    EXPECT_EQ(text_of(strings, 1, 2), "");  // half a character is none
+    strings.SetCharset(ls_find_charset("UTF-16"));
+    EXPECT_EQ(text_of(strings, 1), std::string("\xE9\0!\0", 4));
+    EXPECT_EQ(text_of(strings, 2, 7), std::string("\xE9\0\xAC\x20", 4));
+}
+
+TEST(LangString, parameters_are_put_into_texts) {
+    MemoryResFile file(ImageBuilder()
+                           .Describe("UTF-8")
+                           .Add(1, "File %1: error %2!u!.")
+                           .Add(2, std::string(600, 'x') + "%1")
+                           .Image());
+    UTLangStringBase strings(german_locale);
+    strings.AddFile(&file);
+    char buffer[1024];
+    EXPECT_EQ(strings.FormatMiscLangStr(1, buffer, sizeof buffer, "a", 5U), 16U);
+    EXPECT_STREQ(buffer, "File a: error 5.");
+    EXPECT_EQ(strings.FormatMiscLangStr(2, buffer, sizeof buffer, "a"), 511U);
+    EXPECT_EQ(strings.FormatMiscLangStr(3, buffer, sizeof buffer, "a"), 0U);
+    EXPECT_STREQ(buffer, "");
+    EXPECT_EQ(strings.FormatMiscStr(buffer, 4, "%1", "abcd"), 3U);
+    EXPECT_STREQ(buffer, "abc");
+
+    strings.SetCharset(utf8);
+    strings.SetArgCharset(latin1);
+    strings.FormatMiscLangStr(1, buffer, sizeof buffer, "\xE9", 5U);
+    EXPECT_STREQ(buffer, "File \xC3\xA9: error 5.");
+    strings.FormatMiscLangStr(1, buffer, sizeof buffer, nullptr, 5U);
+    EXPECT_STREQ(buffer, "File ???: error 5.");
+}
+
+TEST(LangString, conversions_on_many_threads_do_not_mix) {
+    MemoryResFile file(
+        ImageBuilder().Describe("UTF-8").Add(1, "\xC3\xA9%1").Add(2, "\xC3\xA8%1").Image());
+    UTLangStringBase strings(german_locale);
+    strings.AddFile(&file);
+    strings.SetCharset(latin1);
+    strings.SetArgCharset(utf8);
+    std::vector<std::thread> threads;
+    for (uint32 id : {1U, 2U, 1U, 2U}) {
+        threads.emplace_back([&strings, id] {
+            const std::string expected = id == 1 ? "\xE9\xE0" : "\xE8\xE0";
+            char buffer[16];
+            for (int i = 0; i < 2000; ++i) {
+                strings.FormatMiscLangStr(id, buffer, sizeof buffer, "\xC3\xA0");
+                ASSERT_EQ(buffer, expected);
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+}
+
+TEST(LangStringInit, takes_the_wanted_language_and_falls_back_to_english) {
+    Files files;
+    EXPECT_EQ(start(files, "de"), Result(LS_INIT_CANT_FIND_FILE));
+    EXPECT_EQ(start(files, "en"), Result(LS_INIT_CANT_FIND_FILE));
+    EXPECT_EQ(start(files, "de", true), Result(LS_INIT_CANT_FIND_IQ_FILE));
+    files.Add("nxlgde12.res");
+    EXPECT_EQ(start(files, "en"), Result(LS_INIT_CANT_FIND_FILE));
+    EXPECT_EQ(start(files, "de"), Result("nxlgde12.res"));
+    files.Add("nxlgen12.res");
+    files.Add("nxlgen_iq12.res");
+    for (const char* label : {"de", "DE_ch.UTF-8", "tlh", static_cast<const char*>(nullptr)}) {
+        EXPECT_EQ(start(files, label), Result("nxlgde12.res"));
+    }
+    EXPECT_EQ(start(files, "en"), Result("nxlgen12.res"));
+    EXPECT_EQ(start(files, "fr"), Result("nxlgen12.res"));
+    EXPECT_EQ(start(files, "de", true), Result("nxlgen_iq12.res"));
+}
+
+TEST(LangStringInit, refuses_versions_1_to_119) {
+    for (const char* version : {"1", "100", "119"}) {
+        Files files;
+        files.Add("nxlgde12.res", version);
+        EXPECT_EQ(start(files, "de"), Result(LS_INIT_BAD_VERSION)) << version;
+    }
+    for (const char* version : {"", "0", "120", "99999999999999999", "text"}) {
+        Files files;
+        files.Add("nxlgde12.res", version);
+        EXPECT_EQ(start(files, "de"), Result("nxlgde12.res")) << version;
+    }
+    Files both;
+    both.Add("nxlgde12.res", "100");
+    both.Add("nxlgen12.res");
+    EXPECT_EQ(start(both, "de"), Result("nxlgen12.res"));
+    both.Add("nxlgen12.res", "100");
+    EXPECT_EQ(start(both, "de"), Result(LS_INIT_BAD_VERSION));
+}
+
+TEST(LangStringInit, converts_to_the_asked_or_the_systems_character_set) {
+    Files files;
+    files.Add("nxlgen12.res");
+    files.Add("nxlgde12.res", ImageBuilder().Describe("UTF-8").Add(2, "\xC3\xBC"));
+    const std::string folder = files.folder();
+    const UTLocale locale(ls_find_language("de"), latin1);
+    UTLangString strings(locale, folder.c_str());
+    EXPECT_EQ(strings.Init(nullptr, nullptr, false), LS_INIT_OKAY);
+    EXPECT_EQ(text_of(strings, 2), "\xFC");
+    EXPECT_EQ(text_of(strings, 1), "nxlgen12.res");
+    strings.Fini();
+    EXPECT_EQ(text_of(strings, 2), "");
+    EXPECT_EQ(strings.Init(nullptr, utf8, false), LS_INIT_OKAY);
+    EXPECT_EQ(text_of(strings, 2), "\xC3\xBC");
+}
+
+TEST(LangStringInit, its_failures_have_texts_without_any_file) {
+    UTLangString strings(german_locale);
+    const auto text = [&strings](uint32 code, const char* label, size_t len = 512) {
+        std::vector<char> buffer(len);
+        const size_t length = strings.GetInitErrorStr(static_cast<ls_init_return>(code),
+                                                      buffer.data(), len, label, false);
+        EXPECT_EQ(std::strlen(buffer.data()), length);
+        return std::string(buffer.data());
+    };
+    const std::string loading =
+        "An error occurred loading the language resource file (nxlgen12.res).";
+    const std::string missing = "Cannot find the language resource file (nxlgen12.res).";
+    const std::string version = "Language resource file (nxlgen12.res) version mismatch.";
+    const std::string parsing = "An error occurred parsing the SQLLOCALE environment variable.";
+    const std::string english[] = {loading, version, "", missing, parsing, missing, loading, ""};
+    for (uint32 code = 0; code < std::size(english); ++code) {
+        EXPECT_EQ(text(code, "en"), english[code]);
+    }
+    EXPECT_EQ(text(3, "it"), "Cannot find the language resource file (nxlgit12.res).");
+    EXPECT_EQ(text(3, "De"), "Die Sprachdatei (nxlgde12.res) wurde nicht gefunden. "
+                             "Cannot find the language resource file (nxlgde12.res).");
+    EXPECT_EQ(text(3, nullptr), text(3, "de"));
+    EXPECT_EQ(text(3, "de", 5), "Die ");
+    for (const char* label : {"de", "fr", "es", "ja", "zh"}) {
+        EXPECT_THAT(text(4, label), testing::MatchesRegex("[^A].*SQLLOCALE.* " + parsing)) << label;
+    }
+    // A character set without the language's letters gets English alone.
+    char plain[128];
+    ls_init_error_text(LS_INIT_PARSING_ERROR, ls_find_language("ja"), latin1, "", plain,
+                       sizeof plain);
+    EXPECT_EQ(plain, parsing);
+}
