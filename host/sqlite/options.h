@@ -1,0 +1,27 @@
+#ifndef QUOREL_HOST_SQLITE_OPTIONS_H
+#define QUOREL_HOST_SQLITE_OPTIONS_H
+
+/// quorelsql's command line.
+
+#include <optional>
+#include <string>
+
+namespace host {
+
+struct Options {
+    std::string database = ":memory:";
+    std::string library;                 ///< empty: the one that Library::default_path() names
+    std::optional<std::string> command;  ///< -c
+    std::optional<std::string> script;   ///< a file, "-" for standard input
+
+    /// What to do instead of running: the exit status once help, the version or an error is
+    /// printed.
+    std::optional<int> exit;
+};
+
+/// Reads the command line; prints what is asked for, or what is wrong with it.
+[[nodiscard]] Options parse_options(int argc, char** argv);
+
+}  // namespace host
+
+#endif

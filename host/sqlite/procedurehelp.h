@@ -1,0 +1,27 @@
+#ifndef QUOREL_HOST_SQLITE_PROCEDUREHELP_H
+#define QUOREL_HOST_SQLITE_PROCEDUREHELP_H
+
+/// What a person is told about the procedures.
+
+#include <string>
+#include <string_view>
+
+#include "host/procedures.h"
+
+namespace host {
+
+/// A procedure with its parameters, their types and defaults: a few lines.
+[[nodiscard]] std::string describe_procedure(const Procedure& procedure);
+
+/// Its parameters' names on one line: "format, value1 … value50".
+[[nodiscard]] std::string parameter_list(const Procedure& procedure);
+
+/// The procedure whose name is most like `name`; empty when none is like it.
+[[nodiscard]] std::string_view nearest_procedure(std::string_view name);
+
+/// The message for a procedure that there is none of, with the nearest one if there is.
+[[nodiscard]] std::string unknown_procedure(std::string_view name);
+
+}  // namespace host
+
+#endif

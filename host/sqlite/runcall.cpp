@@ -1,0 +1,198 @@
+#include "host/sqlite/runcall.h"
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "host/callframe.h"
+#include "host/sqlite/callresult.h"
+#include "host/sqlite/interrupt.h"
+#include "host/sqlite/procedurehelp.h"
+#include "host/sqlite/runsql.h"
+
+namespace host {
+
+namespace {
+
+// One CALL on its way. The steps stand in the order in which they run; each returns false with the
+// error set.
+class CallRun {
+  public:
+    CallRun(Session& session, std::string_view text, StatementError& error)
+        : _session(session), _text(text), _error(error) {}
+
+    bool run() {
+        return parse_call(_text, _call, _error) && _find_procedure() && _number_arguments() &&
+               _evaluate_arguments() && _run_procedure();
+    }
+
+  private:
+    struct Given {
+        std::uint32_t number;
+        std::string_view expression;
+        PreparedStatement value;  // stands on its only row, which lends the value to the frame
+    };
+
+    bool _fail(std::string message, std::string_view part) {
+        _error = {std::move(message), static_cast<std::size_t>(part.data() - _text.data())};
+        return false;
+    }
+
+    bool _find_procedure();
+    bool _number_arguments();
+    bool _evaluate_arguments();
+    bool _evaluate(Given& given);
+    bool _run_procedure();
+    bool _set_arguments(CallFrame& frame);
+    bool _set_argument(CallFrame& frame, const Given& given, std::string& error);
+    bool _fail_unplaced(const CallStatement::Argument& argument);
+    [[nodiscard]] std::uint32_t _next_positional() const;
+    [[nodiscard]] bool _sends_a_file() const;
+    void _watch(CallFrame& frame);
+
+    Session& _session;
+    const std::string_view _text;
+    StatementError& _error;
+    CallStatement _call;
+    const Procedure* _procedure = nullptr;
+    std::vector<Given> _given;
+    BytesSummary _bytes;
+};
+
+bool CallRun::_find_procedure() {
+    _procedure = find_procedure(_call.procedure);
+    if (_procedure != nullptr) return true;
+    return _fail(unknown_procedure(_call.procedure), _call.procedure);
+}
+
+bool CallRun::_number_arguments() {
+    for (const CallStatement::Argument& argument : _call.arguments) {
+        const std::uint32_t number = argument.name.empty()
+                                         ? _next_positional()
+                                         : _procedure->parameter_number(argument.name);
+        if (number == 0) return _fail_unplaced(argument);
+        for (const Given& other : _given)
+            if (other.number == number)
+                return _fail(_procedure->parameter_name(number) + " is given twice", argument.name);
+        _given.push_back({number, argument.expression, nullptr});
+    }
+    return true;
+}
+
+// A positional argument belongs to an IN parameter, behind the one before it; the connection's
+// number is never positional. 0 when there is none left.
+std::uint32_t CallRun::_next_positional() const {
+    const std::uint32_t last = _given.empty() ? 0 : _given.back().number;
+    for (std::uint32_t number = last + 1; number <= _procedure->parameter_count(); ++number) {
+        const Parameter& parameter = _procedure->parameter(number);
+        if (parameter.direction == Direction::In && parameter.absent != Absent::Connection)
+            return number;
+    }
+    return 0;
+}
+
+bool CallRun::_fail_unplaced(const CallStatement::Argument& argument) {
+    const std::string name(_procedure->name);
+    const std::string known = "; its parameters: " + parameter_list(*_procedure);
+    if (argument.name.empty())
+        return _fail("too many arguments for " + name + known, argument.expression);
+    return _fail(name + " has no parameter " + std::string(argument.name) + known, argument.name);
+}
+
+bool CallRun::_evaluate_arguments() {
+    for (Given& given : _given)
+        if (!_evaluate(given)) return false;
+    return true;
+}
+
+bool CallRun::_evaluate(Given& given) {
+    constexpr std::string_view before = "SELECT (";
+    const auto begin = static_cast<std::size_t>(given.expression.data() - _text.data());
+    // The line end closes a comment at the end of the expression.
+    const std::string sql = std::string(before).append(given.expression).append("\n)");
+    sqlite3_stmt* raw = nullptr;
+    const int code =
+        sqlite3_prepare_v2(_session.db, sql.c_str(), static_cast<int>(sql.size()), &raw, nullptr);
+    given.value.reset(raw);
+    // SQLite takes @name for a variable without a value.
+    if (sqlite3_bind_parameter_count(raw) > 0)
+        return _fail("there are no variables here; OUT parameters are not given, they are shown",
+                     given.expression);
+    if (code == SQLITE_OK) {
+        _session.progress.begin("evaluating an argument", "Ctrl-C cancels", Progress::Place::Edge);
+        const bool row = sqlite3_step(raw) == SQLITE_ROW;
+        _session.progress.end();
+        if (row) return true;
+    }
+    _error = sqlite_error(_session.db, before.size());
+    _error.offset += begin;
+    return false;
+}
+
+bool CallRun::_set_argument(CallFrame& frame, const Given& given, std::string& error) {
+    sqlite3_stmt* row = given.value.get();
+    const int type = sqlite3_column_type(row, 0);
+    if (type == SQLITE_NULL)
+        return frame.set_argument(given.number, Value::null(EXTFN_TYPE_STRING), error);
+    const void* data =
+        type == SQLITE_BLOB ? sqlite3_column_blob(row, 0) : sqlite3_column_text(row, 0);
+    const auto length = static_cast<std::size_t>(sqlite3_column_bytes(row, 0));
+    // An empty blob has no memory; anything else without memory could not be fetched.
+    if (data == nullptr && (type != SQLITE_BLOB || length > 0)) {
+        error = "out of memory";
+        return false;
+    }
+    return frame.lend_argument(given.number, {static_cast<const char*>(data), length}, error);
+}
+
+bool CallRun::_set_arguments(CallFrame& frame) {
+    std::string error;
+    for (const Given& given : _given)
+        if (!_set_argument(frame, given, error)) return _fail(error, given.expression);
+    return true;
+}
+
+bool CallRun::_sends_a_file() const {
+    const auto& parameters = _procedure->parameters;
+    return std::any_of(parameters.begin(), parameters.end(), [](const Parameter& parameter) {
+        return parameter.direction == Direction::In && parameter.type == EXTFN_TYPE_BINARY;
+    });
+}
+
+// What the callbacks of a running call feed: the display of bytes, and the result's summary.
+void CallRun::_watch(CallFrame& frame) {
+    if (_sends_a_file())
+        frame.on_progress = [this](std::uint64_t moved) { _session.progress.moved(moved); };
+    if (_procedure->result != Result::Bytes) return;
+    frame.on_result = [this, &frame](const void* data, std::uint32_t length, bool append) {
+        _bytes.take(data, length, append);
+        _session.progress.moved(_bytes.length());
+        return !frame.cancelled();
+    };
+}
+
+bool CallRun::_run_procedure() {
+    CallFrame frame(_session.library, *_procedure, _session.connection);
+    if (!_set_arguments(frame)) return false;
+    _watch(frame);
+
+    std::string error;
+    const RunningCall running(frame);
+    _session.progress.begin(
+        std::string(_procedure->name), _procedure->cancellable ? "Ctrl-C cancels" : "",
+        _procedure->cancellable ? Progress::Place::Edge : Progress::Place::Line);
+    const bool called = frame.call(error);
+    _session.progress.end();
+    if (!called) return _fail(error, _call.procedure);
+    leave_echoed_line();
+    show_call_result(*_procedure, frame, _bytes);
+    return true;
+}
+
+}  // namespace
+
+bool run_call(Session& session, std::string_view text, StatementError& error) {
+    return CallRun(session, text, error).run();
+}
+
+}  // namespace host

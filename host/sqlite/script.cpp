@@ -1,0 +1,92 @@
+#include "host/sqlite/script.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "host/sqlite/interrupt.h"
+#include "host/sqlite/runstatement.h"
+
+namespace host {
+
+namespace {
+
+// The statements of one source, which arrive in parts.
+class Script {
+  public:
+    Script(Session& session, std::string source) : _session(session), _source(std::move(source)) {}
+
+    // False when the script is over: a statement failed or said .quit.
+    bool feed(std::string_view lines) {
+        _splitter.add(lines);
+        while (const std::optional<Statement> statement = _splitter.next())
+            if (!_run(*statement)) return false;
+        return true;
+    }
+
+    int finish() {
+        if (_over) return _status;
+        if (const std::optional<Statement> statement = _splitter.rest()) _run(*statement);
+        return _status;
+    }
+
+  private:
+    bool _run(const Statement& statement) {
+        const Ran ran = run_statement(_session, statement, _source);
+        if (ran == Ran::Done && interrupted())
+            fprintf(stderr, "quorelsql: %s:%zu: interrupted\n", _source.c_str(), statement.line);
+        _status = ran == Ran::Failed || interrupted() ? 1 : 0;
+        _over = _status != 0 || ran == Ran::Quit;
+        return !_over;
+    }
+
+    Session& _session;
+    const std::string _source;
+    StatementSplitter _splitter;
+    bool _over = false;
+    int _status = 0;
+};
+
+bool read_file(const std::string& file, std::string& text) {
+    FILE* in = fopen(file.c_str(), "re");
+    if (in == nullptr) return false;
+    char block[65536];
+    while (const std::size_t count = fread(block, 1, sizeof block, in)) text.append(block, count);
+    const bool whole = ferror(in) == 0;
+    const int reason = errno;
+    fclose(in);
+    errno = reason;
+    return whole;
+}
+
+}  // namespace
+
+int run_command(Session& session, const std::string& sql) {
+    Script script(session, "-c");
+    script.feed(sql);
+    return script.finish();
+}
+
+int run_script_file(Session& session, const std::string& file) {
+    std::string text;
+    if (!read_file(file, text)) {
+        fprintf(stderr, "quorelsql: cannot read %s: %s\n", file.c_str(), strerror(errno));
+        return 1;
+    }
+    Script script(session, file);
+    script.feed(text);
+    return script.finish();
+}
+
+int run_standard_input(Session& session) {
+    Script script(session, "standard input");
+    char* line = nullptr;
+    std::size_t size = 0;
+    for (ssize_t length = 0; (length = getline(&line, &size, stdin)) > 0;)
+        if (!script.feed({line, static_cast<std::size_t>(length)})) break;
+    free(line);
+    return script.finish();
+}
+
+}  // namespace host

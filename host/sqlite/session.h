@@ -1,0 +1,38 @@
+#ifndef QUOREL_HOST_SQLITE_SESSION_H
+#define QUOREL_HOST_SQLITE_SESSION_H
+
+/// What the shell works with: one database connection, the procedures, the terminal.
+
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <string>
+
+#include "host/library.h"
+#include "host/sqlite/progress.h"
+
+namespace host {
+
+/// Owns the connection. For the main thread.
+class Session {
+  public:
+    Session() = default;
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+    ~Session();
+
+    /// Loads the library, opens the database and registers the procedures as SQL functions. The
+    /// database file is not trusted: its schema cannot call what touches the machine, nor can SQL
+    /// damage the file's structure. False with a sentence in `error`.
+    bool open(const std::string& database, const std::string& library_path, std::string& error);
+
+    Library library;
+    sqlite3* db = nullptr;
+    std::int32_t connection = 0;  ///< the number that procedures know this connection by
+    bool interactive = false;     ///< a person types the statements
+    Progress progress;
+};
+
+}  // namespace host
+
+#endif
