@@ -1,0 +1,248 @@
+"""quorelsql as its users meet it: on the command line, with scripts, and at a terminal.
+
+    quorelsql_test.py QUORELSQL
+"""
+import os
+import re
+import signal
+import stat
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import pexpect
+
+QUORELSQL = os.path.abspath(sys.argv[1])
+PATIENCE = 60  # seconds until a test gives up; nothing waits that long when all is well
+UP, CTRL_A, CTRL_U = "\033[A", "\001", "\025"
+# A command that Ctrl-C at the terminal does not reach, so that only a real cancel ends it.
+STUBBORN = 'trap "" INT; echo pid $$; exec sleep 600'
+WRITTEN = "status 0: the whole value was written\n"
+
+
+class Scratch(unittest.TestCase):
+    """Each test in a folder of its own, which is also where the history goes."""
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+        self.environment = {**os.environ, "TERM": "xterm", "XDG_STATE_HOME": self.path("state")}
+        self.environment.pop("QUOREL_LIBRARY", None)
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def write(self, name, text):
+        with open(self.path(name), "w") as file:
+            file.write(text)
+
+    def assert_gone(self, pid):
+        with self.assertRaises(ProcessLookupError):
+            os.kill(pid, 0)
+
+
+class Batch(Scratch):
+    def run_sql(self, *arguments, stdin="", stdout=subprocess.PIPE):
+        done = subprocess.run([QUORELSQL, *arguments], input=stdin, stdout=stdout, text=True,
+                              stderr=subprocess.PIPE, cwd=self.folder, env=self.environment,
+                              timeout=PATIENCE)
+        return done.returncode, done.stdout, done.stderr
+
+    def test_shows_what_each_kind_of_procedure_hands_back(self):
+        for sql, shown in (
+            ("CALL xp_write_file('a', contents => x'00ff')", WRITTEN),
+            ("CALL xp_write_file('b', (SELECT xp_read_file('a')) -- a copy\n);", WRITTEN),
+            ("SELECT xp_read_file('a') = xp_read_file('b') AS same",
+             " same\n------\n    1\n(1 row)\n\n"),
+            ("CALL xp_read_file('b')",
+             " xp_read_file\n--------------\n x'00ff'\n(1 row)\n\n"),
+            ("CALL xp_read_file('none')",
+             " xp_read_file\n--------------\n NULL\n(1 row)\n\n"),
+            ("CALL xp_read_file('/dev/null')",
+             " xp_read_file\n--------------\n x''\n(1 row)\n\n"),
+            ("CALL xp_sprintf('%s-%s', 'a', value2 => 1 + 1)",
+             " text\n------\n a-2\n(1 row)\n\n"),
+            ("CALL xp_sprintf('%s', NULL)", " text\n--------\n (null)\n(1 row)\n\n"),
+            ("CALL xp_scanf(format => '%s %s', input => '12 abc')",
+             " value1 | value2\n--------+--------\n 12     | abc\n(1 row)\n\n"),
+            ("CALL xp_scanf('', '%s')", " value1\n--------\n NULL\n(1 row)\n\n"),
+            ("call XP_CmdShell('echo out; exit 3')",
+             "out\nstatus 3: the command ended with this exit status\n"),
+            ("SELECT xp_cmdshell('exit 3') AS status", " status\n--------\n      3\n(1 row)\n\n"),
+        ):
+            self.assertEqual(self.run_sql("-c", sql), (0, shown, ""), sql)
+
+    def test_says_what_to_do_about_a_bad_call(self):
+        for sql, message in (
+            ("CALL xp_raed_file('a')", "did you mean xp_read_file?"),
+            ("CALL frobnicate()", r"no procedure frobnicate \(\.procedures lists all\)"),
+            ("CALL xp_write_file('a')", r"parameter 2 \(contents\) is missing; give the bytes"),
+            ("CALL xp_write_file('a', content => 1)", "no parameter content; its parameters: .*contents"),
+            ("CALL xp_cmdshell('a', 'b', 'c')", "too many arguments .* command, output"),
+            ("CALL xp_cmdshell('a', command => 'b')", "command is given twice"),
+            ("CALL xp_scanf('a', 'b', value3 => 'c')", "value3.* is an OUT parameter"),
+            ("CALL xp_sprintf(@out, '%s')", "no variables here"),
+            ("CALL xp_read_file(b)", "no such column: b"),
+            ("CALL xp_read_file('a'", r"this \( has no matching \)"),
+            (".frob", "no command .frob; .help lists them"),
+            (".help xp_scan", "did you mean xp_scanf?"),
+        ):
+            status, out, error = self.run_sql("-c", sql)
+            self.assertEqual((status, out), (1, ""), sql)
+            self.assertRegex(error, r"\Aquorelsql: -c:1: .*" + message, sql)
+
+    def test_a_script_stops_at_its_first_error_and_names_the_line(self):
+        self.write("script.sql", "-- first\nSELECT 1;\n\nCALL xp_read_file(\n  'a',\n  'b');\nSELECT 2;\n")
+        status, out, error = self.run_sql("script.sql")
+        self.assertEqual((status, out), (1, " 1\n---\n 1\n(1 row)\n\n"))
+        self.assertRegex(error, r"\Aquorelsql: script.sql:6: too many arguments for xp_read_file")
+        self.assertEqual(self.run_sql("-", stdin="\nSELECT\n1,\nfrom;")[2],
+                         'quorelsql: standard input:4: near "from": syntax error\n')
+        self.assertEqual(self.run_sql(stdin="SELECT 1 AS a;\n.quit\nSELECT 2;\n"),
+                         (0, " a\n---\n 1\n(1 row)\n\n", ""))
+        self.write("zero.sql", "SELECT 1;\n\nSELECT 2\0;\n")
+        self.assertRegex(self.run_sql("zero.sql")[2], "zero.sql:3: a zero byte")
+        self.assertEqual(self.run_sql("none.sql"), (
+            1, "", "quorelsql: cannot read none.sql: No such file or directory\n"))
+
+    def test_keeps_a_database_file_which_cannot_reach_the_procedures(self):
+        script = "CREATE VIEW v AS SELECT xp_cmdshell('echo owned');"
+        self.assertEqual(self.run_sql("a.db", "-c", script), (0, "", ""))
+        self.assertEqual(self.run_sql("a.db", "-c", "SELECT * FROM v"),
+                         (1, "", "quorelsql: -c:1: unsafe use of xp_cmdshell()\n"))
+        self.write("no.db", "not a database, but long enough to be looked at" * 20)
+        self.assertEqual(self.run_sql("no.db", "-c", "SELECT 1"), (
+            1, "", "quorelsql: cannot open the database no.db: file is not a database\n"))
+
+    def test_tells_how_it_is_used(self):
+        self.assertIn("--lib FILE", self.run_sql("--help")[1])
+        self.assertRegex(self.run_sql("--version")[1], r"\Aquorelsql \d+\.\d+\.\d+ \(SQLite 3")
+        for arguments, message in ((["-z"], "unknown option -z"), (["--frob"], "unknown option --frob"),
+                                   (["-c"], "-c needs a value"), (["a", "b", "c"], "too many names"),
+                                   (["-c", "SELECT 1", "a.sql"], "not both")):
+            status, out, error = self.run_sql(*arguments)
+            self.assertEqual((status, out), (2, ""))
+            self.assertTrue(error.startswith("quorelsql: ") and message in error, error)
+        status, _, error = self.run_sql("--lib", "none.so", "-c", "SELECT 1")
+        self.assertEqual(status, 1)
+        self.assertRegex(error, "cannot load ./none.so: .*name its file with --lib")
+
+    def test_notices_that_its_output_is_lost(self):
+        with open("/dev/full", "w") as full:
+            status, _, error = self.run_sql("-c", "SELECT 1", stdout=full)
+        self.assertEqual((status, error), (1, "quorelsql: cannot write: No space left on device\n"))
+
+    def test_an_interrupt_ends_the_command_and_the_script(self):
+        for statement, shown in (("CALL", "cancelled; status 2: .*"), ("SELECT", "")):
+            sql = f"{statement} xp_cmdshell('{STUBBORN}'); SELECT 'further';"
+            shell = subprocess.Popen([QUORELSQL, "-c", sql], stdout=subprocess.PIPE, text=True,
+                                     stderr=subprocess.PIPE, env=self.environment)
+            self.addCleanup(shell.kill)
+            pid = int(shell.stdout.readline().split()[1])
+            shell.send_signal(signal.SIGINT)
+            out, error = shell.communicate(timeout=PATIENCE)
+            self.assertEqual((shell.returncode, error), (1, "quorelsql: -c:1: interrupted\n"))
+            self.assertRegex(out, rf"\A{shown}\n?\Z")
+            self.assert_gone(pid)
+
+
+class Terminal(Scratch):
+    PROMPT = "quorelsql> "
+
+    def start(self, **options):
+        shell = pexpect.spawn(QUORELSQL, cwd=self.folder, env=self.environment, encoding="utf-8",
+                              timeout=PATIENCE, dimensions=(24, 100), **options)
+        self.addCleanup(shell.close, force=True)
+        shell.expect(self.PROMPT)
+        return shell
+
+    def ask(self, shell, typed, answer):
+        """Types a line and waits for its answer, which is not the echo of the line."""
+        shell.sendline(typed)
+        shell.expect(r"\n *" + answer)
+        shell.expect(self.PROMPT)
+
+    def leave(self, shell):
+        shell.sendeof()
+        shell.expect(pexpect.EOF)
+        shell.wait()
+        self.assertEqual((shell.exitstatus, shell.signalstatus), (0, None))
+
+    def test_edits_lines_and_recalls_statements(self):
+        shell = self.start()
+        self.ask(shell, "ELECT 'edi' || 'ted';" + CTRL_A + "S", "edited")
+        shell.sendline("SELECT 'two' ||")
+        shell.expect(r"\.\.\.> ")
+        self.ask(shell, "'lines';", "twolines")
+        self.ask(shell, UP, "twolines")
+        self.ask(shell, "xp_\tr\t" + CTRL_U + ".help xp_re\t", "xp_read_file: reads")
+        self.ask(shell, "CALL xp_cmdshell(\t'true');", "status 0")
+        self.ask(shell, " SELECT 'unseen';", "unseen")
+        self.ask(shell, "SELECT 'a password';", "a password")
+        self.leave(shell)
+
+        history = self.path("state/quorelsql/history")
+        self.assertEqual(stat.S_IMODE(os.stat(history).st_mode), 0o600)
+        self.assertEqual(stat.S_IMODE(os.stat(os.path.dirname(history)).st_mode), 0o700)
+        with open(history) as file:
+            kept = file.read()
+        self.assertIn("lines", kept)
+        self.assertNotRegex(kept, "unseen|password")
+
+        shell = self.start()
+        self.ask(shell, UP + UP + UP, "twolines")
+        self.leave(shell)
+
+    def test_ctrl_c_voids_the_input(self):
+        shell = self.start()
+        shell.sendline("SELECT 'half a")
+        shell.expect(r"\.\.\.> ")
+        shell.send("statement" + CTRL_A)
+        shell.sendintr()
+        shell.expect(r"\^C.*" + self.PROMPT)
+        self.ask(shell, "SELECT 40 + 2;", "42")
+        self.leave(shell)
+
+    def test_ctrl_c_cancels_what_runs(self):
+        shell = self.start()
+        for statement, answer in (("CALL", "cancelled; status 2: "),
+                                  ("SELECT", "quorelsql: interrupted")):
+            shell.sendline(f"{statement} xp_cmdshell('{STUBBORN}'); SELECT 'further' AS x;")
+            shell.expect(r"pid (\d+)")
+            pid = int(shell.match.group(1))
+            shell.sendintr()
+            shell.expect(r"\n" + answer)
+            self.assert_gone(pid)
+            shell.expect(self.PROMPT)
+            self.assertNotIn("further", shell.before)
+        self.ask(shell, "SELECT 40 + 2;", "42")
+        self.leave(shell)
+
+    def test_shows_bytes_and_time_while_something_runs(self):
+        os.mkfifo(self.path("pipe"))
+        for self.environment["TERM"] in ("xterm", "dumb"):
+            shell = self.start()
+            shell.sendline("CALL xp_read_file('pipe');")
+            with open(self.path("pipe"), "wb") as pipe:
+                pipe.write(bytes(3 << 20))
+                pipe.flush()
+                shell.expect(r"xp_read_file: 3\.0 MiB, \d+\.\d s")
+            shell.expect(r"\(3145728 bytes\)")
+            for statement, what in (("CALL", "xp_cmdshell"), ("SELECT", "running")):
+                shell.sendline(f"{statement} xp_cmdshell('read line <pipe');")
+                shell.expect(what + r": \d+\.\d s \(Ctrl-C cancels\)")
+                open(self.path("pipe"), "w").close()
+                shell.expect(self.PROMPT)
+            self.leave(shell)
+
+    def test_works_without_a_terminal_description(self):
+        del self.environment["TERM"]
+        shell = self.start()
+        self.ask(shell, "ELECT 40 + 2;" + CTRL_A + "S", "42")
+        self.leave(shell)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])
