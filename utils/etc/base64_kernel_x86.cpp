@@ -77,6 +77,10 @@ QUOREL_AVX2 QUOREL_INLINE __m256i held_wide_table(const Element* table) {
     return held(_mm256_load_si256(reinterpret_cast<const __m256i*>(table)));
 }
 
+QUOREL_SSSE3 QUOREL_INLINE __m128i load_16(const a_byte* src) {
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(src));
+}
+
 // Exactly 12 bytes in and out, and 24.
 QUOREL_SSSE3 QUOREL_INLINE __m128i load_12(const a_byte* src) {
     int last_4;
@@ -86,9 +90,7 @@ QUOREL_SSSE3 QUOREL_INLINE __m128i load_12(const a_byte* src) {
 }
 
 QUOREL_AVX2 QUOREL_INLINE __m256i load_24(const a_byte* src) {
-    const __m128i lower = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src));
-    const __m128i upper = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 8));
-    return _mm256_inserti128_si256(_mm256_castsi128_si256(lower), upper, 1);
+    return _mm256_inserti128_si256(_mm256_castsi128_si256(load_16(src)), load_16(src + 8), 1);
 }
 
 QUOREL_SSSE3 QUOREL_INLINE void store_12(a_byte* dst, __m128i bytes) {
@@ -106,8 +108,8 @@ QUOREL_AVX2 QUOREL_INLINE void store_24(a_byte* dst, __m256i bytes) {
 struct an_encoder_ssse3 {
     QUOREL_SSSE3 QUOREL_INLINE an_encoder_ssse3() {}
 
-    QUOREL_SSSE3 QUOREL_INLINE void step(char* dst, const a_byte* src) const {
-        const __m128i bytes = _mm_shuffle_epi8(load_12(src), spread);
+    QUOREL_SSSE3 QUOREL_INLINE void step(char* dst, __m128i source) const {
+        const __m128i bytes = _mm_shuffle_epi8(source, spread);
         const __m128i fields_02 = _mm_mulhi_epu16(_mm_and_si128(bytes, mask_02), shift_02);
         const __m128i fields_13 = _mm_mullo_epi16(_mm_and_si128(bytes, mask_13), shift_13);
         const __m128i values = _mm_or_si128(fields_02, fields_13);
@@ -156,8 +158,10 @@ struct an_encoder_avx2 {
 // of the groups before.
 QUOREL_SSSE3 QUOREL_INLINE void encode_row(const an_encoder_ssse3& encoder, char* dst,
                                            const a_byte* src, size_t groups) {
-    for (size_t i = 0; i < groups - 4; i += 4) encoder.step(dst + 4 * i, src + 3 * i);
-    encoder.step(dst + 4 * (groups - 4), src + 3 * (groups - 4));
+    size_t i = 0;
+    for (; i + 6 <= groups; i += 4) encoder.step(dst + 4 * i, load_16(src + 3 * i));
+    if (i + 4 < groups) encoder.step(dst + 4 * i, load_12(src + 3 * i));
+    encoder.step(dst + 4 * (groups - 4), load_12(src + 3 * (groups - 4)));
 }
 
 QUOREL_AVX2 QUOREL_INLINE void encode_row(const an_encoder_avx2& encoder, char* dst,
@@ -204,7 +208,7 @@ struct a_decoder_ssse3 {
     QUOREL_SSSE3 QUOREL_INLINE a_decoder_ssse3() {}
 
     QUOREL_SSSE3 QUOREL_INLINE __m128i step(const a_byte* src, __m128i* invalid) const {
-        const __m128i text = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src));
+        const __m128i text = load_16(src);
         const __m128i upper = _mm_and_si128(_mm_srli_epi32(text, 4), slash);
         const __m128i lower = _mm_and_si128(text, slash);
         *invalid = _mm_and_si128(_mm_shuffle_epi8(invalid_by_lower, lower),
