@@ -78,10 +78,9 @@ Verdict judge(const Directive& directive) {
     };
     if (is_one_of(allocating_or_wide)) return Verdict::Refuse;
     if (directive.stores_characters()) {
-        // Every modifier but "h" makes the C library store wide characters.
-        if (directive.modifier == "hh") return Verdict::Stop;
-        return directive.modifier.empty() || directive.modifier == "h" ? Verdict::Copy
-                                                                       : Verdict::Refuse;
+        // Every modifier but "h" and "hh" makes the C library store wide characters.
+        const bool narrow = directive.modifier.find_first_not_of('h') == std::string_view::npos;
+        return narrow ? Verdict::Copy : Verdict::Refuse;
     }
     return is_one_of(harmless) ? Verdict::Copy : Verdict::Stop;
 }

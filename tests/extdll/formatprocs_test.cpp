@@ -138,7 +138,8 @@ TEST(Scanf, splits_strings_as_the_c_library_does) {
         {long_word, "%253s", {std::string(253, 'w')}},
         {long_word + " x", "%*s %s", {"x"}},
         {"ab", "%hs", {"ab"}},
-        {"ab", "%hhs", {}},
+        {"ab", "%hhs", {"ab"}},
+        {"ab", "%hhhs", {}},
         {"% 5 x", "%5% %s%*%%s", {"5"}},
         {"1s x", "%as %s", {"", "x"}},  // %a is a number, not an allocation
         {"65", "%d", {"A"}},            // a number leaves its bytes

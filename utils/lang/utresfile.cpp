@@ -38,7 +38,8 @@ struct Mapping {
 /// Maps the whole file read-only and private; the mapping outlives the descriptor.
 Mapping map_file(const char* path) {
     Mapping mapping;
-    // O_NONBLOCK: a pipe at that place fails to map, it does not keep the host waiting for a writer.
+    // O_NONBLOCK: a pipe at that place fails to map, it does not keep the host waiting for a
+    // writer.
     const int fd = _posix_open(path, O_RDONLY | O_NONBLOCK, 0);
     if (fd < 0) return mapping;
     const int64 length = _posix_filelength(fd);
