@@ -1,0 +1,145 @@
+#include "netlib/netsmtp.h"
+
+#include <algorithm>
+#include <limits>
+
+#include <unistd.h>
+
+#include "netlib/ipaddress.h"
+#include "netlib/netutil.h"
+#include "netlib/socketstream.h"
+
+namespace {
+
+// The codes of RFC 5321 and RFC 4954 that the session waits for.
+constexpr int service_ready = 220;
+constexpr int completed = 250;
+constexpr int authenticated = 235;
+
+int32 in_milliseconds(int seconds) {
+    constexpr int32 most = std::numeric_limits<int32>::max() / 1000;
+    return std::clamp<int32>(seconds, -most, most) * 1000;
+}
+
+}  // namespace
+
+// The time-outs of a TimedSocket need a non-blocking socket, which only the base can make it.
+SMTPClient::SMTPClient() : _socket(SOCK_TCP, false) {
+    _socket.Socket::set_blocking_state(false);
+}
+
+SMTPClient::~SMTPClient() {
+    _DeleteEhloResponses();
+    _istrm.reset();
+    _ostrm.reset();
+    SMTPClient::_Shutdown();
+}
+
+int SMTPClient::Connect(const char* sender, const char* sender_name, const char* host, int port,
+                        int timeout, const char* user, const char* password) {
+    _socket.setTimeout(in_milliseconds(timeout));
+    _socket.setReplyTimeout(in_milliseconds(timeout));
+    IPAddress address;
+    if (!TcpUtil::Resolve(host, address, TcpUtil::ADDR_BOTH)) return SMTP_UNKNOWN_HOST;
+    address.setPortNumber(static_cast<uint16>(port));
+    if (!_ConnectSocket(address)) return SMTP_NOT_CONNECTED;
+    _istrm = std::make_unique<SockIStream>(_socket, &_heap);
+    _ostrm = std::make_unique<SockOStream>(_socket);
+
+    int result = _Greet();
+    if (result != SMTP_OK) {
+        _Shutdown();
+        return result;
+    }
+    result = _Introduce(sender, sender_name, timeout);
+    if (result == SMTP_OK) result = _LogIn(user, password);
+    if (result != SMTP_OK) Disconnect();
+    return result;
+}
+
+a_bool SMTPClient::_ConnectSocket(const IPAddress& address) {
+    if (address.isIPv6()) {
+        _socket.close();
+        if (!_socket.init(SOCK_TCP, true)) return false;
+        _socket.Socket::set_blocking_state(false);
+    }
+    if (_socket.connect(address) == -1) return false;
+    // Kept: this leaves Nagle's algorithm on. Whole commands do not wait under it, and the last
+    // segment of a message is pushed.
+    _socket.set_Nagle_algorithm(false);
+    return true;
+}
+
+int SMTPClient::_Greet() {
+    return _Expect(service_ready);
+}
+
+int SMTPClient::_Introduce(const char* sender, const char* sender_name, int timeout) {
+    char reply[reply_size];
+    int code = 0;
+    const int result = _SMTPConnect(reply, sizeof reply, sender, sender_name, timeout, &code);
+    if (result != SMTP_OK) return result;
+    return code == completed ? SMTP_OK : SMTP_BAD_REPLY;
+}
+
+int SMTPClient::_LogIn(const char* user, const char* password) {
+    char reply[reply_size];
+    int code = 0;
+    const int result = _SMTPAuthenticate(reply, sizeof reply, user, password, &code);
+    if (result != SMTP_OK) return result;
+    return code == authenticated ? SMTP_OK : SMTP_BAD_REPLY;
+}
+
+int SMTPClient::_SMTPConnect(char* buf, size_t buflen, const char* sender, const char* sender_name,
+                             int timeout, int* code) {
+    if (buf == nullptr) return SMTP_NO_MEMORY;
+    _sender.reset(ut_strdup(sender));
+    if (_sender == nullptr) return SMTP_NO_MEMORY;
+    _sender_name.reset(ut_strdup(sender_name));
+    if (sender_name != nullptr && _sender_name == nullptr) return SMTP_NO_MEMORY;
+    _timeout = timeout;
+
+    // The name as the host has it: looking up its domain could wait for a name server.
+    char host_name[256];
+    const a_bool named = gethostname(host_name, sizeof host_name) == 0;
+    host_name[sizeof host_name - 1] = '\0';
+    _SendCommand({"EHLO ", named ? host_name : "localhost"});
+    return _ProcessResponse(buf, buflen, code, true);
+}
+
+void SMTPClient::Disconnect() {
+    char reply[reply_size];
+    int ignored = 0;
+    if (_SendCommand({"QUIT"})) _ProcessResponse(reply, sizeof reply, &ignored, false);
+    _Shutdown();
+}
+
+void SMTPClient::_Shutdown() {
+    if (_shutdown) return;
+    _socket.shutdown(SHUTDOWN_BOTH);
+    _socket.close();
+    _shutdown = true;
+}
+
+a_bool SMTPClient::_SendCommand(std::initializer_list<const char*> parts) {
+    Buffer line;
+    line.append_all(parts);
+    return _SendLine(line);
+}
+
+a_bool SMTPClient::_SendLine(Buffer& line) {
+    line.append("\r\n");
+    return _sendData(line.c_str(), line.length()) == line.length();
+}
+
+size_t SMTPClient::_sendData(const char* data, size_t len) {
+    constexpr auto failed = static_cast<size_t>(-1);
+    if (_write_failed || _ostrm == nullptr) return failed;
+    const size_t written = _ostrm->put(data, len);
+    if (written == failed) _write_failed = true;
+    return written;
+}
+
+size_t SMTPClient::_recvData(char* data, size_t len) {
+    return _istrm == nullptr ? 0 : _istrm->get(data, len);
+}

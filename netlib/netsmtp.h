@@ -1,0 +1,175 @@
+#ifndef QUOREL_NETLIB_NETSMTP_H
+#define QUOREL_NETLIB_NETSMTP_H
+
+/// The SMTP client in clear text: RFC 5321 (SMTP), RFC 4954 and RFC 4616 (AUTH PLAIN), RFC 2045 to
+/// 2047 (MIME), as far as sending needs them. One command at a time, CRLF line ends, EHLO without a
+/// fall-back to HELO.
+///
+/// The code is split by concern: netsmtp.cpp opens and closes the session, netsmtp_reply.cpp reads
+/// replies, netsmtp_auth.cpp logs in, netsmtp_compose.cpp builds the message, netsmtp_transfer.cpp
+/// sends it.
+///
+///     SMTPClient client;
+///     if (client.Connect(...) == SMTP_OK) {
+///         client.SendMessage(...);
+///         client.Disconnect();
+///     }
+///
+/// Failure is a result code; the text of a reply is not reported. Strings that the client keeps
+/// are copies. One thread at a time uses a client; it has no lock. A client is connected once.
+
+#include <cstddef>
+#include <initializer_list>
+#include <memory>
+
+#include "netlib/smtpbuffer.h"
+#include "netlib/smtpsocket.h"
+#include "utils/etc/utstream.h"
+#include "utils/utmem/utmem.h"
+
+class IPAddress;
+
+/// Result codes, which reach SQL unchanged.
+enum a_smtp_result : int {
+    SMTP_OK = 0,
+    SMTP_BAD_ATTACHMENT = 12,     // the file cannot be read, or is a directory or a FIFO
+    SMTP_NO_MEMORY = 15,          // out of memory
+    SMTP_RECIPIENT_REFUSED = 20,  // RCPT was answered with 550, 551 or 553
+    SMTP_NOT_CONNECTED = 100,     // no TCP connection
+    SMTP_TIMED_OUT = 101,         // a reply did not come, or not fast enough
+    SMTP_UNKNOWN_HOST = 102,      // the name does not resolve
+    SMTP_BAD_REPLY = 104,         // a malformed reply, or not the code that was expected
+    SMTP_NOT_SECURE = 105,        // the connection could not be secured
+};
+
+/// Text from the allocation layer, freed there.
+struct a_ut_text_deleter {
+    void operator()(char* text) const { ut_free(text); }
+};
+using a_ut_text = std::unique_ptr<char, a_ut_text_deleter>;
+
+/// The order of the virtual operations is a binary interface; new ones go to the end.
+class SMTPClient {
+  public:
+    /// Makes the socket, not yet connected.
+    SMTPClient();
+    /// Closes the connection, if still open, without QUIT.
+    virtual ~SMTPClient();
+    SMTPClient(const SMTPClient&) = delete;
+    SMTPClient& operator=(const SMTPClient&) = delete;
+
+    /// Opens the session up to where a message can be sent: connects to the first address of
+    /// `host`, reads the greeting, says EHLO and, given both `user` and `password`, logs in.
+    /// `timeout` is in seconds, 0 or less for no limit, and holds for each wait. `sender` is the
+    /// envelope sender, `sender_name` its display name. Name, user and password may be null.
+    ///
+    /// After a failure the connection is closed and the client of no more use: QUIT was sent unless
+    /// the greeting itself was wrong.
+    virtual int Connect(const char* sender, const char* sender_name, const char* host, int port,
+                        int timeout, const char* user, const char* password);
+
+    /// Closes the connection, once.
+    virtual void _Shutdown();
+    /// Writes to the server; returns what the stream's put() returns. Once a write has failed, an
+    /// unknown part of a command or message is on its way, so nothing more is written at all:
+    /// (size_t)-1.
+    virtual size_t _sendData(const char* data, size_t len);
+    /// Reads up to `len` bytes from the server, at least one unless there is none.
+    virtual size_t _recvData(char* data, size_t len);
+
+    /// Sends one message to all of `to`, `cc` and `bcc` or to nobody. Of each list the first
+    /// `..._count` entries are taken, of which a null one is the empty address. `subject`, `body`,
+    /// `attachment` (the path of a file) and `content_type` (of the body; see _ComposeMessage) may
+    /// be null. Addresses, names and subject are pasted as given: callers keep line breaks out of
+    /// them. Memory does not grow with the attachment.
+    ///
+    /// After a failure the server was told to forget the message (RSET), and the session remains
+    /// usable unless the connection itself failed.
+    int SendMessage(const char* subject, const char* body, const char** to, int to_count,
+                    const char** cc, int cc_count, const char** bcc, int bcc_count,
+                    const char* attachment, const char* content_type);
+
+    /// Says QUIT, reads a reply whatever it is, and closes.
+    void Disconnect();
+
+    /// The first line of the EHLO reply that begins with `name`, in any case of letters: "AUTH"
+    /// finds "AUTH PLAIN LOGIN". Null when there is none. It stays until the next EHLO.
+    /// Kept: a prefix is enough, so "AUTH" finds "AUTHX" too.
+    const char* FindServerCapability(const char* name) const;
+
+  protected:
+    class SMTPClientOStream;
+    class JoinedWrites;
+
+    static constexpr size_t reply_size = 256;  // longest line of a reply, CRLF included
+
+    // The dialogue. `buf` is a buffer for lines, *code becomes the reply's code; it is for the
+    // caller to judge. A null `buf` gives SMTP_NO_MEMORY.
+
+    /// Keeps copies of the sender and says EHLO.
+    int _SMTPConnect(char* buf, size_t buflen, const char* sender, const char* sender_name,
+                     int timeout, int* code);
+    /// Logs in with AUTH PLAIN. Without user or password sends nothing and gives code 235.
+    int _SMTPAuthenticate(char* buf, size_t buflen, const char* user, const char* password,
+                          int* code);
+    /// Reads one reply of one or more lines; with `is_ehlo` its lines become the capabilities.
+    /// More than 1000 lines are malformed.
+    int _ProcessResponse(char* buf, size_t buflen, int* code, a_bool is_ehlo);
+    /// Reads up to a line feed, `buflen` bytes or the end of what comes; returns the count. A
+    /// terminator follows the line feed where there is room for one.
+    /// Kept: the rest of a longer line is the next line, which is malformed.
+    size_t _ReadLine(char* buf, size_t buflen);
+    void _DeleteEhloResponses();
+
+    /// Sends the parts, null ones left out, and CRLF as one line. False when it did not go out.
+    a_bool _SendCommand(std::initializer_list<const char*> parts);
+
+    /// Connects the socket to `address`, in the address's family. False on failure.
+    a_bool _ConnectSocket(const IPAddress& address);
+
+    // The message.
+
+    /// The header and the text part, CRLF-terminated, to be freed with ut_free(); null when out of
+    /// memory. With `boundary` the text is the first part of a multipart message; a `content_type`
+    /// that begins with "asis" leaves the text part's headers to the body.
+    char* _ComposeMessage(const char* subject, const char* body, const char** to, int to_count,
+                          const char** cc, int cc_count, const char* boundary,
+                          const char* content_type);
+    /// Sends text with a dot doubled where it begins a line (RFC 5321, 4.5.2); line ends stay as
+    /// they are. *open_line tells whether the text did not end with a line feed; no text leaves it
+    /// alone. Always returns 0: a failed write shows in the next reply.
+    /// Kept: a zero byte, and what follows it, goes out without doubling.
+    int _SendRawText(const char* text, size_t len, a_bool* open_line);
+    /// Sends the section of the attachment whose contents `file` delivers, and the closing
+    /// delimiter. A null boundary or path sends nothing.
+    int _SendMessageAttachments(const char* boundary, const char* path, UTIStream& file);
+
+    UTHeap _heap;
+    SMTPSocket _socket;
+    char** _ehlo_responses = nullptr;   // null-terminated array of owned strings, or null
+    std::unique_ptr<UTIStream> _istrm;  // null until connected
+    std::unique_ptr<UTOStream> _ostrm;  // null until connected
+    int _timeout = 0;                   // seconds
+    a_ut_text _sender;
+    a_ut_text _sender_name;
+    a_bool _shutdown = false;      // the socket has been shut down and closed
+    a_bool _write_failed = false;  // see _sendData
+
+  private:
+    class GuardedOStream;
+
+    int _Greet();
+    int _Introduce(const char* sender, const char* sender_name, int timeout);
+    int _LogIn(const char* user, const char* password);
+    void _AddEhloResponse(const char* line, size_t length);
+    a_bool _SendLine(Buffer& line);
+    int _Expect(int expected);
+    int _SendEnvelope(const char** const lists[], const int counts[]);
+    int _SendRecipient(const char* address);
+    int _SendContent(const char* text, const char* boundary, const char* path, UTIStream& file);
+    void _SendText(const Buffer& text);
+    void _PushLastSegment();
+    int _Abandon(int result);
+};
+
+#endif

@@ -1,0 +1,72 @@
+// Logging in: AUTH (RFC 4954) with the PLAIN mechanism (RFC 4616) and its initial response.
+
+#include <cstring>
+
+#include "netlib/netsmtp.h"
+#include "utils/etc/base64.h"
+
+namespace {
+
+constexpr int authenticated = 235;
+constexpr size_t line_length = 512;
+
+/// Memory for secrets, overwritten before it is freed.
+class SecretBytes {
+  public:
+    explicit SecretBytes(size_t size) : _size(size), _bytes(static_cast<char*>(ut_malloc(size))) {}
+    ~SecretBytes() {
+        if (_bytes != nullptr) explicit_bzero(_bytes, _size);
+        ut_free(_bytes);
+    }
+    SecretBytes(const SecretBytes&) = delete;
+    SecretBytes& operator=(const SecretBytes&) = delete;
+
+    char* bytes() const { return _bytes; }  // null when there was no memory
+
+  private:
+    size_t _size;
+    char* _bytes;  // owned
+};
+
+// Characters that base64 makes of `length` bytes in lines of line_length, with a terminator.
+size_t encoded_size(size_t length) {
+    const size_t characters = (length + 2) / 3 * 4;
+    return characters + characters / line_length * 2 + 1;
+}
+
+// Appends [authorisation identity] NUL user NUL password, encoded. False without memory.
+// Kept: a credential of more than 512 characters gets a line break inside.
+a_bool append_credential(Buffer& line, const char* user, const char* password) {
+    const size_t user_length = std::strlen(user);
+    const size_t length = user_length + std::strlen(password) + 2;
+    const SecretBytes credential(length + 1);  // the password's terminator too
+    const SecretBytes encoded(encoded_size(length));
+    if (credential.bytes() == nullptr || encoded.bytes() == nullptr) return false;
+    credential.bytes()[0] = '\0';
+    std::strcpy(credential.bytes() + 1, user);
+    std::strcpy(credential.bytes() + 2 + user_length, password);
+    const size_t size = base64_encode(encoded.bytes(), credential.bytes(), length, line_length);
+    encoded.bytes()[size] = '\0';
+    line.append(encoded.bytes());
+    return true;
+}
+
+}  // namespace
+
+int SMTPClient::_SMTPAuthenticate(char* buf, size_t buflen, const char* user, const char* password,
+                                  int* code) {
+    if (buf == nullptr) return SMTP_NO_MEMORY;
+    if (user == nullptr || password == nullptr) {
+        *code = authenticated;
+        return SMTP_OK;
+    }
+    const char* const offered = FindServerCapability("AUTH");
+    if (offered == nullptr || std::strstr(offered, " PLAIN") == nullptr) return SMTP_BAD_REPLY;
+
+    Buffer line;
+    line.append("AUTH PLAIN ");
+    if (!append_credential(line, user, password)) return SMTP_NO_MEMORY;
+    _SendLine(line);
+    line.wipe();
+    return _ProcessResponse(buf, buflen, code, false);
+}

@@ -1,0 +1,54 @@
+#include "netlib/smtpbuffer.h"
+
+#include <cstring>
+#include <limits>
+
+namespace {
+
+size_t grown_capacity(size_t needed) {
+    constexpr size_t largest = (std::numeric_limits<size_t>::max() - 3) / 3;
+    return needed <= largest ? (needed * 3 + 3) / 2 : needed + 1;
+}
+
+}  // namespace
+
+void Buffer::assign(const char* text) {
+    _size = 0;
+    if (_str != nullptr) _str[0] = '\0';
+    append(text);
+}
+
+void Buffer::append(const char* text) {
+    if (text == nullptr) return;
+    const size_t added = std::strlen(text);
+    const size_t needed = _size + added;
+    if (needed + 1 > _capacity && !reserve(_size == 0 ? needed + 1 : grown_capacity(needed)))
+        return;
+    std::memcpy(_str + _size, text, added + 1);
+    _size = needed;
+}
+
+void Buffer::append_all(std::initializer_list<const char*> texts) {
+    for (const char* text : texts) append(text);
+}
+
+a_bool Buffer::reserve(size_t capacity) {
+    auto* const grown = static_cast<char*>(ut_realloc(_str, capacity));
+    if (grown == nullptr) return false;
+    _str = grown;
+    _capacity = capacity;
+    return true;
+}
+
+char* Buffer::release() {
+    char* const text = _str;
+    _str = nullptr;
+    _size = 0;
+    _capacity = 0;
+    return text;
+}
+
+void Buffer::wipe() {
+    if (_str != nullptr) explicit_bzero(_str, _capacity);
+    _size = 0;
+}

@@ -1,0 +1,217 @@
+#include <cerrno>
+#include <cstring>
+
+#include <gtest/gtest.h>
+
+#include "netlib/netsmtp.h"
+#include "netlib/smtpbuffer.h"
+#include "netlib/socketstream.h"
+
+namespace {
+
+/// A socket that receives what the test says, piece by piece, then nothing but the end.
+class ScriptedSocket : public Socket {
+  public:
+    struct Piece {
+        std::string bytes;
+        int error = 0;  // recv fails with this instead
+    };
+    std::vector<Piece> pieces;
+    std::string sent;
+    int recvs = 0;
+    int shutdowns = 0;
+
+    using Socket::recv;
+    using Socket::send;
+
+    int recv(char* buf, unsigned int len) override {
+        ++recvs;
+        if (pieces.empty()) return 0;
+        const Piece piece = pieces.front();
+        pieces.erase(pieces.begin());
+        errno = piece.error;
+        if (piece.error != 0) return -1;
+        EXPECT_LE(piece.bytes.size(), len);
+        std::memcpy(buf, piece.bytes.data(), piece.bytes.size());
+        return static_cast<int>(piece.bytes.size());
+    }
+    int send(const char* buf, unsigned int len) override {
+        sent.append(buf, len);
+        return static_cast<int>(len);
+    }
+    void shutdown(a_socket_shutdown_flag flag) override {
+        EXPECT_EQ(SHUTDOWN_RECV, flag);
+        ++shutdowns;
+    }
+};
+
+/// A client over such a socket.
+class TestClient : public SMTPClient {
+  public:
+    explicit TestClient(std::vector<ScriptedSocket::Piece> pieces) {
+        socket.pieces = std::move(pieces);
+        _istrm = std::make_unique<SockIStream>(socket, &_heap);
+        _ostrm = std::make_unique<SockOStream>(socket);
+    }
+    explicit TestClient(const std::string& reply)
+        : TestClient(std::vector<ScriptedSocket::Piece>{{reply}}) {}
+
+    using SMTPClient::_ProcessResponse;
+    using SMTPClient::_ReadLine;
+    using SMTPClient::_SendRawText;
+
+    std::vector<std::string> capabilities() const {
+        std::vector<std::string> all;
+        for (char** c = _ehlo_responses; c != nullptr && *c != nullptr; ++c) all.emplace_back(*c);
+        return all;
+    }
+
+    ScriptedSocket socket;
+};
+
+using Lines = std::vector<std::string>;
+
+TEST(SmtpReply, may_be_split_anywhere) {
+    const std::string reply = "250-one\r\n250-AUTH PLAIN\r\n250 three\r\n";
+    for (size_t at = 1; at < reply.size(); ++at) {
+        TestClient client({{reply.substr(0, at)}, {"", EAGAIN}, {reply.substr(at)}});
+        char buf[256];
+        int code = 0;
+        EXPECT_EQ(0, client._ProcessResponse(buf, sizeof buf, &code, true)) << at;
+        EXPECT_EQ(250, code);
+        EXPECT_EQ((Lines{"one", "AUTH PLAIN", "three"}), client.capabilities());
+        EXPECT_EQ(3, client.socket.recvs);
+    }
+}
+
+TEST(SmtpReply, keeps_what_a_line_says_and_never_reads_beyond_it) {
+    const std::string filler(251, 'x');
+    struct Case {
+        std::string reply;
+        int result;
+        int code;
+        Lines capabilities;
+    };
+    const Case cases[] = {
+        {"250 AUTH\n", 0, 250, {"AUTH"}},
+        {"250 a\nb\rc\r\n", 0, 250, {"a"}},
+        {"250 AB\rC\r\n", 0, 250, {"AB"}},
+        {"250 \r\n", 0, 250, {""}},
+        {"250 ", 0, 250, {""}},
+        {"250", 104, 0, {}},
+        {"250-a\r\n251 b\r\n", 0, 251, {"a", "b"}},
+        {"250-a\r\n", 104, 250, {"a"}},
+        {std::string("250 a\0b\r\n", 9), 0, 250, {"a"}},
+        // Lines of 255, 256 and 257 bytes.
+        {"250 " + filler.substr(2) + "\r\n", 0, 250, {filler.substr(2)}},
+        {"250 " + filler.substr(1) + "\r\n", 0, 250, {filler.substr(1)}},
+        {"250 " + filler + "\r\n", 0, 250, {filler}},
+        {"250 " + filler + "x\r\n", 0, 250, {filler + "x"}},
+        {"250-" + filler.substr(1) + "\r\n250 b\r\n", 0, 250, {filler.substr(1), "b"}},
+        {"250-" + filler + "\r\n250 b\r\n", 104, 250, {filler}},
+        {"250-" + filler + "x\r\n250 b\r\n", 104, 250, {filler + "x"}},
+    };
+    for (const Case& c : cases) {
+        TestClient client(c.reply);
+        const std::unique_ptr<char[]> buf(new char[256]);  // of exactly that size, for the checker
+        std::memset(buf.get(), '7', 256);
+        int code = 0;
+        EXPECT_EQ(c.result, client._ProcessResponse(buf.get(), 256, &code, true)) << c.reply;
+        EXPECT_EQ(c.code, code) << c.reply;
+        EXPECT_EQ(c.capabilities, client.capabilities()) << c.reply;
+    }
+}
+
+TEST(SmtpReply, has_at_most_a_thousand_lines) {
+    for (const int lines : {1000, 1001}) {
+        std::vector<ScriptedSocket::Piece> pieces(static_cast<size_t>(lines) - 1, {"250-x\r\n"});
+        pieces.push_back({"250 x\r\n"});
+        TestClient client(std::move(pieces));
+        char buf[256];
+        int code = 0;
+        EXPECT_EQ(lines == 1000 ? 0 : 104, client._ProcessResponse(buf, sizeof buf, &code, true));
+        EXPECT_EQ(1000U, client.capabilities().size());
+    }
+}
+
+TEST(SmtpReply, capabilities_are_found_by_prefix_in_any_case_until_the_next_hello) {
+    TestClient client("250-me\r\n250-AUTHX\r\n250 AUTH PLAIN\r\n");
+    EXPECT_EQ(nullptr, client.FindServerCapability("AUTH"));
+    char buf[256];
+    int code = 0;
+    client._ProcessResponse(buf, sizeof buf, &code, true);
+    EXPECT_STREQ("AUTHX", client.FindServerCapability("auth"));
+    EXPECT_STREQ("AUTH PLAIN", client.FindServerCapability("AUTH "));
+    EXPECT_EQ(nullptr, client.FindServerCapability("STARTTLS"));
+    EXPECT_EQ(15, client._ProcessResponse(nullptr, 0, &code, true));
+    EXPECT_EQ(nullptr, client.FindServerCapability("AUTH"));
+}
+
+TEST(SmtpText, doubles_dots_that_begin_lines_up_to_a_zero_byte) {
+    struct Case {
+        std::string text, sent;
+        bool open_line;
+    };
+    const Case cases[] = {
+        {"a", "a", true},
+        {"a\n", "a\n", false},
+        {".", "..", true},
+        {"..\n..", "...\n...", true},
+        {"\n\n.\n", "\n\n..\n", false},
+        {"a.\r.\n", "a.\r.\n", false},
+        {std::string("\n.\0\n.\n", 6), std::string("\n..\0\n.\n", 7), true},
+    };
+    for (const Case& c : cases) {
+        TestClient client("");
+        a_bool open_line = !c.open_line;
+        EXPECT_EQ(0, client._SendRawText(c.text.data(), c.text.size(), &open_line));
+        EXPECT_EQ(c.sent, client.socket.sent);
+        EXPECT_EQ(c.open_line, open_line) << c.text;
+    }
+}
+
+TEST(SockIStream, hands_out_what_has_arrived_and_ends_with_the_connection) {
+    ScriptedSocket socket;
+    socket.pieces = {{"abcd"}, {"", EAGAIN}, {"ef"}, {"", ECONNRESET}, {"never"}};
+    SockIStream stream(socket, nullptr);
+    char buf[10];
+    EXPECT_EQ(4U, stream.get(buf, sizeof buf));
+    EXPECT_EQ(1, socket.recvs);
+    EXPECT_EQ(0U, stream.get(buf, sizeof buf));
+    EXPECT_FALSE(stream.eof());
+    EXPECT_EQ(1U, stream.get(buf, 1));
+    EXPECT_EQ(1U, stream.get(buf, sizeof buf));
+    EXPECT_EQ(0U, stream.get(buf, sizeof buf));
+    EXPECT_TRUE(stream.eof());
+    EXPECT_EQ(1, socket.shutdowns);
+}
+
+TEST(Buffer, grows_by_its_rule_and_drops_what_does_not_fit) {
+    Buffer buffer;
+    EXPECT_EQ(nullptr, buffer.c_str());
+    buffer.append(nullptr);
+    EXPECT_EQ(nullptr, buffer.c_str());
+    struct Step {
+        const char* text;
+        size_t length, capacity;
+    };
+    for (const Step& step : {Step{"", 0, 1}, Step{"abc", 3, 4}, Step{"", 3, 4}, Step{"d", 4, 7},
+                             Step{"ef", 6, 7}, Step{"g", 7, 12}}) {
+        buffer.append(step.text);
+        EXPECT_EQ(step.length, buffer.length()) << step.text;
+        EXPECT_EQ(step.capacity, buffer.capacity()) << step.text;
+    }
+    EXPECT_STREQ("abcdefg", buffer.c_str());
+    static a_utmem_source poor = {[](size_t) -> void* { return nullptr; }, realloc, free,
+                                  [] { return false; }};
+    utmem_set_source(&poor);
+    Buffer empty;
+    empty.append("dropped");
+    utmem_set_source(nullptr);
+    EXPECT_EQ(nullptr, empty.c_str());
+    buffer.assign("x");
+    EXPECT_STREQ("x", buffer.c_str());
+    EXPECT_EQ(12U, buffer.capacity());
+}
+
+}  // namespace

@@ -1,0 +1,411 @@
+#include "netlib/netsmtp.h"
+
+#include <cstdlib>
+#include <ctime>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "netlib/netutil.h"
+#include "netlib/socketstream.h"
+#include "tests/netlib/smtppeer.h"
+#include "tests/scratch.h"
+#include "utils/etc/base64.h"
+#include "utils/locale/utlocale.h"
+#include "utils/unix/timelib.h"
+
+namespace {
+
+// System calls of the thread that uses the client.
+struct Calls {
+    int sends = 0;
+    int reads = 0;
+    int setsockopts = 0;
+};
+thread_local Calls calls;
+
+}  // namespace
+
+extern "C" {
+
+ssize_t __real_send(int s, const void* b, size_t n, int flags);
+ssize_t __wrap_send(int s, const void* b, size_t n, int flags) {
+    ++calls.sends;
+    return __real_send(s, b, n, flags);
+}
+
+ssize_t __real_recv(int s, void* b, size_t n, int flags);
+ssize_t __wrap_recv(int s, void* b, size_t n, int flags) {
+    ++calls.reads;
+    return __real_recv(s, b, n, flags);
+}
+
+ssize_t __real_read(int s, void* b, size_t n);
+ssize_t __wrap_read(int s, void* b, size_t n) {
+    ++calls.reads;
+    return __real_read(s, b, n);
+}
+
+int __real_setsockopt(int s, int level, int option, const void* value, socklen_t length);
+int __wrap_setsockopt(int s, int level, int option, const void* value, socklen_t length) {
+    ++calls.setsockopts;
+    return __real_setsockopt(s, level, option, value, length);
+}
+
+int __wrap_gethostname(char* name, size_t length) {
+    return snprintf(name, length, "client.test") > 0 ? 0 : -1;
+}
+
+time_t __wrap_time(time_t* now) {
+    constexpr time_t frozen = 1794648240;  // 2026-11-14 09:24:00 UTC
+    if (now != nullptr) *now = frozen;
+    return frozen;
+}
+
+}  // extern "C"
+
+namespace {
+
+const std::string boundary = "==_EMAIL_MIME_2026_1114_092400_==";
+const std::string mailer = "X-Mailer: Corvane External Library 12.0.1.3891\r\n";
+
+std::string charset() {
+    return ls_os_charset_label();
+}
+
+std::string text_headers() {
+    return "Content-Type: text/plain; charset=" + charset() +
+           "\r\nContent-Disposition: inline;\r\n\r\n";
+}
+
+/// One message, as a test gives it; an empty optional is null.
+struct Mail {
+    const char* subject = "Hi";
+    const char* body = "text";
+    std::vector<const char*> to = {"bob@b.test"};
+    std::vector<const char*> cc = {};
+    std::vector<const char*> bcc = {};
+    const char* attachment = nullptr;
+    const char* content_type = nullptr;
+};
+
+int send(SMTPClient& client, Mail mail) {
+    return client.SendMessage(
+        mail.subject, mail.body, mail.to.data(), static_cast<int>(mail.to.size()), mail.cc.data(),
+        static_cast<int>(mail.cc.size()), mail.bcc.data(), static_cast<int>(mail.bcc.size()),
+        mail.attachment, mail.content_type);
+}
+
+class Smtp : public testing::Test {
+  protected:
+    Smtp() {
+        setenv("TZ", "UTC", 1);
+        TcpUtil::Init();
+    }
+    ~Smtp() override { TcpUtil::Fini(); }
+
+    static int connect(SMTPClient& client, const SMTPPeer& peer, int timeout = 10,
+                       const char* user = nullptr, const char* password = nullptr,
+                       const char* name = nullptr) {
+        return client.Connect("ann@a.test", name, "127.0.0.1", peer.port(), timeout, user,
+                              password);
+    }
+};
+
+const std::string hello = "EHLO client.test\r\n";
+const std::string mail_from = "MAIL FROM:<ann@a.test>\r\n";
+const std::string rcpt_bob = "RCPT TO:<bob@b.test>\r\n";
+const std::string quit = "QUIT\r\n";
+const std::string rset = "RSET\r\n";
+const std::string from_line = "From: ann@a.test\r\n";
+
+TEST_F(Smtp, connecting_ends_in_its_code_and_says_what_the_step_needs) {
+    const std::string login = "AUTH PLAIN AHUAcA==\r\n";
+    struct Case {
+        SMTPPeer::Replies replies;
+        const char* user;
+        int result;
+        std::string transcript;
+    };
+    const Case cases[] = {
+        {{}, nullptr, 0, hello},
+        {{}, "u", 0, hello + login},
+        {{{"greeting", "220-a\r\n220-b\r\n220 c"}}, nullptr, 0, hello},
+        {{{"greeting", "554 no"}}, nullptr, 104, ""},
+        {{{"greeting", "close"}}, nullptr, 104, ""},
+        {{{"greeting", "close now"}}, nullptr, 104, ""},
+        {{{"greeting", "22\r\n"}}, nullptr, 104, ""},
+        {{{"greeting", "220x\r\n"}}, nullptr, 104, ""},
+        {{{"greeting", "2 0 x\r\n"}}, nullptr, 104, ""},
+        {{{"greeting", std::string("2\0000 \r\n", 6)}}, nullptr, 104, ""},
+        {{{"greeting", "\n"}}, nullptr, 104, ""},
+        {{{"greeting", "flood"}}, nullptr, 104, ""},
+        {{{"EHLO", "502 what"}}, nullptr, 104, hello + quit},
+        {{{"EHLO", "250-a\r\n35 b"}}, nullptr, 104, hello + quit},
+        {{{"EHLO", "close"}}, nullptr, 104, hello},
+        {{{"AUTH", "535 no"}}, "u", 104, hello + login + quit},
+        {{{"AUTH", "close"}}, "u", 104, hello + login},
+        {{{"EHLO", "250-a\r\n250 AUTH LOGIN CRAM-MD5"}}, "u", 104, hello + quit},
+        {{{"EHLO", "250-a\r\n250 AUTH LOGIN CRAM-MD5"}}, nullptr, 0, hello},
+        {{{"EHLO", "250-a\r\n250 AUTH=PLAIN"}}, "u", 104, hello + quit},
+        {{{"EHLO", "250 a"}}, "u", 104, hello + quit},
+        {{{"EHLO", "250-a\r\n250 auth=LOGIN PLAIN"}}, "u", 0, hello + login},
+    };
+    for (const Case& c : cases) {
+        SMTPPeer peer(c.replies);
+        {
+            SMTPClient client;
+            EXPECT_EQ(c.result, connect(client, peer, 10, c.user, "p")) << c.transcript;
+        }
+        // After a close of its own the peer does not see what came too late.
+        EXPECT_EQ(c.transcript, peer.transcript()) << testing::PrintToString(c.replies);
+    }
+}
+
+TEST_F(Smtp, a_host_that_cannot_be_reached_is_told_from_one_that_is_unknown) {
+    int closed_port = 0;
+    { closed_port = SMTPPeer().port(); }
+    const std::pair<const char*, int> cases[] = {{"no host.invalid", 102}, {"127.0.0.1", 100}};
+    for (const auto& [host, result] : cases) {
+        SMTPClient client;
+        EXPECT_EQ(result, client.Connect("a", nullptr, host, closed_port, 5, nullptr, nullptr));
+        client.Disconnect();
+    }
+}
+
+TEST_F(Smtp, an_IPv6_host_is_connected_over_IPv6) {
+    SMTPPeer peer({}, AF_INET6);
+    if (!peer.usable() || !TcpUtil::IsIPv6Supported()) GTEST_SKIP() << "no IPv6 here";
+    SMTPClient client;
+    EXPECT_EQ(0, client.Connect("ann@a.test", nullptr, "::1", peer.port(), 10, nullptr, nullptr));
+    client.Disconnect();
+    EXPECT_EQ(hello + quit, peer.transcript());
+}
+
+TEST_F(Smtp, a_credential_is_encoded_in_lines_of_512_characters) {
+    for (const size_t size : {0U, 1U, 2U, 382U, 383U, 384U, 800U}) {
+        SMTPPeer peer;
+        const std::string password(size, 'p');
+        const std::string credential = std::string("\0\0", 2) + password;
+        std::string encoded(credential.size() * 2 + 8, '\0');
+        encoded.resize(base64_encode(encoded.data(), credential.data(), credential.size(), 0));
+        for (size_t at = 512; at <= encoded.size(); at += 514) encoded.insert(at, "\r\n");
+        SMTPClient client;
+        // The server takes what follows the break for a command of its own.
+        connect(client, peer, 10, "", password.c_str());
+        EXPECT_EQ(hello + "AUTH PLAIN " + encoded + "\r\n",
+                  peer.transcript().substr(0, hello.size() + 13 + encoded.size()))
+            << size;
+    }
+}
+
+TEST_F(Smtp, a_message_is_composed_to_the_byte) {
+    const std::string subject = "Subject: Hi\r\n";
+    const std::string mime = "MIME-Version: 1.0\r\n";
+    const std::string to = "To: bob@b.test\r\n";
+    struct Case {
+        const char* name;  // of the sender
+        Mail mail;
+        std::string text;
+    };
+    const Case cases[] = {
+        {nullptr, {}, from_line + to + subject + mailer + mime + text_headers() + "text\r\n"},
+        {"Ann",
+         {},
+         "From: Ann <ann@a.test>\r\n" + to + subject + mailer + mime + text_headers() + "text\r\n"},
+        {nullptr,
+         {.to = {"x", "y", "z"}, .cc = {"c"}, .bcc = {"secret"}},
+         from_line + "To: x,y,z\r\nCc: c\r\n" + subject + mailer + mime + text_headers() +
+             "text\r\n"},
+        {nullptr,
+         {.to = {}, .bcc = {"secret"}},
+         from_line + subject + mailer + mime + text_headers() + "text\r\n"},
+        {nullptr, {.subject = nullptr, .body = nullptr}, from_line + to + mailer + "\r\n"},
+        {nullptr,
+         {.subject = ""},
+         from_line + to + "Subject: \r\n" + mailer + mime + text_headers() + "text\r\n"},
+        {nullptr,
+         {.subject = "H\xe9"},
+         from_line + to + "Subject: =?" + charset() + "?q?=48=e9?=\r\n" + mailer + mime +
+             text_headers() + "text\r\n"},
+        {nullptr, {.body = ""}, from_line + to + subject + mailer + mime + text_headers() + "\r\n"},
+        {nullptr,
+         {.body = "text\r\n"},
+         from_line + to + subject + mailer + mime + text_headers() + "text\r\n\r\n"},
+        {nullptr,
+         {.content_type = "text/html"},
+         from_line + to + subject + mailer + mime +
+             "Content-Type: text/html;\r\nContent-Disposition: inline;\r\n\r\ntext\r\n"},
+        {nullptr, {.content_type = "ASIS"}, from_line + to + subject + mailer + mime + "text\r\n"},
+        {nullptr,
+         {.content_type = "asis-is"},
+         from_line + to + subject + mailer + mime + "text\r\n"},
+        // Dots are doubled at the beginning of lines, the first included; line ends stay.
+        {nullptr,
+         {.body = ".x\r\n..\r\na.b\n.\n\r.\r\n."},
+         from_line + to + subject + mailer + mime + text_headers() +
+             "..x\r\n...\r\na.b\n..\n\r.\r\n..\r\n"},
+    };
+    for (const Case& c : cases) {
+        SMTPPeer peer;
+        SMTPClient client;
+        ASSERT_EQ(0, connect(client, peer, 10, nullptr, nullptr, c.name));
+        ASSERT_EQ(0, send(client, c.mail));
+        client.Disconnect();
+        std::string envelope = hello + mail_from;
+        for (const auto* list : {&c.mail.to, &c.mail.cc, &c.mail.bcc}) {
+            for (const std::string address : *list) envelope += "RCPT TO:<" + address + ">\r\n";
+        }
+        EXPECT_EQ(envelope + "DATA\r\n" + c.text + ".\r\n" + quit, peer.transcript());
+    }
+}
+
+TEST_F(Smtp, an_attachment_is_a_base64_section_that_closes_the_message) {
+    const ScratchFolder folder;
+    for (const size_t size : {0U, 1U, 2U, 3U, 56U, 57U, 58U, 1U << 20}) {
+        const std::string contents = pattern(size);
+        const std::string path = folder.file_with("report.csv", contents);
+        std::string encoded(size * 2 + 8, '\0');
+        encoded.resize(base64_encode(encoded.data(), contents.data(), size, 76));
+
+        SMTPPeer peer;
+        SMTPClient client;
+        ASSERT_EQ(0, connect(client, peer));
+        ASSERT_EQ(0, send(client, {.attachment = path.c_str()}));
+        client.Disconnect();
+        const std::string expected =
+            hello + mail_from + rcpt_bob + "DATA\r\n" + from_line + "To: bob@b.test\r\n" +
+            "Subject: Hi\r\n" + mailer + "MIME-Version: 1.0\r\n" +
+            "Content-Type: multipart/mixed; boundary=\"" + boundary + "\";\r\n--" + boundary +
+            "\r\n" + text_headers() + "text\r\n" + "\r\n\r\n--" + boundary +
+            "\r\nContent-Type: application/octet-stream; name=\"report.csv\"\r\n"
+            "Content-transfer-encoding: base64\r\n"
+            "Content-Disposition: attachment; filename=\"report.csv\"\r\n\r\n" +
+            encoded + "\r\n\r\n--" + boundary + "--\r\n\r\n\r\n.\r\n" + quit;
+        EXPECT_TRUE(expected == peer.transcript()) << size;
+    }
+}
+
+TEST_F(Smtp, an_attachment_that_cannot_be_one_is_refused_before_the_envelope) {
+    const ScratchFolder folder;
+    mkfifo(folder.file("fifo").c_str(), 0600);
+    mkdir(folder.file("folder").c_str(), 0700);
+    SMTPPeer peer;
+    SMTPClient client;
+    ASSERT_EQ(0, connect(client, peer));
+    for (const char* name : {"missing", "fifo", "folder"}) {
+        EXPECT_EQ(12, send(client, {.attachment = folder.file(name).c_str()})) << name;
+    }
+    EXPECT_EQ(0, send(client, {}));
+    EXPECT_EQ(hello + rset + rset + rset + mail_from, peer.transcript().substr(0, 60));
+}
+
+TEST_F(Smtp, a_failed_message_ends_in_its_code_and_leaves_the_session_usable) {
+    const std::string envelope = mail_from + rcpt_bob + "RCPT TO:<c>\r\nRCPT TO:<>\r\n";
+    const std::string text = "DATA\r\n" + from_line +
+                             "To: bob@b.test,c\r\nCc: \r\nSubject: Hi\r\n" + mailer +
+                             "MIME-Version: 1.0\r\n" + text_headers() + "text\r\n.\r\n";
+    const std::string first_two = mail_from + rcpt_bob + "RCPT TO:<c>\r\n";
+    struct Case {
+        std::string verb, reply;
+        int result;
+        std::string transcript;
+    };
+    const Case cases[] = {
+        {"MAIL 1", "451 no", 104, mail_from},
+        {"MAIL 1", "25 no", 104, mail_from},
+        {"RCPT 2", "550 no", 20, first_two},
+        {"RCPT 2", "551 no", 20, first_two},
+        {"RCPT 2", "553-no\r\n553 no", 20, first_two},
+        {"RCPT 2", "550-no\r\nxyz", 20, first_two},
+        {"RCPT 2", "552 no", 104, first_two},
+        {"RCPT 2", "450 no", 104, first_two},
+        {"RCPT 2", "25x", 104, first_two},
+        {"RCPT 3", "550 no", 20, envelope},
+        {"DATA 1", "554 no", 104, envelope + "DATA\r\n"},
+        {"DATA 1", "250 no", 104, envelope + "DATA\r\n"},
+        {". 1", "552 no", 104, envelope + text},
+        {". 1", "354 no", 104, envelope + text},
+        {"RSET", "502 no", 0, envelope + text},  // what RSET is answered does not matter
+    };
+    for (const Case& c : cases) {
+        SMTPPeer peer(SMTPPeer::Replies{{c.verb, c.reply}});
+        SMTPClient client;
+        ASSERT_EQ(0, connect(client, peer));
+        const Mail mail = {.to = {"bob@b.test", "c"}, .cc = {nullptr}};
+        EXPECT_EQ(c.result, send(client, mail)) << c.verb << c.reply;
+        EXPECT_EQ(0, send(client, mail)) << c.verb << c.reply;
+        client.Disconnect();
+        EXPECT_EQ(hello + c.transcript + (c.result != 0 ? rset : "") + envelope + text + quit,
+                  peer.transcript());
+    }
+}
+
+// Timed by a clock that runs ten times as fast, so that a time-out of 5 seconds takes half of one.
+constexpr a_timelib_clock fast_clock = {
+    .raw_ticks =
+        [] {
+            timespec now;
+            clock_gettime(CLOCK_MONOTONIC, &now);
+            return static_cast<long>(now.tv_sec % 100000 * 1000 + now.tv_nsec / 1000000);
+        },
+    .microseconds = [] { return uint64{0}; },
+    .ticks_per_second = [] { return 100L; },
+};
+
+TEST_F(Smtp, a_peer_that_stalls_or_goes_holds_a_call_for_a_few_time_outs) {
+    constexpr int timeout = 5;
+    const ScratchFolder folder;
+    const std::string large = folder.file_with("large", pattern(24 << 20));
+    struct Case {
+        std::string verb, behaviour;
+        int result;
+    };
+    const Case cases[] = {
+        {"greeting", "silence", 101}, {"greeting", "drip", 101},  {"EHLO", "silence", 101},
+        {"MAIL", "silence", 101},     {"MAIL", "drip", 101},      {"MAIL", "close", 104},
+        {"MAIL", "close now", 104},   {"MAIL", "flood", 104},     {"RCPT", "silence", 101},
+        {"DATA", "silence", 101},     {"DATA", "close now", 104}, {"DATA", "354 deaf", 101},
+        {".", "silence", 101},        {".", "close", 104},
+    };
+    timelib_set_clock(&fast_clock);
+    for (const Case& c : cases) {
+        SMTPPeer peer(SMTPPeer::Replies{{c.verb, c.behaviour}});
+        a_timer_tick start;
+        start.sample();
+        {
+            SMTPClient client;
+            int result = connect(client, peer, timeout);
+            if (result == 0) result = send(client, {.attachment = large.c_str()});
+            EXPECT_EQ(c.result, result) << c.verb << " " << c.behaviour;
+            // Nothing more is sent into a broken message, and nothing waited for.
+            EXPECT_NE(0, send(client, {})) << c.verb << " " << c.behaviour;
+            client.Disconnect();
+        }
+        a_timer_tick end;
+        end.sample();
+        EXPECT_LT((end - start).seconds(), 4U * timeout) << c.verb << " " << c.behaviour;
+    }
+    timelib_set_clock(nullptr);
+}
+
+TEST_F(Smtp, a_message_takes_few_system_calls) {
+    const ScratchFolder folder;
+    const std::string path = folder.file_with("1M", pattern(1 << 20));
+    const std::string body(1024, 'b');
+    SMTPPeer peer;
+    SMTPClient client;
+    ASSERT_EQ(0, connect(client, peer));
+    calls = {};
+    ASSERT_EQ(0, send(client, {.body = body.c_str()}));
+    EXPECT_EQ(4, calls.sends);
+    EXPECT_LE(calls.setsockopts, 2);
+    calls = {};
+    ASSERT_EQ(0, send(client, {.attachment = path.c_str()}));
+    EXPECT_LE(calls.sends, 96);
+    EXPECT_LE(calls.reads, 68);
+    EXPECT_LE(calls.setsockopts, 2);
+}
+
+}  // namespace

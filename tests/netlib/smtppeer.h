@@ -1,0 +1,193 @@
+#ifndef QUOREL_TESTS_NETLIB_SMTPPEER_H
+#define QUOREL_TESTS_NETLIB_SMTPPEER_H
+
+#include <atomic>
+#include <cstring>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+/// A scripted SMTP server on a loopback port of the kernel's choice. It serves connections, one
+/// after the other, in a thread of its own, answers as told and keeps every byte that it received.
+class SMTPPeer {
+  public:
+    /// What is answered to a command, by its verb ("MAIL", ...), or to one occurrence of it
+    /// ("RCPT 2" is the second in a connection); "greeting" and "." (the end of a message) are
+    /// verbs too. CRLF is added unless the reply ends with a line feed. In place of a reply:
+    ///
+    ///     close     closes; "close now" with a reset
+    ///     silence   says nothing and goes on reading
+    ///     354 deaf  says that, and stops reading
+    ///     drip      sends the digits of a reply for ever, one every tenth of a second
+    ///     flood     sends continuation lines as long as they are taken
+    using Replies = std::map<std::string, std::string>;
+
+    explicit SMTPPeer(Replies replies = {}, int family = AF_INET) : _replies(std::move(replies)) {
+        _listener = socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_storage name = {};
+        name.ss_family = static_cast<sa_family_t>(family);
+        socklen_t length = family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6);
+        if (family == AF_INET) {
+            reinterpret_cast<sockaddr_in*>(&name)->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        } else {
+            reinterpret_cast<sockaddr_in6*>(&name)->sin6_addr = in6addr_loopback;
+        }
+        auto* const address = reinterpret_cast<sockaddr*>(&name);
+        _usable = _listener != -1 && bind(_listener, address, length) == 0 &&
+                  listen(_listener, 16) == 0 && getsockname(_listener, address, &length) == 0;
+        _port = ntohs(reinterpret_cast<sockaddr_in*>(&name)->sin_port);
+        if (_usable) _thread = std::thread([this] { serve(); });
+    }
+
+    ~SMTPPeer() { finish(); }
+    SMTPPeer(const SMTPPeer&) = delete;
+
+    bool usable() const { return _usable; }  // false where the family is not supported
+    int port() const { return _port; }
+
+    /// Ends the thread; then every byte received, connection by connection.
+    const std::vector<std::string>& finish() {
+        _stop = true;
+        if (_thread.joinable()) _thread.join();
+        if (_listener != -1) close(_listener);
+        _listener = -1;
+        return received;
+    }
+    /// The same, for the only connection.
+    std::string transcript() {
+        finish();
+        return received.empty() ? "" : received.front();
+    }
+
+    size_t keep_at_most = 1 << 24;      // bytes received in a connection; the rest is dropped
+    std::vector<std::string> received;  // valid after finish()
+
+  private:
+    bool readable(int fd) const {
+        while (!_stop) {
+            pollfd wanted = {fd, POLLIN, 0};
+            if (poll(&wanted, 1, 20) > 0) return true;
+        }
+        return false;
+    }
+
+    void serve() {
+        while (readable(_listener)) {
+            const int fd = accept4(_listener, nullptr, nullptr, SOCK_CLOEXEC);
+            if (fd == -1) continue;
+            received.emplace_back();
+            _seen.clear();
+            _unread.clear();
+            if (say(fd, "greeting")) converse(fd);
+            close(fd);
+        }
+    }
+
+    void converse(int fd) {
+        std::string line;
+        while (take(fd, "\r\n", &line)) {
+            const std::string verb = line.substr(0, line.find_first_of(" \r"));
+            if (!say(fd, verb)) return;
+            if (verb == "QUIT") return;
+            if (verb != "DATA" || reply_to(verb).substr(0, 3) != "354") continue;
+            if (!take(fd, "\r\n.\r\n", &line) || !say(fd, ".")) return;
+        }
+    }
+
+    // Reads up to and with `end`.
+    bool take(int fd, const std::string& end, std::string* text) {
+        size_t from = 0;
+        size_t at = 0;
+        while ((at = _unread.find(end, from)) == std::string::npos) {
+            from = _unread.size() < end.size() ? 0 : _unread.size() - end.size();
+            if (!receive(fd)) return false;
+        }
+        *text = _unread.substr(0, at + end.size());
+        _unread.erase(0, at + end.size());
+        return true;
+    }
+
+    bool receive(int fd) {
+        static thread_local char bytes[65536];
+        if (!readable(fd)) return false;
+        const ssize_t count = recv(fd, bytes, sizeof bytes, 0);
+        if (count <= 0) return false;
+        std::string& kept = received.back();
+        if (kept.size() < keep_at_most) kept.append(bytes, static_cast<size_t>(count));
+        _unread.append(bytes, static_cast<size_t>(count));
+        return true;
+    }
+
+    std::string reply_to(const std::string& verb) const {
+        const auto nth = _replies.find(verb + " " + std::to_string(_seen.at(verb)));
+        if (nth != _replies.end()) return nth->second;
+        const auto any = _replies.find(verb);
+        if (any != _replies.end()) return any->second;
+        if (verb == "greeting") return "220 peer.test";
+        if (verb == "EHLO") return "250-peer.test\r\n250-8BITMIME\r\n250 AUTH PLAIN LOGIN";
+        if (verb == "AUTH") return "235 welcome";
+        if (verb == "DATA") return "354 go on";
+        if (verb == "QUIT") return "221 bye";
+        return "250 ok";
+    }
+
+    // False when the connection is over.
+    bool say(int fd, const std::string& verb) {
+        ++_seen[verb];
+        const std::string reply = reply_to(verb);
+        if (reply == "close") return false;
+        if (reply == "close now") return reset(fd);
+        if (reply == "silence") return true;
+        if (reply == "354 deaf") return put(fd, reply + "\r\n") && wait_for_stop();
+        if (reply == "drip") return repeat(fd, "2", 100);
+        if (reply == "flood")
+            return repeat(fd, std::string(50, '2').replace(3, 1, "-") + "\r\n", 0);
+        return put(fd, reply.back() == '\n' ? reply : reply + "\r\n");
+    }
+
+    static bool put(int fd, const std::string& text) {
+        size_t sent = 0;
+        while (sent < text.size()) {
+            const ssize_t n = send(fd, &text[sent], text.size() - sent, MSG_NOSIGNAL);
+            if (n <= 0) return false;
+            sent += static_cast<size_t>(n);
+        }
+        return true;
+    }
+
+    static bool reset(int fd) {
+        const linger at_once = {1, 0};
+        setsockopt(fd, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+        return false;
+    }
+
+    bool wait_for_stop() const {
+        while (!_stop) poll(nullptr, 0, 20);
+        return false;
+    }
+
+    bool repeat(int fd, const std::string& text, int pause_ms) const {
+        const timeval patience = {0, 100000};
+        setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+        while (!_stop && (put(fd, text) || errno == EAGAIN)) poll(nullptr, 0, pause_ms);
+        return false;
+    }
+
+    Replies _replies;
+    std::map<std::string, int> _seen;  // how often each verb came in this connection
+    std::string _unread;
+    int _listener = -1;
+    int _port = 0;
+    bool _usable = false;
+    std::atomic<bool> _stop = false;
+    std::thread _thread;
+};
+
+#endif
