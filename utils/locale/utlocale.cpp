@@ -6,6 +6,7 @@
 
 #include <langinfo.h>
 #include <locale.h>
+#include <pthread.h>
 
 namespace {
 
@@ -38,6 +39,20 @@ const CharsetInfo* charset_in_name(const char* locale) {
     return ls_find_charset(name.data());
 }
 
+struct a_os_locale {
+    const CharsetInfo* charset;
+    const LanguageInfo* language;
+};
+
+// Looked for once. Not a local static: the guard of one belongs to the part of the C++ run time
+// that throws.
+const a_os_locale& os_locale() {
+    static pthread_once_t once = PTHREAD_ONCE_INIT;
+    static a_os_locale found;
+    pthread_once(&once, [] { found = {ls_detect_charset(), ls_detect_language()}; });
+    return found;
+}
+
 }  // namespace
 
 const CharsetInfo* ls_detect_charset() {
@@ -59,13 +74,11 @@ const LanguageInfo* ls_detect_language() {
 }
 
 const CharsetInfo* ls_os_charset() {
-    static const CharsetInfo* const charset = ls_detect_charset();
-    return charset;
+    return os_locale().charset;
 }
 
 const LanguageInfo* ls_os_language() {
-    static const LanguageInfo* const language = ls_detect_language();
-    return language;
+    return os_locale().language;
 }
 
 const char* ls_os_charset_label() {

@@ -1,0 +1,70 @@
+#include "extdll/sendmail.h"
+
+SendmailManager::SendmailManager() {
+    ut_safe_pthread_mutex_init(&_cs, nullptr);
+}
+
+SendmailManager::~SendmailManager() {
+    ut_safe_pthread_mutex_destroy(&_cs);
+}
+
+SendmailState* SendmailManager::FindOrAddState(int32 cid) {
+    const CriticalSection lock(_cs);
+    SendmailState* state = findState(cid);
+    if (state == nullptr) {
+        state = new SendmailState(cid);
+        linkState(state);
+    }
+    ++state->refcount;
+    return state;
+}
+
+SendmailState* SendmailManager::FindState(int32 cid) {
+    const CriticalSection lock(_cs);
+    SendmailState* const state = findState(cid);
+    if (state != nullptr) ++state->refcount;
+    return state;
+}
+
+void SendmailManager::ReleaseState(SendmailState* state) {
+    bool last = false;
+    {
+        const CriticalSection lock(_cs);
+        last = --state->refcount == 0;
+    }
+    if (last) delete state;
+}
+
+// Kept: xp_startsmtp never gives its reference back, so that a session that was started outlives
+// its stop as a small record without client.
+void SendmailManager::ReleaseAndDeleteState(SendmailState* state) {
+    bool last = false;
+    {
+        const CriticalSection lock(_cs);
+        --state->refcount;
+        unlinkState(state);
+        last = state->refcount == 0;
+    }
+    if (last) delete state;
+}
+
+SendmailState* SendmailManager::findState(int32 cid) const {
+    SendmailState* state = _head;
+    while (state != nullptr && state->cid != cid) state = state->next;
+    return state;
+}
+
+void SendmailManager::linkState(SendmailState* state) {
+    state->next = _head;
+    _head = state;
+    ++state->refcount;
+}
+
+void SendmailManager::unlinkState(SendmailState* state) {
+    for (SendmailState** link = &_head; *link != nullptr; link = &(*link)->next) {
+        if (*link != state) continue;
+        *link = state->next;
+        --state->refcount;
+        return;
+    }
+}

@@ -1,0 +1,48 @@
+#include "extdll/mailargs.h"
+#include "extdll/sendmail.h"
+
+SendmailState::SendmailState(int32 connection) : cid(connection) {
+    ut_safe_pthread_mutex_init(&cs, nullptr);
+}
+
+SendmailState::~SendmailState() {
+    ut_safe_pthread_mutex_destroy(&cs);
+}
+
+// The client that the arguments ask for, not yet connected. TLS needs a provider, of which this
+// library has none yet, and mail is never sent in clear text where TLS was asked for.
+int32 SendmailState::_MakeClient(const a_smtp_start& start, std::unique_ptr<SMTPClient>* client) {
+    if (start.trusted_certificate != nullptr) return MAIL_NOT_SECURE;
+    *client = std::make_unique<SMTPClient>();
+    return MAIL_OK;
+}
+
+int32 SendmailState::startsmtp(const a_smtp_start& start) {
+    if (smtp_handle != nullptr) stopsmtp();
+    std::unique_ptr<SMTPClient> client;
+    int32 result = _MakeClient(start, &client);
+    if (result != MAIL_OK) return result;
+    result = client->Connect(start.sender, start.sender_name, start.host, start.port, start.timeout,
+                             start.auth_username, start.auth_password);
+    if (result == MAIL_OK) smtp_handle = client.release();
+    return result;
+}
+
+int32 SendmailState::sendsmtp(const a_mail& mail) {
+    if (smtp_handle == nullptr) return MAIL_NOT_STARTED;
+    const AddressList to(mail.recipient);
+    const AddressList cc(mail.cc_recipient);
+    const AddressList bcc(mail.bcc_recipient);
+    if (to.count() == 0 && cc.count() == 0 && bcc.count() == 0) return MAIL_NOTHING_TO_SEND;
+    return smtp_handle->SendMessage(mail.subject, mail.message, to.addresses(), to.count(),
+                                    cc.addresses(), cc.count(), bcc.addresses(), bcc.count(),
+                                    mail.include_file, mail.content_type);
+}
+
+int32 SendmailState::stopsmtp() {
+    if (smtp_handle == nullptr) return MAIL_OK;
+    smtp_handle->Disconnect();
+    delete smtp_handle;
+    smtp_handle = nullptr;
+    return MAIL_OK;
+}

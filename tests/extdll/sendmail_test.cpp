@@ -1,0 +1,275 @@
+#include "extdll/sendmail.h"
+
+#include <filesystem>
+#include <thread>
+
+#include "extdll/mailargs.h"
+#include "extdll/procedures.h"
+#include "tests/extdll/fakehost.h"
+#include "tests/netlib/smtppeer.h"
+#include "tests/netlib/smtpsink.h"
+
+// Kept by design: a session that was started leaves its record behind. See SendmailManager.
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions();
+extern "C" const char* __lsan_default_suppressions() {
+    return "leak:SendmailManager::FindOrAddState\nleak:ut_safe_pthread_mutex_init\n";
+}
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+std::string bytes_of_int(int32 value) {
+    return {reinterpret_cast<const char*>(&value), sizeof value};
+}
+
+void give_int(FakeHost& host, uint32 number, std::optional<int32> value) {
+    host.give(number, value ? std::optional(bytes_of_int(*value)) : std::nullopt, EXTFN_TYPE_INT32);
+}
+
+int32 status_of(FakeHost& host, an_extfn_proc* procedure) {
+    const auto& calls = host.call(procedure);
+    EXPECT_EQ(1U, calls.size());
+    int32 status = -1;
+    if (calls.size() == 1 && calls[0].bytes && calls[0].number == 0 &&
+        calls[0].type == EXTFN_TYPE_INT32) {
+        memcpy(&status, calls[0].bytes->data(), sizeof status);
+    }
+    return status;
+}
+
+void give_start(FakeHost& host, int port, std::optional<int32> cid) {
+    host.arguments.clear();
+    host.give(1, "ann@a.test").give(2, "127.0.0.1");
+    give_int(host, 3, port);
+    give_int(host, 4, 10);
+    for (uint32 number = 5; number <= 11; ++number) host.give(number, std::nullopt);
+    give_int(host, 12, cid);
+}
+
+void give_mail(FakeHost& host, std::optional<int32> cid) {
+    host.arguments.clear();
+    for (uint32 number = 1; number <= 19; ++number)
+        host.give(number, std::nullopt, EXTFN_TYPE_CHAR);
+    host.give(1, "bob@b.test;;eve@e.test", EXTFN_TYPE_CHAR);
+    host.give(2, "Hi", EXTFN_TYPE_LONGCHAR);
+    host.give(6, "text", EXTFN_TYPE_CHAR);
+    give_int(host, 20, cid);
+}
+
+int32 start(int port, std::optional<int32> cid) {
+    FakeHost host;
+    give_start(host, port, cid);
+    return status_of(host, xp_startsmtp);
+}
+
+int32 mail(std::optional<int32> cid) {
+    FakeHost host;
+    give_mail(host, cid);
+    return status_of(host, xp_sendmail);
+}
+
+int32 stop(std::optional<int32> cid) {
+    FakeHost host;
+    give_int(host, 1, cid);
+    return status_of(host, xp_stopsmtp);
+}
+
+TEST(MailProcedures, a_session_lives_from_start_to_stop_by_its_connection_number) {
+    for (const std::optional<int32> cid : {std::optional<int32>(), std::optional(7)}) {
+        SMTPPeer peer;
+        EXPECT_EQ(cid ? 5 : 25, mail(cid));
+        EXPECT_EQ(cid ? 3 : 0, stop(cid));
+        EXPECT_EQ(0, start(peer.port(), cid));
+        EXPECT_EQ(0, start(peer.port(), cid));  // closes the first connection
+        EXPECT_EQ(0, mail(cid));
+        EXPECT_EQ(5, mail(8));
+        EXPECT_EQ(0, stop(cid));
+        EXPECT_EQ(cid ? 5 : 25, mail(cid));
+        ASSERT_EQ(2U, peer.finish().size());
+        EXPECT_THAT(peer.received[0], testing::EndsWith("\r\nQUIT\r\n"));
+        EXPECT_THAT(peer.received[1], testing::HasSubstr("RCPT TO:<bob@b.test>\r\nRCPT TO:<eve@e."
+                                                         "test>\r\nDATA\r\n"));
+    }
+}
+
+TEST(MailProcedures, session_0_is_a_session_of_its_own_that_stays) {
+    SMTPPeer peer;
+    EXPECT_EQ(0, start(peer.port(), 0));
+    EXPECT_EQ(25, mail(std::nullopt));
+    EXPECT_EQ(0, mail(0));
+    EXPECT_EQ(0, stop(0));
+    EXPECT_EQ(25, mail(0));
+    EXPECT_EQ(0, stop(0));
+}
+
+TEST(MailProcedures, a_start_needs_its_first_seven_arguments_and_a_host) {
+    for (uint32 missing = 1; missing <= 7; ++missing) {
+        FakeHost host;
+        give_start(host, 1, 7);
+        host.arguments.erase(missing);
+        EXPECT_EQ(2, status_of(host, xp_startsmtp)) << missing;
+    }
+    FakeHost host;
+    give_start(host, 1, 7);
+    host.give(2, std::nullopt);
+    EXPECT_EQ(2, status_of(host, xp_startsmtp));
+    EXPECT_EQ(3, stop(7));
+}
+
+TEST(MailProcedures, the_connection_number_is_argument_12_or_else_8) {
+    SMTPPeer peer;
+    SMTPPeer other_peer;
+    FakeHost host;
+    give_start(host, peer.port(), std::nullopt);
+    give_int(host, 8, 21);
+    EXPECT_EQ(0, status_of(host, xp_startsmtp));
+    for (uint32 number = 8; number <= 12; ++number) host.arguments.erase(number);
+    give_int(host, 3, other_peer.port());
+    give_int(host, 8, 22);
+    EXPECT_EQ(0, status_of(host, xp_startsmtp));
+    EXPECT_EQ(0, stop(21));
+    EXPECT_EQ(0, stop(22));
+    EXPECT_EQ(3, stop(22));
+}
+
+TEST(MailProcedures, mail_is_never_sent_in_clear_text_where_TLS_was_asked_for) {
+    SMTPPeer peer;
+    FakeHost host;
+    give_start(host, peer.port(), 7);
+    host.give(8, "no such certificate");
+    EXPECT_EQ(105, status_of(host, xp_startsmtp));
+    EXPECT_EQ(25, mail(7));
+    EXPECT_EQ(0, stop(7));
+    EXPECT_THAT(peer.transcript(), testing::Not(testing::HasSubstr("MAIL")));
+}
+
+TEST(MailProcedures, a_failed_start_can_be_followed_by_one_that_works) {
+    SMTPPeer refusing(SMTPPeer::Replies{{"EHLO", "502 no"}});
+    SMTPPeer peer;
+    EXPECT_EQ(104, start(refusing.port(), 7));
+    EXPECT_EQ(25, mail(7));
+    EXPECT_EQ(0, start(peer.port(), 7));
+    EXPECT_EQ(0, mail(7));
+    EXPECT_EQ(0, stop(7));
+}
+
+TEST(MailProcedures, mail_needs_nineteen_arguments_whole_and_a_recipient) {
+    SMTPPeer peer;
+    ASSERT_EQ(0, start(peer.port(), 7));
+    FakeHost host;
+    for (uint32 missing = 1; missing <= 19; ++missing) {
+        give_mail(host, 7);
+        host.arguments.erase(missing);
+        EXPECT_EQ(5, status_of(host, xp_sendmail)) << missing;
+    }
+    // Strings of other types count as NULL.
+    give_mail(host, 7);
+    host.give(1, "bob@b.test", EXTFN_TYPE_STRING);
+    EXPECT_EQ(5, status_of(host, xp_sendmail));
+    host.give(4, ";;bcc@b.test;", EXTFN_TYPE_CHAR);
+    EXPECT_EQ(0, status_of(host, xp_sendmail));
+    // In pieces, and with a piece that cannot be read.
+    host.piece_size = 3;
+    EXPECT_EQ(0, status_of(host, xp_sendmail));
+    host.good_pieces = 1;
+    EXPECT_EQ(15, status_of(host, xp_sendmail));
+    EXPECT_EQ(0, stop(7));
+    const std::string sent = peer.transcript();
+    const std::string once = "MAIL FROM:<ann@a.test>\r\nRCPT TO:<bcc@b.test>\r\nDATA\r\n";
+    EXPECT_NE(sent.find(once), sent.rfind(once));
+}
+
+TEST(MailProcedures, the_older_interface_sets_nothing) {
+    FakeHost host;
+    EXPECT_THAT(host.call(xp_startmail), IsEmpty());
+    EXPECT_THAT(host.call(xp_stopmail), IsEmpty());
+    EXPECT_THAT(host.asked, IsEmpty());
+}
+
+TEST(SendmailManager, counts_the_list_and_every_caller) {
+    SendmailManager registry;
+    SendmailState* const seven = registry.FindOrAddState(7);
+    EXPECT_EQ(2U, seven->refcount);
+    EXPECT_EQ(seven, registry.FindOrAddState(7));
+    EXPECT_EQ(3U, seven->refcount);
+    SendmailState* const nine = registry.FindOrAddState(9);
+    EXPECT_EQ(nullptr, registry.FindState(8));
+    EXPECT_EQ(seven, registry.FindState(7));
+    registry.ReleaseAndDeleteState(seven);
+    EXPECT_EQ(2U, seven->refcount);
+    EXPECT_EQ(nullptr, registry.FindState(7));
+    EXPECT_EQ(nine, registry.FindState(9));
+    // Out of the list already: only the caller's reference goes, and the last one deletes.
+    registry.ReleaseAndDeleteState(seven);
+    EXPECT_EQ(1U, seven->refcount);
+    registry.ReleaseState(seven);
+    registry.ReleaseState(nine);
+    registry.ReleaseAndDeleteState(nine);
+}
+
+TEST(MakeArgv, splits_at_semicolons_and_keeps_the_rest) {
+    const std::pair<const char*, std::vector<std::string>> cases[] = {
+        {nullptr, {}},       {"", {}},
+        {";;", {}},          {"a", {"a"}},
+        {"a;b", {"a", "b"}}, {";a;; b ;\"c;d\";", {"a", " b ", "\"c", "d\""}},
+    };
+    for (const auto& [text, fields] : cases) {
+        int count = -1;
+        char** const list = make_argv(text, &count);
+        EXPECT_EQ(fields, std::vector<std::string>(list, list + count));
+        EXPECT_EQ(nullptr, list[count]);
+        do_free(list);
+    }
+    do_free(nullptr);
+}
+
+size_t open_descriptors() {
+    const std::filesystem::directory_iterator folder("/proc/self/fd");
+    return static_cast<size_t>(std::distance(begin(folder), end(folder)));
+}
+
+// 64 connections on 16 threads, against a server that now and then hangs up in the middle.
+TEST(MailProcedures, many_connections_start_send_and_stop_at_random) {
+    constexpr int connections = 64;
+    constexpr int threads = 16;
+    const char* const wanted = std::getenv("QUOREL_STRESS_SECONDS");
+    const std::chrono::seconds duration(wanted != nullptr ? std::atoi(wanted) : 3);
+
+    const size_t descriptors = open_descriptors();
+    const size_t mutexes = ut_safe_pthread_mutex_state().num_in_use;
+    std::atomic<size_t> stopped = 0;
+    std::atomic<size_t> mails = 0;
+    {
+        SMTPSink sink(100);
+        std::thread server([&] { sink.run(); });
+        std::vector<std::thread> users;
+        const auto end = std::chrono::steady_clock::now() + duration;
+        for (unsigned seed = 1; seed <= threads; ++seed) {
+            users.emplace_back([&, seed]() mutable {
+                while (std::chrono::steady_clock::now() < end) {
+                    const int32 cid = 100 + rand_r(&seed) % connections;
+                    const int what = rand_r(&seed) % 10;
+                    if (what < 2) start(sink.port(), cid);
+                    if (what == 2 && stop(cid) == 0) ++stopped;
+                    if (what > 2 && mail(cid) == 0) ++mails;
+                }
+            });
+        }
+        for (std::thread& user : users) user.join();
+        for (int32 cid = 100; cid < 100 + connections; ++cid) {
+            if (stop(cid) == 0) ++stopped;
+        }
+        EXPECT_LE(static_cast<long>(mails), sink.messages());
+        sink.stop();
+        server.join();
+    }
+    EXPECT_GT(mails, 0U);
+    EXPECT_EQ(descriptors, open_descriptors());
+    // One record, with its mutex, for every session that was stopped; the setup's locks aside.
+    EXPECT_LE(ut_safe_pthread_mutex_state().num_in_use, mutexes + stopped + 8);
+    printf("%zu messages, %zu sessions\n", mails.load(), stopped.load());
+}
+
+}  // namespace
