@@ -1,0 +1,215 @@
+#!/usr/bin/python3
+"""Mail through servers that others wrote, and what they received as others read it.
+
+    mail_test.py LIBRARY MAILCALL [POSTFIX]
+
+POSTFIX is a folder with Postfix unpacked into it; what needs it is skipped without it.
+"""
+import asyncio
+import email
+import email.policy
+import glob
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import unittest
+from urllib.parse import quote_from_bytes
+
+from aiosmtpd.smtp import SMTP, AuthResult, LoginPassword
+
+LIBRARY, MAILCALL = sys.argv[1:3]
+POSTFIX = sys.argv[3] if len(sys.argv) > 3 else ""
+SENDER = "ann@a.test"
+
+
+class Server:
+    """aiosmtpd on a loopback port, in a thread; keeps (sender, recipients, bytes) per message."""
+
+    def __init__(self, **options):
+        self.messages = []
+        self.loop = asyncio.new_event_loop()
+        self.server = self.loop.run_until_complete(self.loop.create_server(
+            lambda: SMTP(self, loop=self.loop, **options), "127.0.0.1", 0))
+        self.port = self.server.sockets[0].getsockname()[1]
+        self.thread = threading.Thread(target=self.loop.run_forever)
+        self.thread.start()
+
+    async def handle_RCPT(self, server, session, envelope, address, options):
+        if address.startswith("nobody"):
+            return "550 5.1.1 no such mailbox"
+        envelope.rcpt_tos.append(address)
+        return "250 OK"
+
+    async def handle_DATA(self, server, session, envelope):
+        self.messages.append((envelope.mail_from, envelope.rcpt_tos, envelope.original_content))
+        return "250 OK"
+
+    def close(self):
+        self.loop.call_soon_threadsafe(self.loop.stop)
+        self.thread.join()
+        self.server.close()
+        pending = asyncio.all_tasks(self.loop)
+        for task in pending:
+            task.cancel()
+        if pending:
+            self.loop.run_until_complete(asyncio.wait(pending))
+        self.loop.close()
+
+
+def line(procedure, arguments):
+    fields = [procedure]
+    for number, value in arguments.items():
+        if isinstance(value, int):
+            fields.append(f"{number}=i{value}")
+        elif value is not None:
+            data = value if isinstance(value, bytes) else value.encode()
+            fields.append(f"{number}=s{quote_from_bytes(data, safe=' @;')}")
+    return "\t".join(fields)
+
+
+def start(port, **more):
+    names = {"sender": 1, "sender_name": 5, "user": 6, "password": 7}
+    arguments = {1: SENDER, 2: "127.0.0.1", 3: port, 4: 10, 12: 7}
+    arguments.update({names[name]: value for name, value in more.items()})
+    return line("xp_startsmtp", arguments)
+
+
+def mail(to, subject="Hi", body="text\r\n", cc=None, bcc=None, file=None, content_type=None):
+    return line("xp_sendmail", {1: to, 2: subject, 3: cc, 4: bcc, 6: body, 10: file,
+                                19: content_type, 20: 7})
+
+
+STOP = line("xp_stopsmtp", {1: 7})
+
+
+def call(*lines):
+    """The statuses of the calls, made by one process in a UTF-8 locale."""
+    done = subprocess.run([MAILCALL, LIBRARY], input="\n".join(lines) + "\n", text=True, timeout=60,
+                          capture_output=True, env={**os.environ, "LC_ALL": "C.UTF-8"})
+    assert done.returncode == 0, done.stderr
+    return [int(status) for status in done.stdout.split()]
+
+
+def parsed(data):
+    return email.message_from_bytes(data, policy=email.policy.default)
+
+
+class Aiosmtpd(unittest.TestCase):
+    def setUp(self):
+        self.server = Server(**getattr(self, "options", {}))
+        self.addCleanup(self.server.close)
+
+    def test_accepts_every_kind_of_message_and_others_parse_it(self):
+        contents = bytes(range(256)) * 999
+        with tempfile.TemporaryDirectory() as folder:
+            path = os.path.join(folder, "Übersicht 1.bin")
+            with open(path, "wb") as file:
+                file.write(contents)
+            body = "Grüße\r\n.\r\n..dots\r\n日本語\r\n"
+            statuses = call(
+                start(self.server.port, sender_name="Ann"),
+                mail("bob@b.test; eve@e.test", cc="carl@c.test", bcc="dan@d.test"),
+                mail("bob@b.test", subject="Grüße an alle", body=body),
+                mail("bob@b.test", body="<p>ü</p>", content_type="text/html; charset=utf-8"),
+                mail("bob@b.test", body=body, file=path),
+                mail("bob@b.test", subject=None, body=None),
+                STOP)
+        self.assertEqual(statuses, [0] * 7)
+        sender, recipients, first = self.server.messages[0]
+        self.assertEqual(sender, SENDER)
+        self.assertEqual(recipients, ["bob@b.test", "eve@e.test", "carl@c.test", "dan@d.test"])
+        self.assertNotIn(b"dan@d.test", first)
+        plain, foreign, html, attached, empty = (parsed(m[2]) for m in self.server.messages)
+        self.assertEqual(plain["From"], "Ann <ann@a.test>")
+        self.assertEqual(plain["To"], "bob@b.test, eve@e.test")
+        self.assertEqual((plain["Cc"], plain["Subject"]), ("carl@c.test", "Hi"))
+        self.assertEqual(plain["X-Mailer"], "Corvane External Library 12.0.1.3891")
+        self.assertEqual(plain.get_content_type(), "text/plain")
+        self.assertEqual(plain.get_payload(decode=True), b"text\r\n\r\n")
+        self.assertEqual(foreign["Subject"], "Grüße an alle")
+        self.assertEqual(foreign.get_content_charset(), "utf-8")
+        self.assertEqual(foreign.get_payload(decode=True).decode(), body + "\r\n")
+        self.assertEqual(html.get_content_type(), "text/html")
+        text, file = attached.iter_parts()
+        self.assertEqual(text.get_payload(decode=True).decode().rstrip(), body.rstrip())
+        self.assertEqual(file.get_payload(decode=True), contents)
+        self.assertEqual(file.get_content_disposition(), "attachment")
+        self.assertEqual(file.get_content_type(), "application/octet-stream")
+        self.assertIsNone(empty["Subject"])
+        self.assertEqual(empty.get_payload(decode=True), b"")
+
+    def test_a_refused_recipient_ends_its_message_only(self):
+        statuses = call(start(self.server.port), mail("bob@b.test;nobody@b.test"),
+                        mail("bob@b.test"), STOP)
+        self.assertEqual(statuses, [0, 20, 0, 0])
+        self.assertEqual(len(self.server.messages), 1)
+
+
+class AiosmtpdWithLogin(Aiosmtpd):
+    options = {
+        "auth_required": True, "auth_require_tls": False,
+        "authenticator": lambda server, session, envelope, mechanism, data: AuthResult(
+            success=data == LoginPassword("ann".encode(), "söcret".encode()), handled=False),
+    }
+    test_accepts_every_kind_of_message_and_others_parse_it = None
+    test_a_refused_recipient_ends_its_message_only = None
+
+    def test_lets_in_who_has_the_password(self):
+        self.assertEqual(call(start(self.server.port, user="ann", password="söcret"),
+                              mail("bob@b.test"), STOP), [0, 0, 0])
+        self.assertEqual(call(start(self.server.port, user="ann", password="wrong"),
+                              mail("bob@b.test")), [104, 25])
+        self.assertEqual(call(start(self.server.port), mail("bob@b.test"), STOP), [0, 104, 0])
+        self.assertEqual(len(self.server.messages), 1)
+
+
+@unittest.skipUnless(os.path.exists(f"{POSTFIX}/usr/sbin/smtp-sink"), "Postfix is not unpacked")
+class SmtpSink(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.mkdtemp()
+        self.addCleanup(shutil.rmtree, self.folder)
+        os.chmod(self.folder, 0o777)
+        user = ["-u", "nobody"] if os.geteuid() == 0 else []
+        port = free_port()
+        self.sink = subprocess.Popen(
+            [f"{POSTFIX}/usr/sbin/smtp-sink", *user, "-d", f"{self.folder}/mail.",
+             f"127.0.0.1:{port}", "100"],
+            env={**os.environ, "LD_LIBRARY_PATH": f"{POSTFIX}/usr/lib/postfix"})
+        self.addCleanup(self.sink.wait)
+        self.addCleanup(self.sink.kill)
+        self.port = port
+        for _ in range(100):
+            if call(start(port), STOP)[0] == 0:
+                return
+            time.sleep(0.05)
+        self.fail("smtp-sink does not answer")
+
+    def test_keeps_what_was_sent(self):
+        with tempfile.NamedTemporaryFile(suffix=".bin") as file:
+            file.write(os.urandom(300000))
+            file.flush()
+            self.assertEqual(call(start(self.port), mail("bob@b.test", subject="Öl", file=file.name),
+                                  STOP), [0, 0, 0])
+            [kept] = glob.glob(f"{self.folder}/mail.*")
+            with open(kept, "rb") as message, open(file.name, "rb") as sent:
+                data = message.read()
+                received = parsed(data[data.index(b"From: "):])
+                self.assertEqual(received["Subject"], "Öl")
+                _, attachment = received.iter_parts()
+                self.assertEqual(attachment.get_filename(), os.path.basename(file.name))
+                self.assertEqual(attachment.get_payload(decode=True), sent.read())
+
+
+def free_port():
+    import socket
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])
