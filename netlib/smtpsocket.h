@@ -13,6 +13,7 @@
 class SMTPSocket final : public TimedSocket {
   public:
     using TimedSocket::recv;
+    using TimedSocket::send;
     using TimedSocket::TimedSocket;
 
     /// Milliseconds; 0 or less means no limit, as at the start.
@@ -24,6 +25,15 @@ class SMTPSocket final : public TimedSocket {
     }
     /// Whether the reply ran out of time; every recv fails with ETIMEDOUT then.
     a_bool isReplyOverdue() const { return _overdue; }
+
+    // Nearly always the socket takes everything at once, and no time-out has to be begun for that.
+    int send(const char* buf, unsigned int len) override {
+        if (didTimeout()) return TimedSocket::send(buf, len);
+        const ssize_t count = unix_send(_sock, buf, len, 0);
+        const unsigned int sent = count == -1 ? 0 : static_cast<unsigned int>(count);
+        if (sent == len) return static_cast<int>(len);
+        return TimedSocket::send(buf + sent, len - sent) == -1 ? -1 : static_cast<int>(len);
+    }
 
     // One read brings most replies, so that the clock is looked at only from the second on.
     int recv(char* buf, unsigned int len) override {
