@@ -42,7 +42,6 @@ int main(int argc, char** argv) {
     curl_easy_setopt(curl, CURLOPT_MAIL_FROM, "<ann@a.test>");
     curl_easy_setopt(curl, CURLOPT_MAIL_RCPT, recipients);
     curl_easy_setopt(curl, CURLOPT_UPLOAD, 1L);
-    curl_easy_setopt(curl, CURLOPT_UPLOAD_BUFFERSIZE, 2L * 1024 * 1024);
     size_t position = 0;
     curl_mime* mime = nullptr;
     if (argc > 3) {
