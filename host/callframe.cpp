@@ -119,7 +119,8 @@ struct CallFrame::State {
         return procedure.parameter(number).direction == Direction::Out;
     }
 
-    Argument* in_parameter(std::uint32_t number, std::size_t length, std::string& error);
+    Argument* in_parameter(std::uint32_t number, std::string_view bytes, std::string& error);
+    [[nodiscard]] bool fits(std::uint32_t number, std::string_view bytes, std::string& error) const;
     [[nodiscard]] std::string describe(std::uint32_t number) const;
     [[nodiscard]] bool complete(std::string& error) const;
 
@@ -140,7 +141,27 @@ std::string CallFrame::State::describe(std::uint32_t number) const {
     return text;
 }
 
-Argument* CallFrame::State::in_parameter(std::uint32_t number, std::size_t length,
+bool CallFrame::State::fits(std::uint32_t number, std::string_view bytes,
+                            std::string& error) const {
+    if (bytes.size() > UINT32_MAX) {
+        error = describe(number) + "takes less than 4 GiB";
+        return false;
+    }
+    const Content content = procedure.parameter(number).content;
+    if (content == Content::Any) return true;
+    constexpr std::string_view breaks("\r\n\0", 3);
+    if (bytes.find_first_of(breaks) != std::string_view::npos) {
+        error = describe(number) + "takes no line breaks and no zero bytes";
+        return false;
+    }
+    if (content == Content::Address && bytes.find_first_of("<>") != std::string_view::npos) {
+        error = describe(number) + "takes bare addresses, without < and >";
+        return false;
+    }
+    return true;
+}
+
+Argument* CallFrame::State::in_parameter(std::uint32_t number, std::string_view bytes,
                                          std::string& error) {
     if (!exists(number)) {
         error = std::string(procedure.name) + " takes " + std::to_string(arguments.size()) +
@@ -152,11 +173,7 @@ Argument* CallFrame::State::in_parameter(std::uint32_t number, std::size_t lengt
         error = describe(number) + "is an OUT parameter, it takes no value";
         return nullptr;
     }
-    if (length > UINT32_MAX) {
-        error = describe(number) + "takes less than 4 GiB";
-        return nullptr;
-    }
-    return &arguments[number - 1];
+    return fits(number, bytes, error) ? &arguments[number - 1] : nullptr;
 }
 
 bool CallFrame::State::complete(std::string& error) const {
@@ -256,7 +273,8 @@ CallFrame::CallFrame(const Library& library, const Procedure& procedure, std::in
 CallFrame::~CallFrame() = default;
 
 bool CallFrame::set_argument(std::uint32_t number, Value value, std::string& error) {
-    Argument* argument = _state->in_parameter(number, value.bytes ? value.bytes->size() : 0, error);
+    Argument* argument = _state->in_parameter(
+        number, value.bytes ? std::string_view(*value.bytes) : std::string_view(), error);
     if (argument == nullptr) return false;
     if (value.is_null()) {
         argument->set_null();
@@ -277,7 +295,7 @@ bool CallFrame::set_argument(std::uint32_t number, Value value, std::string& err
 }
 
 bool CallFrame::lend_argument(std::uint32_t number, std::string_view bytes, std::string& error) {
-    Argument* argument = _state->in_parameter(number, bytes.size(), error);
+    Argument* argument = _state->in_parameter(number, bytes, error);
     if (argument == nullptr) return false;
     if (_state->procedure.parameter(number).type == EXTFN_TYPE_INT32)
         return set_argument(number, Value::text(std::string(bytes), EXTFN_TYPE_STRING), error);

@@ -52,7 +52,8 @@ class CallFrame {
     /// Gives IN parameter `number` its value, with the declared type in place of the value's own. A
     /// number argument given to a string parameter arrives as its decimal text and the other way
     /// round. False with a sentence in `error` when there is no such parameter, it is an OUT
-    /// parameter, or text is no number where a number is called for.
+    /// parameter, text is no number where a number is called for, or it holds what the parameter's
+    /// `content` forbids.
     bool set_argument(std::uint32_t number, Value value, std::string& error);
 
     /// The same for a long value that the caller keeps: `bytes` is not copied and stays readable

@@ -11,6 +11,7 @@ namespace {
 
 using enum Direction;
 using enum Absent;
+using enum Content;
 
 // How many values the format procedures take or give.
 constexpr std::uint32_t format_values = 50;
@@ -43,6 +44,48 @@ constexpr Parameter cmdshell_parameters[] = {
     {"output", In, EXTFN_TYPE_STRING, Null, "an output option, read and not used"},
 };
 
+constexpr Parameter startsmtp_parameters[] = {
+    {"sender", In, EXTFN_TYPE_CHAR, Null, "the address that mail comes from", Address},
+    {"host", In, EXTFN_TYPE_CHAR, Refuse, "the mail server's name or address", Line},
+    {"port", In, EXTFN_TYPE_INT32, Null, "its port; 25 if left out"},
+    {"timeout", In, EXTFN_TYPE_INT32, Null, "seconds for each wait; 60 if left out"},
+    {"sender_name", In, EXTFN_TYPE_CHAR, Null, "the sender's name", Line},
+    {"auth_username", In, EXTFN_TYPE_CHAR, Null, "the user to log in as", Line},
+    {"auth_password", In, EXTFN_TYPE_CHAR, Null, "the user's password", Line},
+    {"trusted_cert", In, EXTFN_TYPE_CHAR, Null, "a certificate file; asks for TLS", Line},
+    {"cert_company", In, EXTFN_TYPE_CHAR, Null, "the company in the server's certificate", Line},
+    {"cert_unit", In, EXTFN_TYPE_CHAR, Null, "the unit in it", Line},
+    {"cert_name", In, EXTFN_TYPE_CHAR, Null, "the name in it", Line},
+    {"cid", In, EXTFN_TYPE_INT32, Connection, "the connection that the session belongs to"},
+};
+
+constexpr Parameter sendmail_parameters[] = {
+    {"recipient", In, EXTFN_TYPE_CHAR, Null, "addresses, separated by ;", Address},
+    {"subject", In, EXTFN_TYPE_CHAR, Null, "the subject", Line},
+    {"cc_recipient", In, EXTFN_TYPE_CHAR, Null, "addresses for copies", Address},
+    {"bcc_recipient", In, EXTFN_TYPE_CHAR, Null, "addresses for blind copies", Address},
+    {"query", In, EXTFN_TYPE_CHAR, Null, "not used"},
+    {"message", In, EXTFN_TYPE_CHAR, Null, "the text"},
+    {"unused7", In, EXTFN_TYPE_CHAR, Null, "not used"},
+    {"unused8", In, EXTFN_TYPE_CHAR, Null, "not used"},
+    {"unused9", In, EXTFN_TYPE_CHAR, Null, "not used"},
+    {"include_file", In, EXTFN_TYPE_CHAR, Null, "a file to attach", Line},
+    {"unused11", In, EXTFN_TYPE_CHAR, Null, "not used"},
+    {"unused12", In, EXTFN_TYPE_CHAR, Null, "not used"},
+    {"unused13", In, EXTFN_TYPE_CHAR, Null, "not used"},
+    {"unused14", In, EXTFN_TYPE_CHAR, Null, "not used"},
+    {"unused15", In, EXTFN_TYPE_CHAR, Null, "not used"},
+    {"unused16", In, EXTFN_TYPE_CHAR, Null, "not used"},
+    {"type", In, EXTFN_TYPE_CHAR, Null, "not used"},
+    {"unused18", In, EXTFN_TYPE_CHAR, Null, "not used"},
+    {"content_type", In, EXTFN_TYPE_CHAR, Null, "the text's type, or ASIS", Line},
+    {"cid", In, EXTFN_TYPE_INT32, Connection, "the connection that the session belongs to"},
+};
+
+constexpr Parameter stopsmtp_parameters[] = {
+    {"cid", In, EXTFN_TYPE_INT32, Connection, "the connection that the session belongs to"},
+};
+
 constexpr StatusMeaning write_file_statuses[] = {
     {0, "the whole value was written"},
     {1, "not written: the file cannot be opened, the contents are empty, or a value is NULL"},
@@ -54,6 +97,33 @@ constexpr StatusMeaning cmdshell_statuses[] = {
     {2, "the command ended with exit status 2, was killed, or could not be started"},
     {126, "the command ended with exit status 126: found, but it cannot be executed"},
     {127, "the command ended with exit status 127: not found"},
+};
+
+constexpr StatusMeaning startsmtp_statuses[] = {
+    {0, "the session is open"},
+    {2, "no host was given"},
+    {15, "out of memory"},
+    {100, "the mail server cannot be reached"},
+    {101, "the mail server did not answer in time"},
+    {102, "the mail server's name does not resolve"},
+    {104, "the mail server refused, or gave an answer that is none"},
+    {105, "the connection could not be secured"},
+};
+
+constexpr StatusMeaning sendmail_statuses[] = {
+    {0, "the mail server took the message"},
+    {5, "no session was started on this connection, or there is no recipient"},
+    {12, "the file to attach cannot be read"},
+    {15, "out of memory"},
+    {20, "the mail server refused a recipient"},
+    {25, "the session is not open: its start failed"},
+    {101, "the mail server did not answer in time"},
+    {104, "the mail server refused, or gave an answer that is none"},
+};
+
+constexpr StatusMeaning stopsmtp_statuses[] = {
+    {0, "the session is closed"},
+    {3, "no session was started on this connection"},
 };
 
 constexpr Procedure table[] = {
@@ -85,6 +155,24 @@ constexpr Procedure table[] = {
      .cancellable = true,
      .statuses = cmdshell_statuses,
      .otherwise = "the command ended with this exit status"},
+    {.name = "xp_startsmtp",
+     .summary = "opens a session with a mail server, for this connection",
+     .result = Result::Status,
+     .parameters = startsmtp_parameters,
+     .statuses = startsmtp_statuses,
+     .otherwise = "an unknown status"},
+    {.name = "xp_sendmail",
+     .summary = "sends a message over the session of this connection",
+     .result = Result::Status,
+     .parameters = sendmail_parameters,
+     .statuses = sendmail_statuses,
+     .otherwise = "an unknown status"},
+    {.name = "xp_stopsmtp",
+     .summary = "closes the mail session of this connection",
+     .result = Result::Status,
+     .parameters = stopsmtp_parameters,
+     .statuses = stopsmtp_statuses,
+     .otherwise = "an unknown status"},
 };
 
 bool same_name(std::string_view a, std::string_view b) {

@@ -23,12 +23,22 @@ enum class Absent {
     Connection  ///< the number of the calling SQL connection
 };
 
+/// What a text parameter may hold. The mail procedures paste addresses, names and subjects into
+/// the dialogue and the message as they are, where a line break would begin a command or a header
+/// line of the caller's choosing.
+enum class Content {
+    Any,
+    Line,    ///< no CR, LF or zero byte
+    Address  ///< the same, and no "<" or ">"
+};
+
 struct Parameter {
     std::string_view name;
     Direction direction;
     a_sql_data_type type;
     Absent absent;
     std::string_view meaning;  ///< a few words for help texts
+    Content content = Content::Any;
 };
 
 /// What argument 0 holds after a call.
