@@ -38,13 +38,14 @@ size_t encoded_size(size_t length) {
 // Kept: a credential of more than 512 characters gets a line break inside.
 a_bool append_credential(Buffer& line, const char* user, const char* password) {
     const size_t user_length = std::strlen(user);
-    const size_t length = user_length + std::strlen(password) + 2;
-    const SecretBytes credential(length + 1);  // the password's terminator too
+    const size_t password_length = std::strlen(password);
+    const size_t length = user_length + password_length + 2;
+    const SecretBytes credential(length);
     const SecretBytes encoded(encoded_size(length));
     if (credential.bytes() == nullptr || encoded.bytes() == nullptr) return false;
     credential.bytes()[0] = '\0';
-    std::strcpy(credential.bytes() + 1, user);
-    std::strcpy(credential.bytes() + 2 + user_length, password);
+    std::memcpy(credential.bytes() + 1, user, user_length + 1);
+    std::memcpy(credential.bytes() + 2 + user_length, password, password_length);
     const size_t size = base64_encode(encoded.bytes(), credential.bytes(), length, line_length);
     encoded.bytes()[size] = '\0';
     line.append(encoded.bytes());

@@ -23,8 +23,8 @@ namespace {
 constexpr int completed = 250;
 constexpr int start_mail_input = 354;
 
-constexpr size_t block_size = 64 * 1024;   // of reads, of encoding and of writes
-constexpr uint16 base64_line_length = 76;  // RFC 2045, section 6.8
+constexpr size_t block_size = size_t{64} * 1024;  // of reads, of encoding and of writes
+constexpr uint16 base64_line_length = 76;         // RFC 2045, section 6.8
 constexpr size_t longest_attachment_name = 255;
 
 a_bool means_refused(int code) {

@@ -22,8 +22,9 @@ void Buffer::append(const char* text) {
     if (text == nullptr) return;
     const size_t added = std::strlen(text);
     const size_t needed = _size + added;
-    if (needed + 1 > _capacity && !reserve(_size == 0 ? needed + 1 : grown_capacity(needed)))
-        return;
+    if (_str == nullptr || needed + 1 > _capacity) {
+        if (!reserve(_size == 0 ? needed + 1 : grown_capacity(needed))) return;
+    }
     std::memcpy(_str + _size, text, added + 1);
     _size = needed;
 }
