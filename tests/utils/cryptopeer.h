@@ -1,0 +1,87 @@
+#ifndef QUOREL_TESTS_UTILS_CRYPTOPEER_H
+#define QUOREL_TESTS_UTILS_CRYPTOPEER_H
+
+/// What the tests of the primitives share: hex text, seeded bytes, and the openssl program as the
+/// other implementation to compare with.
+
+#include "utils/etc/uttypes.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <random>
+#include <string>
+#include <string_view>
+#include <unistd.h>
+
+inline std::string to_hex(std::string_view bytes) {
+    std::string hex;
+    for (const char byte : bytes) {
+        char digits[3];
+        std::snprintf(digits, sizeof digits, "%02x", static_cast<a_byte>(byte));
+        hex += digits;
+    }
+    return hex;
+}
+
+inline std::string from_hex(std::string_view hex) {
+    std::string bytes;
+    for (std::size_t at = 0; at + 1 < hex.size(); at += 2) {
+        const std::string digits(hex.substr(at, 2));
+        bytes += static_cast<char>(std::strtoul(digits.c_str(), nullptr, 16));
+    }
+    return bytes;
+}
+
+inline a_byte* bytes_of(std::string& text) {
+    return reinterpret_cast<a_byte*>(text.data());
+}
+inline const a_byte* bytes_of(const std::string& text) {
+    return reinterpret_cast<const a_byte*>(text.data());
+}
+
+/// The same bytes on every run.
+class SeededBytes {
+  public:
+    explicit SeededBytes(unsigned seed) : _engine(seed) {}
+    std::string operator()(std::size_t len) {
+        std::string bytes(len, '\0');
+        for (char& byte : bytes) byte = static_cast<char>(_engine());
+        return bytes;
+    }
+    std::size_t below(std::size_t limit) { return _engine() % limit; }
+
+  private:
+    std::mt19937 _engine;
+};
+
+/// A file with the given contents for as long as the object lives.
+class PeerFile {
+  public:
+    explicit PeerFile(std::string_view contents) {
+        const int fd = mkstemp(_path.data());
+        if (fd < 0 || write(fd, contents.data(), contents.size()) < 0) std::abort();
+        close(fd);
+    }
+    ~PeerFile() { unlink(_path.c_str()); }
+    PeerFile(const PeerFile&) = delete;
+    PeerFile& operator=(const PeerFile&) = delete;
+    const char* path() const { return _path.c_str(); }
+
+  private:
+    std::string _path = testing::TempDir() + "cryptopeer-XXXXXX";
+};
+
+/// What `openssl <arguments>` writes to its standard output.
+inline std::string openssl(const std::string& arguments) {
+    std::FILE* out = popen(("openssl " + arguments).c_str(), "r");
+    if (out == nullptr) return {};
+    std::string text;
+    char piece[4096];
+    std::size_t got;
+    while ((got = std::fread(piece, 1, sizeof piece, out)) != 0) text.append(piece, got);
+    pclose(out);
+    return text;
+}
+
+#endif

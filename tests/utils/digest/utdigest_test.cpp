@@ -1,0 +1,200 @@
+#include "tests/utils/cryptopeer.h"
+#include "utils/digest/shacode.h"
+#include "utils/digest/utcrc32.h"
+#include "utils/digest/utdigest.h"
+#include "utils/digest/uthmac.h"
+#include "utils/digest/utpbkdf2.h"
+#include "utils/etc/utcpu.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+template <class Digest>
+std::string finish(Digest& digest) {
+    std::string out(Digest::digest_size, '\0');
+    digest.end(bytes_of(out));
+    return to_hex(out);
+}
+
+template <class Digest>
+std::string digest_of(std::string_view message) {
+    Digest digest;
+    digest.add(message.data(), message.size());
+    return finish(digest);
+}
+
+std::string md5(std::string_view message) {
+    return digest_of<UTMD5>(message);
+}
+std::string sha1(std::string_view message) {
+    return digest_of<UTSHA1>(message);
+}
+std::string sha256(std::string_view message) {
+    return digest_of<UTSHA256>(message);
+}
+
+std::string crc32(std::string_view message) {
+    UTCRC32 crc;
+    crc.add(message.data(), message.size());
+    char text[9];
+    std::snprintf(text, sizeof text, "%08x", crc.value());
+    return text;
+}
+
+template <class Digest>
+std::string hmac(const std::string& key, const std::string& message) {
+    UTHMAC<Digest> mac(key.data(), key.size());
+    mac.add(message.data(), message.size());
+    std::string out(Digest::digest_size, '\0');
+    mac.end(bytes_of(out));
+    return to_hex(out);
+}
+
+std::string pbkdf2(const std::string& password, const std::string& salt, uint32 iterations,
+                   std::size_t len) {
+    std::string out(len, '\0');
+    ut_pbkdf2_hmac_sha256(password.data(), password.size(), salt.data(), salt.size(), iterations,
+                          bytes_of(out), len);
+    return to_hex(out);
+}
+
+struct a_known_digest {
+    std::string (*digest)(std::string_view);
+    std::string message;
+    const char* answer;
+};
+
+const std::string two_blocks = "abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq";
+const std::string million_a(1000000, 'a');
+
+TEST(Digest, gives_the_known_answers_of_its_standard) {
+    const a_known_digest cases[] = {
+        {md5, "", "d41d8cd98f00b204e9800998ecf8427e"},
+        {md5, "message digest", "f96b697d7cb7938d525a2f31aaf161d0"},
+        {md5, "12345678901234567890123456789012345678901234567890123456789012345678901234567890",
+         "57edf4a22be3c955ac49da2e2107b67a"},
+        {sha1, "abc", "a9993e364706816aba3e25717850c26c9cd0d89d"},
+        {sha1, two_blocks, "84983e441c3bd26ebaae4aa1f95129e5e54670f1"},
+        {sha1, million_a, "34aa973cd4c4daa4f61eeb2bdbad27316534016f"},
+        {sha256, "", "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"},
+        {sha256, "abc", "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"},
+        {sha256, two_blocks, "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1"},
+        {sha256, million_a, "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0"},
+        {crc32, "", "00000000"},
+        {crc32, "123456789", "cbf43926"},
+        {crc32, "The quick brown fox jumps over the lazy dog", "414fa339"},
+    };
+    for (const a_known_digest& known : cases) {
+        EXPECT_EQ(known.digest(known.message), known.answer) << known.message.substr(0, 60);
+    }
+}
+
+template <class Digest>
+void expect_same_for_any_cut() {
+    SeededBytes bytes(1);
+    for (std::size_t len = 0; len < 200; len += 3) {
+        const std::string message = bytes(len);
+        const std::string whole = digest_of<Digest>(message);
+        Digest digest;
+        for (std::size_t cut = 0; cut <= len; cut++) {
+            digest.add(message.data(), cut);
+            digest.add(nullptr, 0);
+            digest.add(message.data() + cut, len - cut);
+            ASSERT_EQ(finish(digest), whole) << len << " bytes cut at " << cut;
+        }
+    }
+}
+
+TEST(Digest, does_not_depend_on_where_the_message_is_cut) {
+    expect_same_for_any_cut<UTMD5>();
+    expect_same_for_any_cut<UTSHA1>();
+    expect_same_for_any_cut<UTSHA256>();
+    UTCRC32 crc;
+    for (const char letter : std::string("123456789")) crc.add(&letter, 1);
+    EXPECT_EQ(crc.value(), 0xcbf43926u);
+}
+
+TEST(Digest, begin_drops_what_was_added) {
+    UTSHA256 digest;
+    digest.add("abandoned", 9);
+    digest.begin();
+    digest.add("abc", 3);
+    EXPECT_EQ(finish(digest), sha256("abc"));
+}
+
+TEST(Digest, agrees_with_openssl_on_random_messages) {
+    const std::pair<const char*, std::string (*)(std::string_view)> peers[] = {
+        {"-md5", md5}, {"-sha1", sha1}, {"-sha256", sha256}};
+    SeededBytes bytes(2);
+    for (int round = 0; round < 4; round++) {
+        const std::string message = bytes(bytes.below(100000));
+        const PeerFile file(message);
+        for (const auto& [option, digest] : peers) {
+            const std::string answer =
+                openssl(std::string("dgst -r ") + option + " " + file.path());
+            EXPECT_EQ(digest(message), answer.substr(0, answer.find(' '))) << message.size();
+        }
+    }
+}
+
+TEST(Digest, instructions_and_plain_code_agree) {
+    if (!ut_cpu_has_sha()) GTEST_SKIP() << "this processor has no SHA instructions";
+    SeededBytes bytes(3);
+    for (int round = 0; round < 500; round++) {
+        const std::size_t blocks = bytes.below(6);
+        const std::string message = bytes(1 + 64 * blocks);  // from an odd address
+        const std::string state = bytes(32);
+        std::string plain = state, instructions = state;
+        const auto words = [](std::string& text) { return reinterpret_cast<uint32*>(text.data()); };
+        ut_sha1_plain(words(plain), bytes_of(message) + 1, blocks);
+        ut_sha1_instructions(words(instructions), bytes_of(message) + 1, blocks);
+        ASSERT_EQ(to_hex(plain), to_hex(instructions)) << "SHA-1, " << blocks;
+        ut_sha256_plain(words(plain), bytes_of(message) + 1, blocks);
+        ut_sha256_instructions(words(instructions), bytes_of(message) + 1, blocks);
+        ASSERT_EQ(to_hex(plain), to_hex(instructions)) << "SHA-256, " << blocks;
+    }
+}
+
+TEST(HMAC, gives_the_known_answers_of_rfc_4231_and_rfc_2202) {
+    const std::string twenty_0b(20, '\x0b'), long_key(131, '\xaa'), long_key_1(80, '\xaa');
+    EXPECT_EQ(hmac<UTSHA256>(twenty_0b, "Hi There"),
+              "b0344c61d8db38535ca8afceaf0bf12b881dc200c9833da726e9376c2e32cff7");
+    EXPECT_EQ(hmac<UTSHA256>("Jefe", "what do ya want for nothing?"),
+              "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843");
+    EXPECT_EQ(hmac<UTSHA256>(long_key, "Test Using Larger Than Block-Size Key - Hash Key First"),
+              "60e431591ee0b67f0d8a26aacbf5b77f8e0bc6213728c5140546040f0ee37f54");
+    EXPECT_EQ(hmac<UTSHA1>(twenty_0b, "Hi There"), "b617318655057264e28bc0b6fb378c8ef146be00");
+    EXPECT_EQ(hmac<UTSHA1>(long_key_1, "Test Using Larger Than Block-Size Key - Hash Key First"),
+              "aa4ae5e15272d00e95705637ce8a3b55ed402112");
+}
+
+TEST(HMAC, serves_any_number_of_messages_under_one_key) {
+    UTHMAC<UTSHA256> mac("Jefe", 4);
+    std::string first(32, '\0'), second(32, '\0');
+    mac.add("what do ya want ", 16);
+    mac.add("for nothing?", 12);
+    mac.end(bytes_of(first));
+    mac.add("what do ya want for nothing?", 28);
+    mac.end(bytes_of(second));
+    EXPECT_EQ(first, second);
+}
+
+TEST(PBKDF2, gives_the_known_answers_of_rfc_7914) {
+    EXPECT_EQ(pbkdf2("passwd", "salt", 1, 64),
+              "55ac046e56e3089fec1691c22544b605f94185216dde0465e68b9d57c20dacbc"
+              "49ca9cccf179b645991664b39d77ef317c71b845b1e30bd509112041d3a19783");
+    EXPECT_EQ(pbkdf2("Password", "NaCl", 80000, 64),
+              "4ddcd8f60b98be21830cee5ef22701f9641a4418d04c0414aeff08876b34ab56"
+              "a1d425a1225833549adb841b51c9b3176a272bdebba1d078478f62b397f33c8d");
+}
+
+TEST(PBKDF2, cuts_the_last_block) {
+    const std::string whole =
+        pbkdf2("passwordPASSWORDpassword", "saltSALTsaltSALTsaltSALTsaltSALTsalt", 4096, 40);
+    EXPECT_EQ(whole, "348c89dbcbd32b2f32d814b8116e84cf2b17347ebc180018"
+                     "1c4e2a1fb8dd53e1c635518c7dac47e9");
+    EXPECT_EQ(pbkdf2("", "", 0, 16), pbkdf2("", "", 1, 32).substr(0, 32));
+}
+
+}  // namespace
