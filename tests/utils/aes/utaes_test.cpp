@@ -1,0 +1,150 @@
+#include "tests/utils/cryptopeer.h"
+#include "utils/aes/aescode.h"
+#include "utils/aes/utaes.h"
+#include "utils/etc/utcpu.h"
+
+#include <gtest/gtest.h>
+#include <vector>
+
+namespace {
+
+struct a_named_code {
+    const char* name;
+    const a_aes_code* code;
+};
+
+/// The codes that this processor runs.
+std::vector<a_named_code> codes() {
+    std::vector<a_named_code> usable = {{"plain", &ut_aes_plain}};
+    if (ut_cpu_has_sse2()) usable.push_back({"sse2", &ut_aes_sse2});
+    if (ut_cpu_has_aes()) usable.push_back({"instructions", &ut_aes_instructions});
+    return usable;
+}
+
+std::string encrypt(const a_aes_code& code, const std::string& key, std::string iv,
+                    std::string data) {
+    UTAES aes;
+    EXPECT_TRUE(aes.set_key(bytes_of(key), key.size(), code));
+    EXPECT_TRUE(aes.encrypt_cbc(bytes_of(iv), bytes_of(data), data.size()));
+    return data;
+}
+
+std::string decrypt(const a_aes_code& code, const std::string& key, std::string iv,
+                    std::string data) {
+    UTAES aes;
+    EXPECT_TRUE(aes.set_key(bytes_of(key), key.size(), code));
+    EXPECT_TRUE(aes.decrypt_cbc(bytes_of(iv), bytes_of(data), data.size()));
+    return data;
+}
+
+struct a_known_cipher {
+    const char* key;
+    const char* iv;
+    const char* plaintext;
+    const char* ciphertext;
+};
+
+const char* const zero_iv = "00000000000000000000000000000000";
+const char* const counting_iv = "000102030405060708090a0b0c0d0e0f";
+const char* const sp_800_38a_text =
+    "6bc1bee22e409f96e93d7e117393172aae2d8a571e03ac9c9eb76fac45af8e51"
+    "30c81c46a35ce411e5fbc1191a0a52eff69f2445df4f9b17ad2b417be66c3710";
+
+// FIPS 197 appendices C.1 and C.3 (one block), SP 800-38A sections F.2.1 and F.2.5 (a chain).
+const a_known_cipher known_ciphers[] = {
+    {"000102030405060708090a0b0c0d0e0f", zero_iv, "00112233445566778899aabbccddeeff",
+     "69c4e0d86a7b0430d8cdb78070b4c55a"},
+    {"000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f", zero_iv,
+     "00112233445566778899aabbccddeeff", "8ea2b7ca516745bfeafc49904b496089"},
+    {"2b7e151628aed2a6abf7158809cf4f3c", counting_iv, sp_800_38a_text,
+     "7649abac8119b246cee98e9b12e9197d5086cb9b507219ee95db113a917678b2"
+     "73bed6b8e3c1743b7116e69e222295163ff1caa1681fac09120eca307586e1a7"},
+    {"603deb1015ca71be2b73aef0857d77811f352c073b6108d72d9810a30914dff4", counting_iv,
+     sp_800_38a_text,
+     "f58c4c04d6e5f1ba779eabfb5f7bfbd69cfc4e967edb808d679f777bc6702c7d"
+     "39f23369a9d9bacfa530e26304231461b2eb05e2c39be9fcda6c19078c6a9d1b"},
+};
+
+TEST(AES, gives_the_known_answers_of_its_standards) {
+    for (const a_named_code& named : codes()) {
+        for (const a_known_cipher& known : known_ciphers) {
+            const std::string key = from_hex(known.key), iv = from_hex(known.iv);
+            const std::string plaintext = from_hex(known.plaintext);
+            const std::string ciphertext = encrypt(*named.code, key, iv, plaintext);
+            EXPECT_EQ(to_hex(ciphertext), known.ciphertext) << named.name;
+            EXPECT_EQ(to_hex(decrypt(*named.code, key, iv, ciphertext)), known.plaintext)
+                << named.name;
+        }
+    }
+}
+
+TEST(AES, codes_agree_on_every_number_of_blocks) {
+    SeededBytes bytes(1);
+    for (std::size_t blocks = 0; blocks < 40; blocks++) {
+        const std::string key = bytes(blocks % 2 == 0 ? 16 : 32), iv = bytes(16);
+        const std::string data = bytes(16 * blocks);
+        const std::string expected = encrypt(ut_aes_plain, key, iv, data);
+        for (const a_named_code& named : codes()) {
+            ASSERT_EQ(encrypt(*named.code, key, iv, data), expected) << named.name << blocks;
+            ASSERT_EQ(decrypt(*named.code, key, iv, expected), data) << named.name << blocks;
+        }
+    }
+}
+
+TEST(AES, agrees_with_openssl_on_random_data) {
+    SeededBytes bytes(2);
+    for (const std::size_t key_len : {16, 32}) {
+        const std::string key = bytes(key_len), iv = bytes(16), data = bytes(16 * 1001);
+        const PeerFile file(data);
+        const std::string answer =
+            openssl("enc -nopad -aes-" + std::to_string(8 * key_len) + "-cbc -K " + to_hex(key) +
+                    " -iv " + to_hex(iv) + " -in " + file.path());
+        for (const a_named_code& named : codes()) {
+            EXPECT_TRUE(encrypt(*named.code, key, iv, data) == answer) << named.name << key_len;
+            EXPECT_TRUE(decrypt(*named.code, key, iv, answer) == data) << named.name << key_len;
+        }
+    }
+}
+
+TEST(AES, continues_a_message_from_the_vector_it_leaves) {
+    SeededBytes bytes(3);
+    const std::string key = bytes(32), iv = bytes(16), data = bytes(16 * 20);
+    for (const a_named_code& named : codes()) {
+        UTAES aes;
+        ASSERT_TRUE(aes.set_key(bytes_of(key), key.size(), *named.code));
+        for (std::size_t cut = 0; cut <= data.size(); cut += 16) {
+            // From an odd address, as a caller's buffer may be.
+            std::string pieces = "x" + data, chain = iv;
+            a_byte* const at = bytes_of(pieces) + 1;
+            ASSERT_TRUE(aes.encrypt_cbc(bytes_of(chain), at, cut));
+            ASSERT_TRUE(aes.encrypt_cbc(bytes_of(chain), at + cut, data.size() - cut));
+            ASSERT_EQ(pieces.substr(1), encrypt(*named.code, key, iv, data)) << named.name << cut;
+            chain = iv;
+            ASSERT_TRUE(aes.decrypt_cbc(bytes_of(chain), at, cut));
+            ASSERT_TRUE(aes.decrypt_cbc(bytes_of(chain), at + cut, data.size() - cut));
+            ASSERT_EQ(pieces.substr(1), data) << named.name << cut;
+        }
+    }
+}
+
+TEST(AES, refuses_wrong_lengths_and_changes_nothing) {
+    const std::string key(33, 'k'), data(17, 'd'), vector(16, 'v');
+    UTAES aes;
+    std::string text = data, iv = vector;
+    EXPECT_FALSE(aes.encrypt_cbc(bytes_of(iv), bytes_of(text), 16)) << "without a key";
+    ASSERT_TRUE(aes.set_key(bytes_of(key), 16));
+    for (const std::size_t len : {1, 15, 17}) {
+        EXPECT_FALSE(aes.encrypt_cbc(bytes_of(iv), bytes_of(text), len)) << len;
+        EXPECT_FALSE(aes.decrypt_cbc(bytes_of(iv), bytes_of(text), len)) << len;
+    }
+    for (const std::size_t key_len : {0, 1, 15, 17, 24, 31, 33}) {
+        ASSERT_TRUE(aes.set_key(bytes_of(key), 32));
+        EXPECT_FALSE(aes.set_key(bytes_of(key), key_len)) << key_len;
+        EXPECT_FALSE(aes.decrypt_cbc(bytes_of(iv), bytes_of(text), 16)) << "the old key is gone";
+    }
+    EXPECT_FALSE(aes.set_key(nullptr, 16));
+    EXPECT_EQ(text, data);
+    EXPECT_EQ(iv, vector);
+}
+
+}  // namespace
