@@ -1,0 +1,191 @@
+#include "tests/utils/cryptopeer.h"
+#include "tests/utils/dss/dsakeys.h"
+#include "utils/digest/utdigest.h"
+#include "utils/dss/utdsa.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+UTBigInt number(const std::string& hex) {
+    const std::string bytes = from_hex(hex);
+    UTBigInt value;
+    EXPECT_TRUE(value.set_bytes(bytes_of(bytes), bytes.size()));
+    return value;
+}
+
+std::string sha1(std::string_view message) {
+    UTSHA1 digest;
+    digest.add(message.data(), message.size());
+    std::string out(UTSHA1::digest_size, '\0');
+    digest.end(bytes_of(out));
+    return out;
+}
+
+/// A key pair of which the checks are known to succeed.
+class KeyPair : public UTDSA {
+  public:
+    explicit KeyPair(const a_dsa_key& key) {
+        EXPECT_TRUE(set_domain(number(key.p), number(key.q), number(key.g)));
+        EXPECT_TRUE(set_public_key(number(key.y)));
+        EXPECT_TRUE(set_private_key(number(key.x)));
+    }
+    std::string sign_message(std::string_view message) const {
+        std::string signature(signature_size(), '\0');
+        EXPECT_TRUE(sign(bytes_of(sha1(message)), bytes_of(signature)));
+        return signature;
+    }
+    bool verify_message(std::string_view message, const std::string& signature) const {
+        return verify(bytes_of(sha1(message)), bytes_of(signature));
+    }
+};
+
+TEST(DSA, gives_the_known_answers_of_rfc_6979) {
+    const KeyPair key_1024(dsa_key_1024), key_2048(dsa_key_2048);
+    const struct {
+        const KeyPair& key;
+        const char* message;
+        const char* signature;
+    } cases[] = {
+        {key_1024, "sample",
+         "2e1a0c2562b2912caaf89186fb0f42001585da5529efb6b0aff2d7a68eb70ca313022253b9a88df5"},
+        {key_1024, "test",
+         "42ab2052fd43e123f0607f115052a67dcd9c5c77183916b0230d45b9931491d4c6b0bd2fb4aaf088"},
+        {key_2048, "sample",
+         "3a1b2dbd7489d6ed7e608fd036c83af396e290dbd602408e8677daabd6e7445a"
+         "d26fcba19fa3e3058ffc02ca1596cdbb6e0d20cb37b06054f7e36ded0cdbbccf"},
+        {key_2048, "test",
+         "c18270a93cfc6063f57a4dfa86024f700d980e4cf4e2cb65a504397273d98ea0"
+         "414f22e5f31a8b6d33295c7539c1c1ba3a6160d7d68d50ac0d3a5beac2884faa"},
+    };
+    for (const auto& known : cases) {
+        EXPECT_EQ(to_hex(known.key.sign_message(known.message)), known.signature);
+        EXPECT_TRUE(known.key.verify_message(known.message, from_hex(known.signature)));
+    }
+}
+
+TEST(DSA, refuses_every_other_signature) {
+    const KeyPair key(dsa_key_1024);
+    const std::string signature = key.sign_message("sample");
+    EXPECT_FALSE(key.verify_message("samplf", signature));
+    for (std::size_t byte = 0; byte < signature.size(); byte++) {
+        std::string changed = signature;
+        changed[byte] = static_cast<char>(changed[byte] ^ (1 << byte % 8));
+        EXPECT_FALSE(key.verify_message("sample", changed)) << byte;
+    }
+    const std::string r = signature.substr(0, 20), s = signature.substr(20);
+    const std::string zero(20, '\0'), q = from_hex(dsa_key_1024.q);
+    for (const std::string& wrong : {zero + s, r + zero, q + s, r + q, s + r}) {
+        EXPECT_FALSE(key.verify_message("sample", wrong)) << to_hex(wrong);
+    }
+    UTDSA other;
+    ASSERT_TRUE(
+        other.set_domain(number(dsa_key_1024.p), number(dsa_key_1024.q), number(dsa_key_1024.g)));
+    EXPECT_FALSE(other.verify(bytes_of(sha1("sample")), bytes_of(signature))) << "no key yet";
+    ASSERT_TRUE(other.set_public_key(number(dsa_key_1024.g)));
+    EXPECT_FALSE(other.verify(bytes_of(sha1("sample")), bytes_of(signature)));
+    std::string none(other.signature_size(), '\0');
+    EXPECT_FALSE(other.sign(bytes_of(sha1("sample")), bytes_of(none))) << "a public key only";
+}
+
+TEST(DSA, refuses_wrong_domain_parameters) {
+    const UTBigInt p = number(dsa_key_1024.p), q = number(dsa_key_1024.q);
+    const UTBigInt g = number(dsa_key_1024.g);
+    UTBigInt minus_one = p, even_p = p, other_q = q;
+    minus_one.subtract(UTBigInt(1));
+    even_p.subtract(UTBigInt(1));
+    other_q.subtract(UTBigInt(2));
+    const struct {
+        const char* why;
+        UTBigInt p, q, g;
+    } cases[] = {
+        {"sizes of both kinds mixed", p, number(dsa_key_2048.q), g},
+        {"p too short", p.shifted_right(1), q, g},
+        {"q too short", p, q.shifted_right(1), g},
+        {"p even", even_p, q, g},
+        {"q does not divide p - 1", p, other_q, g},
+        {"g is 0", p, q, UTBigInt(0)},
+        {"g is 1", p, q, UTBigInt(1)},
+        {"g has the order 2", p, q, minus_one},
+        {"g has some other order", p, q, UTBigInt(2)},
+        {"g is not less than p", p, q, p},
+        {"p composite", number(dsa_composite_p.p), number(dsa_composite_p.q),
+         number(dsa_composite_p.g)},
+        {"q composite", number(dsa_composite_q.p), number(dsa_composite_q.q),
+         number(dsa_composite_q.g)},
+    };
+    for (const auto& wrong : cases) {
+        UTDSA dsa;
+        EXPECT_FALSE(dsa.set_domain(wrong.p, wrong.q, wrong.g)) << wrong.why;
+        EXPECT_FALSE(dsa.set_private_key(UTBigInt(5))) << wrong.why;
+    }
+}
+
+TEST(DSA, refuses_wrong_keys_and_keeps_the_right_ones) {
+    KeyPair key(dsa_key_1024);
+    UTBigInt minus_one = number(dsa_key_1024.p);
+    minus_one.subtract(UTBigInt(1));
+    EXPECT_FALSE(key.set_private_key(UTBigInt(5))) << "belongs to another public key";
+    EXPECT_FALSE(key.set_public_key(UTBigInt(1)));
+    EXPECT_FALSE(key.set_public_key(minus_one));
+    EXPECT_FALSE(key.set_public_key(number(dsa_key_1024.p)));
+    EXPECT_TRUE(key.verify_message("sample", key.sign_message("sample")));
+    EXPECT_TRUE(
+        key.set_domain(number(dsa_key_1024.p), number(dsa_key_1024.q), number(dsa_key_1024.g)));
+    EXPECT_FALSE(key.can_sign() || key.can_verify()) << "a new domain has no keys";
+    EXPECT_FALSE(key.set_private_key(UTBigInt(0)));
+    EXPECT_FALSE(key.set_private_key(number(dsa_key_1024.q)));
+}
+
+/// DER, as far as keys and signatures need it: integers in a sequence, with lengths below 65536.
+std::string der(char tag, const std::string& contents) {
+    const std::size_t len = contents.size();
+    std::string header(1, tag);
+    if (len >= 256) header += {'\x82', static_cast<char>(len >> 8)};
+    if (len >= 128 && len < 256) header += '\x81';
+    return header + static_cast<char>(len) + contents;
+}
+
+std::string der_integer(const std::string& bytes) {
+    const std::size_t first = bytes.find_first_not_of('\0');
+    std::string shortest = first == std::string::npos ? std::string(1, '\0') : bytes.substr(first);
+    if (static_cast<a_byte>(shortest[0]) >= 0x80) shortest.insert(0, 1, '\0');
+    return der('\x02', shortest);
+}
+
+/// The integer at `at` in `bytes` as `len` bytes; moves `at` behind it.
+std::string read_der_integer(const std::string& bytes, std::size_t& at, std::size_t len) {
+    const std::size_t size = static_cast<a_byte>(bytes.at(at + 1));
+    std::string value = std::string(len, '\0') + bytes.substr(at + 2, size);
+    at += 2 + size;
+    return value.substr(value.size() - len);
+}
+
+TEST(DSA, agrees_with_openssl_both_ways) {
+    for (const a_dsa_key& names : {dsa_key_1024, dsa_key_2048}) {
+        const KeyPair key(names);
+        std::string numbers = der_integer(std::string(1, '\0'));
+        for (const char* part : {names.p, names.q, names.g, names.y, names.x}) {
+            numbers += der_integer(from_hex(part));
+        }
+        const PeerFile key_file(der('\x30', numbers)), message("A message for both.");
+        const std::string with_key = std::string(" ") + key_file.path() + " -keyform DER ";
+
+        const std::string theirs = openssl("dgst -sha1 -sign" + with_key + message.path());
+        std::size_t at = 2;
+        const std::size_t half = key.signature_size() / 2;
+        ASSERT_GT(theirs.size(), key.signature_size()) << "openssl could not sign";
+        const std::string r = read_der_integer(theirs, at, half);
+        const std::string s = read_der_integer(theirs, at, half);
+        EXPECT_TRUE(key.verify_message("A message for both.", r + s));
+
+        const std::string ours = key.sign_message("A message for both.");
+        const PeerFile signature(
+            der('\x30', der_integer(ours.substr(0, half)) + der_integer(ours.substr(half))));
+        EXPECT_EQ(openssl("dgst -sha1 -prverify" + with_key + "-signature " + signature.path() +
+                          " " + message.path()),
+                  "Verified OK\n");
+    }
+}
+
+}  // namespace

@@ -1,0 +1,108 @@
+#include "tests/utils/cryptopeer.h"
+#include "tests/utils/dss/dsakeys.h"
+#include "utils/dss/utmodulus.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+UTBigInt number(std::string_view hex) {
+    std::string digits(hex.size() % 2, '0');
+    digits += hex;
+    const std::string bytes = from_hex(digits);
+    UTBigInt value;
+    EXPECT_TRUE(value.set_bytes(bytes_of(bytes), bytes.size()));
+    return value;
+}
+
+std::string hex(const UTBigInt& value, std::size_t len = UTBigInt::max_bits / 8) {
+    std::string bytes(len, '\0');
+    value.get_bytes(bytes_of(bytes), len);
+    return to_hex(bytes);
+}
+
+TEST(BigInt, takes_and_gives_bytes_of_any_length) {
+    EXPECT_EQ(hex(number("0102030405060708090a"), 12), "00000102030405060708090a");
+    EXPECT_EQ(hex(number("0102030405060708090a"), 3), "08090a");
+    EXPECT_EQ(hex(number("00"), 300), std::string(600, '0'));
+    const std::string most(UTBigInt::max_bits / 4, 'f');
+    EXPECT_EQ(hex(number("0000" + most)), most);
+    const std::string too_long = from_hex("01" + std::string(UTBigInt::max_bits / 4, '0'));
+    UTBigInt value(7);
+    EXPECT_FALSE(value.set_bytes(bytes_of(too_long), too_long.size()));
+    EXPECT_TRUE(value.is_zero());
+}
+
+TEST(BigInt, counts_bits_and_shifts_across_limbs) {
+    for (const unsigned shift : {0u, 1u, 31u, 32u, 33u, 63u, 64u, 65u, 127u, 128u, 2040u}) {
+        UTBigInt value = number("ff" + std::string(510, '0')).shifted_right(2040 - shift);
+        EXPECT_EQ(value.bits(), shift + 8);
+        EXPECT_EQ(value.bit(shift), 1u);
+        EXPECT_EQ(shift == 0 ? 0u : value.bit(shift - 1), 0u);
+        EXPECT_EQ(value.shifted_right(shift), UTBigInt(0xff));
+    }
+    EXPECT_EQ(UTBigInt().bits(), 0u);
+    EXPECT_TRUE(UTBigInt(1) < number("010000000000000000"));
+    EXPECT_FALSE(number("010000000000000000") < UTBigInt(1));
+}
+
+/// Moduli of one limb, where the compiler's own arithmetic gives the answers.
+TEST(Modulus, agrees_with_plain_arithmetic_on_small_numbers) {
+    SeededBytes bytes(1);
+    for (int i = 0; i < 200; i++) {
+        const uint64 m = (bytes.below(0x7fffffff) | 1) + 2;
+        const uint64 a = bytes.below(0xffffffff) % m, b = bytes.below(0xffffffff) % m;
+        const UTModulus modulus{UTBigInt(static_cast<a_limb>(m))};
+        const UTBigInt big_a(static_cast<a_limb>(a)), big_b(static_cast<a_limb>(b));
+        ASSERT_EQ(modulus.multiply(big_a, big_b).limb[0], a * b % m);
+        ASSERT_EQ(modulus.add(big_a, big_b).limb[0], (a + b) % m);
+        uint64 cube = a * a % m * a % m;
+        ASSERT_EQ(modulus.power(big_a, UTBigInt(0xf3), 3).limb[0], cube) << "only three bits count";
+    }
+}
+
+/// The largest arguments of the largest moduli make every carry happen.
+TEST(Modulus, carries_through_every_limb) {
+    for (const unsigned bits : {33u, 64u, 65u, 160u, 1023u, 1024u, 2047u, 2048u}) {
+        const UTBigInt all_ones =
+            number(std::string(UTBigInt::max_bits / 4, 'f')).shifted_right(2048 - bits);
+        const UTModulus modulus(all_ones);
+        UTBigInt minus_one = all_ones, minus_two = all_ones;
+        minus_one.subtract(UTBigInt(1));
+        minus_two.subtract(UTBigInt(2));
+        EXPECT_EQ(modulus.multiply(minus_one, minus_one), UTBigInt(1)) << bits;
+        EXPECT_EQ(modulus.add(minus_one, minus_one), minus_two) << bits;
+        EXPECT_EQ(modulus.power(minus_one, UTBigInt(3), 2), minus_one) << bits;
+        EXPECT_EQ(modulus.power(minus_one, UTBigInt(3), 0), UTBigInt(1)) << bits;
+        EXPECT_EQ(modulus.reduce(all_ones), UTBigInt(0)) << bits;
+        EXPECT_EQ(modulus.reduce(minus_one), minus_one) << bits;
+    }
+}
+
+TEST(Modulus, inverts_modulo_a_prime) {
+    SeededBytes bytes(2);
+    const UTModulus modulus(number(dsa_key_2048.p));
+    const std::string random = bytes(256);
+    const UTBigInt a = modulus.reduce(number(to_hex(random)));
+    EXPECT_EQ(modulus.multiply(a, modulus.inverse(a)), UTBigInt(1));
+}
+
+TEST(Modulus, tells_primes_from_composites) {
+    for (unsigned odd = 5; odd < 1000; odd += 2) {
+        bool prime = true;
+        for (unsigned divisor = 3; divisor * divisor <= odd; divisor += 2) {
+            prime = prime && odd % divisor != 0;
+        }
+        EXPECT_EQ(UTModulus(UTBigInt(odd)).is_probably_prime(20), prime) << odd;
+    }
+    // Composites that fool Miller-Rabin with all of the first 4, 6 and 7 primes as bases.
+    for (const char* composite : {"bfa17dc7", "32907381cdf", "136a352b2c8c1"}) {
+        EXPECT_FALSE(UTModulus(number(composite)).is_probably_prime(20)) << composite;
+    }
+    // 2^521 - 1 is prime, 2^523 - 1 is not.
+    const UTBigInt ones = number(std::string(UTBigInt::max_bits / 4, 'f'));
+    EXPECT_TRUE(UTModulus(ones.shifted_right(2048 - 521)).is_probably_prime(5));
+    EXPECT_FALSE(UTModulus(ones.shifted_right(2048 - 523)).is_probably_prime(5));
+}
+
+}  // namespace
