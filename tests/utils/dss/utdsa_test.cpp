@@ -78,6 +78,10 @@ TEST(DSA, refuses_every_other_signature) {
     for (const std::string& wrong : {zero + s, r + zero, q + s, r + q, s + r}) {
         EXPECT_FALSE(key.verify_message("sample", wrong)) << to_hex(wrong);
     }
+    // The second half of the signature of "test" with q added, which fits in its bytes.
+    const std::string right_r = "42ab2052fd43e123f0607f115052a67dcd9c5c77";
+    EXPECT_FALSE(
+        key.verify_message("test", from_hex(right_r + "b1a8ad2f8f9b7e47313d61f2e71077c52f018939")));
     UTDSA other;
     ASSERT_TRUE(
         other.set_domain(number(dsa_key_1024.p), number(dsa_key_1024.q), number(dsa_key_1024.g)));
