@@ -1,0 +1,114 @@
+#include "kovcert/builtin/builtin.h"
+#include "kovcert/builtin/builtinalgorithms.h"
+#include "kovcert/builtin/builtinobject.h"
+#include "utils/digest/utcrc32.h"
+#include "utils/digest/utdigest.h"
+#include "utils/etc/utbytes.h"
+
+#include <variant>
+
+namespace {
+
+/// The checksum in the form of the digests.
+struct CRC32Digest : UTCRC32 {
+    static constexpr size_t digest_size = 4;
+    static constexpr size_t block_size = 1;
+    void end(a_byte* out) const { ut_store_be32(out, value()); }
+};
+
+class BlockHasher : public BuiltinObject {
+  public:
+    using a_handle = QXCIBlockHasherH;
+    using BuiltinObject::BuiltinObject;
+
+    /// `algorithm` is a name or a number.
+    template <class Key>
+    a_qxci_result init(Key algorithm) {
+        _algorithm = find_algorithm(builtin_hash_algorithms, algorithm);
+        if (_algorithm == nullptr) return fail(QxciErrBadHashAlgorithm);
+        start_digest();
+        return QXCI_OK;
+    }
+
+    a_qxci_byte algorithm_id() const { return _algorithm->id; }
+
+    size_t hash_size() const {
+        return std::visit([](const auto& digest) { return digest.digest_size; }, _digest);
+    }
+
+    size_t block_size() const {
+        return std::visit([](const auto& digest) { return digest.block_size; }, _digest);
+    }
+
+    a_qxci_result begin() {
+        start_digest();
+        _begun = true;
+        return QXCI_OK;
+    }
+
+    a_qxci_result add(const a_byte* data, size_t len) {
+        if (!_begun) return fail(QxciErrInitError);
+        if (data == nullptr && len != 0) return fail(QxciErrOptionError, "data");
+        std::visit([&](auto& digest) { digest.add(data, len); }, _digest);
+        return QXCI_OK;
+    }
+
+    a_qxci_result end(a_byte* out, size_t* out_len) {
+        if (!_begun) return fail(QxciErrInitError);
+        if (check_room(out, out_len, hash_size()) != QXCI_OK) return QXCI_ERROR;
+        std::visit([&](auto& digest) { digest.end(out); }, _digest);
+        _begun = false;
+        return QXCI_OK;
+    }
+
+  private:
+    void start_digest() {
+        switch (_algorithm->id) {
+        case QXCI_HASH_SHA1:
+            _digest.emplace<UTSHA1>();
+            break;
+        case QXCI_HASH_MD5:
+            _digest.emplace<UTMD5>();
+            break;
+        case QXCI_HASH_CRC32:
+            _digest.emplace<CRC32Digest>();
+            break;
+        default:
+            _digest.emplace<UTSHA256>();
+        }
+    }
+
+    const a_builtin_algorithm* _algorithm = nullptr;
+    bool _begun = false;
+    std::variant<UTSHA256, UTSHA1, UTMD5, CRC32Digest> _digest;
+};
+
+constexpr a_qxci_hash_iface hash_iface = {
+    .create_func = [](QXCIEnvironmentH env, const char* name,
+                      a_qxci_error* error) { return create_object<BlockHasher>(env, error, name); },
+    .create_with_id_func =
+        [](QXCIEnvironmentH env, a_qxci_byte id, a_qxci_error* error) {
+            return create_object<BlockHasher>(env, error, id);
+        },
+    .get_algorithm_id_func = object_algorithm_id<BlockHasher>,
+    .get_max_hash_size_func =
+        [](QXCIBlockHasherH hasher) { return object_of<BlockHasher>(hasher).hash_size(); },
+    .get_block_size_func =
+        [](QXCIBlockHasherH hasher) { return object_of<BlockHasher>(hasher).block_size(); },
+    .begin_hash_func =
+        [](QXCIBlockHasherH hasher) { return operate_on<BlockHasher>(hasher).begin(); },
+    .add_data_func = [](QXCIBlockHasherH hasher, const a_qxci_byte* data,
+                        size_t len) { return operate_on<BlockHasher>(hasher).add(data, len); },
+    .end_hash_func =
+        [](QXCIBlockHasherH hasher, a_qxci_byte* out, size_t* out_len) {
+            return operate_on<BlockHasher>(hasher).end(out, out_len);
+        },
+    .get_last_error_func = object_last_error<BlockHasher>,
+    .destroy_func = destroy_object<BlockHasher>,
+};
+
+}  // namespace
+
+a_qxci_result QXCIGetBlockHasherIface(a_qxci_hash_iface* iface) {
+    return fill_iface(iface, hash_iface);
+}

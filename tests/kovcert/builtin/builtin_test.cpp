@@ -1,0 +1,613 @@
+#include "kovcert/builtin/builtin.h"
+
+#include "kovcert/builtin/builtinerror.h"
+#include "tests/kovcert/builtin/owner.h"
+#include "tests/utils/cryptopeer.h"
+#include "tests/utils/dss/dsakeys.h"
+#include "utils/digest/utdigest.h"
+#include "utils/dss/utdsa.h"
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <vector>
+
+namespace {
+
+/// The provider with an environment of its own; every allocation must be back at the end.
+class Provider {
+  public:
+    explicit Provider(int fail_at = INT_MAX) : owner(fail_at) {
+        EXPECT_EQ(QXCIGetEnvIface(&env_iface), QXCI_OK);
+        EXPECT_EQ(QXCIGetErrorIface(&error_iface), QXCI_OK);
+        EXPECT_EQ(QXCIGetBlockHasherIface(&hash), QXCI_OK);
+        EXPECT_EQ(QXCIGetBlockEncrypterIface(&enc), QXCI_OK);
+        EXPECT_EQ(QXCIGetPasswordHasherIface(&pw_hash), QXCI_OK);
+        EXPECT_EQ(QXCIGetSignatureHandlerIface(&sig), QXCI_OK);
+        env = env_iface.create_func(owner.callbacks(), &owner, nullptr, "test", &error);
+    }
+    ~Provider() {
+        if (env != nullptr) error_iface.destroy_func(env, &error);
+        env_iface.destroy_func(env);
+        EXPECT_EQ(owner.live(), 0);
+    }
+    Provider(const Provider&) = delete;
+    Provider& operator=(const Provider&) = delete;
+
+    /// The code and first parameter of the last failed creation as "28 iv"; empties the record.
+    std::string creation_error() {
+        const std::string text = describe(&error);
+        error_iface.destroy_func(env, &error);
+        error = {};
+        return text;
+    }
+
+    static std::string describe(const a_qxci_error* error) {
+        std::string text = std::to_string(error->code);
+        if (error->parm_list != nullptr && error->parm_list[0] != nullptr) {
+            text += " ";
+            text += error->parm_list[0];
+        }
+        return text;
+    }
+
+    Owner owner;
+    a_qxci_error error = {};
+    QXCIEnvironmentH env;
+    a_qxci_env_iface env_iface = {};
+    a_qxci_error_iface error_iface = {};
+    a_qxci_hash_iface hash = {};
+    a_qxci_enc_iface enc = {};
+    a_qxci_pw_hash_iface pw_hash = {};
+    a_qxci_sig_iface sig = {};
+};
+
+TEST(BuiltinEnv, knows_its_algorithms_by_name_and_number) {
+    Provider provider;
+    const a_qxci_env_iface& iface = provider.env_iface;
+    std::string known;
+    for (const char* name : {"aes_128", "Aes-256", "sha-256", "SHA_1", "md5", "crc",
+                             "PBKDF2-SHA256", "AES_FIPS", "AES1", "AE", "", "rsa"}) {
+        if (iface.block_enc_alg_func(provider.env, name)) known += std::string("enc ") + name + " ";
+        if (iface.block_hash_alg_func(provider.env, name))
+            known += std::string("hash ") + name + " ";
+        if (iface.pw_hash_alg_func(provider.env, name)) known += std::string("pw ") + name + " ";
+        if (iface.stream_alg_func(provider.env, name)) known += std::string("stream ") + name + " ";
+    }
+    EXPECT_EQ(known, "enc aes_128 enc Aes-256 hash sha-256 hash SHA_1 hash md5 hash crc "
+                     "pw PBKDF2-SHA256 ");
+    EXPECT_FALSE(iface.block_enc_alg_func(provider.env, nullptr));
+    known.clear();
+    for (int number = 0; number < 256; number++) {
+        const a_qxci_byte id = static_cast<a_qxci_byte>(number);
+        if (iface.block_enc_alg_id_func(provider.env, id))
+            known += "enc " + std::to_string(id) + " ";
+        if (iface.block_hash_alg_id_func(provider.env, id))
+            known += "hash " + std::to_string(id) + " ";
+        if (iface.pw_hash_alg_id_func(provider.env, id)) known += "pw " + std::to_string(id) + " ";
+        if (iface.stream_alg_id_func(provider.env, id))
+            known += "stream " + std::to_string(id) + " ";
+    }
+    EXPECT_EQ(known, "hash 1 pw 1 enc 2 hash 3 enc 4 hash 5 hash 6 ");
+}
+
+TEST(BuiltinEnv, needs_memory_callbacks) {
+    Provider provider;
+    const a_qxci_callbacks none = {};
+    for (const a_qxci_callbacks* callbacks :
+         {&none, static_cast<const a_qxci_callbacks*>(nullptr)}) {
+        a_qxci_error error = {};
+        const auto create = provider.env_iface.create_func;
+        EXPECT_EQ(create(callbacks, nullptr, nullptr, nullptr, &error), nullptr);
+        EXPECT_EQ(Provider::describe(&error), "7");
+    }
+    EXPECT_EQ(QXCIGetEnvIface(nullptr), QXCI_ERROR);
+}
+
+TEST(BuiltinError, keeps_the_first_error_or_the_last) {
+    Provider provider;
+    a_qxci_error* const error = &provider.error;
+    _QXCIError_SetError(error, provider.env, QxciErrIOError, 5, "disk");
+    _QXCIError_SetErrorIfOK(error, provider.env, QxciErrBadOption, "later");
+    EXPECT_EQ(Provider::describe(error), "8 disk");
+    EXPECT_EQ(error->system_code, 5u);
+    EXPECT_EQ(error->parm_list[1], nullptr);
+    _QXCIError_SetError(error, provider.env, QxciErrBadOption, "later");
+    EXPECT_EQ(Provider::describe(error), "23 later");
+    EXPECT_EQ(error->system_code, 0u);
+    _QXCIError_SetError(error, provider.env, QxciErrKeyMissing, nullptr);
+    EXPECT_EQ(error->parm_list, nullptr);
+}
+
+TEST(BuiltinError, clones_the_whole_list_even_an_empty_one) {
+    Provider provider;
+    char one[] = "one", two[] = "two";
+    char* parms[] = {one, two, nullptr};
+    const a_qxci_error source = {26, 2, parms}, empty = {26, 2, parms + 2};
+    a_qxci_error copy = {};
+    _QXCIError_Clone(provider.env, &copy, &source);
+    one[0] = 'O';
+    EXPECT_STREQ(copy.parm_list[0], "one");
+    EXPECT_STREQ(copy.parm_list[1], "two");
+    EXPECT_EQ(copy.parm_list[2], nullptr);
+    EXPECT_EQ(copy.system_code, 2u);
+    _QXCIError_Clone(provider.env, &copy, &empty);
+    ASSERT_NE(copy.parm_list, nullptr);
+    EXPECT_EQ(copy.parm_list[0], nullptr);
+    QXCIError_Destroy(provider.env, &copy);
+    EXPECT_EQ(copy.code, 26u) << "the fields are left as they are";
+    _QXCIError_Clear(&copy);
+    EXPECT_EQ(copy.code, 0u);
+}
+
+TEST(BuiltinBlockHasher, hashes_with_every_algorithm) {
+    const struct {
+        const char* name;
+        a_qxci_byte id;
+        size_t block_size;
+        const char* hash_of_abc;
+    } cases[] = {
+        {"sha-256", 1, 64, "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"},
+        {"SHA1", 3, 64, "a9993e364706816aba3e25717850c26c9cd0d89d"},
+        {"MD5", 5, 64, "900150983cd24fb0d6963f7d28e17f72"},
+        {"crc", 6, 1, "352441c2"},
+    };
+    for (const auto& known : cases) {
+        Provider provider;
+        const a_qxci_hash_iface& iface = provider.hash;
+        for (const QXCIBlockHasherH hasher :
+             {iface.create_func(provider.env, known.name, &provider.error),
+              iface.create_with_id_func(provider.env, known.id, &provider.error)}) {
+            ASSERT_NE(hasher, nullptr);
+            std::string out(40, '\0');
+            size_t len = out.size();
+            EXPECT_EQ(iface.begin_hash_func(hasher), QXCI_OK);
+            EXPECT_EQ(iface.add_data_func(hasher, bytes_of("dropped"), 7), QXCI_OK);
+            EXPECT_EQ(iface.begin_hash_func(hasher), QXCI_OK);
+            EXPECT_EQ(iface.add_data_func(hasher, bytes_of("a"), 1), QXCI_OK);
+            EXPECT_EQ(iface.add_data_func(hasher, nullptr, 0), QXCI_OK);
+            EXPECT_EQ(iface.add_data_func(hasher, bytes_of("bc"), 2), QXCI_OK);
+            EXPECT_EQ(iface.end_hash_func(hasher, bytes_of(out), &len), QXCI_OK);
+            EXPECT_EQ(to_hex(out.substr(0, len)), known.hash_of_abc);
+            EXPECT_EQ(len, iface.get_max_hash_size_func(hasher));
+            EXPECT_EQ(iface.get_block_size_func(hasher), known.block_size);
+            EXPECT_EQ(iface.get_algorithm_id_func(hasher), known.id);
+            iface.destroy_func(hasher);
+        }
+    }
+}
+
+TEST(BuiltinBlockHasher, reports_misuse) {
+    Provider provider;
+    const a_qxci_hash_iface& iface = provider.hash;
+    EXPECT_EQ(iface.create_func(provider.env, "SHA3", &provider.error), nullptr);
+    EXPECT_EQ(provider.creation_error(), "22");
+    EXPECT_EQ(iface.create_func(provider.env, nullptr, &provider.error), nullptr);
+    EXPECT_EQ(provider.creation_error(), "22");
+    EXPECT_EQ(iface.create_with_id_func(provider.env, 2, nullptr), nullptr);
+
+    const QXCIBlockHasherH hasher = iface.create_func(provider.env, "SHA1", &provider.error);
+    const auto last_error = [&] { return Provider::describe(iface.get_last_error_func(hasher)); };
+    std::string out(20, '\0');
+    size_t len = 19;
+    EXPECT_EQ(last_error(), "0");
+    EXPECT_EQ(iface.add_data_func(hasher, bytes_of("abc"), 3), QXCI_ERROR);
+    EXPECT_EQ(last_error(), "7") << "not begun";
+    EXPECT_EQ(iface.begin_hash_func(hasher), QXCI_OK);
+    EXPECT_EQ(last_error(), "0") << "an operation forgets the error before it";
+    EXPECT_EQ(iface.add_data_func(hasher, bytes_of("abc"), 3), QXCI_OK);
+    EXPECT_EQ(iface.end_hash_func(hasher, bytes_of(out), &len), QXCI_ERROR);
+    EXPECT_EQ(last_error(), "28 out_len");
+    EXPECT_EQ(len, 20u) << "the room needed";
+    EXPECT_EQ(iface.end_hash_func(hasher, bytes_of(out), &len), QXCI_OK) << "nothing was lost";
+    EXPECT_EQ(to_hex(out), "a9993e364706816aba3e25717850c26c9cd0d89d");
+    EXPECT_EQ(iface.end_hash_func(hasher, bytes_of(out), &len), QXCI_ERROR);
+    EXPECT_EQ(last_error(), "7") << "ended";
+    iface.destroy_func(hasher);
+    iface.destroy_func(nullptr);
+}
+
+const std::string key_128 = from_hex("2b7e151628aed2a6abf7158809cf4f3c");
+const std::string two_blocks =
+    from_hex("6bc1bee22e409f96e93d7e117393172aae2d8a571e03ac9c9eb76fac45af8e51");
+const char* const known_iv = "000102030405060708090A0B0C0D0E0F";
+const char* const two_blocks_encrypted =
+    "7649abac8119b246cee98e9b12e9197d5086cb9b507219ee95db113a917678b2";
+
+TEST(BuiltinBlockEncrypter, encrypts_in_cbc_mode_from_the_given_vector) {
+    Provider provider;
+    const a_qxci_enc_iface& iface = provider.enc;
+    Options options;
+    options.add("IV", known_iv);
+    const QXCIBlockEncrypterH encrypter = iface.create_func(
+        provider.env, "AES-128", bytes_of(key_128), 16, options.head(), &provider.error);
+    ASSERT_NE(encrypter, nullptr);
+    EXPECT_TRUE(options[0].used);
+    EXPECT_EQ(iface.get_algorithm_id_func(encrypter), 2);
+    EXPECT_EQ(iface.get_block_size_func(encrypter), 16u);
+    for (int round = 0; round < 2; round++) {  // a message of its own every time
+        std::string data = two_blocks;
+        EXPECT_EQ(iface.encrypt_func(encrypter, bytes_of(data), 32, 0), QXCI_OK);
+        EXPECT_EQ(to_hex(data), two_blocks_encrypted);
+        EXPECT_EQ(iface.decrypt_func(encrypter, bytes_of(data), 32, 0), QXCI_OK);
+        EXPECT_EQ(data, two_blocks);
+    }
+    // One message in two calls, each direction with a chain of its own.
+    std::string data = two_blocks, copy = from_hex(two_blocks_encrypted);
+    EXPECT_EQ(iface.encrypt_func(encrypter, bytes_of(data), 16, 0), QXCI_OK);
+    EXPECT_EQ(iface.decrypt_func(encrypter, bytes_of(copy), 16, 0), QXCI_OK);
+    EXPECT_EQ(iface.encrypt_func(encrypter, bytes_of(data) + 16, 16, QXCI_ENC_CONTINUE), QXCI_OK);
+    EXPECT_EQ(iface.decrypt_func(encrypter, bytes_of(copy) + 16, 16, QXCI_ENC_CONTINUE), QXCI_OK);
+    EXPECT_EQ(to_hex(data), two_blocks_encrypted);
+    EXPECT_EQ(copy, two_blocks);
+    iface.destroy_func(encrypter);
+}
+
+TEST(BuiltinBlockEncrypter, starts_from_zero_without_a_vector) {
+    Provider provider;
+    const std::string key =
+        from_hex("000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f");
+    const QXCIBlockEncrypterH encrypter = provider.enc.create_with_id_func(
+        provider.env, QXCI_ENC_AES256, bytes_of(key), 32, nullptr, &provider.error);
+    ASSERT_NE(encrypter, nullptr);
+    std::string data = from_hex("00112233445566778899aabbccddeeff");
+    const unsigned nothing_to_continue = QXCI_ENC_CONTINUE;
+    provider.enc.encrypt_func(encrypter, bytes_of(data), 16, nothing_to_continue);
+    EXPECT_EQ(to_hex(data), "8ea2b7ca516745bfeafc49904b496089");
+    provider.enc.destroy_func(encrypter);
+}
+
+TEST(BuiltinBlockEncrypter, reports_what_it_cannot_use) {
+    Provider provider;
+    const a_qxci_enc_iface& iface = provider.enc;
+    const std::string key(40, 'k');
+    const struct {
+        const char* name;
+        size_t key_len;
+        const char *option, *value;
+        const char* error;
+    } cases[] = {
+        {"DES", 16, nullptr, nullptr, "21"},
+        {nullptr, 16, nullptr, nullptr, "21"},
+        {"AES_FIPS", 16, nullptr, nullptr, "21"},
+        {"AES", 0, nullptr, nullptr, "29"},
+        {"AES", 15, nullptr, nullptr, "28 key"},
+        {"AES", 32, nullptr, nullptr, "28 key"},
+        {"AES256", 16, nullptr, nullptr, "28 key"},
+        {"AES", 16, "mode", "ctr", "23 mode"},
+        {"AES", 16, "iv", "00", "28 iv"},
+        {"AES", 16, "iv", "0g0102030405060708090a0b0c0d0e0f", "28 iv"},
+        {"AES", 16, "iv", "000102030405060708090a0b0c0d0e0f00", "28 iv"},
+        {"AES", 16, "iv", nullptr, "28 iv"},
+        {"AES", 16, nullptr, "", "23 "},
+    };
+    for (const auto& wrong : cases) {
+        Options options;
+        if (wrong.option != nullptr || wrong.value != nullptr)
+            options.add(wrong.option, wrong.value);
+        EXPECT_EQ(iface.create_func(provider.env, wrong.name, bytes_of(key), wrong.key_len,
+                                    options.head(), &provider.error),
+                  nullptr);
+        EXPECT_EQ(provider.creation_error(), wrong.error);
+    }
+    EXPECT_EQ(iface.create_func(provider.env, "AES", nullptr, 16, nullptr, &provider.error),
+              nullptr);
+    EXPECT_EQ(provider.creation_error(), "29");
+
+    const QXCIBlockEncrypterH encrypter =
+        iface.create_func(provider.env, "AES", bytes_of(key), 16, nullptr, &provider.error);
+    const auto last_error = [&] {
+        return Provider::describe(iface.get_last_error_func(encrypter));
+    };
+    std::string data(33, 'd');
+    for (const size_t len : {1, 15, 17, 33}) {
+        EXPECT_EQ(iface.encrypt_func(encrypter, bytes_of(data), len, 0), QXCI_ERROR);
+        EXPECT_EQ(last_error(), "28 len");
+        EXPECT_EQ(iface.decrypt_func(encrypter, bytes_of(data), len, 0), QXCI_ERROR);
+    }
+    EXPECT_EQ(iface.encrypt_func(encrypter, bytes_of(data), 16, 2), QXCI_ERROR);
+    EXPECT_EQ(last_error(), "23 flags");
+    EXPECT_EQ(iface.decrypt_func(encrypter, nullptr, 16, 0), QXCI_ERROR);
+    EXPECT_EQ(last_error(), "28 data");
+    EXPECT_EQ(data, std::string(33, 'd'));
+    EXPECT_EQ(iface.encrypt_func(encrypter, nullptr, 0, 0), QXCI_OK);
+    iface.destroy_func(encrypter);
+}
+
+/// Hashes with what is in `out`; the text, or the error.
+std::string hash_password(Provider& provider, const std::string& password, std::string out,
+                          size_t room) {
+    const QXCIPasswordHasherH hasher = provider.pw_hash.create_func(provider.env, &provider.error);
+    out.resize(room);
+    size_t len = room;
+    const a_qxci_result result = provider.pw_hash.hash_func(hasher, bytes_of(password),
+                                                            password.size(), bytes_of(out), &len);
+    std::string text = result == QXCI_OK
+                           ? out.substr(0, len)
+                           : Provider::describe(provider.pw_hash.get_last_error_func(hasher));
+    provider.pw_hash.destroy_func(hasher);
+    return text;
+}
+
+const std::string stored_salt = "000102030405060708090a0b0c0d0e0f";
+
+TEST(BuiltinPasswordHasher, salts_each_hash_and_checks_passwords) {
+    Provider provider;
+    const std::string first = hash_password(provider, "secret", "", 200);
+    const std::string second = hash_password(provider, "secret", "", 200);
+    EXPECT_EQ(first.size(), 15u + 6 + 1 + 32 + 1 + 64 + 1);
+    EXPECT_EQ(first.substr(0, 22), "$pbkdf2-sha256$600000$");
+    EXPECT_EQ(first.back(), '\0');
+    EXPECT_NE(first.substr(22, 32), second.substr(22, 32)) << "the salts";
+    EXPECT_EQ(hash_password(provider, "secret", first, first.size()), first);
+    EXPECT_NE(hash_password(provider, "Secret", first, first.size()), first);
+}
+
+TEST(BuiltinPasswordHasher, derives_what_openssl_derives) {
+    Provider provider;
+    for (const char* iterations : {"1", "999", "10000"}) {
+        const std::string head =
+            std::string("$pbkdf2-sha256$") + iterations + "$" + stored_salt + "$";
+        std::string answer = openssl("kdf -keylen 32 -binary -kdfopt digest:SHA256 -kdfopt "
+                                     "pass:opensesame -kdfopt hexsalt:" +
+                                     stored_salt + " -kdfopt iter:" + iterations + " PBKDF2");
+        const std::string hash =
+            hash_password(provider, "opensesame", head + std::string(64, '0'), 200);
+        EXPECT_EQ(hash, head + to_hex(answer) + '\0');
+    }
+}
+
+TEST(BuiltinPasswordHasher, refuses_other_texts_and_too_little_room) {
+    Provider provider;
+    const std::string salt = stored_salt + "$", hash(64, '0'), prefix = "$pbkdf2-sha256$";
+    const std::string wrong_texts[] = {
+        "x",
+        prefix,
+        "$pbkdf2-sha512$1$" + salt + hash,
+        prefix + "0$" + salt + hash,
+        prefix + "10000001$" + salt + hash,
+        prefix + "4294967297$" + salt + hash,
+        prefix + "000000001$" + salt + hash,
+        prefix + "-1$" + salt + hash,
+        prefix + "1" + salt + hash,
+        prefix + "1$" + salt + hash + "0",
+        prefix + "1$" + salt + hash.substr(1),
+        prefix + "1$" + salt.substr(1) + "$" + hash,
+        prefix + "1$" + salt.substr(2) + "g$" + hash,
+    };
+    for (const std::string& wrong : wrong_texts) {
+        EXPECT_EQ(hash_password(provider, "p", wrong, 200), "28 out") << wrong;
+    }
+    const std::string right = prefix + "1$" + salt + hash;
+    const size_t needed = right.size() + 1;
+    EXPECT_EQ(hash_password(provider, "p", right, needed).size(), needed);
+    EXPECT_EQ(hash_password(provider, "p", right, needed - 1), "28 out_len");
+    for (size_t room = 1; room < right.size(); room += 5) {
+        EXPECT_EQ(hash_password(provider, "p", right, room), "28 out") << "cut at " << room;
+    }
+    EXPECT_EQ(hash_password(provider, "p", "", 0), "28 out_len");
+    EXPECT_EQ(hash_password(provider, "p", "", 119), "28 out_len");
+    EXPECT_EQ(provider.pw_hash.create_with_id_func(provider.env, 2, &provider.error), nullptr);
+    EXPECT_EQ(provider.creation_error(), "22");
+}
+
+Options& add_domain(Options& options, const a_dsa_key& key) {
+    return options.add("dsa_p", key.p).add("dsa_q", key.q).add("dsa_g", key.g);
+}
+
+/// A handler, and its operations on std::string; "error <code>" for a failed one.
+class Handler {
+  public:
+    Handler(Provider& provider, Options& options)
+        : _sig(provider.sig),
+          _handle(_sig.create_func(provider.env, options.head(), &provider.error)) {}
+    ~Handler() { _sig.destroy_func(_handle); }
+    Handler(const Handler&) = delete;
+    Handler& operator=(const Handler&) = delete;
+
+    bool created() const { return _handle != nullptr; }
+    std::string error() const {
+        return "error " + Provider::describe(_sig.get_last_error_func(_handle));
+    }
+
+    std::string sign(const char* a, const char* b, const char* c, size_t room = 200) const {
+        std::string out(room, '\0');
+        if (_sig.create_dbsig_func(_handle, a, b, c, out.data(), &room) != QXCI_OK) return error();
+        return out.substr(0, room - 1);
+    }
+    std::string sign(const char* a, const char* b, size_t room = 200) const {
+        std::string out(room, '\0');
+        if (_sig.create_connsig_func(_handle, a, b, out.data(), &room) != QXCI_OK) return error();
+        return out.substr(0, room - 1);
+    }
+    bool verify(const char* a, const char* b, const char* c, const std::string& sig) const {
+        bool ok = true;
+        EXPECT_EQ(_sig.verify_dbsig_func(_handle, a, b, c, sig.c_str(), &ok), QXCI_OK);
+        return ok;
+    }
+    bool verify(const char* a, const char* b, const std::string& sig) const {
+        bool ok = true;
+        EXPECT_EQ(_sig.verify_connsig_func(_handle, a, b, sig.c_str(), &ok), QXCI_OK);
+        return ok;
+    }
+    a_qxci_result verify_null(const char* a, const char* sig, bool* ok) const {
+        return _sig.verify_connsig_func(_handle, a, "b", sig, ok);
+    }
+
+  private:
+    const a_qxci_sig_iface _sig;
+    const QXCISignatureHandlerH _handle;
+};
+
+TEST(BuiltinSignatureHandler, signs_the_kind_and_every_text_with_its_length) {
+    Provider provider;
+    Options options;
+    add_domain(options, dsa_key_1024).add("dsa_x", dsa_key_1024.x);
+    const Handler handler(provider, options);
+    ASSERT_TRUE(handler.created());
+    const std::string signature = handler.sign("company", "", "database");
+    EXPECT_EQ(signature.size(), 80u);
+    EXPECT_EQ(handler.sign("company", "", "database"), signature) << "deterministic";
+
+    const std::string zeros(7, '\0');
+    const std::string message = zeros + '\x17' + "QXCI database signature" + zeros + '\x07' +
+                                "company" + zeros + '\0' + zeros + '\x08' + "database";
+    UTSHA1 digest;
+    digest.add(message.data(), message.size());
+    a_byte hash[UTSHA1::digest_size];
+    digest.end(hash);
+    const auto number = [](const char* hex) {
+        UTBigInt value;
+        value.set_bytes(bytes_of(from_hex(hex)), std::strlen(hex) / 2);
+        return value;
+    };
+    UTDSA dsa;
+    ASSERT_TRUE(
+        dsa.set_domain(number(dsa_key_1024.p), number(dsa_key_1024.q), number(dsa_key_1024.g)));
+    ASSERT_TRUE(dsa.set_public_key(number(dsa_key_1024.y)));
+    EXPECT_TRUE(dsa.verify(hash, bytes_of(from_hex(signature))));
+}
+
+TEST(BuiltinSignatureHandler, verifies_what_was_signed_and_nothing_else) {
+    Provider provider;
+    Options signing, verifying;
+    add_domain(signing, dsa_key_1024).add("dsa_y", dsa_key_1024.y).add("DSA_X", dsa_key_1024.x);
+    const std::string odd_y = std::string("000") + dsa_key_1024.y;
+    add_domain(verifying, dsa_key_1024).add("dsa_y", odd_y.c_str());
+    const Handler signer(provider, signing), verifier(provider, verifying);
+    ASSERT_TRUE(signer.created() && verifier.created());
+
+    const std::string database = signer.sign("ab", "c", ""), connection = signer.sign("ab", "c");
+    EXPECT_TRUE(verifier.verify("ab", "c", "", database));
+    EXPECT_TRUE(signer.verify("ab", "c", connection));
+    EXPECT_FALSE(verifier.verify("a", "bc", "", database)) << "the same letters";
+    EXPECT_FALSE(verifier.verify("ab", "", "c", database));
+    EXPECT_FALSE(verifier.verify("ab", "c", database)) << "the other kind";
+    EXPECT_FALSE(verifier.verify("ab", "c", "", connection));
+    EXPECT_FALSE(verifier.verify("ab", "c", "")) << "not even well formed";
+    EXPECT_FALSE(verifier.verify("ab", "c", connection + "0"));
+    EXPECT_FALSE(verifier.verify("ab", "c", "g" + connection.substr(1)));
+
+    EXPECT_EQ(verifier.sign("ab", "c"), "error 29");
+    EXPECT_EQ(signer.sign("ab", "c", nullptr), "error 28 c");
+    EXPECT_EQ(signer.sign(nullptr, "c"), "error 28 a");
+    EXPECT_EQ(signer.sign("ab", "c", 81), connection);
+    EXPECT_EQ(signer.sign("ab", "c", 80), "error 28 out_len");
+    bool ok = true;
+    EXPECT_EQ(verifier.verify_null(nullptr, "", &ok), QXCI_ERROR);
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(verifier.verify_null("a", nullptr, &ok), QXCI_ERROR);
+    EXPECT_EQ(verifier.error(), "error 28 sig");
+    EXPECT_EQ(verifier.verify_null("a", "", nullptr), QXCI_ERROR);
+}
+
+TEST(BuiltinSignatureHandler, checks_its_key) {
+    const a_dsa_key& key = dsa_key_1024;
+    const std::string too_long(513, '1');
+    const struct {
+        const char *p, *q, *g, *x, *y;
+        const char* error;
+    } cases[] = {
+        {nullptr, nullptr, nullptr, nullptr, nullptr, "29"},
+        {key.p, key.q, key.g, nullptr, nullptr, "29"},
+        {key.p, nullptr, key.g, key.x, nullptr, "29"},
+        {key.p, key.q, key.g, "", nullptr, "28 dsa_x"},
+        {key.p, key.q, "12x", key.x, nullptr, "28 dsa_g"},
+        {too_long.c_str(), key.q, key.g, key.x, nullptr, "28 dsa_p"},
+        {key.p, dsa_key_2048.q, key.g, key.x, nullptr, "28 dsa_p"},
+        {key.p, key.q, "1", key.x, nullptr, "28 dsa_p"},
+        {key.p, key.q, key.g, "0", nullptr, "28 dsa_x"},
+        {key.p, key.q, key.g, "5", key.y, "28 dsa_x"},
+        {key.p, key.q, key.g, nullptr, "2", "28 dsa_y"},
+    };
+    for (const auto& wrong : cases) {
+        Provider provider;
+        Options options;
+        const std::pair<const char*, const char*> given[] = {{"dsa_p", wrong.p},
+                                                             {"dsa_q", wrong.q},
+                                                             {"dsa_g", wrong.g},
+                                                             {"dsa_x", wrong.x},
+                                                             {"dsa_y", wrong.y}};
+        for (const auto& [name, value] : given) {
+            if (value != nullptr) options.add(name, value);
+        }
+        EXPECT_FALSE(Handler(provider, options).created());
+        EXPECT_EQ(provider.creation_error(), wrong.error);
+    }
+    Provider provider;
+    Options options;
+    add_domain(options, key).add("rsa_x", key.x);
+    EXPECT_FALSE(Handler(provider, options).created());
+    EXPECT_EQ(provider.creation_error(), "23 rsa_x");
+}
+
+/// A creation fails for want of memory exactly when there was none.
+template <class Handle>
+Handle created(const Provider& provider, Handle handle) {
+    EXPECT_EQ(handle == nullptr, provider.owner.ran_out());
+    EXPECT_EQ(handle == nullptr, provider.error.code == QxciErrNoMemory);
+    return handle;
+}
+
+/// Creations and failures that take memory, each until it is done or has failed.
+const std::function<void(Provider&)> memory_users[] = {
+    [](Provider& p) {
+        p.hash.destroy_func(created(p, p.hash.create_func(p.env, "MD5", &p.error)));
+    },
+    [](Provider& p) { p.pw_hash.destroy_func(created(p, p.pw_hash.create_func(p.env, &p.error))); },
+    [](Provider& p) {
+        p.enc.destroy_func(
+            created(p, p.enc.create_func(p.env, "AES", bytes_of(key_128), 16, nullptr, &p.error)));
+    },
+    [](Provider& p) {
+        Options options;
+        add_domain(options, dsa_key_1024).add("dsa_y", dsa_key_1024.y);
+        p.sig.destroy_func(created(p, p.sig.create_func(p.env, options.head(), &p.error)));
+    },
+    [](Provider& p) {
+        Options options;
+        options.add("unknown", "");
+        EXPECT_EQ(p.sig.create_func(p.env, options.head(), &p.error), nullptr);
+    },
+    [](Provider& p) {
+        const QXCIBlockHasherH hasher = p.hash.create_func(p.env, "MD5", &p.error);
+        if (hasher == nullptr) return;
+        p.hash.begin_hash_func(hasher);
+        EXPECT_EQ(p.hash.end_hash_func(hasher, nullptr, nullptr), QXCI_ERROR);
+        EXPECT_EQ(p.hash.get_last_error_func(hasher)->code, unsigned{QxciErrOptionError});
+        p.hash.destroy_func(hasher);
+    },
+    [](Provider& p) {
+        char one[] = "one", two[] = "two";
+        char* parms[] = {one, two, nullptr};
+        const a_qxci_error source = {26, 2, parms};
+        _QXCIError_Clone(p.env, &p.error, &source);
+    },
+};
+
+TEST(BuiltinProvider, survives_every_allocation_failing) {
+    for (const auto& use : memory_users) {
+        int failures = 0;
+        for (bool ran_out = true; ran_out; failures++) {
+            Provider provider(failures);  // checks that all memory is back
+            if (provider.env != nullptr) use(provider);
+            ran_out = provider.owner.ran_out();
+        }
+        EXPECT_GE(failures, 3) << "the environment, something in it, then none";
+    }
+}
+
+TEST(BuiltinProvider, wipes_secrets_before_it_frees_them) {
+    Provider provider;
+    provider.owner.secret = "Sixteen byte key";
+    const std::string key = provider.owner.secret, message = "message: " + key;
+    const QXCIBlockEncrypterH encrypter =
+        provider.enc.create_func(provider.env, "AES", bytes_of(key), 16, nullptr, &provider.error);
+    const QXCIBlockHasherH hasher = provider.hash.create_func(provider.env, "MD5", &provider.error);
+    provider.hash.begin_hash_func(hasher);
+    provider.hash.add_data_func(hasher, bytes_of(message), message.size());
+    provider.hash.destroy_func(hasher);
+    provider.enc.destroy_func(encrypter);
+    EXPECT_FALSE(provider.owner.saw_secret);
+}
+
+}  // namespace

@@ -1,0 +1,77 @@
+#ifndef QUOREL_TESTS_KOVCERT_BUILTIN_OWNER_H
+#define QUOREL_TESTS_KOVCERT_BUILTIN_OWNER_H
+
+/// The owner's side of the provider interface: memory that is counted, can run out at a chosen
+/// allocation, and is searched for a secret when it comes back; and option lists.
+
+#include "kovcert/qxci/qxci.h"
+
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
+#include <string>
+
+class Owner {
+  public:
+    /// `fail_at` counts allocations from 0.
+    explicit Owner(int fail_at = INT_MAX) : _fail_at(fail_at) {}
+
+    const a_qxci_callbacks* callbacks() const { return &_callbacks; }
+    int live() const { return _live; }  // allocations not yet freed
+    bool ran_out() const { return _allocations > _fail_at; }
+
+    /// Text that must not be in memory that is freed.
+    std::string secret;
+    bool saw_secret = false;
+
+  private:
+    static constexpr size_t header = 16;  // holds the size and keeps the alignment
+
+    static void* alloc(void* context, size_t size) {
+        Owner& owner = *static_cast<Owner*>(context);
+        if (owner._allocations++ == owner._fail_at) return nullptr;
+        owner._live++;
+        char* const memory = static_cast<char*>(std::malloc(header + size));
+        std::memcpy(memory, &size, sizeof size);
+        std::memset(memory + header, 0xa5, size);
+        return memory + header;
+    }
+
+    static void free(void* context, void* memory) {
+        if (memory == nullptr) return;
+        Owner& owner = *static_cast<Owner*>(context);
+        char* const start = static_cast<char*>(memory) - header;
+        size_t size;
+        std::memcpy(&size, start, sizeof size);
+        if (!owner.secret.empty() &&
+            memmem(memory, size, owner.secret.data(), owner.secret.size()) != nullptr) {
+            owner.saw_secret = true;
+        }
+        owner._live--;
+        std::free(start);
+    }
+
+    const int _fail_at;
+    int _allocations = 0;
+    int _live = 0;
+    const a_qxci_callbacks _callbacks = {alloc,   nullptr, free,    nullptr, nullptr,
+                                         nullptr, nullptr, nullptr, nullptr, nullptr};
+};
+
+/// A list of options that is built in order.
+class Options {
+  public:
+    Options& add(const char* name, const char* value) {
+        _list.push_back({name, value, false, nullptr});
+        if (_list.size() > 1) _list[_list.size() - 2].next = &_list.back();
+        return *this;
+    }
+    a_qxci_user_option* head() { return _list.empty() ? nullptr : &_list.front(); }
+    const a_qxci_user_option& operator[](size_t index) const { return _list[index]; }
+
+  private:
+    std::deque<a_qxci_user_option> _list;  // elements stay where they are
+};
+
+#endif
