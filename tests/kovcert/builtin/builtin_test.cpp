@@ -502,7 +502,7 @@ TEST(BuiltinSignatureHandler, verifies_what_was_signed_and_nothing_else) {
 
 TEST(BuiltinSignatureHandler, checks_its_key) {
     const a_dsa_key& key = dsa_key_1024;
-    const std::string too_long(513, '1');
+    const std::string too_long(600, '1');
     const struct {
         const char *p, *q, *g, *x, *y;
         const char* error;
@@ -600,8 +600,11 @@ TEST(BuiltinProvider, wipes_secrets_before_it_frees_them) {
     Provider provider;
     provider.owner.secret = "Sixteen byte key";
     const std::string key = provider.owner.secret, message = "message: " + key;
-    const QXCIBlockEncrypterH encrypter =
-        provider.enc.create_func(provider.env, "AES", bytes_of(key), 16, nullptr, &provider.error);
+    const std::string iv = to_hex(key);
+    Options options;
+    options.add("iv", iv.c_str());
+    const QXCIBlockEncrypterH encrypter = provider.enc.create_func(
+        provider.env, "AES", bytes_of(key), 16, options.head(), &provider.error);
     const QXCIBlockHasherH hasher = provider.hash.create_func(provider.env, "MD5", &provider.error);
     provider.hash.begin_hash_func(hasher);
     provider.hash.add_data_func(hasher, bytes_of(message), message.size());
