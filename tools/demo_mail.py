@@ -15,7 +15,7 @@ import threading
 from aiosmtpd.smtp import SMTP
 
 QUORELSQL, LIBRARY = sys.argv[1:3]
-ATTACHED = "/etc/services"
+ATTACHED = "/etc/passwd"
 SCRIPT = """
 CALL xp_startsmtp(sender => 'ann@a.test', host => '127.0.0.1', port => {port}, sender_name => 'Ann');
 CALL xp_sendmail(recipient => 'bob@b.test;eve@e.test', subject => 'Grüße from SQL',
