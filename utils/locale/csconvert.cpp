@@ -23,6 +23,12 @@ bool put_replacement(const CharsetInfo* to, char** out, size_t* room) {
     return true;
 }
 
+/// Delivers the character that a decoder holds back because a combining one might follow it
+/// (windows-1255, windows-1258, Big5-HKSCS); false when there is no room.
+bool put_held_back(iconv_t handle, char** out, size_t* room) {
+    return iconv(handle, nullptr, nullptr, out, room) != static_cast<size_t>(-1);
+}
+
 }  // namespace
 
 void CharsetConverter::Open(const CharsetInfo* from, const CharsetInfo* to) {
@@ -52,12 +58,15 @@ size_t CharsetConverter::Convert(const char* text, size_t text_len, char* buf, s
     size_t room = len;
     iconv(_handle, nullptr, nullptr, nullptr, nullptr);
     while (iconv(_handle, &in, &text_len, &out, &room) == static_cast<size_t>(-1)) {
-        if (errno != EILSEQ || !put_replacement(_to, &out, &room)) break;
+        const int error = errno;
+        if (error == E2BIG || !put_held_back(_handle, &out, &room)) return len - room;
+        if (error != EILSEQ || !put_replacement(_to, &out, &room)) return len - room;
         const size_t skipped = _OffendingLength(in, text_len);
         in += skipped;
         text_len -= skipped;
         if (lost != nullptr) ++*lost;
     }
+    put_held_back(_handle, &out, &room);
     return len - room;
 }
 

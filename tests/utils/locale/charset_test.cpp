@@ -140,6 +140,27 @@ TEST(CharsetConverter, converts_between_character_sets) {
     }
 }
 
+TEST(CharsetConverter, every_row_gives_back_a_last_letter_that_it_takes) {
+    const char* letters[] = {"\u00E9", "\u00EA", "\u1EBF", "\u0436", "\u05E9",
+                             "\u0639", "\u03B1", "\u0E01", "\u6F22"};
+    const CharsetInfo* row = nullptr;
+    for (uint32 i = 0; (row = ls_charset_at(i)) != nullptr; ++i) {
+        size_t taken = 0;
+        for (const std::string letter : letters) {
+            const std::string text = "a" + letter;
+            size_t lost = 0;
+            const std::string there = converted("UTF-8", row->label, text, 64, &lost);
+            if (lost > 0) continue;
+            ++taken;
+            EXPECT_EQ(converted(row->label, "UTF-8", there), text) << row->label;
+        }
+        EXPECT_EQ(taken > 0, row->id != CHARSET_US_ASCII) << row->label;
+    }
+    EXPECT_EQ(converted("windows-1255", "UTF-8", "a\xF9", 2), "a");
+    // What is held back comes before the question mark for what follows it.
+    EXPECT_EQ(converted("windows-1255", "UTF-8", "\xF9\xFF!"), "\u05E9?!");
+}
+
 TEST(CharsetConverter, passes_text_on_where_nothing_can_or_need_be_done) {
     const CharsetInfo* utf8 = ls_find_charset("UTF-8");
     EXPECT_FALSE(converts(utf8, utf8));
