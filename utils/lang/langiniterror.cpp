@@ -100,16 +100,20 @@ size_t format(char* buf, size_t len, const char* text, ...) {
     return length;
 }
 
-/// Formats a text and converts it; 0 when the character set lacks a character of it.
+/// Formats a text and converts it; 0 when the character set lacks a character of it. *cut says that
+/// `buf` does not hold all of it.
 size_t put_translated(const char* text, const char* file_name, const CharsetInfo* charset,
-                      char* buf, size_t len) {
+                      char* buf, size_t len, bool* cut) {
     std::array<char, MaxText> utf8;
+    std::array<char, 2 * MaxText> whole;  // UTF-16 takes the most: two bytes for one
     const size_t length = format(utf8.data(), utf8.size(), text, file_name);
     CharsetConverter converter;
     converter.Open(ls_find_charset_by_id(CHARSET_UTF8), charset);
     size_t lost = 0;
-    const size_t converted = converter.Convert(utf8.data(), length, buf, len, &lost);
-    return lost == 0 ? converted : 0;
+    const size_t needed = converter.Convert(utf8.data(), length, whole.data(), whole.size(), &lost);
+    if (lost > 0) return 0;
+    *cut = needed > len;
+    return converter.Convert(utf8.data(), length, buf, len);
 }
 
 }  // namespace
@@ -122,10 +126,13 @@ size_t ls_init_error_text(ls_init_return code, const LanguageInfo* language,
     const char* english = text_for(English, code);
     if (english == nullptr) return 0;
     size_t length = 0;
+    bool cut = false;
     const InitTexts* texts = find_translated(language->iso_label);
     if (texts != nullptr) {
-        length = put_translated(text_for(*texts, code), file_name, charset, buf, len - 1);
+        length = put_translated(text_for(*texts, code), file_name, charset, buf, len - 1, &cut);
     }
+    buf[length] = '\0';
+    if (cut) return length;
     if (length > 0 && length < len - 1) buf[length++] = ' ';
     return length + format(buf + length, len - length, english, file_name);
 }

@@ -21,8 +21,9 @@ enum ls_init_return : uint32 {
 
 /// Puts the text for `code` about the file `file_name` into `buf`, at most `len` - 1 bytes,
 /// terminated, and returns its length. Texts in other languages than English are followed by the
-/// English one, and left out when `charset` (null: UTF-8) cannot show them. LS_INIT_OKAY and
-/// unknown codes give an empty text. Safe on any thread.
+/// English one where they fit whole, and left out when `charset` (null: UTF-8) cannot show them.
+/// LS_INIT_OKAY and unknown codes give an empty text. `language` and `file_name` are not null. Safe
+/// on any thread.
 size_t ls_init_error_text(ls_init_return code, const LanguageInfo* language,
                           const CharsetInfo* charset, const char* file_name, char* buf, size_t len);
 

@@ -2,27 +2,32 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <cstring>
 
 #include "utils/etc/locate.h"
+#include "utils/etc/utascii.h"
 #include "utils/etc/utsnprintf.h"
 #include "utils/lang/wlangfmt.h"
 
 namespace {
 
 /// Files from this version on have every text that this release asks for.
-constexpr unsigned long OldestVersion = 120;
+constexpr uint32 OldestVersion = 120;
 
 bool is_utf16(const CharsetInfo* charset) {
     return charset != nullptr && charset->id == CHARSET_UTF16;
 }
 
-/// The file's version; 0 when it does not say.
-unsigned long file_version(UTResFile& file) {
+/// The file's version, from its leading digits; 0 when it does not say. From OldestVersion up, any
+/// number that is as good.
+uint32 file_version(UTResFile& file) {
     std::array<char, 16> text{};
     file.GetString(RES_VERSION_STRING, text.data(), text.size());
-    return std::strtoul(text.data(), nullptr, 10);
+    uint32 version = 0;
+    for (const char* at = text.data(); ut_is_digit(*at) && version < OldestVersion; ++at) {
+        version = version * 10 + static_cast<uint32>(*at - '0');
+    }
+    return version;
 }
 
 /// A text in UTF-16 as bytes, with a terminator of 16 bits.
@@ -190,7 +195,7 @@ ls_init_return UTLangString::_OpenFile(UTQXResFile& file, const LanguageInfo* la
     if (!_Open(file, language, iq)) {
         return iq ? LS_INIT_CANT_FIND_IQ_FILE : LS_INIT_CANT_FIND_FILE;
     }
-    const unsigned long version = file_version(file);
+    const uint32 version = file_version(file);
     if (version > 0 && version < OldestVersion) {
         file.Close();
         return LS_INIT_BAD_VERSION;

@@ -104,8 +104,9 @@ size_t UTQXResFile::GetString(uint32 id, char* buf, size_t len) {
 size_t UTQXResFile::GetStringUTF16(uint32 id, uint16* buf, size_t len) {
     if (len == 0) return 0;
     const Text text = _Find(id);
-    const size_t count = std::min(text.length / sizeof(uint16), len - 1);
-    if (count == 0) return 0;
+    const size_t length = text.length / sizeof(uint16);
+    if (length == 0) return 0;
+    const size_t count = std::min(length, len - 1);
     std::memcpy(buf, text.start, count * sizeof(uint16));
     buf[count] = 0;
     return count;

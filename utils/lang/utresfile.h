@@ -69,11 +69,11 @@ class UTResFile {
     virtual a_bool UTF16Supported() = 0;
 
     /// Copies the text of `id`, in the file's character set, into `buf`: at most `len` - 1 bytes,
-    /// terminated. Returns the bytes copied; 0, with `buf` untouched, when there is none. Of `id`,
-    /// the low 16 bits count.
+    /// terminated. Returns the bytes copied; 0, with `buf` untouched, when there is none or `len`
+    /// is 0. Of `id`, the low 16 bits count.
     virtual size_t GetString(uint32 id, char* buf, size_t len) = 0;
 
-    /// The same in units of 16 bits.
+    /// The same in units of 16 bits, `len` and the result too.
     virtual size_t GetStringUTF16(uint32 id, uint16* buf, size_t len) = 0;
 
     /// Puts the name of the file for a language into `buf`, terminated: "nxlg", the label, "_iq"

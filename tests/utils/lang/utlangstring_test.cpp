@@ -153,12 +153,12 @@ TEST(LangStringInit, takes_the_wanted_language_and_falls_back_to_english) {
 }
 
 TEST(LangStringInit, refuses_versions_1_to_119) {
-    for (const char* version : {"1", "100", "119"}) {
+    for (const char* version : {"1", "100", "119", "0119 beta"}) {
         Files files;
         files.Add("nxlgde12.res", version);
         EXPECT_EQ(start(files, "de"), Result(LS_INIT_BAD_VERSION)) << version;
     }
-    for (const char* version : {"", "0", "120", "99999999999999999", "text"}) {
+    for (const char* version : {"", "0", "120", "99999999999999999", "text", "-5"}) {
         Files files;
         files.Add("nxlgde12.res", version);
         EXPECT_EQ(start(files, "de"), Result("nxlgde12.res")) << version;
@@ -218,4 +218,13 @@ TEST(LangStringInit, its_failures_have_texts_without_any_file) {
     ls_init_error_text(LS_INIT_PARSING_ERROR, ls_find_language("ja"), latin1, "", plain,
                        sizeof plain);
     EXPECT_EQ(plain, parsing);
+    // A text is cut at its end only.
+    const auto cut_to = [](char* buffer, size_t len) {
+        return ls_init_error_text(LS_INIT_PARSING_ERROR, ls_find_language("ja"),
+                                  ls_find_charset("EUC-JP"), "", buffer, len);
+    };
+    char whole[256];
+    for (size_t len = cut_to(whole, sizeof whole); len > 0; --len) {
+        EXPECT_EQ(std::string(whole, cut_to(plain, len)), plain) << len;
+    }
 }

@@ -131,6 +131,8 @@ TEST(ResFile, a_text_is_cut_to_the_buffer_and_terminated) {
 TEST(ResFile, units_of_16_bits_are_counted_as_such) {
     MemoryResFile file(ImageBuilder().Add(7, std::string("a\0\xAC\x20!", 5)).Image());
     uint16 units[3] = {9, 9, 9};
+    EXPECT_EQ(file.GetStringUTF16(7, units, 1), 0U);
+    EXPECT_THAT(units, testing::ElementsAre(0, 9, 9));
     EXPECT_EQ(file.GetStringUTF16(7, units, 3), 2U);
     EXPECT_THAT(units, testing::ElementsAre('a', 0x20AC, 0));
     EXPECT_EQ(file.GetStringUTF16(7, units, 2), 1U);
