@@ -61,7 +61,7 @@ size_t PosixOStream::do_put(const a_byte* data, size_t n) {
 }
 
 a_bool PosixOStream::open(const char* name, int flags, int mode) {
-    close();
+    if (_do_close) close();
     _do_close = true;
     _eof = !open_file(&_handle, &_last_error, name, flags, mode);
     return !_eof;

@@ -78,8 +78,8 @@ class PosixOStream final : public UTFileOStream {
     /// signal in the host. No bytes written or an error end the stream.
     size_t do_put(const a_byte* data, size_t n) override;
 
-    // open() and close() close whatever descriptor there is; a file opened here is closed on
-    // destruction.
+    // open() leaves a descriptor open that stays the caller's; close() closes whatever there is. A
+    // file opened here is closed on destruction.
     a_bool open(const char* name, int flags, int mode) override;
     a_bool sopen(const char* name, int flags, int share, int mode) override;  // `share` is ignored
     void close() override;

@@ -90,13 +90,20 @@ TEST_F(PosixStream, a_pipe_in_pieces_is_read_in_full_and_a_broken_one_raises_no_
     EXPECT_EQ(broken.get_last_error().code(), uint32{EPIPE});
 }
 
-TEST_F(PosixStream, destruction_closes_what_the_stream_owns) {
+TEST_F(PosixStream, destruction_and_opening_anew_close_what_the_stream_owns) {
     for (const bool do_close : {false, true}) {
         const int fd = open(name.c_str(), O_WRONLY);
         { const PosixOStream out(fd, do_close); }
         EXPECT_EQ(is_open(fd), !do_close);
         if (!do_close) close(fd);
     }
+    const int fd = open(name.c_str(), O_WRONLY);
+    {
+        PosixOStream out(fd, false);
+        EXPECT_TRUE(out.open(name.c_str(), O_WRONLY, 0));
+        EXPECT_TRUE(is_open(fd));
+    }
+    EXPECT_EQ(close(fd), 0);
 }
 
 }  // namespace
