@@ -9,6 +9,7 @@
 #include "tests/scratch.h"
 #include "tests/utils/lang/imagebuilder.h"
 #include "tests/utils/lang/memoryresfile.h"
+#include "utils/etc/locate.h"
 
 namespace {
 
@@ -150,6 +151,19 @@ TEST(LangStringInit, takes_the_wanted_language_and_falls_back_to_english) {
     EXPECT_EQ(start(files, "en"), Result("nxlgen12.res"));
     EXPECT_EQ(start(files, "fr"), Result("nxlgen12.res"));
     EXPECT_EQ(start(files, "de", true), Result("nxlgen_iq12.res"));
+}
+
+TEST(LangStringInit, without_a_directory_takes_the_files_beside_the_own_one) {
+    char directory[LOCATE_MAX_PATH];
+    ASSERT_TRUE(ut_locate_own_directory(directory, sizeof directory));
+    const std::filesystem::path file = std::filesystem::path(directory) / "nxlgit12.res";
+    std::filesystem::remove(file);
+    UTLangString strings(german_locale);
+    EXPECT_EQ(strings.Init("it", utf8, false), LS_INIT_CANT_FIND_FILE);
+    std::ofstream(file, std::ios::binary) << ImageBuilder().Add(1, "ciao").Image();
+    EXPECT_EQ(strings.Init("it", utf8, false), LS_INIT_OKAY);
+    EXPECT_EQ(text_of(strings, 1), "ciao");
+    std::filesystem::remove(file);
 }
 
 TEST(LangStringInit, refuses_versions_1_to_119) {
