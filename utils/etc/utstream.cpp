@@ -137,6 +137,7 @@ size_t UTBufferedIStream::do_get(a_byte* buf, size_t n) {
 }
 
 int UTBufferedIStream::compare(UTBufferedIStream& other) {
+    if (this == &other) return 0;
     for (;;) {
         const bool more = has_more();
         const bool other_more = other.has_more();

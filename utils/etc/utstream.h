@@ -18,6 +18,9 @@
 /// output whose other side fails may give (size_t)-1 from do_put(), which counts as nothing
 /// written.
 ///
+/// Pointers are not null, except that a count of 0 never looks at its buffer; texts given to put()
+/// and << are terminated.
+///
 /// A stream is used by one thread at a time. Streams are not copied; an adapter borrows the stream
 /// it wraps, which must outlive it.
 
@@ -168,7 +171,7 @@ class UTBufferedIStream : public UTIStream {
     void consume(size_t n) { _ptr += n; }
 
     /// Compares the rest of both streams as memcmp does, a prefix being the smaller; consumes both
-    /// up to the end or a little beyond the first difference.
+    /// up to the end or a little beyond the first difference. A stream equals itself, unread.
     int compare(UTBufferedIStream& other);
 
   protected:

@@ -17,6 +17,8 @@
 /// Threads: lookups and formatting may run on any number of threads at once; the conversion between
 /// character sets takes turns under a mutex. Everything that changes the object (the files, the
 /// character sets, Init and Fini) is done while no other thread uses it.
+///
+/// Pointers are not null but where it says so; string parameters of a text may be (see wlangfmt).
 class UTLangStringBase {
   public:
     static constexpr size_t MAX_FILES = 4;

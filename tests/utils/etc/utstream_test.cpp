@@ -231,6 +231,7 @@ TEST(BufferedStreams, compare_their_rest_across_span_boundaries) {
         UTBufIStream other(text, strlen(text));
         const int order = in.compare(other), expected = strcmp("abc", text);
         EXPECT_EQ((order > 0) - (order < 0), (expected > 0) - (expected < 0)) << text;
+        EXPECT_EQ(other.compare(other), 0);
     }
 }
 
