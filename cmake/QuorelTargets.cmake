@@ -35,6 +35,10 @@ function(quorel_test name)
     PROPERTIES LABELS ${label})
 endfunction()
 
+# A longer run: cmake --preset fuzz -DQUOREL_FUZZ_RUNS=1000000, then ctest --preset fuzz with a
+# --timeout to match.
+set(QUOREL_FUZZ_RUNS 20000 CACHE STRING "Inputs that the test of each fuzz target runs")
+
 # quorel_fuzzer(name SOURCES ... [DEPENDS ...]): a libFuzzer target with its corpus in
 # fuzz/corpus/<name>; the test replays the corpus and adds a bounded, seeded number of inputs.
 function(quorel_fuzzer name)
@@ -48,7 +52,7 @@ function(quorel_fuzzer name)
   set(found "${CMAKE_CURRENT_BINARY_DIR}/corpus-${name}")
   # What a run finds goes into a folder that starts empty, so that every run is the same.
   add_test(NAME ${name}.clean COMMAND sh -c "rm -rf '${found}' && mkdir -p '${found}'")
-  add_test(NAME ${name} COMMAND ${name} -runs=20000 -seed=1 -max_len=4096 -rss_limit_mb=1024
+  add_test(NAME ${name} COMMAND ${name} -runs=${QUOREL_FUZZ_RUNS} -seed=1 -max_len=4096 -rss_limit_mb=1024
     "${found}" "${CMAKE_SOURCE_DIR}/fuzz/corpus/${name}")
   set_tests_properties(${name}.clean PROPERTIES LABELS fuzz FIXTURES_SETUP ${name})
   set_tests_properties(${name} PROPERTIES LABELS fuzz FIXTURES_REQUIRED ${name})
