@@ -93,9 +93,8 @@ int main() {
     strings.SetCharset(locale.GetOSCharset());
 
     const std::vector<uint32> ids = known_ids(file);
-    const PairedBenchmark paired(Rounds);
-    paired.run("UTQXResFile::GetString / trusting peer, ns", lookups(ids, file),
-               lookups(ids, bare));
-    paired.run("UTLangString::GetString / trusting peer, ns", lookups(ids, strings),
+    const PairedBenchmark paired(Rounds, "ns");
+    paired.run("UTQXResFile::GetString / trusting peer", lookups(ids, file), lookups(ids, bare));
+    paired.run("UTLangString::GetString / trusting peer", lookups(ids, strings),
                lookups(ids, bare));
 }

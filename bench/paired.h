@@ -10,9 +10,11 @@
 /// treats both alike, and prints the median of the ratios of each pair.
 class PairedBenchmark {
   public:
-    explicit PairedBenchmark(int rounds) : _rounds(rounds) {}
+    /// `unit` is what a round's milliseconds are printed as: "ns" where a round does its work a
+    /// million times.
+    explicit PairedBenchmark(int rounds, const char* unit = "ms") : _rounds(rounds), _unit(unit) {}
 
-    /// Prints "label: <ratio>x (subject <ms> ms, peer <ms> ms)"; returns the ratio.
+    /// Prints "label: <ratio>x (subject <time> <unit>, peer <time> <unit>)"; returns the ratio.
     template <class Subject, class Peer>
     double run(const char* label, Subject subject, Peer peer) const {
         std::vector<double> ratios, subject_times, peer_times;
@@ -24,8 +26,8 @@ class PairedBenchmark {
             ratios.push_back(subject_times.back() / peer_times.back());
         }
         const double ratio = median(ratios);
-        std::printf("%s: %.3fx (subject %.2f ms, peer %.2f ms)\n", label, ratio,
-                    median(subject_times), median(peer_times));
+        std::printf("%s: %.3fx (subject %.2f %s, peer %.2f %s)\n", label, ratio,
+                    median(subject_times), _unit, median(peer_times), _unit);
         return ratio;
     }
 
@@ -45,6 +47,7 @@ class PairedBenchmark {
     }
 
     int _rounds;
+    const char* _unit;
 };
 
 #endif
