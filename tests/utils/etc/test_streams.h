@@ -10,9 +10,14 @@
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include "utils/etc/utmemstream.h"
 #include "utils/etc/utstreambuffer.h"
 #include "utils/etc/utstreamcounter.h"
+#include "utils/unix/posixstream.h"
 
 using Random = std::mt19937;
 
@@ -53,6 +58,34 @@ class TestIStream : public UTIStream {
     std::function<size_t()> _piece;
 };
 
+// Reads `data` in refills of `piece` bytes.
+class TestPartialIStream : public UTPartialBufferedIStream {
+  public:
+    TestPartialIStream(std::string data, std::function<size_t()> piece)
+        : UTPartialBufferedIStream(nullptr), _rest(std::move(data)), _piece(std::move(piece)) {}
+
+    void refill() override {
+        if (_rest.empty()) return set_eof();
+        _ptr = _data;
+        _lim = _data + _rest.copy(reinterpret_cast<char*>(_data), _piece());
+        _rest.erase(0, static_cast<size_t>(_lim - _ptr));
+    }
+
+  private:
+    std::string _rest;
+    std::function<size_t()> _piece;
+};
+
+// A file without a name.
+struct MemoryFile {
+    MemoryFile() : fd(memfd_create("test", MFD_CLOEXEC)) {}
+    ~MemoryFile() { close(fd); }
+    MemoryFile(const MemoryFile&) = delete;
+    MemoryFile& operator=(const MemoryFile&) = delete;
+    std::string path() const { return "/proc/self/fd/" + std::to_string(fd); }
+    const int fd;
+};
+
 // Keeps what is written; `accept` says how much of each write is taken and may end the stream.
 class TestOStream : public UTOStream {
   public:
@@ -76,6 +109,7 @@ class TestOStream : public UTOStream {
 // Streams that each wrap the one before; destroyed from the top down.
 template <class Stream>
 struct Stack {
+    using Count = std::function<uint64()>;
     ~Stack() { clear(); }
     void clear() {
         while (!streams.empty()) streams.pop_back();
@@ -83,20 +117,30 @@ struct Stack {
     Stream& top() { return *streams.back(); }
     template <class T, class... Args>
     void push(Args&&... args) {
-        streams.push_back(std::make_unique<T>(std::forward<Args>(args)...));
+        auto stream = std::make_unique<T>(std::forward<Args>(args)...);
+        count = nullptr;
+        if constexpr (requires { stream->count(); }) count = [&at = *stream] { return at.count(); };
+        streams.push_back(std::move(stream));
     }
+    Count count;  // of the top stream; empty unless that is a counter
     std::vector<std::unique_ptr<Stream>> streams;
 };
 
 // Over `data`, which must stay. Reads are short only at the end if `whole_reads` is true.
 struct InputStack : Stack<UTIStream> {
     InputStack(Random& random, const std::string& data) {
-        const size_t piece = up_to(random, 1) * up_to(random, 50);
-        if (up_to(random, 1) != 0) {
-            push<UTBufIStream>(data.data(), data.size());
-        } else {
+        size_t piece = up_to(random, 1) * up_to(random, 50);
+        const size_t source = up_to(random, 3);
+        if (source == 0) push<UTBufIStream>(data.data(), data.size());
+        if (source == 1) push_file(data);
+        if (source <= 1) piece = 0;
+        if (source == 2) {
             push<TestIStream>(
                 data, [&random, piece] { return piece == 0 ? 0 : 1 + up_to(random, piece); });
+        }
+        if (source == 3) {
+            piece = 1 + up_to(random, 50);
+            push<TestPartialIStream>(data, [&random, piece] { return 1 + up_to(random, piece); });
         }
         for (size_t depth = up_to(random, 3); depth != 0; --depth) {
             UTIStream& below = top();
@@ -107,6 +151,12 @@ struct InputStack : Stack<UTIStream> {
                 push<UTBufferedIStreamCounter>(static_cast<UTBufferedIStream&>(below));
         }
         whole_reads = piece == 0 || top().is_buffered();
+    }
+    void push_file(const std::string& data) {
+        const MemoryFile file;
+        PosixOStream(file.fd, false).put(data.data(), data.size());
+        push<PosixIStream>();
+        static_cast<PosixIStream&>(top()).open(file.path().c_str(), O_RDONLY, 0);
     }
     bool whole_reads;
 };
@@ -124,14 +174,19 @@ struct OutputStack : Stack<UTOStream> {
         for (size_t depth = up_to(random, 3); depth != 0; --depth) {
             UTOStream& below = top();
             const size_t adapter = up_to(random, 2);
-            if (adapter == 0) push<UTOStreamBuffer>(below, up_to(random, 40));
+            flush = [] {};
+            if (adapter == 0) {
+                push<UTOStreamBuffer>(below, up_to(random, 40));
+                flush = [this] { static_cast<UTOStreamBuffer&>(top()).flush(); };
+            }
             if (adapter == 1) push<UTOStreamCounter>(below);
             if (adapter == 2 && below.is_buffered())
                 push<UTBufferedOStreamCounter>(static_cast<UTBufferedOStream&>(below));
             refusals_show = refusals_show && adapter != 0;
         }
     }
-    bool refusals_show = true;  // no buffer hides what the bottom refuses
+    std::function<void()> flush = [] {};  // the top stream, if it can be
+    bool refusals_show = true;            // no buffer hides what the bottom refuses
 };
 
 #endif

@@ -1,7 +1,10 @@
 // Random operations over random stacks of adapters, compared with a plain byte array.
 
+#include <string_view>
+
 #include <gtest/gtest.h>
 
+#include "tests/scratch.h"
 #include "tests/utils/etc/test_streams.h"
 
 namespace {
@@ -61,11 +64,14 @@ TEST(InputStreams, give_the_bytes_of_their_source_through_any_stack) {
         const std::string data = random_bytes(random, up_to(random, 600));
         InputStack stack(random, data);
         UTIStream& in = stack.top();
-        UTIStreamCounter counter(in);
 
         Expected expected{data, 0, stack.whole_reads};
-        for (size_t n = up_to(random, 30); n != 0 && !HasFatalFailure(); --n)
-            read_at_random(up_to(random, 1) != 0 ? in : counter, expected, random);
+        for (size_t n = up_to(random, 30); n != 0 && !HasFatalFailure(); --n) {
+            read_at_random(in, expected, random);
+            if (stack.count) {
+                ASSERT_EQ(stack.count(), expected.position);
+            }
+        }
         std::string rest(data.size() + 1, '\0');
         UTBufOStream span(rest.data(), rest.size());
         TestOStream unbuffered;
@@ -73,7 +79,26 @@ TEST(InputStreams, give_the_bytes_of_their_source_through_any_stack) {
         rest.resize(in.safe_append_to(to_span ? static_cast<UTOStream&>(span) : unbuffered));
         EXPECT_EQ(to_span ? rest : unbuffered.written, data.substr(expected.position));
         EXPECT_TRUE(in.eof());
+        EXPECT_EQ(stack.count ? stack.count() : data.size(), data.size());
         EXPECT_EQ(in.get(rest.data(), 1), 0u);
+    }
+}
+
+// Writes the first `n` bytes of `data`, or one; returns how many were accepted, of *offered.
+size_t write_at_random(OutputStack& stack, std::string_view data, Random& random, size_t* offered) {
+    UTOStream& out = stack.top();
+    const size_t n = *offered = std::min(1 + up_to(random, 25), data.size());
+    switch (up_to(random, 4)) {
+    case 0:
+        stack.flush();
+        [[fallthrough]];
+    case 1:
+        *offered = 1;
+        return out.put(static_cast<a_byte>(data[0]));
+    case 2:
+        return UTBufIStream(data.data(), n).append_to(out, n);
+    default:
+        return out.put(data.data(), n);
     }
 }
 
@@ -82,25 +107,38 @@ TEST(OutputStreams, deliver_a_prefix_through_any_stack) {
         SCOPED_TRACE(seed);
         Random random(seed);
         const std::string data = random_bytes(random, up_to(random, 600));
-        const size_t capacity = up_to(random, 1) != 0 ? up_to(random, 600) : data.size();
-        const size_t delivered = std::min(capacity, data.size());
+        const bool to_file = up_to(random, 2) == 0;
+        const size_t capacity = to_file || up_to(random, 1) != 0 ? data.size() : up_to(random, 600);
+        const size_t end = up_to(random, 2) == 0 ? up_to(random, 600) : data.size();
         std::string block(capacity + 1, '~');
+        const MemoryFile file;
+        PosixOStream file_stream(file.fd, false);
+        size_t accepted = 0, offered = 0;
+        bool refusals_show = false, ended = false;
         {
-            OutputStack stack(random, block.data(), capacity, nullptr);
-            UTOStreamCounter out(stack.top());
-            size_t accepted = 0;
-            for (size_t position = 0; position < data.size();) {
-                const size_t n = std::min(1 + up_to(random, 25), data.size() - position);
-                accepted += out.put(data.data() + position, n);
-                position += n;
+            OutputStack stack(random, block.data(), capacity, to_file ? &file_stream : nullptr);
+            refusals_show = stack.refusals_show;
+            for (size_t position = 0; position < data.size(); position += offered) {
+                ended = ended || position > end;
+                if (ended) stack.top().set_eof();
+                const std::string_view rest = std::string_view(data).substr(position);
+                const size_t taken = write_at_random(stack, rest, random, &offered);
+                EXPECT_LE(taken, ended ? 0 : offered);
+                accepted += taken;
+                EXPECT_EQ(stack.count ? stack.count() : accepted, accepted);
             }
-            EXPECT_EQ(out.count(), accepted);
-            if (stack.refusals_show) {
-                EXPECT_EQ(accepted, delivered);
-                EXPECT_EQ(out.eof(), data.size() > capacity);
+            if (refusals_show && !ended) {
+                EXPECT_EQ(accepted, std::min(capacity, data.size()));
+                EXPECT_EQ(stack.top().eof(), data.size() > capacity);
             }
         }
-        EXPECT_EQ(block.substr(0, delivered), data.substr(0, delivered));
+        const std::string written = to_file ? bytes_of(file.path()) : block;
+        // A buffer that is told to end discards what it holds.
+        const size_t least = !ended          ? std::min(capacity, data.size())
+                             : refusals_show ? accepted
+                                             : 0;
+        EXPECT_EQ(written.substr(0, least), data.substr(0, least));
+        EXPECT_TRUE(!to_file || data.starts_with(written));
     }
 }
 
