@@ -58,8 +58,7 @@ class StartArguments {
             if (!read_text(call, number)) return false;
         }
         if (text(host) == nullptr) return false;
-        read_connection(call);
-        return true;
+        return read_connection(call);
     }
 
     /// The connection number; no value for the default session.
@@ -105,13 +104,20 @@ class StartArguments {
         return outcome == TextArgument::Outcome::Read || outcome == TextArgument::Outcome::Null;
     }
 
-    void read_connection(const ExternalCall& call) {
+    // False for a certificate argument that came only in part: what asked for TLS must not be lost.
+    bool read_connection(const ExternalCall& call) {
         if (_connection.read(call, connection_of_twelve) && _connection.has_value()) {
-            for (const uint32 number : {trusted_cert, cert_company, cert_unit, cert_name})
-                read_text(call, number);
-            return;
+            for (const uint32 number : {trusted_cert, cert_company, cert_unit, cert_name}) {
+                const TextArgument::Outcome outcome = _texts[number].read(call, number);
+                if (outcome == TextArgument::Outcome::Broken) return false;
+                if (outcome == TextArgument::Outcome::NoMemory) return false;
+            }
+            return true;
         }
+        // Kept: with a NULL twelfth argument the eighth is the number, even if it was meant as a
+        // certificate, and the session is not secured.
         _connection.read(call, connection_of_eight);
+        return true;
     }
 
     const char* text(uint32 number) const { return _texts[number].text(); }

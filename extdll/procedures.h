@@ -48,8 +48,10 @@ an_extfn_proc xp_cmdshell;
 /// xp_startsmtp(1 sender, 2 host, 3 port, 4 timeout in seconds, 5 sender_name, 6 auth_username,
 /// 7 auth_password, 8 trusted_cert, 9 cert_company, 10 cert_unit, 11 cert_name, 12 connection
 /// number) → 0: status. Defaults for NULL: sender "", port 25, timeout 60; without user or password
-/// no login; with a trusted_cert the session is secured by TLS. Without argument 12, or with NULL
-/// there, argument 8 is the connection number. A session that is open is closed first.
+/// no login; with a trusted_cert the session is secured by TLS. A timeout of 0 or less means no
+/// limit. Without argument 12, or with NULL there, argument 8 is the connection number, whatever
+/// its type, and there is no TLS: a host always passes a number. A session that is open is closed
+/// first.
 an_extfn_proc xp_startsmtp;
 
 /// xp_sendmail(1 recipient, 2 subject, 3 cc_recipient, 4 bcc_recipient, 5 query, 6 message, 7 … 9,

@@ -10,7 +10,7 @@ SendmailState::~SendmailState() {
 }
 
 // The client that the arguments ask for, not yet connected. TLS needs a provider, of which this
-// library has none yet, and mail is never sent in clear text where TLS was asked for.
+// library has none yet; a session with a certificate is never opened in clear text.
 int32 SendmailState::_MakeClient(const a_smtp_start& start, std::unique_ptr<SMTPClient>* client) {
     if (start.trusted_certificate != nullptr) return MAIL_NOT_SECURE;
     *client = std::make_unique<SMTPClient>();

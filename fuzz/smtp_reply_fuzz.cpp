@@ -87,7 +87,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2) return 0;
     const bool log_in = (data[0] & 1) != 0;
-    const char* const attachment = (data[0] & 2) != 0 ? "/dev/null" : nullptr;
+    const char* const attachment = (data[0] & 2) != 0 ? "/proc/sys/kernel/ostype" : nullptr;
     InputSocket socket(reinterpret_cast<const char*>(data) + 2, size - 2, data[1]);
     FuzzedClient client(socket);
     if (client.start(log_in ? "user" : nullptr, "password") == SMTP_OK) {

@@ -84,7 +84,8 @@ class SMTPClient {
     /// them. Memory does not grow with the attachment.
     ///
     /// After a failure the server was told to forget the message (RSET), and the session remains
-    /// usable unless the connection itself failed.
+    /// usable unless the connection itself failed or the server's replies went out of step with
+    /// the commands, as an over-long reply line makes them: then it is best stopped.
     int SendMessage(const char* subject, const char* body, const char** to, int to_count,
                     const char** cc, int cc_count, const char** bcc, int bcc_count,
                     const char* attachment, const char* content_type);

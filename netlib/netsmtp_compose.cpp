@@ -80,6 +80,7 @@ char* SMTPClient::_ComposeMessage(const char* subject, const char* body, const c
     append_addresses(message, "Cc: ", cc, cc_count);
     append_subject(message, subject);
     message.append_all({"X-Mailer: ", mailer, "\r\n"});
+    // Kept: without a body there are no MIME headers, not even for an attachment that follows.
     if (body != nullptr) {
         message.append("MIME-Version: 1.0\r\n");
         if (boundary != nullptr) {

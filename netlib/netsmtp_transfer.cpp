@@ -31,12 +31,13 @@ a_bool means_refused(int code) {
     return code == 550 || code == 551 || code == 553;
 }
 
-// Never waits, as opening a FIFO would, nor takes a directory for an empty file.
+// Never waits, as opening a FIFO would, takes a directory for an empty file, or reads a device that
+// never ends.
 a_bool open_attachment(PosixIStream& file, const char* path) {
     if (_posix_access(path, R_OK) != 0) return false;
     a_posix_statbuf status;
     if (_posix_stat(path, &status) != 0) return false;
-    if (S_ISFIFO(status.pst_mode) || S_ISDIR(status.pst_mode)) return false;
+    if (!S_ISREG(status.pst_mode)) return false;
     return file.open(path, O_RDONLY | O_NONBLOCK, 0);
 }
 
@@ -184,7 +185,9 @@ int SMTPClient::_SendContent(const char* text, const char* boundary, const char*
         _sendData(".\r\n", 3);
     }
     _PushLastSegment();
-    return _Expect(completed);
+    const int result = _Expect(completed);
+    // A server that accepts what did not reach it whole has not accepted this message.
+    return result == SMTP_OK && _write_failed ? SMTP_BAD_REPLY : result;
 }
 
 // Linux sends what it holds back when the option is set (tcp(7)), and queued data stays exempt from
@@ -233,12 +236,14 @@ int SMTPClient::_SendMessageAttachments(const char* boundary, const char* path, 
     if (boundary == nullptr || path == nullptr) return SMTP_OK;
     const a_ut_text name = attachment_name(path);
     Buffer header;
+    // Kept: "Content-transfer-encoding" in this mixture of cases.
     header.append_all(
         {"\r\n\r\n--", boundary, "\r\nContent-Type: application/octet-stream; name=\"", name.get(),
          "\"\r\nContent-transfer-encoding: base64\r\nContent-Disposition: attachment; filename=\"",
          name.get(), "\"\r\n\r\n"});
     _SendText(header);
     {
+        // Kept: a read error ends the attachment like the end of the file.
         UsefulIStream useful(file, _write_failed);
         SMTPClientOStream content(this);
         UTIStreamBuffer blocks(useful, block_size);

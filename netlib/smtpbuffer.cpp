@@ -34,8 +34,15 @@ void Buffer::append_all(std::initializer_list<const char*> texts) {
 }
 
 a_bool Buffer::reserve(size_t capacity) {
-    auto* const grown = static_cast<char*>(ut_realloc(_str, capacity));
+    // Not ut_realloc, which ends the process where there is no memory; and the text that is left
+    // behind may be a credential.
+    auto* const grown = static_cast<char*>(ut_malloc(capacity));
     if (grown == nullptr) return false;
+    if (_str != nullptr) {
+        std::memcpy(grown, _str, _size + 1);
+        explicit_bzero(_str, _capacity);
+        _heap.Free(_str);
+    }
     _str = grown;
     _capacity = capacity;
     return true;

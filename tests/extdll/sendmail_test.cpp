@@ -132,6 +132,12 @@ TEST(MailProcedures, the_connection_number_is_argument_12_or_else_8) {
     EXPECT_EQ(0, stop(21));
     EXPECT_EQ(0, stop(22));
     EXPECT_EQ(3, stop(22));
+
+    // With a NULL number the first bytes of a certificate are taken for one: "AAAA".
+    give_start(host, peer.port(), std::nullopt);
+    host.give(8, "AAAA.pem").give(12, std::nullopt, EXTFN_TYPE_INT32);
+    EXPECT_EQ(0, status_of(host, xp_startsmtp));
+    EXPECT_EQ(0, stop(0x41414141));
 }
 
 TEST(MailProcedures, mail_is_never_sent_in_clear_text_where_TLS_was_asked_for) {
@@ -140,6 +146,9 @@ TEST(MailProcedures, mail_is_never_sent_in_clear_text_where_TLS_was_asked_for) {
     give_start(host, peer.port(), 7);
     host.give(8, "no such certificate");
     EXPECT_EQ(105, status_of(host, xp_startsmtp));
+    host.piece_size = 12;
+    host.good_pieces = 0;
+    EXPECT_EQ(2, status_of(host, xp_startsmtp)) << "a certificate that came in part";
     EXPECT_EQ(25, mail(7));
     EXPECT_EQ(0, stop(7));
     EXPECT_THAT(peer.transcript(), testing::Not(testing::HasSubstr("MAIL")));

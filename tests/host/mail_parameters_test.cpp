@@ -94,7 +94,10 @@ TEST(MailParameters, no_address_and_no_header_value_can_inject_a_line) {
                            {"xp_startsmtp", "sender", true},
                            {"xp_startsmtp", "sender_name", false},
                            {"xp_startsmtp", "auth_username", false},
-                           {"xp_startsmtp", "auth_password", false}}) {
+                           {"xp_startsmtp", "auth_password", false},
+                           {"xp_startsmtp", "host", false},
+                           {"xp_startsmtp", "trusted_cert", false},
+                           {"xp_startsmtp", "cert_name", false}}) {
         for (const std::string& text : harmful(row.address)) {
             NamedCall call(row.procedure);
             std::string error;

@@ -207,8 +207,11 @@ TEST(Buffer, grows_by_its_rule_and_drops_what_does_not_fit) {
     utmem_set_source(&poor);
     Buffer empty;
     empty.append("dropped");
+    buffer.append("h and more than fits");
     utmem_set_source(nullptr);
     EXPECT_EQ(nullptr, empty.c_str());
+    EXPECT_STREQ("abcdefg", buffer.c_str());
+    EXPECT_EQ(7U, buffer.length());
     buffer.assign("x");
     EXPECT_STREQ("x", buffer.c_str());
     EXPECT_EQ(12U, buffer.capacity());
