@@ -35,6 +35,10 @@ target_compile_options(quorel_options INTERFACE
   -Wall -Wextra -Wshadow -Wconversion -Werror
   -fstack-protector-strong
   $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
+if(QUOREL_BITS EQUAL 32)
+  # The system is used after 2038, and has files with such dates, in the 32-bit product too.
+  target_compile_definitions(quorel_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+endif()
 if(NOT QUOREL_SANITIZE)
   target_compile_definitions(quorel_options INTERFACE _FORTIFY_SOURCE=2)
 endif()

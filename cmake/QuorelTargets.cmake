@@ -35,6 +35,15 @@ function(quorel_test name)
     PROPERTIES LABELS ${label})
 endfunction()
 
+# quorel_wrap(test call...): the test has a __wrap_<call> of its own in place of each system call,
+# under whichever of its names the C library has it (tests/wrapped.h).
+function(quorel_wrap name)
+  foreach(call ${ARGN})
+    target_link_options(${name} PRIVATE
+      -Wl,--wrap=${call},--wrap=__${call}64,--wrap=__${call}_time64)
+  endforeach()
+endfunction()
+
 # A longer run: cmake --preset fuzz -DQUOREL_FUZZ_RUNS=1000000, then ctest --preset fuzz with a
 # --timeout to match.
 set(QUOREL_FUZZ_RUNS 20000 CACHE STRING "Inputs that the test of each fuzz target runs")

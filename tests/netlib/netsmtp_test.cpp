@@ -11,6 +11,7 @@
 #include "netlib/socketstream.h"
 #include "tests/netlib/smtppeer.h"
 #include "tests/scratch.h"
+#include "tests/wrapped.h"
 #include "utils/etc/base64.h"
 #include "utils/locale/utlocale.h"
 #include "utils/unix/timelib.h"

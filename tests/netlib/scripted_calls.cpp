@@ -14,6 +14,7 @@
 #include <sys/socket.h>
 #include <sys/utsname.h>
 
+#include "tests/wrapped.h"
 #include "utils/unix/timelib.h"
 
 namespace {

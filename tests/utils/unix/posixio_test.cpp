@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "tests/scratch.h"
+#include "tests/wrapped.h"
 
 // Each wrapped system call asks the plan first: a negative answer fails it with that errno, a
 // positive one limits its length, 0 lets it pass.
@@ -81,6 +82,15 @@ int __wrap_close(int fd) {
 int __wrap_stat64(const char* path, struct stat64* found) {
     return interposed(nullptr, [&] { return __real_stat64(path, found); });
 }
+}
+
+TEST_F(Posixio, knows_dates_after_2038) {
+    const std::string path = scratch.file_with("f", "x");
+    const utimbuf times{4000000000, 4000000001};
+    ASSERT_EQ(_posix_utime(path.c_str(), &times), 0);
+    a_posix_statbuf found;
+    ASSERT_EQ(_posix_stat(path.c_str(), &found), 0);
+    EXPECT_EQ(found.pst_mtime, times.modtime);
 }
 
 TEST_F(Posixio, completes_transfers_through_interruptions_and_short_counts) {
