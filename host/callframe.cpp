@@ -14,6 +14,10 @@ namespace host {
 
 namespace {
 
+bool is_text(a_sql_data_type type) {
+    return type == EXTFN_TYPE_CHAR || type == EXTFN_TYPE_STRING || type == EXTFN_TYPE_LONGCHAR;
+}
+
 std::optional<std::int32_t> parse_int(std::string_view text) {
     std::int32_t number = 0;
     const char* end = text.data() + text.size();
@@ -31,13 +35,13 @@ class CancelRecord {
     CancelRecord& operator=(const CancelRecord&) = delete;
     ~CancelRecord() { own(nullptr); }
 
-    // Takes a record (or null) in place of the one held, which is freed once nobody uses it: a
-    // canceller raises _users before it looks at the record, so after the exchange either it sees
-    // the new record or this thread sees that it is busy.
+    // Takes a record (or null) in place of the one held, which is freed once nobody uses it, unless
+    // it is the same one: a canceller raises _users before it looks at the record, so after the
+    // exchange either it sees the new record or this thread sees that it is busy.
     void own(void* record) {
         void* old = _record.exchange(record);
         while (_users.load() != 0) sched_yield();
-        free(old);
+        if (old != record) free(old);
         if (record != nullptr && _cancelled.load()) _library.cancel(record);
     }
 
@@ -148,7 +152,13 @@ bool CallFrame::State::fits(std::uint32_t number, std::string_view bytes,
         return false;
     }
     const Content content = procedure.parameter(number).content;
-    if (content == Content::Any) return true;
+    if (content == Content::Any) {
+        // The procedures use text as C strings: it would be cut at a zero byte unnoticed.
+        if (!is_text(procedure.parameter(number).type)) return true;
+        if (bytes.find('\0') == std::string_view::npos) return true;
+        error = describe(number) + "is text and takes no zero byte";
+        return false;
+    }
     constexpr std::string_view breaks("\r\n\0", 3);
     if (bytes.find_first_of(breaks) != std::string_view::npos) {
         error = describe(number) + "takes no line breaks and no zero bytes";
@@ -273,8 +283,9 @@ CallFrame::CallFrame(const Library& library, const Procedure& procedure, std::in
 CallFrame::~CallFrame() = default;
 
 bool CallFrame::set_argument(std::uint32_t number, Value value, std::string& error) {
-    Argument* argument = _state->in_parameter(
-        number, value.bytes ? std::string_view(*value.bytes) : std::string_view(), error);
+    const bool is_text = value.bytes && value.type != EXTFN_TYPE_INT32;
+    Argument* argument =
+        _state->in_parameter(number, is_text ? std::string_view(*value.bytes) : "", error);
     if (argument == nullptr) return false;
     if (value.is_null()) {
         argument->set_null();
