@@ -17,11 +17,11 @@ using enum Content;
 constexpr std::uint32_t format_values = 50;
 
 constexpr Parameter read_file_parameters[] = {
-    {"name", In, EXTFN_TYPE_STRING, Refuse, "the file to read"},
+    {"name", In, EXTFN_TYPE_STRING, Refuse, "the file to read", Content::Any, true},
 };
 
 constexpr Parameter write_file_parameters[] = {
-    {"name", In, EXTFN_TYPE_STRING, Refuse, "the file to write"},
+    {"name", In, EXTFN_TYPE_STRING, Refuse, "the file to write", Content::Any, true},
     {"contents", In, EXTFN_TYPE_BINARY, Refuse, "the bytes to write, one at least"},
 };
 
@@ -69,7 +69,7 @@ constexpr Parameter sendmail_parameters[] = {
     {"unused7", In, EXTFN_TYPE_CHAR, Null, "not used"},
     {"unused8", In, EXTFN_TYPE_CHAR, Null, "not used"},
     {"unused9", In, EXTFN_TYPE_CHAR, Null, "not used"},
-    {"include_file", In, EXTFN_TYPE_CHAR, Null, "a file to attach", Line},
+    {"include_file", In, EXTFN_TYPE_CHAR, Null, "a file to attach", Line, true},
     {"unused11", In, EXTFN_TYPE_CHAR, Null, "not used"},
     {"unused12", In, EXTFN_TYPE_CHAR, Null, "not used"},
     {"unused13", In, EXTFN_TYPE_CHAR, Null, "not used"},

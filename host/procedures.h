@@ -39,6 +39,7 @@ struct Parameter {
     Absent absent;
     std::string_view meaning;  ///< a few words for help texts
     Content content = Content::Any;
+    bool names_file = false;  ///< the value is a file's name, which the procedure opens
 };
 
 /// What argument 0 holds after a call.

@@ -1,6 +1,7 @@
 #include "host/sqlite/runcall.h"
 
 #include <algorithm>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -9,10 +10,18 @@
 #include "host/sqlite/interrupt.h"
 #include "host/sqlite/procedurehelp.h"
 #include "host/sqlite/runsql.h"
+#include "host/sqlite/sqlcall.h"
 
 namespace host {
 
 namespace {
+
+constexpr const char* out_of_memory = "out of memory";
+
+struct ValueDeleter {
+    void operator()(sqlite3_value* value) const { sqlite3_value_free(value); }
+};
+using OwnedValue = std::unique_ptr<sqlite3_value, ValueDeleter>;
 
 // One CALL on its way. The steps stand in the order in which they run; each returns false with the
 // error set.
@@ -30,7 +39,7 @@ class CallRun {
     struct Given {
         std::uint32_t number;
         std::string_view expression;
-        PreparedStatement value;  // stands on its only row, which lends the value to the frame
+        OwnedValue value;  // lends its bytes to the frame
     };
 
     bool _fail(std::string message, std::string_view part) {
@@ -43,6 +52,7 @@ class CallRun {
     bool _evaluate_arguments();
     bool _evaluate(Given& given);
     bool _run_procedure();
+    bool _copy_value(Given& given, const sqlite3_value* value);
     bool _set_arguments(CallFrame& frame);
     bool _set_argument(CallFrame& frame, const Given& given, std::string& error);
     bool _fail_unplaced(const CallStatement::Argument& argument);
@@ -113,7 +123,9 @@ bool CallRun::_evaluate(Given& given) {
     sqlite3_stmt* raw = nullptr;
     const int code =
         sqlite3_prepare_v2(_session.db, sql.c_str(), static_cast<int>(sql.size()), &raw, nullptr);
-    given.value.reset(raw);
+    // It is gone before the procedure runs: an open row would keep the database locked all the
+    // time.
+    const PreparedStatement statement(raw);
     // SQLite takes @name for a variable without a value.
     if (sqlite3_bind_parameter_count(raw) > 0)
         return _fail("there are no variables here; OUT parameters are not given, they are shown",
@@ -122,27 +134,24 @@ bool CallRun::_evaluate(Given& given) {
         _session.progress.begin("evaluating an argument", "Ctrl-C cancels", Progress::Place::Edge);
         const bool row = sqlite3_step(raw) == SQLITE_ROW;
         _session.progress.end();
-        if (row) return true;
+        if (row) return _copy_value(given, sqlite3_column_value(raw, 0));
     }
     _error = sqlite_error(_session.db, before.size());
     _error.offset += begin;
     return false;
 }
 
+bool CallRun::_copy_value(Given& given, const sqlite3_value* value) {
+    given.value.reset(sqlite3_value_dup(value));
+    return given.value != nullptr || _fail(out_of_memory, given.expression);
+}
+
 bool CallRun::_set_argument(CallFrame& frame, const Given& given, std::string& error) {
-    sqlite3_stmt* row = given.value.get();
-    const int type = sqlite3_column_type(row, 0);
-    if (type == SQLITE_NULL)
-        return frame.set_argument(given.number, Value::null(EXTFN_TYPE_STRING), error);
-    const void* data =
-        type == SQLITE_BLOB ? sqlite3_column_blob(row, 0) : sqlite3_column_text(row, 0);
-    const auto length = static_cast<std::size_t>(sqlite3_column_bytes(row, 0));
-    // An empty blob has no memory; anything else without memory could not be fetched.
-    if (data == nullptr && (type != SQLITE_BLOB || length > 0)) {
-        error = "out of memory";
-        return false;
-    }
-    return frame.lend_argument(given.number, {static_cast<const char*>(data), length}, error);
+    const int code =
+        give_argument(_session.db, frame, *_procedure, given.number, given.value.get(), error);
+    if (code == SQLITE_NOMEM) error = out_of_memory;
+    if (code != SQLITE_OK && error.empty()) error = sqlite3_errstr(code);
+    return code == SQLITE_OK;
 }
 
 bool CallRun::_set_arguments(CallFrame& frame) {

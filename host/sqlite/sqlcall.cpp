@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "host/sqlite/databasefiles.h"
 #include "host/sqlite/interruptible.h"
 
 namespace host {
@@ -12,19 +13,13 @@ bool is_sql_argument(const Parameter& parameter) {
     return parameter.direction == Direction::In && parameter.absent != Absent::Connection;
 }
 
-// Hands over the value's bytes: a BLOB's own, the text of anything else.
-int give_argument(CallFrame& frame, std::uint32_t number, sqlite3_value* value,
-                  std::string& error) {
-    const int type = sqlite3_value_type(value);
-    if (type == SQLITE_NULL)
-        return frame.set_argument(number, Value::null(EXTFN_TYPE_STRING), error) ? SQLITE_OK
-                                                                                 : SQLITE_ERROR;
-    const void* data = type == SQLITE_BLOB ? sqlite3_value_blob(value) : sqlite3_value_text(value);
-    const auto length = static_cast<std::size_t>(sqlite3_value_bytes(value));
-    // An empty BLOB has no memory; anything else without memory could not be fetched.
-    if (data == nullptr && (type != SQLITE_BLOB || length > 0)) return SQLITE_NOMEM;
-    const std::string_view bytes(static_cast<const char*>(data), length);
-    return frame.lend_argument(number, bytes, error) ? SQLITE_OK : SQLITE_ERROR;
+// The procedure would open the file that `name` names.
+int refuse_open_database(sqlite3* db, std::string_view name, std::string& error) {
+    bool is_open = false;
+    const int code = is_open_database(db, std::string(name), is_open);
+    if (!is_open) return code;
+    error = "that file is this connection's open database; copy it with VACUUM INTO";
+    return SQLITE_ERROR;
 }
 
 }  // namespace
@@ -69,6 +64,22 @@ std::string SqlFunction::wrong_count(std::size_t given) const {
     return "wrong number of arguments (" + std::to_string(given) + "); use " + signature();
 }
 
+int give_argument(sqlite3* db, CallFrame& frame, const Procedure& procedure, std::uint32_t number,
+                  sqlite3_value* value, std::string& error) {
+    const int type = sqlite3_value_type(value);
+    if (type == SQLITE_NULL)
+        return frame.set_argument(number, Value::null(EXTFN_TYPE_STRING), error) ? SQLITE_OK
+                                                                                 : SQLITE_ERROR;
+    const void* data = type == SQLITE_BLOB ? sqlite3_value_blob(value) : sqlite3_value_text(value);
+    const auto length = static_cast<std::size_t>(sqlite3_value_bytes(value));
+    // An empty BLOB has no memory; anything else without memory could not be fetched.
+    if (data == nullptr && (type != SQLITE_BLOB || length > 0)) return SQLITE_NOMEM;
+    const std::string_view bytes(static_cast<const char*>(data), length);
+    if (!frame.lend_argument(number, bytes, error)) return SQLITE_ERROR;
+    return procedure.parameter(number).names_file ? refuse_open_database(db, bytes, error)
+                                                  : SQLITE_OK;
+}
+
 int run_sql_call(sqlite3* db, const SqlFunction& function, CallFrame& frame,
                  std::span<sqlite3_value* const> values, std::string& error) {
     const std::vector<std::uint32_t> numbers = function.arguments();
@@ -77,7 +88,9 @@ int run_sql_call(sqlite3* db, const SqlFunction& function, CallFrame& frame,
         return SQLITE_ERROR;
     }
     for (std::size_t i = 0; i < values.size(); ++i)
-        if (const int code = give_argument(frame, numbers[i], values[i], error); code != SQLITE_OK)
+        if (const int code =
+                give_argument(db, frame, *function.procedure, numbers[i], values[i], error);
+            code != SQLITE_OK)
             return code;
 
     const bool called =

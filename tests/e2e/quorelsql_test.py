@@ -86,6 +86,7 @@ class Batch(Scratch):
             ("CALL xp_sprintf(@out, '%s')", "no variables here"),
             ("CALL xp_read_file(b)", "no such column: b"),
             ("CALL xp_read_file('a'", r"this \( has no matching \)"),
+            ("CALL xp_cmdshell('a' || char(0))", r"parameter 1 \(command\) is text and takes no zero"),
             (".frob", "no command .frob; .help lists them"),
             (".help xp_scan", "did you mean xp_scanf?"),
         ):
@@ -115,6 +116,17 @@ class Batch(Scratch):
         self.write("no.db", "not a database, but long enough to be looked at" * 20)
         self.assertEqual(self.run_sql("no.db", "-c", "SELECT 1"), (
             1, "", "quorelsql: cannot open the database no.db: file is not a database\n"))
+
+    def test_a_call_neither_touches_nor_locks_the_database(self):
+        self.run_sql("a.db", "-c", "CREATE TABLE t AS SELECT 'a.db' AS name")
+        for call in "xp_read_file((SELECT name FROM t))", "xp_write_file('./a.db', 'x')":
+            status, out, error = self.run_sql("a.db", "-c", f"CALL {call}")
+            self.assertEqual((status, out), (1, ""))
+            self.assertRegex(error, "this connection's open database; copy it with VACUUM INTO")
+        writer = f"'{QUORELSQL}' a.db -c 'DELETE FROM t'"
+        self.assertEqual(self.run_sql("a.db", "-c", f"""
+            CALL xp_cmdshell((SELECT replace("{writer}", 'a.db', name) FROM t))"""),
+                         (0, "status 0: the command succeeded\n", ""))
 
     def test_tells_how_it_is_used(self):
         self.assertIn("--lib FILE", self.run_sql("--help")[1])

@@ -16,10 +16,11 @@ namespace {
 // A connection with the functions of a library.
 class Database {
   public:
-    explicit Database(const char* library_path = PRODUCT_LIBRARY)
+    explicit Database(const char* library_path = PRODUCT_LIBRARY,
+                      const std::string& file = ":memory:")
         : _library(Library::load(library_path, _error)) {
         EXPECT_TRUE(_library.loaded()) << _error;
-        sqlite3_open(":memory:", &_db);
+        sqlite3_open(file.c_str(), &_db);
         EXPECT_EQ(quorel_sqlite_register(_db, _library, quorel_sqlite_next_connection()),
                   SQLITE_OK);
     }
@@ -93,9 +94,29 @@ TEST(SqlFunctions, say_how_they_are_called) {
               "wrong number of arguments (0); use xp_sprintf(format [, value, …])"},
              {"SELECT * FROM xp_scanf('a')",
               "wrong number of arguments (1); use xp_scanf(input, format)"},
+             {"SELECT xp_read_file('/dev/null' || char(0) || 'x')",
+              "xp_read_file: parameter 1 (name) is text and takes no zero byte"},
              {"SELECT * FROM xp_scanf(1, 2, 3)", "too many arguments on xp_scanf() - max 2"},
          })
         EXPECT_EQ(db.run(row.sql), row.answer) << row.sql;
+}
+
+TEST(SqlFunctions, leave_the_open_database_alone) {
+    const ScratchFolder folder;
+    Database db(PRODUCT_LIBRARY, folder.file("db"));
+    db.run("PRAGMA journal_mode = WAL; CREATE TABLE t(a); ATTACH '" + folder.file("other") +
+           "' AS other; CREATE TABLE other.t(a)");
+    ASSERT_EQ(symlink(folder.file("db").c_str(), folder.file("alias").c_str()), 0);
+    const std::string refusal =
+        "that file is this connection's open database; copy it with VACUUM INTO";
+    for (const char* name : {"db", "db-wal", "db-shm", "other", "alias"}) {
+        const std::string file = "'" + folder.file(name) + "'";
+        EXPECT_EQ(db.run("SELECT xp_read_file(" + file + ")"), refusal) << name;
+        EXPECT_EQ(db.run("SELECT xp_write_file(" + file + ", 'x')"), refusal) << name;
+    }
+    EXPECT_EQ(db.run("VACUUM INTO '" + folder.file("copy") + "'; SELECT length(xp_read_file('" +
+                     folder.file("copy") + "')) > 0"),
+              "1;");
 }
 
 TEST(SqlFunctions, keep_within_the_connections_length_limit) {
