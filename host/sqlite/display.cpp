@@ -58,6 +58,13 @@ void append_escape(std::string& out, char c) {
     out += hex.data();
 }
 
+// The first `limit` bytes or fewer, so that no character is cut.
+std::string_view whole_characters(std::string_view text, std::size_t limit) {
+    std::size_t end = limit;
+    while (end > limit - 3 && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80) --end;
+    return text.substr(0, end);
+}
+
 std::string_view column_bytes(const void* data, int length) {
     return {static_cast<const char*>(data), static_cast<std::size_t>(length)};
 }
@@ -65,6 +72,9 @@ std::string_view column_bytes(const void* data, int length) {
 }  // namespace
 
 std::string display_text(std::string_view text) {
+    if (text.size() > longest_text)
+        return display_text(whole_characters(text, longest_text)) + "… (" +
+               std::to_string(text.size()) + " bytes)";
     std::string out;
     out.reserve(text.size());
     while (!text.empty()) {

@@ -13,8 +13,10 @@
 namespace host {
 
 /// Text on one line: control characters and bytes that are not UTF-8 appear as escapes (\n, \x1b),
-/// so a value can neither break a table nor command the terminal.
+/// so a value can neither break a table nor command the terminal. Of a text longer than
+/// longest_text, its beginning and its length.
 [[nodiscard]] std::string display_text(std::string_view text);
+inline constexpr std::size_t longest_text = 65536;
 
 /// A blob of `length` bytes that begins with `head`: x'00ff', or its first blob_head bytes and the
 /// length where it is longer. `head` holds at least the lesser of both.

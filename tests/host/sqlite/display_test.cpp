@@ -39,6 +39,13 @@ TEST(Display, text_cannot_command_the_terminal_or_leave_its_line) {
               "\\xff|\\xe6\\xbc|\\xc0\\x80|\\xed\\xa0\\x80|\\xf4\\x90\\x80\\x80");
 }
 
+TEST(Display, a_long_text_is_cut_between_characters_and_its_length_told) {
+    const std::string longest(host::longest_text, '\n');
+    EXPECT_EQ(host::display_text(longest).size(), 2 * host::longest_text);
+    EXPECT_EQ(host::display_text(std::string(host::longest_text - 1, 'x') + "漢字"),
+              std::string(host::longest_text - 1, 'x') + "… (65541 bytes)");
+}
+
 TEST(Display, a_long_blob_is_cut_and_its_length_told) {
     EXPECT_EQ(host::display_blob("", 0), "x''");
     EXPECT_EQ(host::display_blob("\x00\xff"sv, 2), "x'00ff'");
