@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "host/sqlite/display.h"
+#include "host/sqlite/interrupt.h"
 #include "host/sqlite/table.h"
 
 namespace host {
@@ -29,11 +30,18 @@ std::vector<Cell> current_row(sqlite3_stmt* statement) {
 
 bool print_rows(Session& session, sqlite3_stmt* statement) {
     Table table(stdout, column_names(statement));
-    table.before_print = [&session] { session.progress.end(); };
+    table.before_print = [&session] {
+        session.progress.end();
+        leave_echoed_line();
+    };
     int code = sqlite3_step(statement);
     for (; code == SQLITE_ROW; code = sqlite3_step(statement)) table.add(current_row(statement));
-    if (code == SQLITE_DONE && sqlite3_column_count(statement) > 0) table.finish();
-    return code == SQLITE_DONE;
+    if (code != SQLITE_DONE) {
+        table.abandon();
+        return false;
+    }
+    if (sqlite3_column_count(statement) > 0) table.finish();
+    return true;
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "host/sqlite/display.h"
 #include "host/sqlite/dotcommands.h"
 #include "host/sqlite/interrupt.h"
 #include "host/sqlite/runcall.h"
@@ -22,7 +23,8 @@ void report(const Statement& statement, const std::string& source, const Stateme
     }
     fflush(stdout);
     leave_echoed_line();
-    fprintf(stderr, "quorelsql: %s%s\n", place.c_str(), error.message.c_str());
+    // A message quotes what the statement or the database holds.
+    fprintf(stderr, "quorelsql: %s%s\n", place.c_str(), display_text(error.message).c_str());
 }
 
 Ran run(Session& session, const std::string& text, StatementError& error) {

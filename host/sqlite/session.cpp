@@ -1,5 +1,6 @@
 #include "host/sqlite/session.h"
 
+#include "host/sqlite/display.h"
 #include "host/sqlite/functions.h"
 
 namespace host {
@@ -22,7 +23,7 @@ bool Session::open(const std::string& database, const std::string& library_path,
     if (code == SQLITE_OK)
         code = sqlite3_exec(db, "PRAGMA schema_version", nullptr, nullptr, nullptr);
     if (code != SQLITE_OK) {
-        error = "cannot open the database " + database + ": " + sqlite3_errmsg(db);
+        error = display_text("cannot open the database " + database + ": " + sqlite3_errmsg(db));
         return false;
     }
     connection = quorel_sqlite_next_connection();

@@ -12,6 +12,9 @@ void StatementSplitter::add(std::string_view lines) {
     _text.erase(0, _begin);
     _scanned -= _begin;
     _begin = 0;
+    constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";
+    if (_fresh && lines.starts_with(byte_order_mark)) lines.remove_prefix(byte_order_mark.size());
+    _fresh = _fresh && lines.empty();
     _text += lines;
 }
 

@@ -21,7 +21,8 @@ struct Statement {
 /// again, so long statements that arrive line by line cost no more than others.
 class StatementSplitter {
   public:
-    /// Adds input: whole lines, the last one excepted.
+    /// Adds input: whole lines, the last one excepted. A byte order mark at the start of it all is
+    /// no part of a statement.
     void add(std::string_view lines);
 
     /// The next statement that is complete as sqlite3_complete() judges it, so a trigger's body
@@ -44,6 +45,7 @@ class StatementSplitter {
     void _skip_blank();
 
     std::string _text;
+    bool _fresh = true;         // nothing was added yet
     std::size_t _begin = 0;     // of the current statement in _text
     std::size_t _scanned = 0;   // up to here the current statement holds no end
     std::string_view _closing;  // closes the quoted text or comment that is open at _scanned

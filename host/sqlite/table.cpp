@@ -50,6 +50,10 @@ void Table::finish() {
     fprintf(_out, "(%zu %s)\n\n", _count, _count == 1 ? "row" : "rows");
 }
 
+void Table::abandon() {
+    if (!_held.empty()) _print_held();
+}
+
 void Table::_print_held() {
     if (before_print) before_print();
     _printing = true;

@@ -37,6 +37,10 @@ class Table {
     /// Prints what is held back and the count. Nothing may follow.
     void finish();
 
+    /// In place of finish() when the rows ended with a failure: prints what is held back, if there
+    /// is any, without a count.
+    void abandon();
+
   private:
     using Row = std::vector<Cell>;
 
