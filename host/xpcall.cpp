@@ -183,7 +183,12 @@ void handle_signals() {
     struct sigaction action {};
     action.sa_handler = cancel_running;
     action.sa_flags = SA_RESTART;
-    for (const int number : {SIGINT, SIGTERM}) sigaction(number, &action, nullptr);
+    for (const int number : {SIGINT, SIGTERM}) {
+        struct sigaction before {};
+        sigaction(number, nullptr, &before);
+        // What the program was started to ignore stays ignored.
+        if (before.sa_handler != SIG_IGN) sigaction(number, &action, nullptr);
+    }
 }
 
 // Standard output for the pieces of a binary result.

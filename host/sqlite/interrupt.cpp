@@ -29,7 +29,7 @@ void on_interrupt(int signal_number) {
     const int saved = errno;
     if (pthread_equal(pthread_self(), main_thread) == 0) {
         pthread_kill(main_thread, signal_number);
-    } else if (!running.load() && ends_when_idle) {
+    } else if (ends_when_idle && (!running.load() || pressed.load())) {
         signal(signal_number, SIG_DFL);
         raise(signal_number);
     } else {
@@ -55,6 +55,9 @@ void catch_interrupts(sqlite3* db, bool idle_ends) {
     database = db;
     ends_when_idle = idle_ends;
     struct sigaction action {};
+    // A background job of a script: Ctrl-C is for somebody else.
+    if (sigaction(SIGINT, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) return;
+    action = {};
     action.sa_handler = on_interrupt;
     action.sa_flags = SA_RESTART;
     sigaction(SIGINT, &action, nullptr);

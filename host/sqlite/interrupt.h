@@ -1,7 +1,7 @@
 #ifndef QUOREL_HOST_SQLITE_INTERRUPT_H
 #define QUOREL_HOST_SQLITE_INTERRUPT_H
 
-/// Ctrl-C in the shell: it cancels what runs and never ends the shell itself.
+/// Ctrl-C in the shell: it cancels what runs, and does not end a shell that a person types in.
 ///
 /// All of it belongs to the main thread; a SIGINT that another thread receives is passed on to it.
 
@@ -12,7 +12,9 @@ struct sqlite3;
 namespace host {
 
 /// Takes SIGINT over. While a Running lives, it interrupts `db` (not owned, stays open). At other
-/// times it is noted and otherwise ignored, or, with `idle_ends`, it ends the program as usual.
+/// times it is noted and otherwise ignored, or, with `idle_ends`, it ends the program as usual; so
+/// does a second one during the same Running then, when the first did not help. A SIGINT that the
+/// program was started to ignore stays ignored.
 ///
 /// Interrupted system calls are restarted: a procedure that waits for its command must not see that
 /// a signal came.

@@ -12,6 +12,9 @@ import unittest
 
 XPCALL, LIBRARY = (os.path.abspath(path) for path in sys.argv[1:3])
 
+# A background job ignores SIGINT, and so would the programs that it starts.
+signal.signal(signal.SIGINT, signal.default_int_handler)
+
 
 class Xpcall(unittest.TestCase):
     def setUp(self):
