@@ -16,6 +16,12 @@ void show_row(const std::vector<std::string>& names, std::vector<Cell> row) {
     table.finish();
 }
 
+// Below a result of nothing but NULL.
+void explain_nothing(const Procedure& procedure) {
+    printf("NULL: %.*s\n\n", static_cast<int>(procedure.otherwise.size()),
+           procedure.otherwise.data());
+}
+
 void show_status(const Procedure& procedure, const CallFrame& frame) {
     const std::optional<Value>& result = frame.result();
     const std::optional<std::int32_t> status = result ? result->as_int() : std::nullopt;
@@ -36,12 +42,13 @@ void show_bytes(const Procedure& procedure, const CallFrame& frame, const BytesS
         return;
     }
     show_row({std::string(procedure.name)}, {{null ? "NULL" : bytes.display()}});
+    if (null) explain_nothing(procedure);
 }
 
 void show_out_values(const Procedure& procedure, const CallFrame& frame) {
     std::vector<std::string> names;
     std::vector<Cell> row;
-    std::size_t shown = 1;
+    std::size_t shown = 0;
     for (std::uint32_t number = 1; number <= procedure.parameter_count(); ++number) {
         if (procedure.parameter(number).direction != Direction::Out) continue;
         const std::optional<Value>& value = frame.out(number);
@@ -50,9 +57,12 @@ void show_out_values(const Procedure& procedure, const CallFrame& frame) {
         row.push_back({null ? "NULL" : display_text(*value->bytes)});
         if (!null) shown = row.size();
     }
+    const bool nothing = shown == 0;
+    shown = std::max<std::size_t>(shown, 1);
     names.resize(shown);
     row.resize(shown);
     show_row(names, std::move(row));
+    if (nothing) explain_nothing(procedure);
 }
 
 }  // namespace

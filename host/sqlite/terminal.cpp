@@ -35,6 +35,8 @@ class Conversation {
             const char* prompt = _splitter.pending() ? "      ...> " : "quorelsql> ";
             switch (_editor.read(prompt, line)) {
             case LineEditor::Input::End:
+                if (_splitter.pending())
+                    fputs("quorelsql: the unfinished statement was not run\n", stderr);
                 return;
             case LineEditor::Input::Cancelled:
                 _splitter.clear();

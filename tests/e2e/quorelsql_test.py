@@ -20,6 +20,9 @@ UP, CTRL_A, CTRL_U = "\033[A", "\001", "\025"
 STUBBORN = 'trap "" INT; echo pid $$; exec sleep 600'
 WRITTEN = "status 0: the whole value was written\n"
 
+# A background job ignores SIGINT, and so would the programs that it starts.
+signal.signal(signal.SIGINT, signal.default_int_handler)
+
 
 class Scratch(unittest.TestCase):
     """Each test in a folder of its own, which is also where the history goes."""
@@ -59,7 +62,8 @@ class Batch(Scratch):
             ("CALL xp_read_file('b')",
              " xp_read_file\n--------------\n x'00ff'\n(1 row)\n\n"),
             ("CALL xp_read_file('none')",
-             " xp_read_file\n--------------\n NULL\n(1 row)\n\n"),
+             " xp_read_file\n--------------\n NULL\n(1 row)\n\n"
+             "NULL: it cannot be opened or read, or its name is NULL\n\n"),
             ("CALL xp_read_file('/dev/null')",
              " xp_read_file\n--------------\n x''\n(1 row)\n\n"),
             ("CALL xp_sprintf('%s-%s', 'a', value2 => 1 + 1)",
@@ -67,7 +71,8 @@ class Batch(Scratch):
             ("CALL xp_sprintf('%s', NULL)", " text\n--------\n (null)\n(1 row)\n\n"),
             ("CALL xp_scanf(format => '%s %s', input => '12 abc')",
              " value1 | value2\n--------+--------\n 12     | abc\n(1 row)\n\n"),
-            ("CALL xp_scanf('', '%s')", " value1\n--------\n NULL\n(1 row)\n\n"),
+            ("CALL xp_scanf('', '%s')", " value1\n--------\n NULL\n(1 row)\n\n"
+             "NULL: the input does not match the format, or one of them is NULL\n\n"),
             ("call XP_CmdShell('echo out; exit 3')",
              "out\nstatus 3: the command ended with this exit status\n"),
             ("SELECT xp_cmdshell('exit 3') AS status", " status\n--------\n      3\n(1 row)\n\n"),
@@ -107,6 +112,13 @@ class Batch(Scratch):
         self.assertRegex(self.run_sql("zero.sql")[2], "zero.sql:3: a zero byte")
         self.assertEqual(self.run_sql("none.sql"), (
             1, "", "quorelsql: cannot read none.sql: No such file or directory\n"))
+
+    def test_shows_what_came_before_an_error_and_the_error_in_plain_text(self):
+        self.write("script.sql", "\ufeffSELECT json(value) AS j FROM json_each('[1, \"x\"]');\n")
+        self.assertEqual(self.run_sql("script.sql"), (
+            1, " j\n---\n 1\n", "quorelsql: script.sql:1: malformed JSON\n"))
+        self.assertEqual(self.run_sql("-c", 'SELECT [\033[31m]')[2],
+                         "quorelsql: -c:1: no such column: \\x1b[31m\n")
 
     def test_keeps_a_database_file_which_cannot_reach_the_procedures(self):
         script = "CREATE VIEW v AS SELECT xp_cmdshell('echo owned');"
