@@ -1,5 +1,8 @@
 #include "host/sqlite/script.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -60,6 +63,25 @@ bool read_file(const std::string& file, std::string& text) {
     return whole;
 }
 
+// Says so, with errno's reason.
+int fail_to_read(const char* source) {
+    fprintf(stderr, "quorelsql: cannot read %s: %s\n", source, strerror(errno));
+    return 1;
+}
+
+// Standard input as a stream of our own. In its place comes an empty one, so that a command which
+// reads its standard input does not swallow the rest of the script. Null with errno set.
+FILE* take_standard_input() {
+    const int script = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    if (script < 0) return nullptr;
+    const int empty = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (empty >= 0) {
+        dup2(empty, STDIN_FILENO);
+        close(empty);
+    }
+    return fdopen(script, "r");
+}
+
 }  // namespace
 
 int run_command(Session& session, const std::string& sql) {
@@ -70,23 +92,26 @@ int run_command(Session& session, const std::string& sql) {
 
 int run_script_file(Session& session, const std::string& file) {
     std::string text;
-    if (!read_file(file, text)) {
-        fprintf(stderr, "quorelsql: cannot read %s: %s\n", file.c_str(), strerror(errno));
-        return 1;
-    }
+    if (!read_file(file, text)) return fail_to_read(file.c_str());
     Script script(session, file);
     script.feed(text);
     return script.finish();
 }
 
 int run_standard_input(Session& session) {
+    FILE* in = take_standard_input();
+    if (in == nullptr) return fail_to_read("standard input");
     Script script(session, "standard input");
     char* line = nullptr;
     std::size_t size = 0;
-    for (ssize_t length = 0; (length = getline(&line, &size, stdin)) > 0;)
-        if (!script.feed({line, static_cast<std::size_t>(length)})) break;
+    bool over = false;
+    for (ssize_t length = 0; !over && (length = getline(&line, &size, in)) > 0;)
+        over = !script.feed({line, static_cast<std::size_t>(length)});
+    // What cannot be read to its end has no statement that is whole.
+    const int status = !over && feof(in) == 0 ? fail_to_read("standard input") : script.finish();
     free(line);
-    return script.finish();
+    fclose(in);
+    return status;
 }
 
 }  // namespace host

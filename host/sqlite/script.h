@@ -13,6 +13,7 @@ namespace host {
 /// the program's exit status: 0 or 1.
 int run_command(Session& session, const std::string& sql);
 int run_script_file(Session& session, const std::string& file);
+/// Commands that the script runs find their standard input empty.
 int run_standard_input(Session& session);
 
 }  // namespace host
