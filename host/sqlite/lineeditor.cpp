@@ -1,6 +1,7 @@
 #include "host/sqlite/lineeditor.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -61,13 +62,25 @@ History* new_history(const std::string& file) {
     return made;
 }
 
+// Shells that run at the same time share the file: each reads it anew before it writes it.
+void add_to_file(const std::string& file, const std::string& entry) {
+    const int lock = open(file.c_str(), O_RDWR | O_CLOEXEC);
+    if (lock < 0) return;
+    flock(lock, LOCK_EX);
+    History* kept = new_history(file);
+    HistEvent event{};
+    history(kept, &event, H_ENTER, entry.c_str());
+    history(kept, &event, H_SAVE, file.c_str());
+    history_end(kept);
+    close(lock);
+}
+
 }  // namespace
 
 LineEditor::LineEditor(std::vector<std::string> words)
     : _words(std::move(words)), _history_file(history_path()) {
     if (!_history_file.empty() && !make_private_file(_history_file)) _history_file.clear();
     _recall = new_history(_history_file);
-    _kept = new_history(_history_file);
 
     _editor = el_init("quorelsql", stdin, stdout, stderr);
     el_set(_editor, EL_CLIENTDATA, this);
@@ -81,7 +94,6 @@ LineEditor::LineEditor(std::vector<std::string> words)
 
 LineEditor::~LineEditor() {
     el_end(_editor);
-    history_end(_kept);
     history_end(_recall);
 }
 
@@ -122,8 +134,7 @@ void LineEditor::remember(const std::string& entry, bool keep) {
     HistEvent event{};
     history(_recall, &event, H_ENTER, entry.c_str());
     if (!keep || _history_file.empty()) return;
-    history(_kept, &event, H_ENTER, entry.c_str());
-    history(_kept, &event, H_SAVE, _history_file.c_str());
+    add_to_file(_history_file, entry);
 }
 
 std::string LineEditor::history_path() {

@@ -30,7 +30,8 @@ class LineEditor {
 
     Input read(const char* prompt, std::string& line);
 
-    /// Adds an entry to the history; `keep` writes it to the file too.
+    /// Adds an entry to the history; `keep` adds it to the file too, beside what other shells have
+    /// added there.
     void remember(const std::string& entry, bool keep);
 
     /// quorelsql/history below XDG_STATE_HOME, else below ~/.local/state; empty when neither that
@@ -50,7 +51,6 @@ class LineEditor {
     std::vector<std::string> _words;
     std::string _history_file;   // empty: none
     History* _recall = nullptr;  // what the arrow keys walk through
-    History* _kept = nullptr;    // what the file holds
     EditLine* _editor = nullptr;
     std::string _prompt;
     bool _cancelled = false;

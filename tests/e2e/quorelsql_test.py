@@ -108,6 +108,14 @@ class Batch(Scratch):
                          'quorelsql: standard input:4: near "from": syntax error\n')
         self.assertEqual(self.run_sql(stdin="SELECT 1 AS a;\n.quit\nSELECT 2;\n"),
                          (0, " a\n---\n 1\n(1 row)\n\n", ""))
+        self.assertEqual(self.run_sql(stdin="CALL xp_cmdshell('wc -c');\n.print further\n"),
+                         (0, "0\nstatus 0: the command succeeded\nfurther\n", ""))
+        folder = os.open(self.folder, os.O_RDONLY)
+        self.addCleanup(os.close, folder)
+        done = subprocess.run([QUORELSQL], stdin=folder, capture_output=True, text=True,
+                              env=self.environment, timeout=PATIENCE)
+        self.assertEqual((done.returncode, done.stderr),
+                         (1, "quorelsql: cannot read standard input: Is a directory\n"))
         self.write("zero.sql", "SELECT 1;\n\nSELECT 2\0;\n")
         self.assertRegex(self.run_sql("zero.sql")[2], "zero.sql:3: a zero byte")
         self.assertEqual(self.run_sql("none.sql"), (
@@ -215,9 +223,14 @@ class Terminal(Scratch):
         self.assertIn("lines", kept)
         self.assertNotRegex(kept, "unseen|password")
 
-        shell = self.start()
+        shell, other = self.start(), self.start()
         self.ask(shell, UP + UP + UP, "twolines")
+        self.ask(other, ".print elsewhere", "elsewhere")
+        self.ask(shell, ".print here", "here")
         self.leave(shell)
+        self.leave(other)
+        with open(history) as file:
+            self.assertRegex(file.read(), r"(?s)lines.*elsewhere.*here")
 
     def test_ctrl_c_voids_the_input(self):
         shell = self.start()
