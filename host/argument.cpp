@@ -1,36 +1,24 @@
 #include "host/argument.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <climits>
 #include <cstring>
 
 namespace host {
 
 namespace {
 
-// Appends the rest of the file. False with errno set.
-bool read_all(int file, std::string& bytes) {
-    char block[65536];
-    for (;;) {
-        const ssize_t count = read(file, block, sizeof block);
-        if (count == 0) return true;
-        if (count > 0) bytes.append(block, static_cast<std::size_t>(count));
-        if (count < 0 && errno != EINTR) return false;
-    }
-}
+// The lengths of a call frame's values have 32 bits.
+constexpr std::uint64_t longest_value = UINT32_MAX;
 
-bool read_file(const std::string& path, Value& value, std::string& error) {
-    std::string bytes;
-    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    const bool complete = file >= 0 && read_all(file, bytes);
-    if (!complete) error = "cannot read " + path + ": " + strerror(errno);
-    if (file >= 0) close(file);
-    value = Value::text(std::move(bytes), EXTFN_TYPE_BINARY);
-    return complete;
-}
+// What a file that does not tell its size starts with.
+constexpr std::size_t first_capacity = 65536;
 
 bool read_number(std::string_view digits, Value& value, std::string& error) {
     std::int32_t number = 0;
@@ -47,19 +35,63 @@ bool read_number(std::string_view digits, Value& value, std::string& error) {
 
 }  // namespace
 
-bool read_argument(std::string_view written, Value& value, std::string& error) {
+bool FileBytes::_grow(std::size_t capacity) {
+    auto* bytes = static_cast<char*>(realloc(_bytes.get(), capacity));
+    if (bytes == nullptr) return false;
+    static_cast<void>(_bytes.release());
+    _bytes.reset(bytes);
+    _capacity = capacity;
+    return true;
+}
+
+// False with errno set.
+bool FileBytes::_read_all(int file) {
+    struct stat64 status {};
+    if (fstat64(file, &status) != 0) return false;
+    const auto size = static_cast<std::uint64_t>(status.st_size);
+    errno = EFBIG;
+    // A byte more, to see the end.
+    if (size >= longest_value ||
+        !_grow(std::max(static_cast<std::size_t>(size) + 1, first_capacity)))
+        return false;
+    constexpr auto largest = std::min<std::uint64_t>(longest_value, SIZE_MAX / 2);
+    for (;;) {
+        errno = EFBIG;
+        if (_length == _capacity && (_capacity > largest || !_grow(_capacity * 2))) return false;
+        const ssize_t count = ::read(file, _bytes.get() + _length, _capacity - _length);
+        if (count == 0) return true;
+        if (count > 0) _length += static_cast<std::size_t>(count);
+        if (count < 0 && errno != EINTR) return false;
+    }
+}
+
+bool FileBytes::read(const std::string& path, std::string& error) {
+    const int file = open64(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const bool complete = file >= 0 && _read_all(file);
+    if (!complete)
+        error = errno == EFBIG || errno == ENOMEM
+                    ? path + " is too large for this " + std::to_string(sizeof(void*) * CHAR_BIT) +
+                          "-bit program"
+                    : "cannot read " + path + ": " + strerror(errno);
+    if (file >= 0) close(file);
+    return complete;
+}
+
+bool give_argument(CallFrame& frame, std::uint32_t number, std::string_view written,
+                   FileBytes& file, std::string& error) {
     constexpr std::string_view number_mark = "int:";
     constexpr std::string_view text_mark = "text:";
-    if (written == "null") {
-        value = Value::null(EXTFN_TYPE_STRING);
-        return true;
+    if (written.starts_with('@'))
+        return file.read(std::string(written.substr(1)), error) &&
+               frame.lend_argument(number, file.view(), error);
+    Value value = Value::null(EXTFN_TYPE_STRING);
+    if (written.starts_with(number_mark)) {
+        if (!read_number(written.substr(number_mark.size()), value, error)) return false;
+    } else if (written != "null") {
+        if (written.starts_with(text_mark)) written.remove_prefix(text_mark.size());
+        value = Value::text(std::string(written), EXTFN_TYPE_STRING);
     }
-    if (written.starts_with(number_mark))
-        return read_number(written.substr(number_mark.size()), value, error);
-    if (written.starts_with('@')) return read_file(std::string(written.substr(1)), value, error);
-    if (written.starts_with(text_mark)) written.remove_prefix(text_mark.size());
-    value = Value::text(std::string(written), EXTFN_TYPE_STRING);
-    return true;
+    return frame.set_argument(number, std::move(value), error);
 }
 
 }  // namespace host

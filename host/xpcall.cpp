@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <deque>
 #include <vector>
 
 #include "host/argument.h"
@@ -138,8 +139,10 @@ bool read_command_line(int argc, char** argv, Options& options, int& status) {
     return true;
 }
 
-// Gives the frame its arguments and notes which parameters were asked for with "out".
-bool give_arguments(CallFrame& frame, const Options& options, std::vector<bool>& asked) {
+// Gives the frame its arguments, some of which `files` lends to it, and notes which parameters were
+// asked for with "out".
+bool give_arguments(CallFrame& frame, const Options& options, std::deque<FileBytes>& files,
+                    std::vector<bool>& asked) {
     const Procedure& procedure = *options.procedure;
     asked.resize(procedure.parameter_count() + 1);
     for (std::uint32_t number = 1; number <= options.arguments.size(); ++number) {
@@ -147,7 +150,6 @@ bool give_arguments(CallFrame& frame, const Options& options, std::vector<bool>&
         const bool is_out = number <= procedure.parameter_count() &&
                             procedure.parameter(number).direction == Direction::Out;
         std::string error;
-        Value value;
         if (is_out && text == "out") {
             asked[number] = true;
         } else if (is_out || text == "out") {
@@ -155,8 +157,7 @@ bool give_arguments(CallFrame& frame, const Options& options, std::vector<bool>&
                      (is_out ? " is an OUT parameter; write out in its place"
                              : " is not an OUT parameter; give a value, or text:out for the word"));
             return false;
-        } else if (!read_argument(text, value, error) ||
-                   !frame.set_argument(number, std::move(value), error)) {
+        } else if (!give_argument(frame, number, text, files.emplace_back(), error)) {
             complain(error);
             return false;
         }
@@ -286,9 +287,10 @@ int run(const Options& options) {
     if (!library.loaded()) return complain(error);
 
     const Procedure& procedure = *options.procedure;
+    std::deque<FileBytes> files;
     CallFrame frame(library, procedure, connection, options.piece);
     std::vector<bool> asked;
-    if (!give_arguments(frame, options, asked)) return NOT_CALLED;
+    if (!give_arguments(frame, options, files, asked)) return NOT_CALLED;
 
     Output output;
     if (procedure.result == Result::Bytes)

@@ -10,9 +10,10 @@
 
 namespace host {
 
-/// Tells whether the statement that calls a function has been interrupted. SQLite 3.41 can be
-/// asked; older ones tell it by interrupting every statement of the connection, so a trivial one is
-/// stepped. For the thread that runs the statement, while it runs.
+/// Tells whether the statement that calls a function has been interrupted. An interrupt hits every
+/// statement of the connection, so a trivial one is stepped, which every version of SQLite lets us
+/// do. A trace callback of the program's sees that SELECT 1 with each question. For the thread that
+/// runs the statement, while it runs.
 class InterruptProbe {
   public:
     explicit InterruptProbe(sqlite3* db);

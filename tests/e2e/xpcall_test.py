@@ -63,7 +63,10 @@ class Xpcall(unittest.TestCase):
         self.check(["xp_cmdshell", "true"], 0, b"status 0: the command succeeded\n")
 
     def test_says_what_to_do_about_a_bad_call(self):
+        with open(os.path.join(self.folder, "huge"), "wb") as file:
+            file.truncate(1 << 40)  # no block of it exists
         for arguments, note in (
+                (["xp_write_file", "f", "@huge"], b"xpcall: huge is too large for this ..-bit program\n"),
                 ([], b"xpcall calls one procedure.*"),
                 (["--piece", "0", "xp_cmdshell", "true"], b"xpcall: --piece takes a number.*"),
                 (["--colour"], b".*Try xpcall --help.\n"),
