@@ -20,7 +20,8 @@ def run(*command, **environment):
 
 def record_of(path):
     """The version record, found by its marker as a tool does."""
-    data = open(path, "rb").read()
+    with open(path, "rb") as file:
+        data = file.read()
     assert data.count(MARKER) == 1
     start = data.index(MARKER)
     return data[start:data.index(b"\0\0", start)].decode().split("\0")
@@ -30,14 +31,16 @@ class Product(unittest.TestCase):
     @unittest.skipIf(SANITIZED, "sanitizers export and need more")
     def test_exports_the_documented_symbols_and_needs_the_c_library_only(self):
         exported = {line.split()[2] for line in run("nm", "-D", "--defined-only", LIBRARY).splitlines()}
-        listed = re.search(r"global:(.*?)local:", open(EXPORTS_MAP).read(), re.S).group(1)
+        with open(EXPORTS_MAP) as exports:
+            listed = re.search(r"global:(.*?)local:", exports.read(), re.S).group(1)
         self.assertEqual(exported, set(re.findall(r"\w+", listed)))
         needed = set(re.findall(r"NEEDED.*\[(.*?)\]", run("readelf", "-d", LIBRARY)))
         self.assertLessEqual({re.match(r"(ld-linux|lib[a-z]+)", name).group() for name in needed},
                              {"libc", "ld-linux", "libm", "libdl", "libpthread"})
 
     def test_has_the_word_size_that_was_asked_for(self):
-        self.assertEqual(open(LIBRARY, "rb").read(5), b"\x7fELF" + {"32": b"\1", "64": b"\2"}[BITS])
+        with open(LIBRARY, "rb") as file:
+            self.assertEqual(file.read(5), b"\x7fELF" + {"32": b"\1", "64": b"\2"}[BITS])
 
     def test_carries_its_version_record(self):
         record = record_of(LIBRARY)
@@ -54,7 +57,10 @@ class Product(unittest.TestCase):
 
     @unittest.skipIf(SANITIZED, "the sanitizer's own run time stays behind")
     def test_loads_and_unloads_without_growing(self):
-        self.assertEqual(run(LOADLOOP, LIBRARY, "500"), "regions 0 descriptors 0 heap 0\n")
+        left = run(LOADLOOP, LIBRARY, "500").split()
+        self.assertEqual(left[:4], ["regions", "0", "descriptors", "0"])
+        # The C library may allocate once at any time; what a round leaves behind comes 500 times.
+        self.assertLess(int(left[5]), 500)
 
     def test_prints_one_entry_on_request_and_otherwise_nothing(self):
         environment = {"TALVEX_VERSION_INFO": ""}
