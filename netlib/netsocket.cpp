@@ -157,7 +157,11 @@ int Socket::select(a_bool& read, a_bool& write, uint32 timeout_in_us) {
     if (read) wanted.events |= POLLIN;
     if (write) wanted.events |= POLLOUT;
     const int ready = unix_poll(&wanted, 1, static_cast<int>(timeout_in_us / 1000));
-    if (ready == -1 || (wanted.revents & POLLERR) != 0) return -1;
+    if (ready == -1) return -1;
+    if ((wanted.revents & POLLERR) != 0) {
+        errno = EIO;  // SO_ERROR says more, unless another call has taken it already
+        return -1;
+    }
     read = read && (wanted.revents & POLLIN) != 0;
     write = write && (wanted.revents & POLLOUT) != 0;
     return ready;

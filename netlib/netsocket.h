@@ -7,6 +7,8 @@
 /// with the cause in getLastError(), and leaves the socket usable. Nothing is thrown.
 /// Descriptors are close-on-exec, interrupted calls are repeated, and a send to a peer that has
 /// gone fails with EPIPE without a signal (netlib/unixsocket.h).
+/// Buffers, yield arguments and option values are the caller's and only looked at during the call;
+/// a null buffer goes with length 0 alone.
 /// Threads: a socket object is used by one thread at a time; no operation locks.
 
 #include "netlib/unixsocket.h"
@@ -118,7 +120,8 @@ class Socket : public c_utils_link {
 
     /// Waits until the socket can do what `read` and `write` ask for; each stays true only if it
     /// was asked for and is possible. Returns 0 when the time passes without, -1 when waiting
-    /// failed or the socket has an error pending (SO_ERROR). The time counts in whole milliseconds.
+    /// failed or the socket has an error pending: EIO, and the error itself in SO_ERROR. The time
+    /// counts in whole milliseconds.
     int select(a_bool& read, a_bool& write, uint32 timeout_in_us);
 
   protected:

@@ -5,6 +5,7 @@
 
 #include "netlib/netutil_internal.h"
 #include "netlib/unixsocket.h"
+#include "utils/utmem/utmem.h"
 
 DLLLoadingMonitor::~DLLLoadingMonitor() = default;
 
@@ -27,11 +28,25 @@ void DLLLoadingMonitor::fini() {
 
 namespace {
 
-constexpr a_resolver_calls system_calls = {unix_socket,   getaddrinfo,   freeaddrinfo,
-                                           gethostbyname, gethostbyaddr, gethostname};
+constexpr a_resolver_calls system_calls = {unix_socket,     getaddrinfo,     freeaddrinfo,
+                                           gethostbyname_r, gethostbyaddr_r, gethostname};
 const a_resolver_calls* current_calls = &system_calls;
 
 }  // namespace
+
+HostAnswer::~HostAnswer() {
+    ut_free(_buf);
+}
+
+a_bool HostAnswer::_Grow() {
+    constexpr size_t first_buflen = 1024;
+    constexpr size_t max_buflen = 1024 * 1024;
+    if (_buflen >= max_buflen) return false;
+    ut_free(_buf);
+    _buflen = _buflen == 0 ? first_buflen : 4 * _buflen;
+    _buf = static_cast<char*>(ut_malloc(_buflen));
+    return _buf != nullptr;
+}
 
 int NetInterface::_socket(int domain, int type, int protocol) {
     return current_calls->socket(domain, type, protocol);
@@ -57,12 +72,20 @@ void NetInterface::_freeaddrinfo(addrinfo* found) {
     current_calls->freeaddrinfo(found);
 }
 
-hostent* NetInterface::_gethostbyname(const char* name) {
-    return current_calls->gethostbyname(name);
+const hostent* NetInterface::_gethostbyname(const char* name, HostAnswer& answer) {
+    return answer.Fill([=](hostent* entry, char* buf, size_t buflen, hostent** found) {
+        int ignored;
+        return current_calls->gethostbyname_r(name, entry, buf, buflen, found, &ignored);
+    });
 }
 
-hostent* NetInterface::_gethostbyaddr(const void* addr, socklen_t len, int family) {
-    return current_calls->gethostbyaddr(addr, len, family);
+const hostent* NetInterface::_gethostbyaddr(const void* addr, socklen_t len, int family,
+                                            HostAnswer& answer) {
+    return answer.Fill([=](hostent* entry, char* buf, size_t buflen, hostent** found) {
+        int ignored;
+        return current_calls->gethostbyaddr_r(addr, len, family, entry, buf, buflen, found,
+                                              &ignored);
+    });
 }
 
 int NetInterface::_gethostname(char* name, size_t len) {

@@ -2,15 +2,19 @@
 #define QUOREL_NETLIB_NETUTIL_H
 
 /// TcpUtil: text to addresses and back, checks of address literals, and questions about the local
-/// host. Every function reports failure by a false or null result.
+/// host. Every function reports failure by a false or null result. A null text, name, buffer or
+/// socket address is a failure like any other; what else may be null is said where it is.
 ///
 /// Between the first Init() and the matching last Fini() everything works. Outside of that IPv6
-/// counts as not supported, host names do not resolve and there is no interface list; IPv4 literals
-/// resolve all the same.
+/// counts as not supported, host names do not resolve, addresses have no names, LookupHostNames
+/// knows the host's own name alone and there is no interface list; literals of IPv4, their checks
+/// and the address arithmetic work all the same.
 ///
-/// Threads: any thread may call anything here, except as noted. gethostbyname and gethostbyaddr run
-/// one at a time (ThreadCritSect); getaddrinfo runs without a lock. Init() and Fini() may come from
-/// several threads as long as each Fini() follows an Init() of its own.
+/// Threads: any thread may call anything here, except as noted, while an Init() of its own is in
+/// force: the last Fini() takes the locks away. Names are looked up with getaddrinfo, any number at
+/// a time. Where IPv6 is not supported, and for names of addresses, it is gethostbyname_r and
+/// gethostbyaddr_r, one call at a time (ThreadCritSect): a resolver that does not answer then holds
+/// up every other lookup.
 
 #include <cstddef>
 
@@ -30,8 +34,8 @@ namespace TcpUtil {
 /// Creates the locks and finds out whether IPv6 is supported, when this is the first of the calls
 /// now in force. False when that fails; then there is nothing to undo.
 a_bool Init();
-/// Takes one Init() back; the last one drops the interface list and the locks. Does nothing when no
-/// Init() is in force.
+/// Takes one Init() back; the last one drops the interface lists and the locks. Does nothing when
+/// no Init() is in force.
 void Fini();
 
 /// Whether an IPv6 TCP socket could be made at the first Init().
@@ -124,7 +128,8 @@ uint32 CalcNetworkMatchScore(const IPAddress& a, const IPAddress& b);
 /// until the last Fini(), so it is walked without a lock.
 NetworkInterface_list* GetNIList(unsigned long* count);
 /// Reads the interfaces again. False when that fails, which leaves the list as it was. Lists that
-/// were handed out before stay valid; they show the interfaces of their time.
+/// were handed out before stay valid until the last Fini(); they show the interfaces of their time,
+/// so each call that finds a change keeps the memory of one more list.
 a_bool UpdateNIList();
 /// The first interface that has the address, resp. the name; null when there is none. It stays
 /// valid as the list does.

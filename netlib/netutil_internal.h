@@ -4,6 +4,7 @@
 /// What the files of TcpUtil share with each other and with their tests; callers of the network
 /// layer include netlib/netutil.h.
 
+#include <cerrno>
 #include <cstddef>
 
 #include <netdb.h>
@@ -78,9 +79,41 @@ struct a_resolver_calls {
     int (*getaddrinfo)(const char* node, const char* service, const addrinfo* hints,
                        addrinfo** found);
     void (*freeaddrinfo)(addrinfo* found);
-    hostent* (*gethostbyname)(const char* name);
-    hostent* (*gethostbyaddr)(const void* addr, socklen_t len, int family);
+    int (*gethostbyname_r)(const char* name, hostent* entry, char* buf, size_t buflen,
+                           hostent** found, int* error);
+    int (*gethostbyaddr_r)(const void* addr, socklen_t len, int family, hostent* entry, char* buf,
+                           size_t buflen, hostent** found, int* error);
     int (*gethostname)(char* name, size_t len);
+};
+
+/// Room for one answer about a host, which grows to what the answer needs. The C library's own room
+/// (gethostbyname(3)) is shared by the whole process: a lock of this library would not keep the
+/// host's other code from it.
+class HostAnswer {
+  public:
+    HostAnswer() = default;
+    ~HostAnswer();
+    HostAnswer(const HostAnswer&) = delete;
+    HostAnswer& operator=(const HostAnswer&) = delete;
+
+    /// Runs `ask`(&entry, buf, buflen, &found), which returns ERANGE for want of room, with more
+    /// and more of it. Returns what it found, valid as long as this object; null for nothing.
+    template <class Ask>
+    const hostent* Fill(Ask ask) {
+        hostent* found = nullptr;
+        while (_Grow()) {
+            if (ask(&_entry, _buf, _buflen, &found) != ERANGE) return found;
+        }
+        return nullptr;
+    }
+
+  private:
+    /// False without memory, or beyond what any answer needs.
+    a_bool _Grow();
+
+    hostent _entry = {};
+    char* _buf = nullptr;
+    size_t _buflen = 0;
 };
 
 /// The way to the system's sockets and resolver.
@@ -95,8 +128,10 @@ class NetInterface : public DLLLoadingMonitor {
     static int _send(int s, const char* buf, size_t len, int flags);
     static int _getaddrinfo(const char* node, const addrinfo* hints, addrinfo** found);
     static void _freeaddrinfo(addrinfo* found);
-    static hostent* _gethostbyname(const char* name);
-    static hostent* _gethostbyaddr(const void* addr, socklen_t len, int family);
+    /// Both fill `answer` and return its entry, null for a host that has none.
+    static const hostent* _gethostbyname(const char* name, HostAnswer& answer);
+    static const hostent* _gethostbyaddr(const void* addr, socklen_t len, int family,
+                                         HostAnswer& answer);
     static int _gethostname(char* name, size_t len);
 
     /// For tests: resolve through `calls` from now on; null puts the system's calls back. Not
@@ -139,7 +174,7 @@ class a_ni_reading : public c_utils_link {
 
 // Module state, in force between load and unload. No two of the locks are held at once.
 
-extern a_critical_sect ThreadCritSect;     // gethostbyname and gethostbyaddr, and what they return
+extern a_critical_sect ThreadCritSect;     // one _gethostbyname or _gethostbyaddr at a time
 extern a_critical_sect NICritSect;         // NIList
 extern a_critical_sect SingletonCritSect;  // the count of pending Fini() calls
 

@@ -54,14 +54,17 @@ void AddNamesOf(const IPAddress& ip, NameArray& names) {
     if (!lock.is_held()) return;
     const uint32 address = htonl(static_cast<uint32>(int(ip)));
     const int family = ip.isIPv6() ? AF_INET6 : AF_INET;
-    const hostent* const entry = NetInterface::_gethostbyaddr(&address, sizeof address, family);
+    HostAnswer answer;
+    const hostent* const entry =
+        NetInterface::_gethostbyaddr(&address, sizeof address, family, answer);
     if (entry != nullptr) names.AddEntry(*entry);
 }
 
 void AddNamesOf(const char* host, NameArray& names) {
     const LockIfThere lock(TcpUtil::ThreadCritSect);
     if (!lock.is_held()) return;
-    const hostent* const entry = NetInterface::_gethostbyname(host);
+    HostAnswer answer;
+    const hostent* const entry = NetInterface::_gethostbyname(host, answer);
     if (entry != nullptr) names.AddEntry(*entry);
 }
 

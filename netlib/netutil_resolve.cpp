@@ -152,7 +152,8 @@ a_bool TakeAnswer(const addrinfo* answer, TcpUtil::eAddressType type, Collector&
 a_bool TakeHostEntry(const char* host, Collector& collector) {
     const LockIfThere lock(TcpUtil::ThreadCritSect);
     if (!lock.is_held()) return false;
-    const hostent* const entry = NetInterface::_gethostbyname(host);
+    HostAnswer answer;
+    const hostent* const entry = NetInterface::_gethostbyname(host, answer);
     if (entry == nullptr || entry->h_addrtype != AF_INET) return false;
     for (char** at = entry->h_addr_list; *at != nullptr && !collector.is_done(); ++at) {
         uint32 address;

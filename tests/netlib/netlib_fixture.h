@@ -86,40 +86,55 @@ inline int GetAddrInfo(const char* node, const char*, const addrinfo* hints, add
     return 0;
 }
 
-/// Answers like the C library: static storage, IPv4 only.
-inline hostent* GetHostByName(const char* name) {
-    static std::vector<in_addr> addresses;
-    static std::vector<char*> pointers;
-    static char official[64];
-    static char alias[] = "alias";
-    static char* aliases[] = {official, alias, nullptr};
-    static hostent entry;
-    fake_system.lookups.emplace_back(name);
-    if (fake_system.hosts.count(name) == 0) return nullptr;
-    addresses.clear();
-    pointers.clear();
-    for (const std::string& literal : fake_system.hosts[name]) {
-        in_addr address;
-        if (inet_pton(AF_INET, literal.c_str(), &address) == 1) addresses.push_back(address);
+/// The room of an answer, as an_answer lays it out; the C library may need more than it is offered.
+struct an_answer {
+    char official[64], alias[8];
+    char* aliases[3];
+    char* pointers[5];
+    in_addr addresses[4];
+    char more[3000];
+};
+
+/// Answers with the IPv4 literals alone, in the room of the caller.
+inline int Answer(const std::string& official, const char* alias,
+                  const std::vector<std::string>& literals, hostent* entry, char* buf,
+                  hostent** found) {
+    auto& room = *reinterpret_cast<an_answer*>(buf);
+    snprintf(room.official, sizeof room.official, "%s", official.c_str());
+    snprintf(room.alias, sizeof room.alias, "%s", alias);
+    room.aliases[0] = *alias != '\0' ? room.official : nullptr;
+    room.aliases[1] = room.alias;
+    room.aliases[2] = nullptr;
+    char** next = room.pointers;
+    in_addr* address = room.addresses;
+    for (const std::string& literal : literals) {
+        if (inet_pton(AF_INET, literal.c_str(), address) != 1) continue;
+        *next++ = reinterpret_cast<char*>(address++);
     }
-    for (in_addr& address : addresses) pointers.push_back(reinterpret_cast<char*>(&address));
-    pointers.push_back(nullptr);
-    snprintf(official, sizeof official, "%s.test", name);
-    entry = {official, aliases, AF_INET, sizeof(in_addr), pointers.data()};
-    return &entry;
+    *next = nullptr;
+    *entry = {room.official, room.aliases, AF_INET, sizeof(in_addr), room.pointers};
+    *found = entry;
+    return 0;
 }
 
-inline hostent* GetHostByAddr(const void* addr, socklen_t len, int family) {
-    static char official[64];
-    static char* none[] = {nullptr};
-    static hostent entry;
+inline int GetHostByName(const char* name, hostent* entry, char* buf, size_t buflen,
+                         hostent** found, int*) {
+    *found = nullptr;
+    if (buflen < sizeof(an_answer)) return ERANGE;
+    fake_system.lookups.emplace_back(name);
+    if (fake_system.hosts.count(name) == 0) return 0;
+    return Answer(name + std::string(".test"), "alias", fake_system.hosts[name], entry, buf, found);
+}
+
+inline int GetHostByAddr(const void* addr, socklen_t len, int family, hostent* entry, char* buf,
+                         size_t buflen, hostent** found, int*) {
     char text[INET_ADDRSTRLEN];
     EXPECT_EQ(4U, len);
-    if (family != AF_INET || inet_ntop(AF_INET, addr, text, sizeof text) == nullptr) return nullptr;
-    if (fake_system.names.count(text) == 0) return nullptr;
-    snprintf(official, sizeof official, "%s", fake_system.names[text].c_str());
-    entry = {official, none, AF_INET, 4, none};
-    return &entry;
+    *found = nullptr;
+    if (family != AF_INET || inet_ntop(AF_INET, addr, text, sizeof text) == nullptr) return 0;
+    if (buflen < sizeof(an_answer)) return ERANGE;
+    if (fake_system.names.count(text) == 0) return 0;
+    return Answer(fake_system.names[text], "", {}, entry, buf, found);
 }
 
 inline int GetHostName(char* name, size_t len) {
