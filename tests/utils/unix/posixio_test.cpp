@@ -51,46 +51,116 @@ auto interposed(std::size_t* length, Call call) -> decltype(call()) {
 
 }  // namespace
 
-extern "C" {
-ssize_t __real_read(int, void*, size_t);
-ssize_t __real_write(int, const void*, size_t);
-ssize_t __real_pread64(int, void*, size_t, off64_t);
-ssize_t __real_pwrite64(int, const void*, size_t, off64_t);
-int __real_open64(const char*, int, mode_t);
-int __real_close(int);
-int __real_stat64(const char*, struct stat64*);
+// A call that moves bytes, of which `length` may be cut, and one that does not.
+#define TRANSFER(name, parameters, arguments)                                \
+    ssize_t __real_##name parameters;                                        \
+    ssize_t __wrap_##name parameters {                                       \
+        return interposed(&length, [&] { return __real_##name arguments; }); \
+    }
+#define INTERPOSED(name, parameters, arguments)                              \
+    int __real_##name parameters;                                            \
+    int __wrap_##name parameters {                                           \
+        return interposed(nullptr, [&] { return __real_##name arguments; }); \
+    }
 
-ssize_t __wrap_read(int fd, void* buffer, size_t length) {
-    return interposed(&length, [&] { return __real_read(fd, buffer, length); });
-}
-ssize_t __wrap_write(int fd, const void* buffer, size_t length) {
-    return interposed(&length, [&] { return __real_write(fd, buffer, length); });
-}
-ssize_t __wrap_pread64(int fd, void* buffer, size_t length, off64_t offset) {
-    return interposed(&length, [&] { return __real_pread64(fd, buffer, length, offset); });
-}
-ssize_t __wrap_pwrite64(int fd, const void* buffer, size_t length, off64_t offset) {
-    return interposed(&length, [&] { return __real_pwrite64(fd, buffer, length, offset); });
-}
+extern "C" {
+TRANSFER(read, (int fd, void* buffer, size_t length), (fd, buffer, length))
+TRANSFER(write, (int fd, const void* buffer, size_t length), (fd, buffer, length))
+TRANSFER(pread64, (int fd, void* buffer, size_t length, off64_t at), (fd, buffer, length, at))
+TRANSFER(pwrite64, (int fd, const void* buffer, size_t length, off64_t at),
+         (fd, buffer, length, at))
+INTERPOSED(access, (const char* path, int mode), (path, mode))
+INTERPOSED(chdir, (const char* path), (path))
+INTERPOSED(chmod, (const char* path, mode_t mode), (path, mode))
+INTERPOSED(close, (int fd), (fd))
+INTERPOSED(fdatasync, (int fd), (fd))
+INTERPOSED(fsync, (int fd), (fd))
+INTERPOSED(ftruncate64, (int fd, off64_t length), (fd, length))
+INTERPOSED(lockf64, (int fd, int command, off64_t length), (fd, command, length))
+INTERPOSED(mkdir, (const char* path, mode_t mode), (path, mode))
+INTERPOSED(rename, (const char* from, const char* to), (from, to))
+INTERPOSED(stat64, (const char* path, struct stat64* found), (path, found))
+INTERPOSED(truncate64, (const char* path, off64_t length), (path, length))
+INTERPOSED(unlink, (const char* path), (path))
+INTERPOSED(utime, (const char* path, const utimbuf* times), (path, times))
+
+int __real_open64(const char*, int, mode_t);
 int __wrap_open64(const char* path, int flags, mode_t mode) {
     open_flags = flags;
     return interposed(nullptr, [&] { return __real_open64(path, flags, mode); });
 }
-int __wrap_close(int fd) {
-    return interposed(nullptr, [&] { return __real_close(fd); });
-}
-int __wrap_stat64(const char* path, struct stat64* found) {
-    return interposed(nullptr, [&] { return __real_stat64(path, found); });
-}
 }
 
-TEST_F(Posixio, knows_dates_after_2038) {
-    const std::string path = scratch.file_with("f", "x");
-    const utimbuf times{4000000000, 4000000001};
-    ASSERT_EQ(_posix_utime(path.c_str(), &times), 0);
+TEST_F(Posixio, every_other_call_has_its_effect_through_interruptions_and_reports_its_failure) {
+    const std::string file = scratch.file_with("file", "abcdef"), moved = scratch.file("moved");
+    const std::string folder = scratch.file("folder"), nowhere = scratch.file("none/x");
+    const char *at = file.c_str(), *gone = nowhere.c_str();
+    const int fd = _posix_open(at, O_RDWR, 0);
+    const utimbuf times{4000000000, 4000000001};  // after 2038
     a_posix_statbuf found;
-    ASSERT_EQ(_posix_stat(path.c_str(), &found), 0);
-    EXPECT_EQ(found.pst_mtime, times.modtime);
+    const auto stat_of_file = [&]() -> const a_posix_statbuf& {
+        EXPECT_EQ(_posix_fstat(fd, &found), 0);
+        return found;
+    };
+    const auto locked_for_others = [&] {
+        const pid_t other = fork();
+        if (other == 0) _exit(_posix_lockf(fd, F_TEST, 0) == -1 ? 0 : 1);
+        int ended = 1;
+        return waitpid(other, &ended, 0) == other && ended == 0;
+    };
+    const struct {
+        const char* name;
+        std::function<int()> call;
+        std::function<bool()> has_effect;
+        std::function<int()> failing;
+        int error;
+    } steps[] = {
+        {"access", [=] { return _posix_access(at, R_OK); }, [] { return true; },
+         [=] { return _posix_access(gone, R_OK); }, ENOENT},
+        {"chmod", [=] { return _posix_chmod(at, 0640); },
+         [&] { return stat_of_file().pst_mode == (S_IFREG | 0640); },
+         [=] { return _posix_chmod(gone, 0640); }, ENOENT},
+        {"truncate", [=] { return _posix_truncate(at, 4); },
+         [&] { return stat_of_file().pst_size == 4 && _posix_filelength(fd) == 4; },
+         [=] { return _posix_truncate(at, -1); }, EINVAL},
+        {"ftruncate", [=] { return _posix_ftruncate(fd, int64{1} << 32); },
+         [&] { return stat_of_file().pst_size == uint64{1} << 32; },
+         [] { return _posix_ftruncate(-1, 0); }, EBADF},
+        {"fsync", [=] { return _posix_fsync(fd); }, [] { return true; },
+         [] { return _posix_fsync(-1); }, EBADF},
+        {"fdatasync", [=] { return _posix_fdatasync(fd); }, [] { return true; },
+         [] { return _posix_fdatasync(-1); }, EBADF},
+        {"lockf", [=] { return _posix_lockf(fd, F_TLOCK, 0); }, locked_for_others,
+         [] { return _posix_lockf(-1, F_TLOCK, 0); }, EBADF},
+        {"utime", [&] { return _posix_utime(at, &times); },
+         [&] { return stat_of_file().pst_mtime == times.modtime; },
+         [=] { return _posix_utime(gone, nullptr); }, ENOENT},
+        {"rename", [&] { return _posix_rename(at, moved.c_str()); },
+         [&] { return _posix_lstat(at, &found) == -1 && _posix_access(moved.c_str(), F_OK) == 0; },
+         [=] { return _posix_rename(gone, at); }, ENOENT},
+        {"unlink", [&] { return _posix_unlink(moved.c_str()); },
+         [&] { return _posix_access(moved.c_str(), F_OK) == -1; },
+         [=] { return _posix_unlink(gone); }, ENOENT},
+        {"mkdir", [&] { return _posix_mkdir(folder.c_str(), 0700); },
+         [&] { return _posix_mkdir(folder.c_str(), 0700) == -1 && errno == EEXIST; },
+         [=] { return _posix_mkdir(gone, 0700); }, ENOENT},
+        {"chdir", [&] { return _posix_chdir(folder.c_str()); },
+         [] { return _posix_access("../folder", F_OK) == 0; }, [=] { return _posix_chdir(gone); },
+         ENOENT},
+    };
+    const std::filesystem::path before = std::filesystem::current_path();
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.name);
+        plan_faults(2, EINTR);
+        EXPECT_EQ(step.call(), 0);
+        EXPECT_EQ(plan(), 0) << "the call was not repeated";
+        EXPECT_TRUE(step.has_effect());
+        EXPECT_EQ(step.failing(), -1);
+        EXPECT_EQ(errno, step.error);
+    }
+    std::filesystem::current_path(before);
+    EXPECT_EQ(_posix_umask(_posix_umask(027)), mode_t{027});
+    _posix_close(fd);
 }
 
 TEST_F(Posixio, completes_transfers_through_interruptions_and_short_counts) {
