@@ -121,10 +121,9 @@ class Network:
 def check(network_name, netprobe, host, port, to_send, expected):
     said = subprocess.run([netprobe, host, str(port), str(TIMEOUT_MS), str(to_send)], timeout=60,
                           capture_output=True, text=True)
-    report, _, ms = said.stdout.strip().rpartition(" ms=")
-    in_time = "timed-out" not in expected or TIMEOUT_MS <= int(ms or 0) < 2 * TIMEOUT_MS
-    good = said.returncode == 0 and report == expected and in_time
-    print("ok  " if good else "FAIL", f"{network_name}: {host} {port}: {said.stdout.strip()}")
+    report = said.stdout.strip()
+    good = said.returncode == 0 and report == expected
+    print("ok  " if good else "FAIL", f"{network_name}: {host} {port}: {report}")
     if not good:
         print(f"     expected {expected}\n{said.stderr}")
     return good

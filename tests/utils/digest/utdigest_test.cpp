@@ -68,6 +68,16 @@ struct a_known_digest {
 const std::string two_blocks = "abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq";
 const std::string million_a(1000000, 'a');
 
+/// The digest of the digests of 0 to 199 letters "a": every way to fill the last block.
+template <class Digest>
+std::string all_lengths(std::string_view) {
+    std::string digests;
+    for (size_t len = 0; len < 200; ++len) {
+        digests += from_hex(digest_of<Digest>(std::string_view(million_a).substr(0, len)));
+    }
+    return digest_of<Digest>(digests);
+}
+
 TEST(Digest, gives_the_known_answers_of_its_standard) {
     const a_known_digest cases[] = {
         {md5, "", "d41d8cd98f00b204e9800998ecf8427e"},
@@ -81,6 +91,10 @@ TEST(Digest, gives_the_known_answers_of_its_standard) {
         {sha256, "abc", "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"},
         {sha256, two_blocks, "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1"},
         {sha256, million_a, "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0"},
+        {all_lengths<UTMD5>, "", "9370237cf2c013418ada10f8f1b5210b"},
+        {all_lengths<UTSHA1>, "", "8a18f04bac7c86cfcffa6a93e5cb21ae0159deac"},
+        {all_lengths<UTSHA256>, "",
+         "752c007f38611cfbf5fa42cb1cea3d8e086491c844d0cc4defd632cb81423506"},
         {crc32, "", "00000000"},
         {crc32, "123456789", "cbf43926"},
         {crc32, "The quick brown fox jumps over the lazy dog", "414fa339"},
@@ -97,6 +111,8 @@ void expect_same_for_any_cut() {
         const std::string message = bytes(len);
         const std::string whole = digest_of<Digest>(message);
         Digest digest;
+        digest.add("abandoned", 9);
+        digest.begin();
         for (std::size_t cut = 0; cut <= len; cut++) {
             digest.add(message.data(), cut);
             digest.add(nullptr, 0);
@@ -113,29 +129,6 @@ TEST(Digest, does_not_depend_on_where_the_message_is_cut) {
     UTCRC32 crc;
     for (const char letter : std::string("123456789")) crc.add(&letter, 1);
     EXPECT_EQ(crc.value(), 0xcbf43926u);
-}
-
-TEST(Digest, begin_drops_what_was_added) {
-    UTSHA256 digest;
-    digest.add("abandoned", 9);
-    digest.begin();
-    digest.add("abc", 3);
-    EXPECT_EQ(finish(digest), sha256("abc"));
-}
-
-TEST(Digest, agrees_with_openssl_on_random_messages) {
-    const std::pair<const char*, std::string (*)(std::string_view)> peers[] = {
-        {"-md5", md5}, {"-sha1", sha1}, {"-sha256", sha256}};
-    SeededBytes bytes(2);
-    for (int round = 0; round < 4; round++) {
-        const std::string message = bytes(bytes.below(100000));
-        const PeerFile file(message);
-        for (const auto& [option, digest] : peers) {
-            const std::string answer =
-                openssl(std::string("dgst -r ") + option + " " + file.path());
-            EXPECT_EQ(digest(message), answer.substr(0, answer.find(' '))) << message.size();
-        }
-    }
 }
 
 TEST(Digest, instructions_and_plain_code_agree) {
