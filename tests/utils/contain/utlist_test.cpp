@@ -32,44 +32,27 @@ std::string Names(ItemList& list) {
     return forward + "|" + backward;
 }
 
-TEST(List, inserts_at_both_ends_and_beside_an_element) {
-    ItemList list;
-    EXPECT_TRUE(list.is_empty());
-    EXPECT_EQ(nullptr, list.get_first());
+TEST(List, keeps_both_chains_through_every_change) {
+    ItemList list, other;
+    EXPECT_EQ("|", Names(list));
     EXPECT_EQ(nullptr, list.get_last());
-    Item a('a'), b('b'), c('c'), d('d');
+    Item a('a'), b('b'), c('c');
+    auto d = std::make_unique<Item>('d');
     list.insert(&b);
-    list.append(&d);
+    list.append(d.get());
     list.insert_before(&a, &b);
     list.insert_after(&c, &b);
     EXPECT_EQ("abcd|dcba", Names(list));
     EXPECT_EQ(&a, list.get_first());
-    EXPECT_EQ(&d, list.get_last());
-    EXPECT_EQ(&c, list.next(&b));
-    EXPECT_EQ(nullptr, list.next(&d));
-}
-
-TEST(List, moves_an_element_that_is_inserted_again) {
-    ItemList list, other;
-    Item a('a'), b('b'), c('c');
-    for (Item* item : {&a, &b, &c}) list.append(item);
+    EXPECT_EQ(d.get(), list.get_last());
+    EXPECT_EQ(nullptr, list.next(d.get()));
+    // An element that is inserted again moves; one that is deleted leaves.
     list.insert(&c);
     list.insert_after(&a, &a);
     other.append(&a);
+    d.reset();
     EXPECT_EQ("cb|bc", Names(list));
     EXPECT_EQ("a|a", Names(other));
-}
-
-TEST(List, element_leaves_its_list_when_it_is_deleted) {
-    ItemList list;
-    auto a = std::make_unique<Item>('a');
-    auto b = std::make_unique<Item>('b');
-    list.append(a.get());
-    list.append(b.get());
-    a.reset();
-    EXPECT_EQ("b|b", Names(list));
-    b.reset();
-    EXPECT_TRUE(list.is_empty());
 }
 
 TEST(List, leaves_its_elements_alone_when_it_is_deleted) {

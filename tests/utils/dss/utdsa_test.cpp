@@ -1,4 +1,3 @@
-#include "tests/utils/cryptopeer.h"
 #include "tests/utils/dss/dsakeys.h"
 #include "utils/digest/utdigest.h"
 #include "utils/dss/utdsa.h"
@@ -6,13 +5,6 @@
 #include <gtest/gtest.h>
 
 namespace {
-
-UTBigInt number(const std::string& hex) {
-    const std::string bytes = from_hex(hex);
-    UTBigInt value;
-    EXPECT_TRUE(value.set_bytes(bytes_of(bytes), bytes.size()));
-    return value;
-}
 
 std::string sha1(std::string_view message) {
     UTSHA1 digest;

@@ -154,27 +154,20 @@ TEST(StreamCounters, leave_the_shared_span_where_they_stopped) {
     EXPECT_EQ(std::string(bytes, 8), "xyz01234");
 }
 
-// Each refill brings the next piece of the script; an empty piece is one that has not arrived yet.
-struct ScriptedIStream : UTPartialBufferedIStream {
-    explicit ScriptedIStream(std::vector<std::string> pieces)
-        : UTPartialBufferedIStream(nullptr), script(std::move(pieces)) {}
-    void refill() override {
-        if (next == script.size()) return set_eof();
-        const std::string& piece = script[next++];
-        std::memcpy(_data, piece.data(), piece.size());
-        _ptr = _data;
-        _lim = _data + piece.size();
-    }
+// Each refill brings a piece of the next length; 0 is one that has not arrived yet.
+struct ScriptedIStream : TestPartialIStream {
+    ScriptedIStream(std::string data, std::vector<size_t> pieces)
+        : TestPartialIStream(std::move(data), [pieces, next = size_t{0}]() mutable {
+              return next < pieces.size() ? pieces[next++] : 0;
+          }) {}
     std::string read(size_t n) {
-        char bytes[4096];
+        char bytes[64];
         return {bytes, get(bytes, n)};
     }
-    std::vector<std::string> script;
-    size_t next = 0;
 };
 
 TEST(PartialBufferedStream, hands_out_one_refill_and_survives_an_empty_one) {
-    ScriptedIStream in({"abcd", "", "ef"});
+    ScriptedIStream in("abcdef", {4, 0, 2});
     EXPECT_EQ(in.read(1), "a");
     for (const char* piece : {"bcd", "", "ef"}) {
         EXPECT_EQ(in.read(10), piece);
@@ -185,7 +178,7 @@ TEST(PartialBufferedStream, hands_out_one_refill_and_survives_an_empty_one) {
 }
 
 TEST(PartialBufferedStream, skips_the_wrong_way_round) {
-    ScriptedIStream in({"0123456789", "abcdefghijklmno", "pq", "r", "stu", "v"});
+    ScriptedIStream in("0123456789abcdefghijklmnopqrstuv", {10, 15, 2, 1, 3, 1});
     in.read(0);
     EXPECT_EQ(in.skip(3), 10u);  // too short for the buffer: 7 more are to go
     EXPECT_EQ(in.read(9), "r");  // 7 twice leave 1 of the next 15, 1 twice are the two after that

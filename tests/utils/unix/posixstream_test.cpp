@@ -4,21 +4,15 @@
 #include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <string>
 #include <thread>
 #include <unistd.h>
+
+#include "tests/scratch.h"
 
 namespace {
 
 class PosixStream : public testing::Test {
   protected:
-    void SetUp() override {
-        const int fd = mkstemp(name.data());
-        ASSERT_NE(fd, -1);
-        close(fd);
-    }
-    void TearDown() override { unlink(name.c_str()); }
-
     static std::string rest_of(UTIStream& in) {
         std::string text(100, '\0');
         text.resize(in.get(text.data(), text.size()));
@@ -26,7 +20,8 @@ class PosixStream : public testing::Test {
     }
     static bool is_open(int fd) { return fcntl(fd, F_GETFD) != -1; }
 
-    std::string name = testing::TempDir() + "posixstreamXXXXXX";
+    ScratchFolder scratch;
+    const std::string name = scratch.file_with("f", "");
 };
 
 TEST_F(PosixStream, writes_a_file_and_reads_it_back) {
