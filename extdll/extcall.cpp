@@ -5,6 +5,8 @@
 #include <cstring>
 #include <limits>
 
+#include "utils/etc/utwipe.h"
+
 bool ExternalCall::get_value(uint32 number, an_extfn_value* value) const {
     *value = {};
     if (_api->get_value(_arg_handle, number, value) != 0) return true;
@@ -63,13 +65,19 @@ bool ArgumentPieces::next() {
 }
 
 TextArgument::~TextArgument() {
+    drop();
+}
+
+void TextArgument::drop() {
+    if (_text != nullptr && _secret) ut_wipe(_text, _size);
     if (_text != _inline) free(_text);
+    _text = nullptr;
 }
 
 bool TextArgument::reserve(uint64 length) {
     if (length >= std::numeric_limits<std::size_t>::max()) return false;
-    const auto size = static_cast<std::size_t>(length) + 1;
-    _text = size <= sizeof _inline ? _inline : static_cast<char*>(malloc(size));
+    _size = static_cast<std::size_t>(length) + 1;
+    _text = _size <= sizeof _inline ? _inline : static_cast<char*>(malloc(_size));
     return _text != nullptr;
 }
 
@@ -93,7 +101,6 @@ TextArgument::Outcome TextArgument::join(ArgumentPieces& pieces) {
         _text[whole] = '\0';
         return Outcome::Read;
     }
-    if (_text != _inline) free(_text);
-    _text = nullptr;
+    drop();
     return Outcome::Broken;
 }

@@ -6,6 +6,8 @@
 /// These objects live on the stack of one call and belong to its thread. Nothing here throws,
 /// prints or keeps state between calls.
 
+#include <cstddef>
+
 #include "extdll/extfn.h"
 #include "utils/etc/uttypes.h"
 
@@ -99,6 +101,9 @@ class TextArgument {
     TextArgument(const TextArgument&) = delete;
     TextArgument& operator=(const TextArgument&) = delete;
 
+    /// What is read from here on is wiped before its memory is given back: for credentials.
+    void keep_secret() { _secret = true; }
+
     /// Reads argument `number`, once per object. After anything but Read, text() is null.
     Outcome read(const ExternalCall& call, uint32 number);
 
@@ -113,8 +118,11 @@ class TextArgument {
 
   private:
     bool reserve(uint64 length);
+    void drop();
 
     char* _text = nullptr;
+    std::size_t _size = 0;  // of the text's memory
+    bool _secret = false;
     a_sql_data_type _type = 0;
     char _inline[256];
 };

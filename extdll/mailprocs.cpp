@@ -48,6 +48,11 @@ void set_up_once() {
 /// connection number.
 class StartArguments {
   public:
+    StartArguments() {
+        _texts[auth_username].keep_secret();
+        _texts[auth_password].keep_secret();
+    }
+
     /// False when one of the first seven cannot be read, or there is no host.
     bool read(const ExternalCall& call) {
         for (const uint32 number : {sender, host}) {

@@ -15,15 +15,16 @@
 #include "utils/etc/uttypes.h"
 #include "utils/unix/utptmutex.h"
 
-/// Status codes of the mail procedures themselves; those of SMTPClient pass through unchanged.
+/// Status codes of the mail procedures themselves. Those of SMTPClient pass through unchanged, and
+/// where a procedure itself ends in one of them, it is the same.
 enum a_mail_status : int32 {
-    MAIL_OK = 0,
-    MAIL_BAD_START_ARGUMENTS = 2,  // xp_startsmtp: argument 1 to 7 missing, or no host
-    MAIL_NO_SUCH_SESSION = 3,      // xp_stopsmtp
-    MAIL_NOTHING_TO_SEND = 5,      // xp_sendmail: argument missing, no session or no recipient
-    MAIL_NO_MEMORY = 15,           // xp_sendmail: or a piece of an argument cannot be read
-    MAIL_NOT_STARTED = 25,         // xp_sendmail: the session has no client
-    MAIL_NOT_SECURE = 105,         // xp_startsmtp: TLS was asked for and cannot be had
+    MAIL_OK = SMTP_OK,
+    MAIL_BAD_START_ARGUMENTS = 2,       // xp_startsmtp: argument 1 to 7 missing, or no host
+    MAIL_NO_SUCH_SESSION = 3,           // xp_stopsmtp
+    MAIL_NOTHING_TO_SEND = 5,           // xp_sendmail: argument missing, no session or no recipient
+    MAIL_NO_MEMORY = SMTP_NO_MEMORY,    // xp_sendmail: or a piece of an argument cannot be read
+    MAIL_NOT_STARTED = 25,              // xp_sendmail: the session has no client
+    MAIL_NOT_SECURE = SMTP_NOT_SECURE,  // xp_startsmtp: TLS was asked for and cannot be had
 };
 
 /// What xp_startsmtp is given. All strings may be null but for sender and host; none is kept

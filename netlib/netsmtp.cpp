@@ -11,11 +11,6 @@
 
 namespace {
 
-// The codes of RFC 5321 and RFC 4954 that the session waits for.
-constexpr int service_ready = 220;
-constexpr int completed = 250;
-constexpr int authenticated = 235;
-
 int32 in_milliseconds(int seconds) {
     constexpr int32 most = std::numeric_limits<int32>::max() / 1000;
     return std::clamp<int32>(seconds, -most, most) * 1000;
@@ -71,7 +66,7 @@ a_bool SMTPClient::_ConnectSocket(const IPAddress& address) {
 }
 
 int SMTPClient::_Greet() {
-    return _Expect(service_ready);
+    return _Expect(REPLY_SERVICE_READY);
 }
 
 int SMTPClient::_Introduce(const char* sender, const char* sender_name, int timeout) {
@@ -79,7 +74,7 @@ int SMTPClient::_Introduce(const char* sender, const char* sender_name, int time
     int code = 0;
     const int result = _SMTPConnect(reply, sizeof reply, sender, sender_name, timeout, &code);
     if (result != SMTP_OK) return result;
-    return code == completed ? SMTP_OK : SMTP_BAD_REPLY;
+    return code == REPLY_COMPLETED ? SMTP_OK : SMTP_BAD_REPLY;
 }
 
 int SMTPClient::_LogIn(const char* user, const char* password) {
@@ -87,7 +82,7 @@ int SMTPClient::_LogIn(const char* user, const char* password) {
     int code = 0;
     const int result = _SMTPAuthenticate(reply, sizeof reply, user, password, &code);
     if (result != SMTP_OK) return result;
-    return code == authenticated ? SMTP_OK : SMTP_BAD_REPLY;
+    return code == REPLY_AUTHENTICATED ? SMTP_OK : SMTP_BAD_REPLY;
 }
 
 int SMTPClient::_SMTPConnect(char* buf, size_t buflen, const char* sender, const char* sender_name,

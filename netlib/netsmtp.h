@@ -42,6 +42,17 @@ enum a_smtp_result : int {
     SMTP_NOT_SECURE = 105,        // the connection could not be secured
 };
 
+/// Reply codes that the client looks for: RFC 5321, section 4.2.3, and RFC 4954, section 6.
+enum a_smtp_reply : int {
+    REPLY_SERVICE_READY = 220,
+    REPLY_AUTHENTICATED = 235,
+    REPLY_COMPLETED = 250,
+    REPLY_START_MAIL_INPUT = 354,
+    REPLY_MAILBOX_UNAVAILABLE = 550,
+    REPLY_USER_NOT_LOCAL = 551,
+    REPLY_MAILBOX_NAME_NOT_ALLOWED = 553,
+};
+
 /// Text from the allocation layer, freed there.
 struct a_ut_text_deleter {
     void operator()(char* text) const { ut_free(text); }
@@ -60,8 +71,9 @@ class SMTPClient {
 
     /// Opens the session up to where a message can be sent: connects to the first address of
     /// `host`, reads the greeting, says EHLO and, given both `user` and `password`, logs in.
-    /// `timeout` is in seconds, 0 or less for no limit, and holds for each wait. `sender` is the
-    /// envelope sender, `sender_name` its display name. Name, user and password may be null.
+    /// `timeout` is in seconds, 0 or less for no limit, and holds for each wait (see SendMessage
+    /// for what that makes of a message). `sender` is the envelope sender, `sender_name` its
+    /// display name. Name, user and password may be null.
     ///
     /// After a failure the connection is closed and the client of no more use: QUIT was sent unless
     /// the greeting itself was wrong.
@@ -82,6 +94,11 @@ class SMTPClient {
     /// `attachment` (the path of a file) and `content_type` (of the body; see _ComposeMessage) may
     /// be null. Addresses, names and subject are pasted as given: callers keep line breaks out of
     /// them. Memory does not grow with the attachment.
+    ///
+    /// Time: a write has one time-out for the whole of it, however slowly the server takes its
+    /// parts, and each reply three at most. The text and the attachment leave in writes of up to
+    /// 64 KiB, so a server that takes less than that in a time-out ends the message with its first
+    /// such write, and one that takes just as much holds the call for a time-out per 64 KiB.
     ///
     /// After a failure the server was told to forget the message (RSET), and the session remains
     /// usable unless the connection itself failed or the server's replies went out of step with

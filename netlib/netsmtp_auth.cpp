@@ -4,10 +4,10 @@
 
 #include "netlib/netsmtp.h"
 #include "utils/etc/base64.h"
+#include "utils/etc/utwipe.h"
 
 namespace {
 
-constexpr int authenticated = 235;
 constexpr size_t line_length = 512;
 
 /// Memory for secrets, overwritten before it is freed.
@@ -15,7 +15,7 @@ class SecretBytes {
   public:
     explicit SecretBytes(size_t size) : _size(size), _bytes(static_cast<char*>(ut_malloc(size))) {}
     ~SecretBytes() {
-        if (_bytes != nullptr) explicit_bzero(_bytes, _size);
+        if (_bytes != nullptr) ut_wipe(_bytes, _size);
         ut_free(_bytes);
     }
     SecretBytes(const SecretBytes&) = delete;
@@ -58,7 +58,7 @@ int SMTPClient::_SMTPAuthenticate(char* buf, size_t buflen, const char* user, co
                                   int* code) {
     if (buf == nullptr) return SMTP_NO_MEMORY;
     if (user == nullptr || password == nullptr) {
-        *code = authenticated;
+        *code = REPLY_AUTHENTICATED;
         return SMTP_OK;
     }
     const char* const offered = FindServerCapability("AUTH");

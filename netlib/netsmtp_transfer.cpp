@@ -20,15 +20,13 @@
 
 namespace {
 
-constexpr int completed = 250;
-constexpr int start_mail_input = 354;
-
 constexpr size_t block_size = size_t{64} * 1024;  // of reads, of encoding and of writes
 constexpr uint16 base64_line_length = 76;         // RFC 2045, section 6.8
 constexpr size_t longest_attachment_name = 255;
 
 a_bool means_refused(int code) {
-    return code == 550 || code == 551 || code == 553;
+    return code == REPLY_MAILBOX_UNAVAILABLE || code == REPLY_USER_NOT_LOCAL ||
+           code == REPLY_MAILBOX_NAME_NOT_ALLOWED;
 }
 
 // Never waits, as opening a FIFO would, takes a directory for an empty file, or reads a device that
@@ -150,14 +148,14 @@ int SMTPClient::SendMessage(const char* subject, const char* body, const char** 
 
 int SMTPClient::_SendEnvelope(const char** const lists[], const int counts[]) {
     _SendCommand({"MAIL FROM:<", _sender.get(), ">"});
-    int result = _Expect(completed);
+    int result = _Expect(REPLY_COMPLETED);
     for (int list = 0; list < 3; ++list) {
         for (int i = 0; i < counts[list] && result == SMTP_OK; ++i)
             result = _SendRecipient(lists[list][i]);
     }
     if (result != SMTP_OK) return result;
     _SendCommand({"DATA"});
-    return _Expect(start_mail_input);
+    return _Expect(REPLY_START_MAIL_INPUT);
 }
 
 int SMTPClient::_SendRecipient(const char* address) {
@@ -165,7 +163,7 @@ int SMTPClient::_SendRecipient(const char* address) {
     int code = 0;
     _SendCommand({"RCPT TO:<", address, ">"});
     const int result = _ProcessResponse(reply, sizeof reply, &code, false);
-    if (result == SMTP_OK && code == completed) return SMTP_OK;
+    if (result == SMTP_OK && code == REPLY_COMPLETED) return SMTP_OK;
     // A refusal counts even if its reply breaks off after the first line.
     if (means_refused(code)) return SMTP_RECIPIENT_REFUSED;
     return result == SMTP_OK ? SMTP_BAD_REPLY : result;
@@ -185,7 +183,7 @@ int SMTPClient::_SendContent(const char* text, const char* boundary, const char*
         _sendData(".\r\n", 3);
     }
     _PushLastSegment();
-    const int result = _Expect(completed);
+    const int result = _Expect(REPLY_COMPLETED);
     // A server that accepts what did not reach it whole has not accepted this message.
     return result == SMTP_OK && _write_failed ? SMTP_BAD_REPLY : result;
 }

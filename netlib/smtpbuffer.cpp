@@ -3,6 +3,8 @@
 #include <cstring>
 #include <limits>
 
+#include "utils/etc/utwipe.h"
+
 namespace {
 
 size_t grown_capacity(size_t needed) {
@@ -40,7 +42,7 @@ a_bool Buffer::reserve(size_t capacity) {
     if (grown == nullptr) return false;
     if (_str != nullptr) {
         std::memcpy(grown, _str, _size + 1);
-        explicit_bzero(_str, _capacity);
+        ut_wipe(_str, _capacity);
         _heap.Free(_str);
     }
     _str = grown;
@@ -57,6 +59,6 @@ char* Buffer::release() {
 }
 
 void Buffer::wipe() {
-    if (_str != nullptr) explicit_bzero(_str, _capacity);
+    if (_str != nullptr) ut_wipe(_str, _capacity);
     _size = 0;
 }
