@@ -10,12 +10,12 @@ import email
 import email.policy
 import glob
 import os
-import shutil
+import select
+import socket
 import subprocess
 import sys
 import tempfile
 import threading
-import time
 import unittest
 from urllib.parse import quote_from_bytes
 
@@ -73,25 +73,23 @@ def line(procedure, arguments):
 
 def start(port, **more):
     names = {"sender": 1, "sender_name": 5, "user": 6, "password": 7}
-    arguments = {1: SENDER, 2: "127.0.0.1", 3: port, 4: 10, 12: 7}
+    arguments = {1: SENDER, 2: "127.0.0.1", 3: port, 4: 10}
     arguments.update({names[name]: value for name, value in more.items()})
     return line("xp_startsmtp", arguments)
 
 
 def mail(to, subject="Hi", body="text\r\n", cc=None, bcc=None, file=None, content_type=None):
     return line("xp_sendmail", {1: to, 2: subject, 3: cc, 4: bcc, 6: body, 10: file,
-                                19: content_type, 20: 7})
+                                19: content_type})
 
 
-STOP = line("xp_stopsmtp", {1: 7})
+STOP = "xp_stopsmtp"
 
 
 def call(*lines):
-    """The statuses of the calls, made by one process in a UTF-8 locale."""
-    # A session that was started leaves a small record behind by design.
-    environment = {**os.environ, "LC_ALL": "C.UTF-8", "ASAN_OPTIONS": "detect_leaks=0"}
+    """The statuses of the calls, made by one process in a UTF-8 locale, over the default session."""
     done = subprocess.run([MAILCALL, LIBRARY], input="\n".join(lines) + "\n", text=True, timeout=60,
-                          capture_output=True, env=environment)
+                          capture_output=True, env={**os.environ, "LC_ALL": "C.UTF-8"})
     assert done.returncode == 0, done.stderr
     return [int(status) for status in done.stdout.split()]
 
@@ -169,48 +167,92 @@ class AiosmtpdWithLogin(Aiosmtpd):
         self.assertEqual(len(self.server.messages), 1)
 
 
-@unittest.skipUnless(os.path.exists(f"{POSTFIX}/usr/sbin/smtp-sink"), "Postfix is not unpacked")
-class SmtpSink(unittest.TestCase):
+class Smtpd(unittest.TestCase):
+    """Postfix's own smtpd, standing alone: it keeps its messages as sendmail would."""
+
+    CONFIGURATION = """
+compatibility_level = 3.6
+queue_directory = {0}/queue
+data_directory = {0}
+command_directory = {0}/bin
+meta_directory = {0}
+daemon_directory = {1}/usr/lib/postfix/sbin
+shlib_directory = {1}/usr/lib/postfix
+mail_owner = mail
+setgid_group = games
+default_privs = daemon
+myhostname = mail.b.test
+mydestination = b.test
+message_size_limit = 500000
+alias_maps =
+"""
+
     def setUp(self):
-        self.folder = tempfile.mkdtemp()
-        self.addCleanup(shutil.rmtree, self.folder)
-        os.chmod(self.folder, 0o777)
-        user = ["-u", "nobody"] if os.geteuid() == 0 else []
-        port = free_port()
-        self.sink = subprocess.Popen(
-            [f"{POSTFIX}/usr/sbin/smtp-sink", *user, "-d", f"{self.folder}/mail.",
-             f"127.0.0.1:{port}", "100"],
-            env={**os.environ, "LD_LIBRARY_PATH": f"{POSTFIX}/usr/lib/postfix"})
-        self.addCleanup(self.sink.wait)
-        self.addCleanup(self.sink.kill)
-        self.port = port
-        for _ in range(100):
-            if call(start(port), STOP)[0] == 0:
-                return
-            time.sleep(0.05)
-        self.fail("smtp-sink does not answer")
+        if not os.path.exists(f"{POSTFIX}/usr/lib/postfix/sbin/smtpd"):
+            self.skipTest("Postfix is not unpacked")
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+        self.environment = {"LD_LIBRARY_PATH": f"{POSTFIX}/usr/lib/postfix",
+                            "MAIL_CONFIG": self.folder, "PATH": os.environ["PATH"]}
+        for name in ("bin", "queue", "queue/maildrop", "queue/public", "queue/pid"):
+            os.mkdir(f"{self.folder}/{name}")
+        with open(f"{self.folder}/main.cf", "w") as file:
+            file.write(self.CONFIGURATION.format(self.folder, POSTFIX))
+        with open(f"{self.folder}/master.cf", "w") as file:
+            pass
+        # smtpd hands its messages to postdrop, in an environment that it cleans first.
+        with open(f"{self.folder}/bin/postdrop", "w") as file:
+            file.write(f"#!/bin/sh\nLD_LIBRARY_PATH={POSTFIX}/usr/lib/postfix "
+                       f'exec {POSTFIX}/usr/sbin/postdrop "$@"\n')
+        os.chmod(f"{self.folder}/bin/postdrop", 0o755)
+        for path, _, _ in os.walk(self.folder):
+            os.chmod(path, 0o777)
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.addCleanup(self.listener.close)
+        self.server = threading.Thread(target=self.serve_one_connection)
+        self.server.start()
 
-    def test_keeps_what_was_sent(self):
+    def serve_one_connection(self):
+        connection, _ = self.listener.accept()
+        # Neither root nor Postfix's owner may run it so. Its end is no TCP socket, or it would want
+        # the whole of Postfix behind it.
+        user = {"user": "nobody"} if os.geteuid() == 0 else {}
+        ours, its_own = socket.socketpair()
+        with connection, ours, its_own:
+            smtpd = subprocess.Popen([f"{POSTFIX}/usr/lib/postfix/sbin/smtpd", "-S"], stdin=its_own,
+                                     stdout=its_own, env=self.environment, **user)
+            its_own.close()
+            other = {connection: ours, ours: connection}
+            data = True
+            while data:
+                [source, *_], _, _ = select.select(other, [], [])
+                data = source.recv(65536)
+                other[source].sendall(data)
+        self.status = smtpd.wait()
+
+    def test_queues_what_was_sent(self):
+        contents = os.urandom(300000)
         with tempfile.NamedTemporaryFile(suffix=".bin") as file:
-            file.write(os.urandom(300000))
+            file.write(contents)
             file.flush()
-            self.assertEqual(call(start(self.port), mail("bob@b.test", subject="Öl", file=file.name),
-                                  STOP), [0, 0, 0])
-            [kept] = glob.glob(f"{self.folder}/mail.*")
-            with open(kept, "rb") as message, open(file.name, "rb") as sent:
-                data = message.read()
-                received = parsed(data[data.index(b"From: "):])
-                self.assertEqual(received["Subject"], "Öl")
-                _, attachment = received.iter_parts()
-                self.assertEqual(attachment.get_filename(), os.path.basename(file.name))
-                self.assertEqual(attachment.get_payload(decode=True), sent.read())
-
-
-def free_port():
-    import socket
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
+            statuses = call(start(self.listener.getsockname()[1]),
+                            mail("bob@b.test", body="too long\r\n" * 60000),
+                            mail("bob@b.test;eve@b.test", subject="Öl", body=".\r\nGrüße\r\n",
+                                 file=file.name),
+                            STOP)
+        self.server.join()
+        self.assertEqual(statuses, [0, 104, 0, 0])
+        self.assertEqual(self.status, 0)
+        [queued] = glob.glob(f"{self.folder}/queue/maildrop/*")
+        shown = subprocess.run([f"{POSTFIX}/usr/sbin/postcat", "-h", "-b", queued],
+                               env=self.environment, capture_output=True, check=True).stdout
+        received = parsed(shown)
+        self.assertEqual((received["To"], received["Subject"]), ("bob@b.test, eve@b.test", "Öl"))
+        text, attachment = received.iter_parts()
+        self.assertEqual(text.get_content().rstrip(), ".\nGrüße")
+        self.assertEqual(attachment.get_filename(), os.path.basename(file.name))
+        self.assertEqual(attachment.get_payload(decode=True), contents)
 
 
 if __name__ == "__main__":

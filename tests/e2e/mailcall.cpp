@@ -5,7 +5,7 @@
 //     PROCEDURE TAB NUMBER=VALUE TAB NUMBER=VALUE ...
 //
 // A value is s<text> for a string, with %XX for bytes, or i<number>. Arguments that are not given
-// are NULL. "repeat N" before a line makes its call N times and prints the last status.
+// are NULL.
 
 #include <cstdint>
 #include <cstdio>
@@ -93,12 +93,7 @@ int main(int, char** arguments) {
         std::fprintf(stderr, "%s\n", dlerror());
         return 1;
     }
-    long times = 1;
     for (std::string line; std::getline(std::cin, line);) {
-        if (line.starts_with("repeat ")) {
-            times = std::atol(&line[7]);
-            continue;
-        }
         std::istringstream fields(line);
         std::string name;
         std::getline(fields, name, '\t');
@@ -106,8 +101,7 @@ int main(int, char** arguments) {
         if (procedure == nullptr) return 2;
         Call call = parse(fields);
         an_extfn_api api = {get_value, get_piece, set_value, set_cancel};
-        for (; times > 0; --times) procedure(&api, &call);
-        times = 1;
+        procedure(&api, &call);
         std::printf("%s\n", call.status.c_str());
         std::fflush(stdout);
     }
