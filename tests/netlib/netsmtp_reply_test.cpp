@@ -20,6 +20,7 @@ class ScriptedSocket : public Socket {
     std::string sent;
     int recvs = 0;
     int shutdowns = 0;
+    int good_sends = 1000;  // before all others fail
 
     using Socket::recv;
     using Socket::send;
@@ -36,6 +37,7 @@ class ScriptedSocket : public Socket {
         return static_cast<int>(piece.bytes.size());
     }
     int send(const char* buf, unsigned int len) override {
+        if (good_sends-- <= 0) return -1;
         sent.append(buf, len);
         return static_cast<int>(len);
     }
@@ -57,8 +59,9 @@ class TestClient : public SMTPClient {
         : TestClient(std::vector<ScriptedSocket::Piece>{{reply}}) {}
 
     using SMTPClient::_ProcessResponse;
-    using SMTPClient::_ReadLine;
     using SMTPClient::_SendRawText;
+    using SMTPClient::_SMTPAuthenticate;
+    using SMTPClient::_SMTPConnect;
 
     std::vector<std::string> capabilities() const {
         std::vector<std::string> all;
@@ -170,6 +173,37 @@ TEST(SmtpText, doubles_dots_that_begin_lines_up_to_a_zero_byte) {
     }
 }
 
+TEST(SmtpText, that_never_left_is_not_accepted_whatever_the_server_says) {
+    const std::pair<int, int> cases[] = {{1000, 0}, {3, 104}, {0, 104}};
+    for (const auto& [good_sends, result] : cases) {
+        TestClient client("250 ok\r\n250 ok\r\n354 go on\r\n250 taken\r\n");
+        client.socket.good_sends = good_sends;
+        const char* to = nullptr;
+        EXPECT_EQ(result, client.SendMessage(nullptr, "x", &to, 1, nullptr, 0, nullptr, 0, nullptr,
+                                             nullptr));
+        const std::string envelope = "MAIL FROM:<>\r\nRCPT TO:<>\r\nDATA\r\n";
+        EXPECT_EQ(good_sends == 0 ? "" : envelope, client.socket.sent.substr(0, envelope.size()));
+        EXPECT_EQ(result == 0, client.socket.sent.size() > envelope.size());
+    }
+}
+
+a_utmem_source no_memory = {[](size_t) -> void* { return nullptr; }, realloc, free,
+                            [] { return false; }};
+
+TEST(SmtpSteps, without_a_buffer_a_sender_or_memory_give_15) {
+    TestClient client("250 AUTH PLAIN\r\n");
+    char buf[256];
+    int code = 0;
+    EXPECT_EQ(15, client._SMTPConnect(nullptr, 0, "a", nullptr, 1, &code));
+    EXPECT_EQ(15, client._SMTPConnect(buf, sizeof buf, nullptr, nullptr, 1, &code));
+    EXPECT_EQ(15, client._SMTPAuthenticate(nullptr, 0, nullptr, nullptr, &code));
+    EXPECT_EQ(0, client._ProcessResponse(buf, sizeof buf, &code, true));
+    utmem_set_source(&no_memory);
+    EXPECT_EQ(15, client._SMTPAuthenticate(buf, sizeof buf, "u", "p", &code));
+    utmem_set_source(nullptr);
+    EXPECT_EQ("", client.socket.sent);
+}
+
 TEST(SockIStream, hands_out_what_has_arrived_and_ends_with_the_connection) {
     ScriptedSocket socket;
     socket.pieces = {{"abcd"}, {"", EAGAIN}, {"ef"}, {"", ECONNRESET}, {"never"}};
@@ -202,9 +236,7 @@ TEST(Buffer, grows_by_its_rule_and_drops_what_does_not_fit) {
         EXPECT_EQ(step.capacity, buffer.capacity()) << step.text;
     }
     EXPECT_STREQ("abcdefg", buffer.c_str());
-    static a_utmem_source poor = {[](size_t) -> void* { return nullptr; }, realloc, free,
-                                  [] { return false; }};
-    utmem_set_source(&poor);
+    utmem_set_source(&no_memory);
     Buffer empty;
     empty.append("dropped");
     buffer.append("h and more than fits");
