@@ -56,10 +56,12 @@ class FakeHost {
 
     std::vector<SetCall>& call(an_extfn_proc* procedure) {
         calls.clear();
-        an_extfn_api api = {get_value, get_piece, set_value, set_cancel};
-        procedure(&api, this);
+        an_extfn_api callbacks = api();
+        procedure(&callbacks, this);
         return calls;
     }
+    /// For a call that is not of a procedure; the handle is this object.
+    static an_extfn_api api() { return {get_value, get_piece, set_value, set_cancel}; }
 
     struct Argument {
         std::optional<std::string> bytes;
