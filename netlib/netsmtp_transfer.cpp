@@ -53,6 +53,11 @@ a_ut_text attachment_name(const char* path) {
     return a_ut_text(UTHeap().Strndup(name, longest_attachment_name));
 }
 
+const char* find(const char* from, const char* end, char wanted) {
+    const auto length = static_cast<size_t>(end - from);
+    return static_cast<const char*>(std::memchr(from, wanted, length));
+}
+
 // A file that ends early once nobody listens any more.
 class UsefulIStream final : public UTIStream {
   public:
@@ -205,23 +210,23 @@ int SMTPClient::_Abandon(int result) {
 
 int SMTPClient::_SendRawText(const char* text, size_t len, a_bool* open_line) {
     if (len == 0) return 0;
-    const auto* const zero = static_cast<const char*>(std::memchr(text, '\0', len));
     const char* const end = text + len;
-    const char* const lines_end = zero != nullptr ? zero : end;
     const char* pending = text;
     const char* from = text;
-    while (from != lines_end) {
-        const auto left = static_cast<size_t>(lines_end - from);
-        const auto* const dot = static_cast<const char*>(std::memchr(from, '.', left));
+    a_bool zero = false;  // has been met
+    while (!zero) {
+        const auto* const dot = find(from, end, '.');
         if (dot == nullptr) break;
+        zero = find(from, dot, '\0') != nullptr;
         from = dot + 1;
-        if (dot != text && dot[-1] != '\n') continue;
+        if (zero || (dot != text && dot[-1] != '\n')) continue;
         if (dot != pending) _sendData(pending, static_cast<size_t>(dot - pending));
         _sendData(".", 1);
         pending = dot;
     }
     _sendData(pending, static_cast<size_t>(end - pending));
-    *open_line = zero != nullptr || end[-1] != '\n';
+    // Encoded blocks seldom end with a line, which spares them the search.
+    *open_line = end[-1] != '\n' || zero || find(from, end, '\0') != nullptr;
     return 0;
 }
 
