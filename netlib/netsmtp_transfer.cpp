@@ -213,13 +213,12 @@ int SMTPClient::_SendRawText(const char* text, size_t len, a_bool* open_line) {
     const char* const end = text + len;
     const char* pending = text;
     const char* from = text;
-    a_bool zero = false;  // has been met
-    while (!zero) {
-        const auto* const dot = find(from, end, '.');
-        if (dot == nullptr) break;
+    a_bool zero = false;  // ends the search
+    while (const char* const dot = find(from, end, '.')) {
         zero = find(from, dot, '\0') != nullptr;
+        if (zero) break;
         from = dot + 1;
-        if (zero || (dot != text && dot[-1] != '\n')) continue;
+        if (dot != text && dot[-1] != '\n') continue;
         if (dot != pending) _sendData(pending, static_cast<size_t>(dot - pending));
         _sendData(".", 1);
         pending = dot;

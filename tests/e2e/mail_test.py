@@ -12,12 +12,12 @@ import glob
 import os
 import select
 import socket
+import struct
 import subprocess
 import sys
 import tempfile
 import threading
 import unittest
-from urllib.parse import quote_from_bytes
 
 from aiosmtpd.smtp import SMTP, AuthResult, LoginPassword
 
@@ -61,14 +61,13 @@ class Server:
 
 
 def line(procedure, arguments):
-    fields = [procedure]
+    words = [procedure]
     for number, value in arguments.items():
         if isinstance(value, int):
-            fields.append(f"{number}=i{value}")
+            words.append(f"{number} 496 {struct.pack('=i', value).hex()}")
         elif value is not None:
-            data = value if isinstance(value, bytes) else value.encode()
-            fields.append(f"{number}=s{quote_from_bytes(data, safe=' @;')}")
-    return "\t".join(fields)
+            words.append(f"{number} 448 {value.encode().hex()}")
+    return " ".join(words)
 
 
 def start(port, **more):

@@ -1,15 +1,9 @@
 // mailcall LIBRARY: calls the mail procedures of a library as a server would, one call for each
 // line of standard input, and prints the status of each call on a line of its own ("-" when none is
-// set):
-//
-//     PROCEDURE TAB NUMBER=VALUE TAB NUMBER=VALUE ...
-//
-// A value is s<text> for a string, with %XX for bytes, or i<number>. Arguments that are not given
-// are NULL.
+// set). A line is the procedure's name and, for each argument that is not NULL, its number, its
+// type code and its bytes, at least one, in hexadecimal digits, separated by blanks.
 
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <map>
@@ -23,8 +17,8 @@
 namespace {
 
 struct Argument {
+    int type;
     std::string bytes;
-    a_sql_data_type type;
 };
 
 struct Call {
@@ -32,26 +26,14 @@ struct Call {
     std::string status = "-";
 };
 
-std::string unescaped(const std::string& text) {
-    std::string bytes;
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] != '%') {
-            bytes += text[i];
-            continue;
-        }
-        bytes += static_cast<char>(std::strtol(text.substr(i + 1, 2).c_str(), nullptr, 16));
-        i += 2;
-    }
-    return bytes;
-}
-
 int16_t get_value(void* handle, uint32_t number, an_extfn_value* value) {
     *value = {};
     Call& call = *static_cast<Call*>(handle);
     const auto found = call.arguments.find(number);
     if (found == call.arguments.end()) return 1;
-    const auto length = static_cast<uint32_t>(found->second.bytes.size());
-    *value = {found->second.bytes.data(), length, {length}, found->second.type};
+    auto& [type, bytes] = found->second;
+    const auto length = static_cast<uint32_t>(bytes.size());
+    *value = {bytes.data(), length, {length}, static_cast<a_sql_data_type>(type)};
     return 1;
 }
 
@@ -68,21 +50,11 @@ int16_t set_value(void* handle, uint32_t, an_extfn_value* value, int16_t) {
 
 void set_cancel(void*, void*) {}
 
-Call parse(std::istringstream& fields) {
-    Call call;
-    for (std::string field; std::getline(fields, field, '\t');) {
-        const size_t equals = field.find('=');
-        const auto number = static_cast<uint32_t>(std::atoi(field.c_str()));
-        const std::string value = field.substr(equals + 2);
-        if (field[equals + 1] == 's') {
-            call.arguments[number] = {unescaped(value), EXTFN_TYPE_CHAR};
-            continue;
-        }
-        const int32_t integer = std::atoi(value.c_str());
-        call.arguments[number] = {{reinterpret_cast<const char*>(&integer), sizeof integer},
-                                  EXTFN_TYPE_INT32};
-    }
-    return call;
+std::string from_hex(const std::string& digits) {
+    std::string bytes;
+    for (size_t i = 0; i + 1 < digits.size(); i += 2)
+        bytes += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
+    return bytes;
 }
 
 }  // namespace
@@ -90,20 +62,22 @@ Call parse(std::istringstream& fields) {
 int main(int, char** arguments) {
     void* const library = dlopen(arguments[1], RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) {
-        std::fprintf(stderr, "%s\n", dlerror());
+        std::cerr << dlerror() << '\n';
         return 1;
     }
     for (std::string line; std::getline(std::cin, line);) {
-        std::istringstream fields(line);
-        std::string name;
-        std::getline(fields, name, '\t');
-        auto* const procedure = reinterpret_cast<an_extfn_proc*>(dlsym(library, name.c_str()));
+        std::istringstream words(line);
+        std::string word;
+        words >> word;
+        auto* const procedure = reinterpret_cast<an_extfn_proc*>(dlsym(library, word.c_str()));
         if (procedure == nullptr) return 2;
-        Call call = parse(fields);
+        Call call;
+        uint32_t number = 0;
+        for (int type = 0; words >> number >> type >> word;)
+            call.arguments[number] = {type, from_hex(word)};
         an_extfn_api api = {get_value, get_piece, set_value, set_cancel};
         procedure(&api, &call);
-        std::printf("%s\n", call.status.c_str());
-        std::fflush(stdout);
+        std::cout << call.status << std::endl;
     }
     dlclose(library);
     return 0;
