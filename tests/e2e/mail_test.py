@@ -38,12 +38,6 @@ class Server:
         self.thread = threading.Thread(target=self.loop.run_forever)
         self.thread.start()
 
-    async def handle_RCPT(self, server, session, envelope, address, options):
-        if address.startswith("nobody"):
-            return "550 5.1.1 no such mailbox"
-        envelope.rcpt_tos.append(address)
-        return "250 OK"
-
     async def handle_DATA(self, server, session, envelope):
         self.messages.append((envelope.mail_from, envelope.rcpt_tos, envelope.original_content))
         return "250 OK"
@@ -141,12 +135,6 @@ class Aiosmtpd(unittest.TestCase):
         self.assertIsNone(empty["Subject"])
         self.assertEqual(empty.get_payload(decode=True), b"")
 
-    def test_a_refused_recipient_ends_its_message_only(self):
-        statuses = call(start(self.server.port), mail("bob@b.test;nobody@b.test"),
-                        mail("bob@b.test"), STOP)
-        self.assertEqual(statuses, [0, 20, 0, 0])
-        self.assertEqual(len(self.server.messages), 1)
-
 
 class AiosmtpdWithLogin(Aiosmtpd):
     options = {
@@ -155,7 +143,6 @@ class AiosmtpdWithLogin(Aiosmtpd):
             success=data == LoginPassword("ann".encode(), "söcret".encode()), handled=False),
     }
     test_accepts_every_kind_of_message_and_others_parse_it = None
-    test_a_refused_recipient_ends_its_message_only = None
 
     def test_lets_in_who_has_the_password(self):
         self.assertEqual(call(start(self.server.port, user="ann", password="söcret"),
@@ -196,14 +183,11 @@ alias_maps =
                             "MAIL_CONFIG": self.folder, "PATH": os.environ["PATH"]}
         for name in ("bin", "queue", "queue/maildrop", "queue/public", "queue/pid"):
             os.mkdir(f"{self.folder}/{name}")
-        with open(f"{self.folder}/main.cf", "w") as file:
-            file.write(self.CONFIGURATION.format(self.folder, POSTFIX))
-        with open(f"{self.folder}/master.cf", "w") as file:
-            pass
+        self.write("main.cf", self.CONFIGURATION.format(self.folder, POSTFIX))
+        self.write("master.cf", "")
         # smtpd hands its messages to postdrop, in an environment that it cleans first.
-        with open(f"{self.folder}/bin/postdrop", "w") as file:
-            file.write(f"#!/bin/sh\nLD_LIBRARY_PATH={POSTFIX}/usr/lib/postfix "
-                       f'exec {POSTFIX}/usr/sbin/postdrop "$@"\n')
+        self.write("bin/postdrop", f"#!/bin/sh\nLD_LIBRARY_PATH={POSTFIX}/usr/lib/postfix "
+                                   f'exec {POSTFIX}/usr/sbin/postdrop "$@"\n')
         os.chmod(f"{self.folder}/bin/postdrop", 0o755)
         for path, _, _ in os.walk(self.folder):
             os.chmod(path, 0o777)
@@ -220,6 +204,10 @@ alias_maps =
         self.addCleanup(self.listener.close)
         self.server = threading.Thread(target=self.serve_one_connection, daemon=True)
         self.server.start()
+
+    def write(self, name, text):
+        with open(f"{self.folder}/{name}", "w") as file:
+            file.write(text)
 
     def serve_one_connection(self):
         connection, _ = self.listener.accept()
