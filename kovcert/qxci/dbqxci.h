@@ -4,7 +4,6 @@
 /// The way to the crypto providers: which provider serves an algorithm, loading it when it is first
 /// needed, and making objects of it.
 
-#include <atomic>
 #include <cstddef>
 #include <optional>
 
@@ -12,18 +11,12 @@
 #include "kovcert/qxci/dbqxciwrappers.h"
 #include "kovcert/qxci/encryptlevel.h"
 #include "kovcert/qxci/qxci.h"
+#include "kovcert/qxci/qxcialgorithms.h"
 #include "kovcert/qxci/qxcierror.h"
 #include "kovcert/qxci/qxcioptions.h"
 #include "utils/contain/utlist.h"
 #include "utils/utmem/utmem.h"
 #include "utils/utmem/uttext.h"
-
-struct a_qxci_algorithm;
-
-/// Set for the rest of the process by the first environment that is constructed while the variable
-/// QX_USE_QXCI_STUB is in the process's environment: everything but signatures then comes from the
-/// library of OTHER_IFACE, to try the system without real cryptography.
-extern std::atomic<bool> gUseStub;
 
 /// The environment of one owner. Init() comes before everything else; objects are deleted before
 /// Fini().
@@ -110,7 +103,7 @@ class DBQXCIEnvironment : public c_utils_base {
     /// From now on whatever would have to load FIPS_IFACE fails with QxciErrFipsDisabled.
     void disableFIPS() { _fips_disabled = true; }
 
-    /// A new mutex over the owner's callbacks, the caller's.
+    /// A new mutex over the owner's callbacks, the caller's; null when there is no memory.
     DBQXCIMutex* createMutex() const;
 
     /// Loads the provider of a slot, if it is not, and creates its environment. False with the
@@ -126,13 +119,16 @@ class DBQXCIEnvironment : public c_utils_base {
 
   private:
     template <class Key>
-    std::optional<_iface_index> _ChooseSlot(const a_qxci_algorithm* table, Key key) const;
-    template <class Key, class Entry>
-    bool _IsSupported(const a_qxci_algorithm* table, Key key, Entry a_qxci_env_iface::*entry);
-    template <class Wrapper, class Entry, class Table, class... Args>
+    bool _IsSupported(const a_qxci_algorithm* table, Key key,
+                      bool (*a_qxci_env_iface::*entry)(QXCIEnvironmentH, Key));
+    template <class Wrapper, class Table, class Entry, class... Args>
     Wrapper* _Create(std::optional<_iface_index> slot, a_dbqxci_error no_slot, Entry Table::*entry,
                      DBQXCIError* err, Args... args);
     _iface_index _PasswordSlot() const;
+    bool _CheckFips(DBQXCIError* err) const;
+    DBQXCIInterface* _LoadIfNeeded(_iface_index index, DBQXCIError* err);
+    bool _CreateProviderEnvironment(DBQXCIInterface& iface, DBQXCIError* err);
+    static void _DestroyProviderEnvironment(DBQXCIInterface& iface);
 
     UTHeap _heap;
     bool _fips_mode = false;

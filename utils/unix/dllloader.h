@@ -6,7 +6,8 @@
 /// Takes a line about what is about to be loaded.
 using a_dll_report = void (*)(const char* text);
 
-/// Has every load reported from now on; null (the default) ends that. May be called from any thread.
+/// Has every load reported from now on; null (the default) ends that. May be called from any
+/// thread.
 void ut_dll_set_report(a_dll_report report);
 
 /// Opens the library at `path` with all of its symbols bound, and none of them visible to others.

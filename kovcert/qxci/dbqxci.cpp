@@ -1,0 +1,178 @@
+#include "kovcert/qxci/dbqxci.h"
+
+#include <array>
+#include <cstdlib>
+#include <new>
+
+#include "kovcert/qxci/qxcialgorithms.h"
+#include "utils/etc/locate.h"
+
+namespace {
+
+constexpr const char* UseStubVariable = "QX_USE_QXCI_STUB";
+
+constexpr a_qxci_dll_type DllTypes[] = {
+    QXCI_DLL_BASIC,  // STATIC_IFACE
+    QXCI_DLL_RSA,   QXCI_DLL_ECC, QXCI_DLL_FIPS, QXCI_DLL_OTHER,
+};
+
+bool is_located(const char* library) {
+    std::array<char, LOCATE_MAX_PATH> path;
+    return ut_locate_file(LOCATE_LIBRARY, library, path.data(), path.size());
+}
+
+/// Gives back the parameters of a record that no provider's environment goes with.
+void free_parms(const a_qxci_callbacks& callbacks, void* context, const a_qxci_error& error) {
+    if (error.parm_list == nullptr) return;
+    for (char** parm = error.parm_list; *parm != nullptr; parm++) {
+        callbacks.free_cb(context, *parm);
+    }
+    callbacks.free_cb(context, error.parm_list);
+}
+
+}  // namespace
+
+// ---- Life ----
+
+DBQXCIEnvironment::DBQXCIEnvironment(const a_qxci_callbacks* cb, void* global_context)
+    : _qxci_callbacks(cb), _global_context(global_context) {
+    if (std::getenv(UseStubVariable) != nullptr) gUseStub = true;
+}
+
+a_qxci_result DBQXCIEnvironment::Init(bool fips, const char* component, a_qxci_user_option* options,
+                                      DBQXCIError* err) {
+    Fini();
+    _fips_mode = fips;
+    _component = ut_text(component);
+    _options = options;
+    if (fips) _fips_opt = {"FIPS", "YES", true, nullptr};
+    _dll_name_opt = ut_text(FindQXCIOption(options, "dll_name"));
+    for (DBQXCIInterface*& slot : _interfaces) slot = new DBQXCIInterface;
+    if (_loadInterface(fips ? FIPS_IFACE : STATIC_IFACE, err)) return QXCI_OK;
+    Fini();
+    return QXCI_ERROR;
+}
+
+void DBQXCIEnvironment::Fini() {
+    for (DBQXCIInterface*& slot : _interfaces) {
+        if (slot == nullptr) continue;
+        _DestroyProviderEnvironment(*slot);
+        slot->Unload();
+        slot->Release();
+        slot = nullptr;
+    }
+}
+
+DBQXCIMutex* DBQXCIEnvironment::createMutex() const {
+    return new (std::nothrow) DBQXCIMutex(*_qxci_callbacks, _global_context);
+}
+
+// ---- Providers ----
+
+bool DBQXCIEnvironment::IsECCAvailable() {
+    return is_located(QXCI_ECC_DLL_NAME);
+}
+
+bool DBQXCIEnvironment::IsRSAAvailable() {
+    return is_located(QXCI_RSA_DLL_NAME);
+}
+
+bool DBQXCIEnvironment::IsFIPSAvailable() {
+    return is_located(QXCI_FIPS_DLL_NAME) && is_located(QXCI_FIPS_COMPANION_DLL_NAME);
+}
+
+bool DBQXCIEnvironment::_loadInterface(_iface_index index, DBQXCIError* err) {
+    if (index > MAX_IFACE_INDEX) {
+        err->Set(QxciErrBadEncryptionAlgorithm);
+        return false;
+    }
+    DBQXCIInterface* const iface = _interfaces[index];
+    if (iface == nullptr) {
+        err->Set(QxciErrUnknown);
+        return false;
+    }
+    if (index == FIPS_IFACE && _fips_disabled) {
+        err->Set(QxciErrFipsDisabled);
+        return false;
+    }
+    if (iface->IsLoaded()) return true;
+    if (!iface->Load(DllTypes[index], _dll_name_opt.get(), err)) return false;
+    return _CreateProviderEnvironment(*iface, err);
+}
+
+bool DBQXCIEnvironment::_CreateProviderEnvironment(DBQXCIInterface& iface, DBQXCIError* err) {
+    if (iface._env_iface.create_func == nullptr) {
+        iface.Unload();
+        err->Set(QxciErrUnknown);
+        return false;
+    }
+    a_qxci_user_option* options = _options;
+    if (_fips_mode) {
+        _fips_opt.next = _options;
+        options = &_fips_opt;
+    }
+    a_qxci_error error = {};
+    iface._qxci_env = iface._env_iface.create_func(_qxci_callbacks, _global_context, options,
+                                                   _component.get(), &error);
+    if (iface._qxci_env != nullptr) return true;
+    err->CloneFrom(&error);
+    free_parms(*_qxci_callbacks, _global_context, error);
+    iface.Unload();
+    return false;
+}
+
+void DBQXCIEnvironment::_DestroyProviderEnvironment(DBQXCIInterface& iface) {
+    const auto destroy = iface._env_iface.destroy_func;
+    if (iface._qxci_env != nullptr && destroy != nullptr) destroy(iface._qxci_env);
+    iface._qxci_env = nullptr;
+}
+
+DBQXCIInterface* DBQXCIEnvironment::_getInterface(_iface_index index) const {
+    if (index > MAX_IFACE_INDEX || _interfaces[index] == nullptr) return nullptr;
+    _interfaces[index]->AddRef();
+    return _interfaces[index];
+}
+
+DBQXCIInterface* DBQXCIEnvironment::_LoadIfNeeded(_iface_index index, DBQXCIError* err) {
+    DBQXCIInterface* const iface = _interfaces[index];
+    const bool loaded = iface != nullptr && iface->IsLoaded();
+    return loaded || _loadInterface(index, err) ? iface : nullptr;
+}
+
+// ---- What is there ----
+
+template <class Key>
+bool DBQXCIEnvironment::_IsSupported(const a_qxci_algorithm* table, Key key,
+                                     bool (*a_qxci_env_iface::*entry)(QXCIEnvironmentH, Key)) {
+    const std::optional<_iface_index> slot = qxci_choose_slot(table, key, _fips_mode);
+    if (!slot.has_value()) return false;
+    DBQXCIError ignored;
+    const DBQXCIInterface* const iface = _LoadIfNeeded(*slot, &ignored);
+    if (iface == nullptr || !iface->IsValid()) return false;
+    const auto ask = iface->_env_iface.*entry;
+    return ask != nullptr && ask(iface->_qxci_env, key);
+}
+
+bool DBQXCIEnvironment::IsStreamAlgorithmSupported(const char* name) {
+    return _IsSupported(StreamAlgorithms, name, &a_qxci_env_iface::stream_alg_func);
+}
+
+bool DBQXCIEnvironment::IsStreamAlgorithmSupported(a_qxci_byte id) {
+    return _IsSupported(StreamAlgorithms, id, &a_qxci_env_iface::stream_alg_id_func);
+}
+
+bool DBQXCIEnvironment::IsBlockEncrypterAlgorithmSupported(const char* name) {
+    return _IsSupported(EncAlgorithms, name, &a_qxci_env_iface::block_enc_alg_func);
+}
+
+bool DBQXCIEnvironment::IsBlockEncrypterAlgorithmSupported(a_qxci_byte id) {
+    return _IsSupported(EncAlgorithms, id, &a_qxci_env_iface::block_enc_alg_id_func);
+}
+
+bool DBQXCIEnvironment::IsBlockHasherAlgorithmSupported(const char* name) {
+    return _IsSupported(HashAlgorithms, name, &a_qxci_env_iface::block_hash_alg_func);
+}
+
+bool DBQXCIEnvironment::IsBlockHasherAlgorithmSupported(a_qxci_byte id) {
+    return _IsSupported(HashAlgorithms, id, &a_qxci_env_iface::block_hash_alg_id_func);
+}

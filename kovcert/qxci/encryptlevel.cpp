@@ -1,0 +1,66 @@
+#include "kovcert/qxci/encryptlevel.h"
+
+#include "kovcert/qxci/qxcierror.h"
+#include "kovcert/qxci/qxcioptions.h"
+#include "utils/etc/utascii.h"
+
+bool a_tls_parms::Parse(const char* parms, DBQXCIError* err) {
+    a_qxci_user_option* options = nullptr;
+    if (!ParseQXCIOptionString(parms, &options, err)) return false;
+    const char* const type = FindQXCIOption(options, "tls_type");
+    const char* const fips_value = FindQXCIOption(options, "FIPS");
+    tls_type = ut_text(type != nullptr ? type : "rsa");
+    fips = fips_value != nullptr && ut_equal_nocase(fips_value, "YES");
+    FreeQXCIOptions(options);
+    return true;
+}
+
+bool c_encrypt_level::set_level(const char* algorithm, const char* parms) {
+    _level = ENCRYPT_NONE;
+    _known = false;
+    _strong = false;
+    _errorStr.reset();
+    _algorithm = ut_text(algorithm);
+    _parms = ut_text(parms);
+    if (algorithm == nullptr) return false;
+    if (ut_equal_nocase(algorithm, "tls")) return _SetTlsLevel();
+    if (ut_equal_nocase(algorithm, "none")) {
+        set_level(ENCRYPT_NONE);
+    } else if (ut_equal_nocase(algorithm, "simple")) {
+        set_level(ENCRYPT_SIMPLE);
+    } else {
+        return _Fail(algorithm);
+    }
+    return true;
+}
+
+bool c_encrypt_level::_SetTlsLevel() {
+    _strong = true;
+    a_tls_parms tls;
+    DBQXCIError err;
+    if (!tls.Parse(_parms.get(), &err)) return _Fail(err.GetParm(0));
+    if (ut_equal_nocase(tls.tls_type.get(), "rsa")) {
+        set_level(tls.fips ? ENCRYPT_RSA_TLS_FIPS : ENCRYPT_RSA_TLS);
+    } else if (ut_equal_nocase(tls.tls_type.get(), "ecc")) {
+        set_level(ENCRYPT_ECC_TLS);
+    } else {
+        return _Fail(tls.tls_type.get());
+    }
+    return true;
+}
+
+bool c_encrypt_level::_Fail(const char* text) {
+    _errorStr = ut_text(text);
+    return false;
+}
+
+void c_encrypt_level::set_level(a_encrypt_level level) {
+    _level = level;
+    _known = true;
+    _strong = level >= ENCRYPT_ECC_TLS;
+}
+
+const char* c_encrypt_level::get_level_name() const {
+    static constexpr const char* Names[] = {"none", "simple", "ecc_tls", "rsa_tls", "rsa_tls_fips"};
+    return _known ? Names[_level] : "Unknown";
+}

@@ -1,0 +1,62 @@
+#ifndef QUOREL_KOVCERT_QXCI_QXCICREATE_H
+#define QUOREL_KOVCERT_QXCI_QXCICREATE_H
+
+/// How every object of a provider is made, connections included.
+
+#include <new>
+#include <type_traits>
+
+#include "kovcert/qxci/dbqxciinterface.h"
+#include "kovcert/qxci/qxci.h"
+#include "kovcert/qxci/qxcierror.h"
+
+class DBQXCIEnvironment;
+
+/// Where an object comes from.
+struct a_qxci_source {
+    DBQXCIEnvironment* env;
+    DBQXCIInterface* iface;
+    _iface_index index;
+};
+
+/// The wrapper of a handle; null when there is no memory.
+template <class Wrapper>
+Wrapper* qxci_wrap(typename Wrapper::a_handle handle, const a_qxci_source& from) {
+    if constexpr (std::is_constructible_v<Wrapper, decltype(handle), DBQXCIEnvironment*,
+                                          DBQXCIInterface*, _iface_index>) {
+        return new (std::nothrow) Wrapper(handle, from.env, from.iface, from.index);
+    } else {
+        return new (std::nothrow) Wrapper(handle, from.env, from.iface);
+    }
+}
+
+/// Calls the provider's function `create` with `args` and an error record, and wraps the handle
+/// that comes back. Null with the reason in `err`: the provider's; QxciErrUnknown when there is no
+/// function to call.
+///
+/// The provider's record is never `err`'s own, since its parameters come from the owner's
+/// callbacks, and those of `err` from the system's allocator.
+template <class Wrapper, class Create, class... Args>
+Wrapper* qxci_create(const a_qxci_source& from, Create create, DBQXCIError* err, Args... args) {
+    if (create == nullptr) {
+        err->Set(QxciErrUnknown);
+        return nullptr;
+    }
+    a_qxci_error error = {};
+    const typename Wrapper::a_handle handle = create(args..., &error);
+    if (handle == nullptr) {
+        err->CloneFrom(&error);
+        const auto destroy = from.iface->_error_iface.destroy_func;
+        if (destroy != nullptr) destroy(from.iface->_qxci_env, &error);
+        return nullptr;
+    }
+    Wrapper* const wrapper = qxci_wrap<Wrapper>(handle, from);
+    if (wrapper == nullptr) {
+        const auto destroy = (from.iface->*Wrapper::iface).destroy_func;
+        if (destroy != nullptr) destroy(handle);
+        err->Set(QxciErrNoMemory);
+    }
+    return wrapper;
+}
+
+#endif
