@@ -130,7 +130,7 @@ class DBQXCIEnvironment : public c_utils_base {
     bool _CreateProviderEnvironment(DBQXCIInterface& iface, DBQXCIError* err);
     static void _DestroyProviderEnvironment(DBQXCIInterface& iface);
 
-    UTHeap _heap;
+    [[maybe_unused]] UTHeap _heap;
     bool _fips_mode = false;
     a_qxci_user_option _fips_opt = {};  // "FIPS" = "YES", in FIPS mode
     bool _fips_disabled = false;

@@ -61,7 +61,7 @@ class DBQXCIError : public c_utils_base {
     DBQXCIError(const DBQXCIError&) = delete;
     DBQXCIError& operator=(const DBQXCIError&) = delete;
 
-    /// Gives the record a mutex of `env`, in place of the one it had.
+    /// Gives the record a mutex of `env`, in place of the one it had; without memory for one, none.
     void createMutex(DBQXCIEnvironment* env);
 
     /// Appends a copy of `parm`; null is ignored.

@@ -220,6 +220,33 @@ TEST(Environment, validates_a_setting_and_tells_its_level) {
     }
 }
 
+TEST(EncryptLevel, takes_settings_in_any_case_and_keeps_what_is_wrong) {
+    const struct {
+        const char* algorithm;
+        const char* parms;
+        const char* name;
+        bool strong;
+        const char* error;  // null: the setting is taken
+    } table[] = {
+        {"None", nullptr, "none", false, nullptr},
+        {"SIMPLE", "x=y", "simple", false, nullptr},
+        {"Tls", "identity=a;TLS_TYPE=RSA;fips=no", "rsa_tls", true, nullptr},
+        {"tls", "fips='yes'", "rsa_tls_fips", true, nullptr},
+        {"tls", "tls_type=dh", "Unknown", true, "dh"},
+        {"tls", "tls_type='rsa", "Unknown", true, "tls_type"},
+        {"rsa_tls", nullptr, "Unknown", false, "rsa_tls"},
+    };
+    c_encrypt_level level;
+    EXPECT_STREQ(level.get_level_name(), "Unknown");
+    for (const auto& row : table) {
+        EXPECT_EQ(level.set_level(row.algorithm, row.parms), row.error == nullptr) << row.name;
+        EXPECT_STREQ(level.get_level_name(), row.name);
+        EXPECT_EQ(level.is_strong(), row.strong) << row.algorithm;
+        EXPECT_STREQ(level.get_error(), row.error);
+        EXPECT_STREQ(level.get_parms(), row.parms);
+    }
+}
+
 TEST(Environment, without_a_successful_init_has_no_slots) {
     Trial refused(true, false, "refused");
     EXPECT_EQ(refused.result, QXCI_ERROR);

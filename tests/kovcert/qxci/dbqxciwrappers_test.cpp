@@ -198,16 +198,22 @@ TEST(Wrappers, work_with_the_built_in_provider) {
     DBQXCIEnvironment env(&callbacks, nullptr);
     DBQXCIError err;
     ASSERT_EQ(env.Init(false, "test", nullptr, &err), QXCI_OK);
-    const a_qxci_byte plain[] = "sixteen and one.";
+    // FIPS 197, C.1
+    a_qxci_byte key[16];
+    a_qxci_byte plain[16];
+    for (int i = 0; i < 16; i++) {
+        key[i] = static_cast<a_qxci_byte>(i);
+        plain[i] = static_cast<a_qxci_byte>(i * 0x11);
+    }
     a_qxci_byte data[16];
     std::memcpy(data, plain, 16);
     const std::unique_ptr<DBQXCIBlockEncrypter> encrypter(
-        env.CreateBlockEncrypterWithID(QXCI_ENC_AES128, plain, 16, nullptr, &err));
+        env.CreateBlockEncrypterWithID(QXCI_ENC_AES128, key, 16, nullptr, &err));
     EXPECT_EQ(encrypter->GetAlgorithmID(), QXCI_ENC_AES128);
     EXPECT_EQ(encrypter->GetBlockSize(), 16U);
     EXPECT_EQ(encrypter->GetDLLName(), nullptr);
     EXPECT_EQ(encrypter->Encrypt(data, 16, 0), QXCI_OK);
-    EXPECT_NE(std::memcmp(data, plain, 16), 0);
+    EXPECT_EQ(std::memcmp(data, "\x69\xc4\xe0\xd8\x6a\x7b\x04\x30", 8), 0);
     EXPECT_EQ(encrypter->Decrypt(data, 16, 0), QXCI_OK);
     EXPECT_EQ(std::memcmp(data, plain, 16), 0);
     EXPECT_EQ(encrypter->Encrypt(data, 15, 0), QXCI_ERROR);
