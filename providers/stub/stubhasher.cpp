@@ -1,0 +1,73 @@
+#include "providers/stub/qxcistub.h"
+#include "providers/stub/stubmix.h"
+#include "providers/stub/stubobject.h"
+#include "providers/stub/stubtext.h"
+
+namespace {
+
+class StubHasher : public StubObject {
+  public:
+    using a_handle = QXCIBlockHasherH;
+    static constexpr StubOperation creation = StubOperation::object;
+    using StubObject::StubObject;
+
+    template <class Key>
+    a_qxci_result init(Key algorithm) {
+        _algorithm = stub_find_algorithm(stub_hashers, algorithm);
+        return _algorithm != nullptr ? QXCI_OK : fail(QxciErrBadHashAlgorithm);
+    }
+
+    a_qxci_byte algorithm_id() const { return _algorithm->id; }
+    size_t hash_size() const { return _algorithm->size; }
+
+    a_qxci_result begin() {
+        _mix = {};
+        _mix.add(&_algorithm->id, 1);
+        _begun = true;
+        return QXCI_OK;
+    }
+
+    a_qxci_result add(const a_qxci_byte* data, size_t len) {
+        if (!_begun) return fail(QxciErrInitError);
+        if (data == nullptr && len != 0) return fail(QxciErrOptionError, "data");
+        _mix.add(data, len);
+        return QXCI_OK;
+    }
+
+    a_qxci_result end(a_qxci_byte* out, size_t* out_len) {
+        if (!_begun) return fail(QxciErrInitError);
+        if (check_room(out, out_len, hash_size()) != QXCI_OK) return QXCI_ERROR;
+        _mix.end(out, hash_size());
+        _begun = false;
+        return QXCI_OK;
+    }
+
+  private:
+    const a_stub_algorithm* _algorithm = nullptr;
+    bool _begun = false;
+    StubMix _mix;
+};
+
+constexpr a_qxci_hash_iface hash_iface = {
+    .create_func = [](QXCIEnvironmentH env, const char* name,
+                      a_qxci_error* error) { return stub_create<StubHasher>(env, error, name); },
+    .create_with_id_func =
+        [](QXCIEnvironmentH env, a_qxci_byte id, a_qxci_error* error) {
+            return stub_create<StubHasher>(env, error, id);
+        },
+    .get_algorithm_id_func = stub_algorithm_id<StubHasher>,
+    .get_max_hash_size_func =
+        [](QXCIBlockHasherH hasher) { return stub_object<StubHasher>(hasher).hash_size(); },
+    .get_block_size_func = [](QXCIBlockHasherH) { return size_t{1}; },
+    .begin_hash_func = stub_work<&StubHasher::begin>,
+    .add_data_func = stub_work<&StubHasher::add>,
+    .end_hash_func = stub_work<&StubHasher::end>,
+    .get_last_error_func = stub_last_error<StubHasher>,
+    .destroy_func = stub_destroy<StubHasher>,
+};
+
+}  // namespace
+
+a_qxci_result QXCIGetBlockHasherIface(a_qxci_hash_iface* iface) {
+    return stub_fill(iface, hash_iface);
+}

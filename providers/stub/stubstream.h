@@ -1,0 +1,46 @@
+#ifndef QUOREL_PROVIDERS_STUB_STUBSTREAM_H
+#define QUOREL_PROVIDERS_STUB_STUBSTREAM_H
+
+/// Streams: the side that their connections are on.
+
+#include "providers/stub/stubobject.h"
+#include "providers/stub/stubtext.h"
+
+class StubStream : public StubObject {
+  public:
+    using a_handle = QXCIStreamH;
+    static constexpr StubOperation creation = StubOperation::stream;
+    using StubObject::StubObject;
+
+    /// `algorithm` is a name or a number.
+    template <class Key>
+    a_qxci_result init(Key algorithm) {
+        _algorithm = stub_find_algorithm(stub_streams, algorithm);
+        return _algorithm != nullptr ? QXCI_OK : fail(QxciErrBadEncryptionAlgorithm);
+    }
+
+    a_qxci_byte algorithm_id() const { return _algorithm->id; }
+    a_qxci_side side() const { return _side; }
+    bool is_started() const { return _started; }
+
+    a_qxci_result start(a_qxci_side side, a_qxci_user_option* options) {
+        if (side != QXCI_CLIENT && side != QXCI_SERVER) return fail(QxciErrOptionError, "side");
+        if (take_options(options, stub_tls_options) != QXCI_OK) return QXCI_ERROR;
+        if (play(StubOperation::init) != QXCI_OK) return QXCI_ERROR;
+        _side = side;
+        _started = true;
+        return QXCI_OK;
+    }
+
+    a_qxci_result finish() {
+        _started = false;
+        return QXCI_OK;
+    }
+
+  private:
+    const a_stub_algorithm* _algorithm = nullptr;
+    a_qxci_side _side = QXCI_CLIENT;
+    bool _started = false;
+};
+
+#endif
