@@ -117,7 +117,7 @@ extern "C" {
 enum {
     QXCI_STUB_HEADER_SIZE = 22,
     QXCI_STUB_MAX_PAYLOAD = 16384,
-    QXCI_STUB_MAX_EMPTY_READS = 500,
+    QXCI_STUB_MAX_EMPTY_READS = 200,
     QXCI_STUB_MAX_SCRIPT = 4095 /* bytes in a script for QXCIStubScript */
 };
 

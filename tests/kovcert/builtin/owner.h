@@ -21,6 +21,14 @@ class Owner {
     int live() const { return _live; }  // allocations not yet freed
     bool ran_out() const { return _allocations > _fail_at; }
 
+    /// Gives the parameters of a record back that belongs to no environment.
+    void release(a_qxci_error& error) {
+        if (error.parm_list == nullptr) return;
+        for (char** parm = error.parm_list; *parm != nullptr; parm++) free(this, *parm);
+        free(this, error.parm_list);
+        error = {};
+    }
+
     /// Text that must not be in memory that is freed.
     std::string secret;
     bool saw_secret = false;

@@ -1,0 +1,454 @@
+#include "providers/stub/qxcistub.h"
+#include "tests/kovcert/builtin/owner.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace {
+
+/// "13 7 Acme Ltd": the code, the system code if there is one, and the parameters.
+std::string describe(const a_qxci_error* error) {
+    std::string text = std::to_string(error->code);
+    if (error->system_code != 0) text += " " + std::to_string(error->system_code);
+    for (char** parm = error->parm_list; parm != nullptr && *parm != nullptr; parm++) {
+        text += std::string(" ") + *parm;
+    }
+    return text;
+}
+
+/// The provider with an environment; every allocation must be back at the end.
+class Provider {
+  public:
+    explicit Provider(const char* script = nullptr) {
+        QXCIGetEnvIface(&env_iface);
+        QXCIGetErrorIface(&error_iface);
+        QXCIGetStreamIface(&streams);
+        QXCIGetStreamConnIface(&conns);
+        QXCIGetBlockHasherIface(&hash);
+        QXCIGetBlockEncrypterIface(&enc);
+        QXCIGetPasswordHasherIface(&pw_hash);
+        QXCIGetSignatureHandlerIface(&sig);
+        Options options;
+        options.add("identity_file", "of no interest");
+        if (script != nullptr) options.add("Stub_Script", script);
+        env = env_iface.create_func(owner.callbacks(), &owner, options.head(), "test", &error);
+    }
+    ~Provider() {
+        env_iface.destroy_func(env);
+        EXPECT_EQ(owner.live(), 0);
+    }
+
+    /// Why the last creation failed; empties the record.
+    std::string creation_error() {
+        const std::string text = describe(&error);
+        error_iface.destroy_func(env, &error);
+        error = {};
+        return text;
+    }
+
+    QXCIStreamH stream(a_qxci_side side, a_qxci_user_option* options = nullptr) {
+        const QXCIStreamH made =
+            streams.create_with_id_func(env, nullptr, nullptr, QXCI_STREAM_RSA_TLS, &error);
+        if (made != nullptr && streams.init_func(made, side, options) != QXCI_OK) {
+            ADD_FAILURE() << describe(streams.get_last_error_func(made));
+        }
+        return made;
+    }
+
+    Owner owner;
+    a_qxci_error error = {};
+    a_qxci_env_iface env_iface = {};
+    a_qxci_error_iface error_iface = {};
+    a_qxci_stream_iface streams = {};
+    a_qxci_conn_iface conns = {};
+    a_qxci_hash_iface hash = {};
+    a_qxci_enc_iface enc = {};
+    a_qxci_pw_hash_iface pw_hash = {};
+    a_qxci_sig_iface sig = {};
+    QXCIEnvironmentH env = nullptr;
+};
+
+/// One end of a connection whose bytes lie in strings.
+class End {
+  public:
+    End(Provider& from, a_qxci_side side, a_qxci_user_option* options = nullptr,
+        std::string incoming = "")
+        : in(std::move(incoming)), _provider(from), _stream(from.stream(side)) {
+        conn = from.conns.create_func(_stream, &_callbacks, options, this, &from.error);
+    }
+    ~End() {
+        close();
+        _provider.streams.destroy_func(_stream);
+    }
+    void close() {
+        _provider.conns.destroy_func(conn);
+        conn = nullptr;
+    }
+
+    /// Operations and their results in words: "ok: text", "would block", "closed", "error 8".
+    std::string read(size_t len = 100) {
+        std::string text(len, '\0');
+        size_t got;
+        const auto result =
+            _provider.conns.read_func(conn, reinterpret_cast<a_qxci_byte*>(text.data()), len, &got);
+        return in_words(result, ": " + text.substr(0, got));
+    }
+    std::string write(const std::string& text) {
+        return in_words(_provider.conns.write_func(
+            conn, reinterpret_cast<const a_qxci_byte*>(text.data()), text.size()));
+    }
+    std::string flush() { return in_words(_provider.conns.flush_writes_func(conn)); }
+
+    std::string in;            // arrives when it is read
+    std::string out;           // has been sent
+    size_t at_most = 1 << 20;  // bytes in one call of read_cb
+    bool stutters = false;     // nothing arrives every other time
+    bool fails = false;        // both callbacks
+    QXCIStreamConnH conn;
+
+  private:
+    std::string in_words(a_qxci_io_result result, const std::string& data = "") {
+        switch (result) {
+        case QXCI_IO_OK:
+            return "ok" + data;
+        case QXCI_IO_WOULD_BLOCK:
+            return "would block";
+        case QXCI_IO_GRACEFUL_CLOSE:
+            return "closed";
+        default:
+            return "error " + describe(_provider.conns.get_last_error_func(conn));
+        }
+    }
+
+    static a_qxci_io_result receive(void* user_data, unsigned char* buf, unsigned len,
+                                    unsigned* got) {
+        End& end = *static_cast<End*>(user_data);
+        if (end.fails) return QXCI_IO_ERROR;
+        end._stuttered = end.stutters && !end._stuttered;
+        *got = static_cast<unsigned>(
+            end.in.copy(reinterpret_cast<char*>(buf), std::min<size_t>(len, end.at_most)));
+        if (end._stuttered || *got == 0) return QXCI_IO_WOULD_BLOCK;
+        end.in.erase(0, *got);
+        return QXCI_IO_OK;
+    }
+    static a_qxci_io_result send(void* user_data, const unsigned char* data, unsigned len) {
+        End& end = *static_cast<End*>(user_data);
+        end.out.append(reinterpret_cast<const char*>(data), len);
+        return end.fails ? QXCI_IO_ERROR : QXCI_IO_OK;
+    }
+
+    Provider& _provider;
+    const QXCIStreamH _stream;
+    bool _stuttered = false;
+    const a_qxci_conn_callbacks _callbacks = {receive, send, nullptr, nullptr, nullptr};
+};
+
+const std::string server_hello = "QXCI-STUB HELLO 00007\nserver\n";
+
+TEST(StubConn, speaks_in_plain_records) {
+    Provider provider;
+    Options options;
+    options.add("trusted_certificate", "ca.pem")
+        .add("stub_script", "")
+        .add("certificate_name", "n");
+    End client(provider, QXCI_CLIENT, options.head());
+    ASSERT_NE(client.conn, nullptr);
+    EXPECT_TRUE(options[0].used && options[1].used && options[2].used);
+    const std::string hello = "QXCI-STUB HELLO 00053\nclient\ntrusted_certificate=ca.pem\n"
+                              "certificate_name=n\n";
+    EXPECT_EQ(client.out, hello);
+    EXPECT_EQ(client.read(), "would block");
+
+    End server(provider, QXCI_SERVER, nullptr, client.out);
+    ASSERT_NE(server.conn, nullptr);
+    EXPECT_EQ(server.out, server_hello);
+    client.in = server.out + "QXCI-STUB DATA_ 00000\nQXCI-STUB DATA_ 00004\n220 ";
+    EXPECT_EQ(client.write("QUIT\r\n"), "ok");
+    EXPECT_EQ(client.write(""), "ok");
+    EXPECT_EQ(client.read(3), "ok: 220") << "an empty record is no end";
+    EXPECT_EQ(client.read(), "ok:  ") << "nor is that of a record";
+    EXPECT_EQ(client.write(std::string(16385, 'x')), "ok");
+    client.close();
+    EXPECT_EQ(client.out, hello + "QXCI-STUB DATA_ 00006\nQUIT\r\nQXCI-STUB DATA_ 16384\n" +
+                              std::string(16384, 'x') +
+                              "QXCI-STUB DATA_ 00001\nxQXCI-STUB CLOSE 00000\n");
+    server.in = client.out.substr(hello.size());
+    EXPECT_EQ(server.read(), "ok: QUIT\r\n");
+    EXPECT_EQ(server.read(20000), "ok: " + std::string(16384, 'x'));
+    EXPECT_EQ(server.read(20000), "ok: x");
+    EXPECT_EQ(server.read(), "closed");
+    EXPECT_EQ(server.write("late"), "closed");
+}
+
+TEST(StubConn, takes_what_comes_in_pieces) {
+    Provider provider;
+    End client(provider, QXCI_CLIENT);
+    client.in = server_hello + "QXCI-STUB DATA_ 00003\n250QXCI-STUB CLOSE 00000\n";
+    client.at_most = 1;
+    client.stutters = true;
+    std::string seen;
+    for (int i = 0; i < 400; i++) {
+        const std::string result = client.read();
+        if (result != "would block") seen += result + ";";
+        if (result == "closed") break;
+    }
+    EXPECT_EQ(seen, "ok: 2;ok: 5;ok: 0;closed;");
+}
+
+TEST(StubConn, refuses_what_it_does_not_expect) {
+    const std::string proto = std::to_string(EPROTO), data = "QXCI-STUB DATA_ 00001\nx";
+    const struct {
+        std::string in;
+        std::string error;  // of the read, or of creation after "creation"
+    } cases[] = {
+        {"HTTP/1.1 400 Bad Request\r\n", "creation 9 " + proto},
+        {"QXCI-STUB HELLO 00007\nclient\n", "creation 9 " + proto},
+        {"QXCI-STUB HELLO 00006\nserver", "creation 9 " + proto},
+        {"QXCI-STUB HELLO 16385\nserver\n", "creation 9 " + proto},
+        {"QXCI-STUB HELLO -0007\nserver\n", "creation 9 " + proto},
+        {"qxci-stub HELLO 00007\nserver\n", "creation 9 " + proto},
+        {data, "creation 9 " + proto},
+        {"QXCI-STUB CLOSE 00000\n", "creation 9 " + proto},
+        {server_hello + server_hello, "error 8 " + proto},
+        {server_hello + "QXCI-STUB HELL0 00007\n", "error 8 " + proto},
+        {server_hello + data, "ok: x"},
+        {"QXCI-STUB HELLO 00012\nserver\nmore\n" + data, "ok: x"},
+    };
+    for (const auto& c : cases) {
+        Provider provider;
+        End client(provider, QXCI_CLIENT, nullptr, c.in);
+        if (client.conn == nullptr) {
+            EXPECT_EQ("creation " + provider.creation_error(), c.error) << c.in;
+            continue;
+        }
+        EXPECT_EQ(client.read(), c.error) << c.in;
+        EXPECT_EQ(client.write("x"), c.error[0] == 'e' ? c.error : "ok") << "it is over";
+    }
+}
+
+TEST(StubConn, gives_up_when_nothing_comes_or_goes) {
+    Provider provider;
+    End client(provider, QXCI_CLIENT), failing(provider, QXCI_CLIENT);
+    int empty_reads = 1;  // that of creation
+    while (client.read() == "would block") empty_reads++;
+    EXPECT_EQ(empty_reads, QXCI_STUB_MAX_EMPTY_READS - 1);
+    EXPECT_EQ(client.write("x"), "error 12");
+    failing.in = server_hello;
+    EXPECT_EQ(failing.write("x"), "ok");
+    failing.fails = true;
+    EXPECT_EQ(failing.read(), "error 8");
+}
+
+TEST(StubScript, arranges_every_operation_of_a_connection) {
+    const struct {
+        const char* script;
+        const char* operations;  // r: read, w: write, f: flush
+        const char* results;
+        const char* sent;  // behind the hello
+    } cases[] = {
+        {"", "rwf", "would block;ok;ok;", "QXCI-STUB DATA_ 00004\ntextQXCI-STUB CLOSE 00000\n"},
+        {"read block; read*2 give 220 ok\\r\\n; read* close", "rrrrr",
+         "would block;ok: 220 ok\r\n;ok: 220 ok\r\n;closed;closed;", "QXCI-STUB CLOSE 00000\n"},
+        {"write fail 8,104,a b,c;write done; destroy done", "wwf", "error 8 104 a b c;ok;ok;", ""},
+        {"write*2 max 3;write* close;;flush block; flush*fail 8", "", nullptr, nullptr},
+        {"write*2 max 3;write* close;;flush block; flush* fail 8", "wwwff",
+         "would block;ok;closed;would block;error 8;",
+         "QXCI-STUB DATA_ 00003\ntexQXCI-STUB DATA_ 00001\ntQXCI-STUB CLOSE 00000\n"},
+        {"flush close; read fail 13,0,Acme Ltd; read fail 7", "frrr",
+         "closed;error 13 Acme Ltd;error 7;would block;", "QXCI-STUB CLOSE 00000\n"},
+    };
+    for (const auto& c : cases) {
+        Provider provider;
+        Options options;
+        options.add("stub_script", c.script);
+        End client(provider, QXCI_CLIENT, options.head(), server_hello);
+        if (c.results == nullptr) {
+            EXPECT_EQ(client.conn, nullptr);
+            EXPECT_EQ(provider.creation_error(), "28 stub_script");
+            continue;
+        }
+        ASSERT_NE(client.conn, nullptr) << c.script;
+        std::string results;
+        for (const char* op = c.operations; *op != '\0'; op++) {
+            results += *op == 'r'   ? client.read()
+                       : *op == 'w' ? client.write("text")
+                                    : client.flush();
+            results += ";";
+        }
+        EXPECT_EQ(results, c.results) << c.script;
+        client.close();
+        EXPECT_EQ(client.out, std::string("QXCI-STUB HELLO 00007\nclient\n") + c.sent) << c.script;
+    }
+}
+
+TEST(StubScript, arranges_the_handshake) {
+    const struct {
+        const char* script;
+        const char* results;  // of the creation and two reads of what has arrived
+        size_t sent;
+    } cases[] = {
+        {"", "made;ok: x;would block;", 29},
+        {"handshake*2 block", "made;would block;ok: x;", 29},
+        {"handshake* block", "made;would block;would block;", 0},
+        {"handshake done; read* give y", "made;ok: y;ok: y;", 0},
+        {"handshake block; handshake close", "made;closed;ok: x;", 29},
+        {"handshake close", "12", 0},
+        {"handshake fail 17", "17", 0},
+        {"handshake block; handshake fail 14,1,unit", "made;error 14 1 unit;ok: x;", 29},
+        {"conn fail 26,0,a,b", "26 a b", 0},
+        {"stream block", "28 stub_script", 0},
+    };
+    for (const auto& c : cases) {
+        Provider provider;
+        Options options;
+        options.add("stub_script", c.script);
+        End client(provider, QXCI_CLIENT, options.head(),
+                   server_hello + "QXCI-STUB DATA_ 00001\nx");
+        const bool made = client.conn != nullptr;
+        std::string results = made ? "made;" : provider.creation_error();
+        for (int i = 0; made && i < 2; i++) results += client.read() + ";";
+        EXPECT_EQ(results, c.results) << c.script;
+        EXPECT_EQ(client.out.size(), c.sent) << c.script;
+    }
+}
+
+TEST(StubScript, comes_from_the_nearest_that_has_one) {
+    Provider provider("read give env");
+    Options own, inits;
+    own.add("stub_script", "read give own");
+    inits.add("stub_script", "read give stream; init fail 5,6,7");
+    End of_own(provider, QXCI_CLIENT, own.head(), server_hello);
+    End of_env(provider, QXCI_CLIENT, nullptr, server_hello);
+    EXPECT_EQ(of_own.read(), "ok: own");
+    EXPECT_EQ(of_env.read(), "ok: env");
+
+    const QXCIStreamH stream =
+        provider.streams.create_func(provider.env, nullptr, nullptr, "ECC", &provider.error);
+    EXPECT_EQ(provider.streams.init_func(stream, QXCI_SERVER, inits.head()), QXCI_ERROR);
+    EXPECT_EQ(describe(provider.streams.get_last_error_func(stream)), "5 6 7");
+    EXPECT_EQ(provider.streams.init_func(stream, QXCI_SERVER, nullptr), QXCI_OK);
+    provider.streams.destroy_func(stream);
+
+    Provider unscripted;
+    End of_process(unscripted, QXCI_CLIENT, nullptr, server_hello);
+    ASSERT_TRUE(QXCIStubScript("read give process"));
+    EXPECT_FALSE(QXCIStubScript(std::string(QXCI_STUB_MAX_SCRIPT + 1, ' ').c_str()));
+    EXPECT_EQ(of_process.read(), "ok: process");
+    EXPECT_EQ(of_process.read(), "would block");
+    ASSERT_TRUE(QXCIStubScript("read give again"));
+    EXPECT_EQ(of_process.read(), "ok: again") << "from its start on";
+    EXPECT_TRUE(QXCIStubScript(nullptr));
+    EXPECT_EQ(of_own.read(), "would block");
+}
+
+TEST(StubScript, is_well_formed_or_refused) {
+    for (const char* good : {"", " ;; ", "read ok", "read*3   max 1 ;", "env fail 1,2,,b"}) {
+        EXPECT_TRUE(QXCIStubScript(good)) << good;
+    }
+    for (const char* bad :
+         {"read", "reads ok", "read okay", "read ok ok", "read*x ok", "read max", "read max 0",
+          "read fail", "read fail x", "read fail 0", "read fail 1,x", "read give", "read done",
+          "env block", "flush max 1", "write give x", "read ok, read ok", "close read ok"}) {
+        EXPECT_FALSE(QXCIStubScript(bad)) << bad;
+    }
+    EXPECT_FALSE(QXCIStubScript(("read give " + std::string(256, 'x')).c_str()));
+    QXCIStubScript(nullptr);
+}
+
+TEST(StubScript, makes_creations_and_operations_fail) {
+    const a_qxci_byte key[32] = {};
+    Options signing;
+    signing.add("stub_key", "k");
+    Provider provider("object fail 1,2,3; stream fail 4");
+    const auto failure = [&](const void* handle) {
+        EXPECT_EQ(handle, nullptr);
+        return provider.creation_error();
+    };
+    EXPECT_EQ(failure(provider.hash.create_func(provider.env, "MD5", &provider.error)), "1 2 3");
+    EXPECT_EQ(failure(provider.pw_hash.create_func(provider.env, &provider.error)), "1 2 3");
+    EXPECT_EQ(failure(provider.enc.create_func(provider.env, "AES256", key, 32, nullptr,
+                                               &provider.error)),
+              "1 2 3");
+    EXPECT_EQ(failure(provider.sig.create_func(provider.env, signing.head(), &provider.error)),
+              "1 2 3");
+    EXPECT_EQ(failure(provider.stream(QXCI_CLIENT)), "4");
+
+    Provider working("work fail 30,0,p");
+    const QXCIBlockHasherH hasher = working.hash.create_func(working.env, "MD5", &working.error);
+    EXPECT_EQ(working.hash.begin_hash_func(hasher), QXCI_ERROR);
+    EXPECT_EQ(describe(working.hash.get_last_error_func(hasher)), "30 p");
+    EXPECT_EQ(working.hash.begin_hash_func(hasher), QXCI_OK);
+    EXPECT_EQ(describe(working.hash.get_last_error_func(hasher)), "0");
+    working.hash.destroy_func(hasher);
+
+    Provider refused("env fail 25,0,lib.so");
+    EXPECT_EQ(refused.env, nullptr);
+    EXPECT_EQ(describe(&refused.error), "25 lib.so");
+    refused.owner.release(refused.error);
+}
+
+TEST(StubObjects, hash_encrypt_and_sign_after_a_fashion) {
+    Provider p;
+    std::string hashes[3];
+    for (std::string& hash : hashes) {
+        const QXCIBlockHasherH hasher = p.hash.create_with_id_func(p.env, QXCI_HASH_SHA1, &p.error);
+        hash.assign(p.hash.get_max_hash_size_func(hasher), '\0');
+        size_t len = hash.size();
+        a_qxci_byte* const out = reinterpret_cast<a_qxci_byte*>(hash.data());
+        const bool other = &hash == &hashes[2];
+        EXPECT_EQ(p.hash.add_data_func(hasher, out, 1), QXCI_ERROR) << "not begun";
+        p.hash.begin_hash_func(hasher);
+        p.hash.add_data_func(hasher, reinterpret_cast<const a_qxci_byte*>(other ? "b" : "a"), 1);
+        EXPECT_EQ(p.hash.end_hash_func(hasher, out, &(len = 19)), QXCI_ERROR);
+        EXPECT_EQ(len, 20u);
+        EXPECT_EQ(p.hash.end_hash_func(hasher, out, &len), QXCI_OK);
+        p.hash.destroy_func(hasher);
+    }
+    EXPECT_EQ(hashes[0], hashes[1]);
+    EXPECT_NE(hashes[0], hashes[2]);
+
+    const std::string plain(32, 'p');
+    std::string text = plain, key = "0123456789abcdefghijklmnopqrstuv";
+    a_qxci_byte* const data = reinterpret_cast<a_qxci_byte*>(text.data());
+    const QXCIBlockEncrypterH encrypter = p.enc.create_func(
+        p.env, "aes-256", reinterpret_cast<const a_qxci_byte*>(key.data()), 32, nullptr, &p.error);
+    p.enc.encrypt_func(encrypter, data, 16, 0);
+    p.enc.encrypt_func(encrypter, data + 16, 16, QXCI_ENC_CONTINUE);
+    EXPECT_NE(text.substr(0, 16), text.substr(16));
+    EXPECT_EQ(p.enc.encrypt_func(encrypter, data, 15, 0), QXCI_ERROR);
+    p.enc.decrypt_func(encrypter, data, 32, 0);
+    EXPECT_EQ(text, plain);
+    p.enc.destroy_func(encrypter);
+
+    const QXCIPasswordHasherH hasher = p.pw_hash.create_func(p.env, &p.error);
+    a_qxci_byte hash[64] = {}, again[64];
+    size_t len = sizeof hash;
+    EXPECT_EQ(p.pw_hash.hash_func(hasher, data, 5, hash, &len), QXCI_OK);
+    EXPECT_EQ(len, p.pw_hash.get_max_hash_size_func(hasher));
+    std::memcpy(again, hash, sizeof hash);
+    EXPECT_EQ(p.pw_hash.hash_func(hasher, data, 5, again, &len), QXCI_OK);
+    EXPECT_EQ(std::memcmp(hash, again, len), 0);
+    EXPECT_EQ(p.pw_hash.hash_func(hasher, data, 4, again, &len), QXCI_OK);
+    EXPECT_NE(std::memcmp(hash, again, len), 0);
+    p.pw_hash.destroy_func(hasher);
+
+    Options options;
+    options.add("stub_key", "k");
+    const QXCISignatureHandlerH signer = p.sig.create_func(p.env, options.head(), &p.error);
+    char signature[32];
+    len = sizeof signature;
+    EXPECT_EQ(p.sig.create_connsig_func(signer, "ab", "c", signature, &len), QXCI_OK);
+    bool ok[3] = {};
+    p.sig.verify_connsig_func(signer, "ab", "c", signature, &ok[0]);
+    p.sig.verify_connsig_func(signer, "a", "bc", signature, &ok[1]);
+    p.sig.verify_dbsig_func(signer, "ab", "c", "", signature, &ok[2]);
+    EXPECT_TRUE(ok[0] && !ok[1] && !ok[2]);
+    p.sig.destroy_func(signer);
+    EXPECT_EQ(p.sig.create_func(p.env, nullptr, &p.error), nullptr);
+    EXPECT_EQ(p.creation_error(), "29");
+}
+
+}  // namespace
