@@ -1,0 +1,118 @@
+#include "kovcert/qxci/dbqxci.h"
+#include "tests/kovcert/builtin/owner.h"
+#include "tests/utils/dss/dsakeys.h"
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <memory>
+
+namespace {
+
+/// A peer that says nothing and takes everything.
+constexpr a_qxci_conn_callbacks silent_peer = {
+    [](void*, unsigned char*, unsigned, unsigned*) {
+        return a_qxci_io_result{QXCI_IO_WOULD_BLOCK};
+    },
+    [](void*, const unsigned char*, unsigned) { return a_qxci_io_result{QXCI_IO_OK}; }, nullptr,
+    nullptr, nullptr};
+
+/// Creates an object; false when it could not be created, and then `error` says why.
+using a_creation = std::function<bool(DBQXCIEnvironment&, DBQXCIError& error)>;
+
+template <class Object>
+bool created(Object* object) {
+    const std::unique_ptr<Object> owner(object);
+    return object != nullptr;
+}
+
+const a_qxci_byte key[32] = {};
+
+bool create_connection(DBQXCIEnvironment& env, DBQXCIError& error) {
+    Options for_stream, for_conn;
+    for_stream.add("stub_script", "conn ok");
+    for_conn.add("stub_script", "read* block").add("certificate_name", "localhost");
+    const std::unique_ptr<DBQXCIStream> stream(
+        env.CreateStreamWithID(nullptr, nullptr, QXCI_STREAM_RSA_TLS, &error));
+    if (stream == nullptr) return false;
+    if (stream->Init(QXCI_CLIENT, for_stream.head()) != QXCI_OK) {
+        error.CloneFrom(stream->GetLastError());
+        return false;
+    }
+    return created(stream->CreateConn(&silent_peer, for_conn.head(), nullptr, &error));
+}
+
+bool create_signer(DBQXCIEnvironment& env, DBQXCIError& error) {
+    const a_dsa_key& dsa = dsa_key_1024;
+    Options options;
+    options.add("dsa_p", dsa.p).add("dsa_q", dsa.q).add("dsa_g", dsa.g).add("dsa_y", dsa.y);
+    return created(env.CreateSignatureHandler(options.head(), &error));
+}
+
+/// Fails however much memory there is, with parameters, which may not get through.
+bool fail_with_parameters(DBQXCIEnvironment& env, DBQXCIError& error) {
+    Options options;
+    options.add("no_option", "");
+    EXPECT_FALSE(created(env.CreateBlockEncrypter("AES", key, 16, options.head(), &error)));
+    if (error.getErrorCode() != QxciErrBadOption) return false;
+    const char* const parm = error.GetParm(0);
+    EXPECT_TRUE(parm == nullptr || std::string(parm) == "no_option");
+    error.Clear();
+    return true;
+}
+
+const struct {
+    const char* what;
+    bool from_stub;
+    unsigned allocations;  // at least, the environments' included
+    a_creation create;
+} cases[] = {
+    {"environment", true, 2,
+     [](auto& env, auto& e) { return env._loadInterface(OTHER_IFACE, &e); }},
+    {"stream", true, 3,
+     [](auto& env, auto& e) { return created(env.CreateStream(nullptr, nullptr, "rsa", &e)); }},
+    {"connection", true, 6, create_connection},
+    {"encrypter", false, 2,
+     [](auto& env, auto& e) {
+         return created(env.CreateBlockEncrypterWithID(4, key, 32, nullptr, &e));
+     }},
+    {"hasher", false, 2,
+     [](auto& env, auto& e) { return created(env.CreateBlockHasher("SHA1", &e)); }},
+    {"password hasher", false, 2,
+     [](auto& env, auto& e) { return created(env.CreatePasswordHasher(&e)); }},
+    {"signature handler", false, 2, create_signer},
+    {"encrypter of the stub", true, 3,
+     [](auto& env, auto& e) {
+         return created(env.CreateBlockEncrypter("AES", key, 16, nullptr, &e));
+     }},
+    {"failure", false, 4, fail_with_parameters},
+    {"failure of the stub", true, 5, fail_with_parameters},
+};
+
+/// Runs a creation with an owner whose allocation number `fail_at` fails; true: it did not get
+/// there.
+bool has_enough(const a_creation& create, int fail_at) {
+    Owner owner(fail_at);
+    DBQXCIError error;
+    bool good;
+    {
+        DBQXCIEnvironment env(owner.callbacks(), &owner);
+        good = env.Init(false, "test", nullptr, &error) == QXCI_OK && create(env, error);
+    }
+    EXPECT_EQ(owner.live(), 0) << "leaked after allocation " << fail_at;
+    EXPECT_EQ(error.getErrorCode(), unsigned{good ? QxciErrOK : QxciErrNoMemory}) << fail_at;
+    EXPECT_TRUE(good || owner.ran_out());
+    return !owner.ran_out();
+}
+
+TEST(Allocation, that_fails_ends_a_creation_and_nothing_else) {
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        gUseStub = c.from_stub;
+        unsigned allocations = 0;
+        while (!has_enough(c.create, static_cast<int>(allocations))) allocations++;
+        EXPECT_GE(allocations, c.allocations);
+        gUseStub = false;
+    }
+}
+
+}  // namespace
