@@ -7,98 +7,48 @@
 #include "utils/digest/utdigest.h"
 #include "utils/dss/utdsa.h"
 
-#include <functional>
 #include <gtest/gtest.h>
-#include <vector>
 
 namespace {
-
-/// The provider with an environment of its own; every allocation must be back at the end.
-class Provider {
-  public:
-    explicit Provider(int fail_at = INT_MAX) : owner(fail_at) {
-        EXPECT_EQ(QXCIGetEnvIface(&env_iface), QXCI_OK);
-        EXPECT_EQ(QXCIGetErrorIface(&error_iface), QXCI_OK);
-        EXPECT_EQ(QXCIGetBlockHasherIface(&hash), QXCI_OK);
-        EXPECT_EQ(QXCIGetBlockEncrypterIface(&enc), QXCI_OK);
-        EXPECT_EQ(QXCIGetPasswordHasherIface(&pw_hash), QXCI_OK);
-        EXPECT_EQ(QXCIGetSignatureHandlerIface(&sig), QXCI_OK);
-        env = env_iface.create_func(owner.callbacks(), &owner, nullptr, "test", &error);
-    }
-    ~Provider() {
-        if (env != nullptr) error_iface.destroy_func(env, &error);
-        env_iface.destroy_func(env);
-        EXPECT_EQ(owner.live(), 0);
-    }
-    Provider(const Provider&) = delete;
-    Provider& operator=(const Provider&) = delete;
-
-    /// The code and first parameter of the last failed creation as "28 iv"; empties the record.
-    std::string creation_error() {
-        const std::string text = describe(&error);
-        error_iface.destroy_func(env, &error);
-        error = {};
-        return text;
-    }
-
-    static std::string describe(const a_qxci_error* error) {
-        std::string text = std::to_string(error->code);
-        if (error->parm_list != nullptr && error->parm_list[0] != nullptr) {
-            text += " ";
-            text += error->parm_list[0];
-        }
-        return text;
-    }
-
-    Owner owner;
-    a_qxci_error error = {};
-    QXCIEnvironmentH env;
-    a_qxci_env_iface env_iface = {};
-    a_qxci_error_iface error_iface = {};
-    a_qxci_hash_iface hash = {};
-    a_qxci_enc_iface enc = {};
-    a_qxci_pw_hash_iface pw_hash = {};
-    a_qxci_sig_iface sig = {};
-};
 
 TEST(BuiltinEnv, knows_its_algorithms_by_name_and_number) {
     Provider provider;
     const a_qxci_env_iface& iface = provider.env_iface;
+    const struct {
+        const char* kind;
+        bool (*has_name)(QXCIEnvironmentH env, const char* name);
+        bool (*has_id)(QXCIEnvironmentH env, a_qxci_byte id);
+    } kinds[] = {
+        {"enc ", iface.block_enc_alg_func, iface.block_enc_alg_id_func},
+        {"hash ", iface.block_hash_alg_func, iface.block_hash_alg_id_func},
+        {"pw ", iface.pw_hash_alg_func, iface.pw_hash_alg_id_func},
+        {"stream ", iface.stream_alg_func, iface.stream_alg_id_func},
+    };
     std::string known;
-    for (const char* name : {"aes_128", "Aes-256", "sha-256", "SHA_1", "md5", "crc",
-                             "PBKDF2-SHA256", "AES_FIPS", "AES1", "AE", "", "rsa"}) {
-        if (iface.block_enc_alg_func(provider.env, name)) known += std::string("enc ") + name + " ";
-        if (iface.block_hash_alg_func(provider.env, name))
-            known += std::string("hash ") + name + " ";
-        if (iface.pw_hash_alg_func(provider.env, name)) known += std::string("pw ") + name + " ";
-        if (iface.stream_alg_func(provider.env, name)) known += std::string("stream ") + name + " ";
+    for (const auto& [kind, has_name, has_id] : kinds) {
+        for (const char* name : {"aes_128", "Aes-256", "sha-256", "SHA_1", "md5", "crc",
+                                 "PBKDF2-SHA256", "AES_FIPS", "AES1", "AE", "", "rsa"}) {
+            if (has_name(provider.env, name)) known += std::string(kind) + name + " ";
+        }
+        for (int id = 0; id < 256; id++) {
+            if (has_id(provider.env, static_cast<a_qxci_byte>(id)))
+                known += kind + std::to_string(id) + " ";
+        }
+        EXPECT_FALSE(has_name(provider.env, nullptr));
     }
-    EXPECT_EQ(known, "enc aes_128 enc Aes-256 hash sha-256 hash SHA_1 hash md5 hash crc "
-                     "pw PBKDF2-SHA256 ");
-    EXPECT_FALSE(iface.block_enc_alg_func(provider.env, nullptr));
-    known.clear();
-    for (int number = 0; number < 256; number++) {
-        const a_qxci_byte id = static_cast<a_qxci_byte>(number);
-        if (iface.block_enc_alg_id_func(provider.env, id))
-            known += "enc " + std::to_string(id) + " ";
-        if (iface.block_hash_alg_id_func(provider.env, id))
-            known += "hash " + std::to_string(id) + " ";
-        if (iface.pw_hash_alg_id_func(provider.env, id)) known += "pw " + std::to_string(id) + " ";
-        if (iface.stream_alg_id_func(provider.env, id))
-            known += "stream " + std::to_string(id) + " ";
-    }
-    EXPECT_EQ(known, "hash 1 pw 1 enc 2 hash 3 enc 4 hash 5 hash 6 ");
+    EXPECT_EQ(known, "enc aes_128 enc Aes-256 enc 2 enc 4 hash sha-256 hash SHA_1 hash md5 "
+                     "hash crc hash 1 hash 3 hash 5 hash 6 pw PBKDF2-SHA256 pw 1 ");
 }
 
 TEST(BuiltinEnv, needs_memory_callbacks) {
-    Provider provider;
     const a_qxci_callbacks none = {};
+    a_qxci_env_iface iface;
+    QXCIGetEnvIface(&iface);
     for (const a_qxci_callbacks* callbacks :
          {&none, static_cast<const a_qxci_callbacks*>(nullptr)}) {
         a_qxci_error error = {};
-        const auto create = provider.env_iface.create_func;
-        EXPECT_EQ(create(callbacks, nullptr, nullptr, nullptr, &error), nullptr);
-        EXPECT_EQ(Provider::describe(&error), "7");
+        EXPECT_EQ(iface.create_func(callbacks, nullptr, nullptr, nullptr, &error), nullptr);
+        EXPECT_EQ(describe(&error), "7");
     }
     EXPECT_EQ(QXCIGetEnvIface(nullptr), QXCI_ERROR);
 }
@@ -108,36 +58,60 @@ TEST(BuiltinError, keeps_the_first_error_or_the_last) {
     a_qxci_error* const error = &provider.error;
     _QXCIError_SetError(error, provider.env, QxciErrIOError, 5, "disk");
     _QXCIError_SetErrorIfOK(error, provider.env, QxciErrBadOption, "later");
-    EXPECT_EQ(Provider::describe(error), "8 disk");
-    EXPECT_EQ(error->system_code, 5u);
-    EXPECT_EQ(error->parm_list[1], nullptr);
+    EXPECT_EQ(describe(error), "8 5 disk");
     _QXCIError_SetError(error, provider.env, QxciErrBadOption, "later");
-    EXPECT_EQ(Provider::describe(error), "23 later");
-    EXPECT_EQ(error->system_code, 0u);
+    EXPECT_EQ(describe(error), "23 later");
     _QXCIError_SetError(error, provider.env, QxciErrKeyMissing, nullptr);
     EXPECT_EQ(error->parm_list, nullptr);
 }
 
 TEST(BuiltinError, clones_the_whole_list_even_an_empty_one) {
-    Provider provider;
     char one[] = "one", two[] = "two";
     char* parms[] = {one, two, nullptr};
     const a_qxci_error source = {26, 2, parms}, empty = {26, 2, parms + 2};
+    const char* const results[] = {"26 2", "26 2", "26 2 one", "26 2 one two"};
+    for (int fail_at = 1; fail_at <= 4; fail_at++) {  // the list, "one", "two", nothing
+        Provider provider(fail_at);
+        _QXCIError_Clone(provider.env, &provider.error, &source);
+        EXPECT_EQ(describe(&provider.error), results[fail_at - 1]);
+    }
+    Provider provider;
     a_qxci_error copy = {};
-    _QXCIError_Clone(provider.env, &copy, &source);
-    one[0] = 'O';
-    EXPECT_STREQ(copy.parm_list[0], "one");
-    EXPECT_STREQ(copy.parm_list[1], "two");
-    EXPECT_EQ(copy.parm_list[2], nullptr);
-    EXPECT_EQ(copy.system_code, 2u);
     _QXCIError_Clone(provider.env, &copy, &empty);
     ASSERT_NE(copy.parm_list, nullptr);
     EXPECT_EQ(copy.parm_list[0], nullptr);
     QXCIError_Destroy(provider.env, &copy);
     EXPECT_EQ(copy.code, 26u) << "the fields are left as they are";
     _QXCIError_Clear(&copy);
-    EXPECT_EQ(copy.code, 0u);
+    EXPECT_EQ(describe(&copy), "0");
 }
+
+/// An object of the provider, and its operations: "ok" or the error as "28 iv".
+template <class Iface, class Handle>
+class Object {
+  public:
+    Object(const Iface& iface, Handle handle) : _iface(iface), _handle(handle) {}
+    ~Object() { _iface.destroy_func(_handle); }
+    Object(const Object&) = delete;
+    Object& operator=(const Object&) = delete;
+
+    bool created() const { return _handle != nullptr; }
+    std::string last_error() const { return describe(_iface.get_last_error_func(_handle)); }
+    template <class Function, class... Args>
+    auto ask(Function Iface::*entry, Args... args) const {
+        return (_iface.*entry)(_handle, args...);
+    }
+    template <class Function, class... Args>
+    std::string does(Function Iface::*entry, Args... args) const {
+        return ask(entry, args...) == QXCI_OK ? "ok" : last_error();
+    }
+
+  private:
+    const Iface& _iface;
+    const Handle _handle;
+};
+
+using Hash = a_qxci_hash_iface;
 
 TEST(BuiltinBlockHasher, hashes_with_every_algorithm) {
     const struct {
@@ -151,59 +125,53 @@ TEST(BuiltinBlockHasher, hashes_with_every_algorithm) {
         {"MD5", 5, 64, "900150983cd24fb0d6963f7d28e17f72"},
         {"crc", 6, 1, "352441c2"},
     };
+    Provider provider;
     for (const auto& known : cases) {
-        Provider provider;
-        const a_qxci_hash_iface& iface = provider.hash;
-        for (const QXCIBlockHasherH hasher :
-             {iface.create_func(provider.env, known.name, &provider.error),
-              iface.create_with_id_func(provider.env, known.id, &provider.error)}) {
-            ASSERT_NE(hasher, nullptr);
+        for (const QXCIBlockHasherH handle :
+             {provider.hash.create_func(provider.env, known.name, &provider.error),
+              provider.hash.create_with_id_func(provider.env, known.id, &provider.error)}) {
+            const Object hasher(provider.hash, handle);
+            ASSERT_TRUE(hasher.created());
             std::string out(40, '\0');
             size_t len = out.size();
-            EXPECT_EQ(iface.begin_hash_func(hasher), QXCI_OK);
-            EXPECT_EQ(iface.add_data_func(hasher, bytes_of("dropped"), 7), QXCI_OK);
-            EXPECT_EQ(iface.begin_hash_func(hasher), QXCI_OK);
-            EXPECT_EQ(iface.add_data_func(hasher, bytes_of("a"), 1), QXCI_OK);
-            EXPECT_EQ(iface.add_data_func(hasher, nullptr, 0), QXCI_OK);
-            EXPECT_EQ(iface.add_data_func(hasher, bytes_of("bc"), 2), QXCI_OK);
-            EXPECT_EQ(iface.end_hash_func(hasher, bytes_of(out), &len), QXCI_OK);
+            hasher.ask(&Hash::begin_hash_func);
+            hasher.ask(&Hash::add_data_func, bytes_of("dropped"), 7);
+            hasher.ask(&Hash::begin_hash_func);
+            hasher.ask(&Hash::add_data_func, bytes_of("a"), 1);
+            hasher.ask(&Hash::add_data_func, nullptr, 0);
+            hasher.ask(&Hash::add_data_func, bytes_of("bc"), 2);
+            EXPECT_EQ(hasher.does(&Hash::end_hash_func, bytes_of(out), &len), "ok");
             EXPECT_EQ(to_hex(out.substr(0, len)), known.hash_of_abc);
-            EXPECT_EQ(len, iface.get_max_hash_size_func(hasher));
-            EXPECT_EQ(iface.get_block_size_func(hasher), known.block_size);
-            EXPECT_EQ(iface.get_algorithm_id_func(hasher), known.id);
-            iface.destroy_func(hasher);
+            EXPECT_EQ(hasher.ask(&Hash::get_max_hash_size_func), len);
+            EXPECT_EQ(hasher.ask(&Hash::get_block_size_func), known.block_size);
+            EXPECT_EQ(hasher.ask(&Hash::get_algorithm_id_func), known.id);
         }
     }
 }
 
 TEST(BuiltinBlockHasher, reports_misuse) {
     Provider provider;
-    const a_qxci_hash_iface& iface = provider.hash;
-    EXPECT_EQ(iface.create_func(provider.env, "SHA3", &provider.error), nullptr);
-    EXPECT_EQ(provider.creation_error(), "22");
-    EXPECT_EQ(iface.create_func(provider.env, nullptr, &provider.error), nullptr);
-    EXPECT_EQ(provider.creation_error(), "22");
-    EXPECT_EQ(iface.create_with_id_func(provider.env, 2, nullptr), nullptr);
+    for (const char* name : {"SHA3", static_cast<const char*>(nullptr)}) {
+        EXPECT_EQ(provider.hash.create_func(provider.env, name, &provider.error), nullptr);
+        EXPECT_EQ(provider.creation_error(), "22");
+    }
+    EXPECT_EQ(provider.hash.create_with_id_func(provider.env, 2, nullptr), nullptr);
 
-    const QXCIBlockHasherH hasher = iface.create_func(provider.env, "SHA1", &provider.error);
-    const auto last_error = [&] { return Provider::describe(iface.get_last_error_func(hasher)); };
+    const Object hasher(provider.hash,
+                        provider.hash.create_func(provider.env, "SHA1", &provider.error));
     std::string out(20, '\0');
     size_t len = 19;
-    EXPECT_EQ(last_error(), "0");
-    EXPECT_EQ(iface.add_data_func(hasher, bytes_of("abc"), 3), QXCI_ERROR);
-    EXPECT_EQ(last_error(), "7") << "not begun";
-    EXPECT_EQ(iface.begin_hash_func(hasher), QXCI_OK);
-    EXPECT_EQ(last_error(), "0") << "an operation forgets the error before it";
-    EXPECT_EQ(iface.add_data_func(hasher, bytes_of("abc"), 3), QXCI_OK);
-    EXPECT_EQ(iface.end_hash_func(hasher, bytes_of(out), &len), QXCI_ERROR);
-    EXPECT_EQ(last_error(), "28 out_len");
+    EXPECT_EQ(hasher.last_error(), "0");
+    EXPECT_EQ(hasher.does(&Hash::add_data_func, bytes_of("abc"), 3), "7") << "not begun";
+    hasher.ask(&Hash::begin_hash_func);
+    EXPECT_EQ(hasher.last_error(), "0") << "an operation forgets the error before it";
+    hasher.ask(&Hash::add_data_func, bytes_of("abc"), 3);
+    EXPECT_EQ(hasher.does(&Hash::end_hash_func, bytes_of(out), &len), "28 out_len");
     EXPECT_EQ(len, 20u) << "the room needed";
-    EXPECT_EQ(iface.end_hash_func(hasher, bytes_of(out), &len), QXCI_OK) << "nothing was lost";
+    EXPECT_EQ(hasher.does(&Hash::end_hash_func, bytes_of(out), &len), "ok") << "nothing was lost";
     EXPECT_EQ(to_hex(out), "a9993e364706816aba3e25717850c26c9cd0d89d");
-    EXPECT_EQ(iface.end_hash_func(hasher, bytes_of(out), &len), QXCI_ERROR);
-    EXPECT_EQ(last_error(), "7") << "ended";
-    iface.destroy_func(hasher);
-    iface.destroy_func(nullptr);
+    EXPECT_EQ(hasher.does(&Hash::end_hash_func, bytes_of(out), &len), "7") << "ended";
+    provider.hash.destroy_func(nullptr);
 }
 
 const std::string key_128 = from_hex("2b7e151628aed2a6abf7158809cf4f3c");
@@ -213,47 +181,38 @@ const char* const known_iv = "000102030405060708090A0B0C0D0E0F";
 const char* const two_blocks_encrypted =
     "7649abac8119b246cee98e9b12e9197d5086cb9b507219ee95db113a917678b2";
 
+using Enc = a_qxci_enc_iface;
+
 TEST(BuiltinBlockEncrypter, encrypts_in_cbc_mode_from_the_given_vector) {
     Provider provider;
-    const a_qxci_enc_iface& iface = provider.enc;
     Options options;
     options.add("IV", known_iv);
-    const QXCIBlockEncrypterH encrypter = iface.create_func(
-        provider.env, "AES-128", bytes_of(key_128), 16, options.head(), &provider.error);
-    ASSERT_NE(encrypter, nullptr);
+    const Object encrypter(provider.enc,
+                           provider.enc.create_func(provider.env, "AES-128", bytes_of(key_128), 16,
+                                                    options.head(), &provider.error));
+    ASSERT_TRUE(encrypter.created());
     EXPECT_TRUE(options[0].used);
-    EXPECT_EQ(iface.get_algorithm_id_func(encrypter), 2);
-    EXPECT_EQ(iface.get_block_size_func(encrypter), 16u);
-    for (int round = 0; round < 2; round++) {  // a message of its own every time
-        std::string data = two_blocks;
-        EXPECT_EQ(iface.encrypt_func(encrypter, bytes_of(data), 32, 0), QXCI_OK);
-        EXPECT_EQ(to_hex(data), two_blocks_encrypted);
-        EXPECT_EQ(iface.decrypt_func(encrypter, bytes_of(data), 32, 0), QXCI_OK);
-        EXPECT_EQ(data, two_blocks);
+    EXPECT_EQ(encrypter.ask(&Enc::get_algorithm_id_func), 2);
+    EXPECT_EQ(encrypter.ask(&Enc::get_block_size_func), 16u);
+    for (const size_t first : {32, 0, 16}) {  // one message in one or two calls
+        std::string data = two_blocks, copy = from_hex(two_blocks_encrypted);
+        const unsigned more = QXCI_ENC_CONTINUE;
+        encrypter.ask(&Enc::encrypt_func, bytes_of(data), first, 0u);
+        encrypter.ask(&Enc::decrypt_func, bytes_of(copy), first, 0u);
+        encrypter.ask(&Enc::encrypt_func, bytes_of(data) + first, 32 - first, more);
+        encrypter.ask(&Enc::decrypt_func, bytes_of(copy) + first, 32 - first, more);
+        EXPECT_EQ(to_hex(data), two_blocks_encrypted) << first;
+        EXPECT_EQ(copy, two_blocks) << first;
     }
-    // One message in two calls, each direction with a chain of its own.
-    std::string data = two_blocks, copy = from_hex(two_blocks_encrypted);
-    EXPECT_EQ(iface.encrypt_func(encrypter, bytes_of(data), 16, 0), QXCI_OK);
-    EXPECT_EQ(iface.decrypt_func(encrypter, bytes_of(copy), 16, 0), QXCI_OK);
-    EXPECT_EQ(iface.encrypt_func(encrypter, bytes_of(data) + 16, 16, QXCI_ENC_CONTINUE), QXCI_OK);
-    EXPECT_EQ(iface.decrypt_func(encrypter, bytes_of(copy) + 16, 16, QXCI_ENC_CONTINUE), QXCI_OK);
-    EXPECT_EQ(to_hex(data), two_blocks_encrypted);
-    EXPECT_EQ(copy, two_blocks);
-    iface.destroy_func(encrypter);
-}
-
-TEST(BuiltinBlockEncrypter, starts_from_zero_without_a_vector) {
-    Provider provider;
+    // Without a vector, and without anything to continue.
     const std::string key =
         from_hex("000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f");
-    const QXCIBlockEncrypterH encrypter = provider.enc.create_with_id_func(
-        provider.env, QXCI_ENC_AES256, bytes_of(key), 32, nullptr, &provider.error);
-    ASSERT_NE(encrypter, nullptr);
+    const Object from_zero(
+        provider.enc, provider.enc.create_with_id_func(provider.env, QXCI_ENC_AES256, bytes_of(key),
+                                                       32, nullptr, &provider.error));
     std::string data = from_hex("00112233445566778899aabbccddeeff");
-    const unsigned nothing_to_continue = QXCI_ENC_CONTINUE;
-    provider.enc.encrypt_func(encrypter, bytes_of(data), 16, nothing_to_continue);
+    from_zero.ask(&Enc::encrypt_func, bytes_of(data), 16, unsigned{QXCI_ENC_CONTINUE});
     EXPECT_EQ(to_hex(data), "8ea2b7ca516745bfeafc49904b496089");
-    provider.enc.destroy_func(encrypter);
 }
 
 TEST(BuiltinBlockEncrypter, reports_what_it_cannot_use) {
@@ -293,39 +252,30 @@ TEST(BuiltinBlockEncrypter, reports_what_it_cannot_use) {
               nullptr);
     EXPECT_EQ(provider.creation_error(), "29");
 
-    const QXCIBlockEncrypterH encrypter =
-        iface.create_func(provider.env, "AES", bytes_of(key), 16, nullptr, &provider.error);
-    const auto last_error = [&] {
-        return Provider::describe(iface.get_last_error_func(encrypter));
-    };
+    const Object encrypter(
+        iface, iface.create_func(provider.env, "AES", bytes_of(key), 16, nullptr, &provider.error));
     std::string data(33, 'd');
-    for (const size_t len : {1, 15, 17, 33}) {
-        EXPECT_EQ(iface.encrypt_func(encrypter, bytes_of(data), len, 0), QXCI_ERROR);
-        EXPECT_EQ(last_error(), "28 len");
-        EXPECT_EQ(iface.decrypt_func(encrypter, bytes_of(data), len, 0), QXCI_ERROR);
+    for (const auto entry : {&Enc::encrypt_func, &Enc::decrypt_func}) {
+        for (const size_t len : {1, 15, 17, 33}) {
+            EXPECT_EQ(encrypter.does(entry, bytes_of(data), len, 0u), "28 len");
+        }
+        EXPECT_EQ(encrypter.does(entry, bytes_of(data), 16, 2u), "23 flags");
+        EXPECT_EQ(encrypter.does(entry, nullptr, 16, 0u), "28 data");
+        EXPECT_EQ(encrypter.does(entry, nullptr, 0, 0u), "ok");
     }
-    EXPECT_EQ(iface.encrypt_func(encrypter, bytes_of(data), 16, 2), QXCI_ERROR);
-    EXPECT_EQ(last_error(), "23 flags");
-    EXPECT_EQ(iface.decrypt_func(encrypter, nullptr, 16, 0), QXCI_ERROR);
-    EXPECT_EQ(last_error(), "28 data");
     EXPECT_EQ(data, std::string(33, 'd'));
-    EXPECT_EQ(iface.encrypt_func(encrypter, nullptr, 0, 0), QXCI_OK);
-    iface.destroy_func(encrypter);
 }
 
 /// Hashes with what is in `out`; the text, or the error.
 std::string hash_password(Provider& provider, const std::string& password, std::string out,
                           size_t room) {
-    const QXCIPasswordHasherH hasher = provider.pw_hash.create_func(provider.env, &provider.error);
+    const Object hasher(provider.pw_hash,
+                        provider.pw_hash.create_func(provider.env, &provider.error));
     out.resize(room);
     size_t len = room;
-    const a_qxci_result result = provider.pw_hash.hash_func(hasher, bytes_of(password),
-                                                            password.size(), bytes_of(out), &len);
-    std::string text = result == QXCI_OK
-                           ? out.substr(0, len)
-                           : Provider::describe(provider.pw_hash.get_last_error_func(hasher));
-    provider.pw_hash.destroy_func(hasher);
-    return text;
+    const std::string result = hasher.does(&a_qxci_pw_hash_iface::hash_func, bytes_of(password),
+                                           password.size(), bytes_of(out), &len);
+    return result == "ok" ? out.substr(0, len) : result;
 }
 
 const std::string stored_salt = "000102030405060708090a0b0c0d0e0f";
@@ -394,48 +344,38 @@ Options& add_domain(Options& options, const a_dsa_key& key) {
     return options.add("dsa_p", key.p).add("dsa_q", key.q).add("dsa_g", key.g);
 }
 
-/// A handler, and its operations on std::string; "error <code>" for a failed one.
-class Handler {
+/// A handler, and its operations on std::string; the error for a failed one.
+class Handler : public Object<a_qxci_sig_iface, QXCISignatureHandlerH> {
+    using Sig = a_qxci_sig_iface;
+
   public:
     Handler(Provider& provider, Options& options)
-        : _sig(provider.sig),
-          _handle(_sig.create_func(provider.env, options.head(), &provider.error)) {}
-    ~Handler() { _sig.destroy_func(_handle); }
-    Handler(const Handler&) = delete;
-    Handler& operator=(const Handler&) = delete;
-
-    bool created() const { return _handle != nullptr; }
-    std::string error() const {
-        return "error " + Provider::describe(_sig.get_last_error_func(_handle));
-    }
+        : Object(provider.sig,
+                 provider.sig.create_func(provider.env, options.head(), &provider.error)) {}
 
     std::string sign(const char* a, const char* b, const char* c, size_t room = 200) const {
         std::string out(room, '\0');
-        if (_sig.create_dbsig_func(_handle, a, b, c, out.data(), &room) != QXCI_OK) return error();
-        return out.substr(0, room - 1);
+        const std::string result = does(&Sig::create_dbsig_func, a, b, c, out.data(), &room);
+        return result == "ok" ? out.substr(0, room - 1) : result;
     }
     std::string sign(const char* a, const char* b, size_t room = 200) const {
         std::string out(room, '\0');
-        if (_sig.create_connsig_func(_handle, a, b, out.data(), &room) != QXCI_OK) return error();
-        return out.substr(0, room - 1);
+        const std::string result = does(&Sig::create_connsig_func, a, b, out.data(), &room);
+        return result == "ok" ? out.substr(0, room - 1) : result;
     }
     bool verify(const char* a, const char* b, const char* c, const std::string& sig) const {
         bool ok = true;
-        EXPECT_EQ(_sig.verify_dbsig_func(_handle, a, b, c, sig.c_str(), &ok), QXCI_OK);
+        EXPECT_EQ(does(&Sig::verify_dbsig_func, a, b, c, sig.c_str(), &ok), "ok");
         return ok;
     }
     bool verify(const char* a, const char* b, const std::string& sig) const {
         bool ok = true;
-        EXPECT_EQ(_sig.verify_connsig_func(_handle, a, b, sig.c_str(), &ok), QXCI_OK);
+        EXPECT_EQ(does(&Sig::verify_connsig_func, a, b, sig.c_str(), &ok), "ok");
         return ok;
     }
-    a_qxci_result verify_null(const char* a, const char* sig, bool* ok) const {
-        return _sig.verify_connsig_func(_handle, a, "b", sig, ok);
+    std::string verify_null(const char* a, const char* sig, bool* ok) const {
+        return does(&Sig::verify_connsig_func, a, "b", sig, ok);
     }
-
-  private:
-    const a_qxci_sig_iface _sig;
-    const QXCISignatureHandlerH _handle;
 };
 
 TEST(BuiltinSignatureHandler, signs_the_kind_and_every_text_with_its_length) {
@@ -487,17 +427,16 @@ TEST(BuiltinSignatureHandler, verifies_what_was_signed_and_nothing_else) {
     EXPECT_FALSE(verifier.verify("ab", "c", connection + "0"));
     EXPECT_FALSE(verifier.verify("ab", "c", "g" + connection.substr(1)));
 
-    EXPECT_EQ(verifier.sign("ab", "c"), "error 29");
-    EXPECT_EQ(signer.sign("ab", "c", nullptr), "error 28 c");
-    EXPECT_EQ(signer.sign(nullptr, "c"), "error 28 a");
+    EXPECT_EQ(verifier.sign("ab", "c"), "29");
+    EXPECT_EQ(signer.sign("ab", "c", nullptr), "28 c");
+    EXPECT_EQ(signer.sign(nullptr, "c"), "28 a");
     EXPECT_EQ(signer.sign("ab", "c", 81), connection);
-    EXPECT_EQ(signer.sign("ab", "c", 80), "error 28 out_len");
+    EXPECT_EQ(signer.sign("ab", "c", 80), "28 out_len");
     bool ok = true;
-    EXPECT_EQ(verifier.verify_null(nullptr, "", &ok), QXCI_ERROR);
+    EXPECT_EQ(verifier.verify_null(nullptr, "", &ok), "28 a");
     EXPECT_FALSE(ok);
-    EXPECT_EQ(verifier.verify_null("a", nullptr, &ok), QXCI_ERROR);
-    EXPECT_EQ(verifier.error(), "error 28 sig");
-    EXPECT_EQ(verifier.verify_null("a", "", nullptr), QXCI_ERROR);
+    EXPECT_EQ(verifier.verify_null("a", nullptr, &ok), "28 sig");
+    EXPECT_EQ(verifier.verify_null("a", "", nullptr), "28 ok");
 }
 
 TEST(BuiltinSignatureHandler, checks_its_key) {
@@ -540,62 +479,6 @@ TEST(BuiltinSignatureHandler, checks_its_key) {
     EXPECT_EQ(provider.creation_error(), "23 rsa_x");
 }
 
-/// A creation fails for want of memory exactly when there was none.
-template <class Handle>
-Handle created(const Provider& provider, Handle handle) {
-    EXPECT_EQ(handle == nullptr, provider.owner.ran_out());
-    EXPECT_EQ(handle == nullptr, provider.error.code == QxciErrNoMemory);
-    return handle;
-}
-
-/// Creations and failures that take memory, each until it is done or has failed.
-const std::function<void(Provider&)> memory_users[] = {
-    [](Provider& p) {
-        p.hash.destroy_func(created(p, p.hash.create_func(p.env, "MD5", &p.error)));
-    },
-    [](Provider& p) { p.pw_hash.destroy_func(created(p, p.pw_hash.create_func(p.env, &p.error))); },
-    [](Provider& p) {
-        p.enc.destroy_func(
-            created(p, p.enc.create_func(p.env, "AES", bytes_of(key_128), 16, nullptr, &p.error)));
-    },
-    [](Provider& p) {
-        Options options;
-        add_domain(options, dsa_key_1024).add("dsa_y", dsa_key_1024.y);
-        p.sig.destroy_func(created(p, p.sig.create_func(p.env, options.head(), &p.error)));
-    },
-    [](Provider& p) {
-        Options options;
-        options.add("unknown", "");
-        EXPECT_EQ(p.sig.create_func(p.env, options.head(), &p.error), nullptr);
-    },
-    [](Provider& p) {
-        const QXCIBlockHasherH hasher = p.hash.create_func(p.env, "MD5", &p.error);
-        if (hasher == nullptr) return;
-        p.hash.begin_hash_func(hasher);
-        EXPECT_EQ(p.hash.end_hash_func(hasher, nullptr, nullptr), QXCI_ERROR);
-        EXPECT_EQ(p.hash.get_last_error_func(hasher)->code, unsigned{QxciErrOptionError});
-        p.hash.destroy_func(hasher);
-    },
-    [](Provider& p) {
-        char one[] = "one", two[] = "two";
-        char* parms[] = {one, two, nullptr};
-        const a_qxci_error source = {26, 2, parms};
-        _QXCIError_Clone(p.env, &p.error, &source);
-    },
-};
-
-TEST(BuiltinProvider, survives_every_allocation_failing) {
-    for (const auto& use : memory_users) {
-        int failures = 0;
-        for (bool ran_out = true; ran_out; failures++) {
-            Provider provider(failures);  // checks that all memory is back
-            if (provider.env != nullptr) use(provider);
-            ran_out = provider.owner.ran_out();
-        }
-        EXPECT_GE(failures, 3) << "the environment, something in it, then none";
-    }
-}
-
 TEST(BuiltinProvider, wipes_secrets_before_it_frees_them) {
     Provider provider;
     provider.owner.secret = "Sixteen byte key";
@@ -603,13 +486,15 @@ TEST(BuiltinProvider, wipes_secrets_before_it_frees_them) {
     const std::string iv = to_hex(key);
     Options options;
     options.add("iv", iv.c_str());
-    const QXCIBlockEncrypterH encrypter = provider.enc.create_func(
-        provider.env, "AES", bytes_of(key), 16, options.head(), &provider.error);
-    const QXCIBlockHasherH hasher = provider.hash.create_func(provider.env, "MD5", &provider.error);
-    provider.hash.begin_hash_func(hasher);
-    provider.hash.add_data_func(hasher, bytes_of(message), message.size());
-    provider.hash.destroy_func(hasher);
-    provider.enc.destroy_func(encrypter);
+    {
+        const Object encrypter(provider.enc,
+                               provider.enc.create_func(provider.env, "AES", bytes_of(key), 16,
+                                                        options.head(), &provider.error));
+        const Object hasher(provider.hash,
+                            provider.hash.create_func(provider.env, "MD5", &provider.error));
+        hasher.ask(&Hash::begin_hash_func);
+        hasher.ask(&Hash::add_data_func, bytes_of(message), message.size());
+    }
     EXPECT_FALSE(provider.owner.saw_secret);
 }
 

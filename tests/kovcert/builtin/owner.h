@@ -2,7 +2,8 @@
 #define QUOREL_TESTS_KOVCERT_BUILTIN_OWNER_H
 
 /// The owner's side of the provider interface: memory that is counted, can run out at a chosen
-/// allocation, and is searched for a secret when it comes back; and option lists.
+/// allocation, and is searched for a secret when it comes back; option lists; and an environment of
+/// the provider that is linked in.
 
 #include "kovcert/qxci/qxci.h"
 
@@ -10,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <gtest/gtest.h>
 #include <string>
 
 class Owner {
@@ -80,6 +82,57 @@ class Options {
 
   private:
     std::deque<a_qxci_user_option> _list;  // elements stay where they are
+};
+
+/// "28 5 iv": the code, the system code if there is one, and the parameters.
+inline std::string describe(const a_qxci_error* error) {
+    std::string text = std::to_string(error->code);
+    if (error->system_code != 0) text += " " + std::to_string(error->system_code);
+    for (char** parm = error->parm_list; parm != nullptr && *parm != nullptr; parm++) {
+        text += std::string(" ") + *parm;
+    }
+    return text;
+}
+
+/// A provider with an environment of its own; every allocation must be back at the end.
+class Provider {
+  public:
+    explicit Provider(int fail_at = INT_MAX, a_qxci_user_option* options = nullptr)
+        : owner(fail_at) {
+        EXPECT_EQ(QXCIGetEnvIface(&env_iface), QXCI_OK);
+        EXPECT_EQ(QXCIGetErrorIface(&error_iface), QXCI_OK);
+        EXPECT_EQ(QXCIGetBlockHasherIface(&hash), QXCI_OK);
+        EXPECT_EQ(QXCIGetBlockEncrypterIface(&enc), QXCI_OK);
+        EXPECT_EQ(QXCIGetPasswordHasherIface(&pw_hash), QXCI_OK);
+        EXPECT_EQ(QXCIGetSignatureHandlerIface(&sig), QXCI_OK);
+        env = env_iface.create_func(owner.callbacks(), &owner, options, "test", &error);
+    }
+    ~Provider() {
+        if (env == nullptr) owner.release(error);
+        if (env != nullptr) error_iface.destroy_func(env, &error);
+        env_iface.destroy_func(env);
+        EXPECT_EQ(owner.live(), 0);
+    }
+    Provider(const Provider&) = delete;
+    Provider& operator=(const Provider&) = delete;
+
+    /// Why the last creation failed; empties the record.
+    std::string creation_error() {
+        const std::string text = describe(&error);
+        error_iface.destroy_func(env, &error);
+        error = {};
+        return text;
+    }
+
+    Owner owner;
+    a_qxci_error error = {};
+    QXCIEnvironmentH env;
+    a_qxci_env_iface env_iface = {};
+    a_qxci_error_iface error_iface = {};
+    a_qxci_hash_iface hash = {};
+    a_qxci_enc_iface enc = {};
+    a_qxci_pw_hash_iface pw_hash = {};
+    a_qxci_sig_iface sig = {};
 };
 
 #endif

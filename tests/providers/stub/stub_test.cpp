@@ -9,44 +9,16 @@
 
 namespace {
 
-/// "13 7 Acme Ltd": the code, the system code if there is one, and the parameters.
-std::string describe(const a_qxci_error* error) {
-    std::string text = std::to_string(error->code);
-    if (error->system_code != 0) text += " " + std::to_string(error->system_code);
-    for (char** parm = error->parm_list; parm != nullptr && *parm != nullptr; parm++) {
-        text += std::string(" ") + *parm;
-    }
-    return text;
-}
-
-/// The provider with an environment; every allocation must be back at the end.
-class Provider {
+/// The provider with its streams.
+class Stub : public Provider {
   public:
-    explicit Provider(const char* script = nullptr) {
-        QXCIGetEnvIface(&env_iface);
-        QXCIGetErrorIface(&error_iface);
+    explicit Stub(const char* script = nullptr)
+        : Provider(INT_MAX,
+                   script == nullptr
+                       ? nullptr
+                       : Options().add("identity_file", "x").add("Stub_Script", script).head()) {
         QXCIGetStreamIface(&streams);
         QXCIGetStreamConnIface(&conns);
-        QXCIGetBlockHasherIface(&hash);
-        QXCIGetBlockEncrypterIface(&enc);
-        QXCIGetPasswordHasherIface(&pw_hash);
-        QXCIGetSignatureHandlerIface(&sig);
-        Options options;
-        options.add("identity_file", "of no interest");
-        if (script != nullptr) options.add("Stub_Script", script);
-        env = env_iface.create_func(owner.callbacks(), &owner, options.head(), "test", &error);
-    }
-    ~Provider() {
-        env_iface.destroy_func(env);
-        EXPECT_EQ(owner.live(), 0);
-    }
-
-    /// Why the last creation failed; empties the record.
-    std::string creation_error() {
-        const std::string text = describe(&error);
-        error_iface.destroy_func(env, &error);
-        error = {};
-        return text;
     }
 
     QXCIStreamH stream(a_qxci_side side, a_qxci_user_option* options = nullptr) {
@@ -58,23 +30,14 @@ class Provider {
         return made;
     }
 
-    Owner owner;
-    a_qxci_error error = {};
-    a_qxci_env_iface env_iface = {};
-    a_qxci_error_iface error_iface = {};
     a_qxci_stream_iface streams = {};
     a_qxci_conn_iface conns = {};
-    a_qxci_hash_iface hash = {};
-    a_qxci_enc_iface enc = {};
-    a_qxci_pw_hash_iface pw_hash = {};
-    a_qxci_sig_iface sig = {};
-    QXCIEnvironmentH env = nullptr;
 };
 
 /// One end of a connection whose bytes lie in strings.
 class End {
   public:
-    End(Provider& from, a_qxci_side side, a_qxci_user_option* options = nullptr,
+    End(Stub& from, a_qxci_side side, a_qxci_user_option* options = nullptr,
         std::string incoming = "")
         : in(std::move(incoming)), _provider(from), _stream(from.stream(side)) {
         conn = from.conns.create_func(_stream, &_callbacks, options, this, &from.error);
@@ -140,7 +103,7 @@ class End {
         return end.fails ? QXCI_IO_ERROR : QXCI_IO_OK;
     }
 
-    Provider& _provider;
+    Stub& _provider;
     const QXCIStreamH _stream;
     bool _stuttered = false;
     const a_qxci_conn_callbacks _callbacks = {receive, send, nullptr, nullptr, nullptr};
@@ -149,7 +112,7 @@ class End {
 const std::string server_hello = "QXCI-STUB HELLO 00007\nserver\n";
 
 TEST(StubConn, speaks_in_plain_records) {
-    Provider provider;
+    Stub provider;
     Options options;
     options.add("trusted_certificate", "ca.pem")
         .add("stub_script", "")
@@ -184,7 +147,7 @@ TEST(StubConn, speaks_in_plain_records) {
 }
 
 TEST(StubConn, takes_what_comes_in_pieces) {
-    Provider provider;
+    Stub provider;
     End client(provider, QXCI_CLIENT);
     client.in = server_hello + "QXCI-STUB DATA_ 00003\n250QXCI-STUB CLOSE 00000\n";
     client.at_most = 1;
@@ -218,7 +181,7 @@ TEST(StubConn, refuses_what_it_does_not_expect) {
         {"QXCI-STUB HELLO 00012\nserver\nmore\n" + data, "ok: x"},
     };
     for (const auto& c : cases) {
-        Provider provider;
+        Stub provider;
         End client(provider, QXCI_CLIENT, nullptr, c.in);
         if (client.conn == nullptr) {
             EXPECT_EQ("creation " + provider.creation_error(), c.error) << c.in;
@@ -230,7 +193,7 @@ TEST(StubConn, refuses_what_it_does_not_expect) {
 }
 
 TEST(StubConn, gives_up_when_nothing_comes_or_goes) {
-    Provider provider;
+    Stub provider;
     End client(provider, QXCI_CLIENT), failing(provider, QXCI_CLIENT);
     int empty_reads = 1;  // that of creation
     while (client.read() == "would block") empty_reads++;
@@ -261,7 +224,7 @@ TEST(StubScript, arranges_every_operation_of_a_connection) {
          "closed;error 13 Acme Ltd;error 7;would block;", "QXCI-STUB CLOSE 00000\n"},
     };
     for (const auto& c : cases) {
-        Provider provider;
+        Stub provider;
         Options options;
         options.add("stub_script", c.script);
         End client(provider, QXCI_CLIENT, options.head(), server_hello);
@@ -302,7 +265,7 @@ TEST(StubScript, arranges_the_handshake) {
         {"stream block", "28 stub_script", 0},
     };
     for (const auto& c : cases) {
-        Provider provider;
+        Stub provider;
         Options options;
         options.add("stub_script", c.script);
         End client(provider, QXCI_CLIENT, options.head(),
@@ -316,7 +279,7 @@ TEST(StubScript, arranges_the_handshake) {
 }
 
 TEST(StubScript, comes_from_the_nearest_that_has_one) {
-    Provider provider("read give env");
+    Stub provider("read give env");
     Options own, inits;
     own.add("stub_script", "read give own");
     inits.add("stub_script", "read give stream; init fail 5,6,7");
@@ -332,7 +295,7 @@ TEST(StubScript, comes_from_the_nearest_that_has_one) {
     EXPECT_EQ(provider.streams.init_func(stream, QXCI_SERVER, nullptr), QXCI_OK);
     provider.streams.destroy_func(stream);
 
-    Provider unscripted;
+    Stub unscripted;
     End of_process(unscripted, QXCI_CLIENT, nullptr, server_hello);
     ASSERT_TRUE(QXCIStubScript("read give process"));
     EXPECT_FALSE(QXCIStubScript(std::string(QXCI_STUB_MAX_SCRIPT + 1, ' ').c_str()));
@@ -362,7 +325,7 @@ TEST(StubScript, makes_creations_and_operations_fail) {
     const a_qxci_byte key[32] = {};
     Options signing;
     signing.add("stub_key", "k");
-    Provider provider("object fail 1,2,3; stream fail 4");
+    Stub provider("object fail 1,2,3; stream fail 4");
     const auto failure = [&](const void* handle) {
         EXPECT_EQ(handle, nullptr);
         return provider.creation_error();
@@ -376,7 +339,7 @@ TEST(StubScript, makes_creations_and_operations_fail) {
               "1 2 3");
     EXPECT_EQ(failure(provider.stream(QXCI_CLIENT)), "4");
 
-    Provider working("work fail 30,0,p");
+    Stub working("work fail 30,0,p");
     const QXCIBlockHasherH hasher = working.hash.create_func(working.env, "MD5", &working.error);
     EXPECT_EQ(working.hash.begin_hash_func(hasher), QXCI_ERROR);
     EXPECT_EQ(describe(working.hash.get_last_error_func(hasher)), "30 p");
@@ -384,10 +347,9 @@ TEST(StubScript, makes_creations_and_operations_fail) {
     EXPECT_EQ(describe(working.hash.get_last_error_func(hasher)), "0");
     working.hash.destroy_func(hasher);
 
-    Provider refused("env fail 25,0,lib.so");
+    Stub refused("env fail 25,0,lib.so");
     EXPECT_EQ(refused.env, nullptr);
     EXPECT_EQ(describe(&refused.error), "25 lib.so");
-    refused.owner.release(refused.error);
 }
 
 TEST(StubObjects, hash_encrypt_and_sign_after_a_fashion) {
