@@ -248,9 +248,7 @@ TEST(BuiltinBlockEncrypter, reports_what_it_cannot_use) {
                   nullptr);
         EXPECT_EQ(provider.creation_error(), wrong.error);
     }
-    EXPECT_EQ(iface.create_func(provider.env, "AES", nullptr, 16, nullptr, &provider.error),
-              nullptr);
-    EXPECT_EQ(provider.creation_error(), "29");
+    EXPECT_EQ(iface.create_func(provider.env, "AES", nullptr, 16, nullptr, nullptr), nullptr);
 
     const Object encrypter(
         iface, iface.create_func(provider.env, "AES", bytes_of(key), 16, nullptr, &provider.error));
@@ -442,41 +440,33 @@ TEST(BuiltinSignatureHandler, verifies_what_was_signed_and_nothing_else) {
 TEST(BuiltinSignatureHandler, checks_its_key) {
     const a_dsa_key& key = dsa_key_1024;
     const std::string too_long(600, '1');
+    const char* const names[] = {"dsa_p", "dsa_q", "dsa_g", "dsa_x", "dsa_y", "rsa_x"};
     const struct {
-        const char *p, *q, *g, *x, *y;
+        const char* values[6];  // by name; null: not among the options
         const char* error;
     } cases[] = {
-        {nullptr, nullptr, nullptr, nullptr, nullptr, "29"},
-        {key.p, key.q, key.g, nullptr, nullptr, "29"},
-        {key.p, nullptr, key.g, key.x, nullptr, "29"},
-        {key.p, key.q, key.g, "", nullptr, "28 dsa_x"},
-        {key.p, key.q, "12x", key.x, nullptr, "28 dsa_g"},
-        {too_long.c_str(), key.q, key.g, key.x, nullptr, "28 dsa_p"},
-        {key.p, dsa_key_2048.q, key.g, key.x, nullptr, "28 dsa_p"},
-        {key.p, key.q, "1", key.x, nullptr, "28 dsa_p"},
-        {key.p, key.q, key.g, "0", nullptr, "28 dsa_x"},
-        {key.p, key.q, key.g, "5", key.y, "28 dsa_x"},
-        {key.p, key.q, key.g, nullptr, "2", "28 dsa_y"},
+        {{}, "29"},
+        {{key.p, key.q, key.g}, "29"},
+        {{key.p, nullptr, key.g, key.x}, "29"},
+        {{key.p, key.q, key.g, ""}, "28 dsa_x"},
+        {{key.p, key.q, "12x", key.x}, "28 dsa_g"},
+        {{too_long.c_str(), key.q, key.g, key.x}, "28 dsa_p"},
+        {{key.p, dsa_key_2048.q, key.g, key.x}, "28 dsa_p"},
+        {{key.p, key.q, "1", key.x}, "28 dsa_p"},
+        {{key.p, key.q, key.g, "0"}, "28 dsa_x"},
+        {{key.p, key.q, key.g, "5", key.y}, "28 dsa_x"},
+        {{key.p, key.q, key.g, nullptr, "2"}, "28 dsa_y"},
+        {{key.p, key.q, key.g, key.x, nullptr, key.x}, "23 rsa_x"},
     };
+    Provider provider;
     for (const auto& wrong : cases) {
-        Provider provider;
         Options options;
-        const std::pair<const char*, const char*> given[] = {{"dsa_p", wrong.p},
-                                                             {"dsa_q", wrong.q},
-                                                             {"dsa_g", wrong.g},
-                                                             {"dsa_x", wrong.x},
-                                                             {"dsa_y", wrong.y}};
-        for (const auto& [name, value] : given) {
-            if (value != nullptr) options.add(name, value);
+        for (size_t i = 0; i < std::size(names); i++) {
+            if (wrong.values[i] != nullptr) options.add(names[i], wrong.values[i]);
         }
         EXPECT_FALSE(Handler(provider, options).created());
         EXPECT_EQ(provider.creation_error(), wrong.error);
     }
-    Provider provider;
-    Options options;
-    add_domain(options, key).add("rsa_x", key.x);
-    EXPECT_FALSE(Handler(provider, options).created());
-    EXPECT_EQ(provider.creation_error(), "23 rsa_x");
 }
 
 TEST(BuiltinProvider, wipes_secrets_before_it_frees_them) {
