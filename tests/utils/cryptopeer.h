@@ -8,9 +8,11 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <gtest/gtest.h>
 #include <random>
 #include <string>
 #include <string_view>
+#include <unistd.h>
 
 inline std::string to_hex(std::string_view bytes) {
     std::string hex;
@@ -51,6 +53,23 @@ class SeededBytes {
 
   private:
     std::mt19937 _engine;
+};
+
+/// A file with the given contents for as long as the object lives.
+class PeerFile {
+  public:
+    explicit PeerFile(std::string_view contents) {
+        const int fd = mkstemp(_path.data());
+        if (fd < 0 || write(fd, contents.data(), contents.size()) < 0) std::abort();
+        close(fd);
+    }
+    ~PeerFile() { unlink(_path.c_str()); }
+    PeerFile(const PeerFile&) = delete;
+    PeerFile& operator=(const PeerFile&) = delete;
+    const char* path() const { return _path.c_str(); }
+
+  private:
+    std::string _path = testing::TempDir() + "cryptopeer-XXXXXX";
 };
 
 /// What `openssl <arguments>` writes to its standard output.

@@ -91,6 +91,21 @@ TEST(AES, codes_agree_on_every_number_of_blocks) {
     }
 }
 
+TEST(AES, agrees_with_openssl_on_random_data) {
+    SeededBytes bytes(2);
+    for (const std::size_t key_len : {16, 32}) {
+        const std::string key = bytes(key_len), iv = bytes(16), data = bytes(16 * 1001);
+        const PeerFile file(data);
+        const std::string answer =
+            openssl("enc -nopad -aes-" + std::to_string(8 * key_len) + "-cbc -K " + to_hex(key) +
+                    " -iv " + to_hex(iv) + " -in " + file.path());
+        for (const a_named_code& named : codes()) {
+            EXPECT_TRUE(encrypt(*named.code, key, iv, data) == answer) << named.name << key_len;
+            EXPECT_TRUE(decrypt(*named.code, key, iv, answer) == data) << named.name << key_len;
+        }
+    }
+}
+
 TEST(AES, continues_a_message_from_the_vector_it_leaves) {
     SeededBytes bytes(3);
     const std::string key = bytes(32), iv = bytes(16), data = bytes(16 * 20);

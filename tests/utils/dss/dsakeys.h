@@ -1,11 +1,6 @@
 #ifndef QUOREL_TESTS_UTILS_DSS_DSAKEYS_H
 #define QUOREL_TESTS_UTILS_DSS_DSAKEYS_H
 
-#include "tests/utils/cryptopeer.h"
-#include "utils/dss/utbigint.h"
-
-#include <gtest/gtest.h>
-
 /// The keys of RFC 6979 appendices A.2.1 and A.2.2, in hex.
 
 struct a_dsa_key {
@@ -84,15 +79,5 @@ inline constexpr a_dsa_key dsa_composite_q = {
     nullptr,
     nullptr,
 };
-
-/// A number of up to UTBigInt::max_bits.
-inline UTBigInt number(std::string_view hex) {
-    std::string digits(hex.size() % 2, '0');
-    digits += hex;
-    const std::string bytes = from_hex(digits);
-    UTBigInt value;
-    EXPECT_TRUE(value.set_bytes(bytes_of(bytes), bytes.size()));
-    return value;
-}
 
 #endif

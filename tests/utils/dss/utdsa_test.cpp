@@ -1,3 +1,4 @@
+#include "tests/utils/cryptopeer.h"
 #include "tests/utils/dss/dsakeys.h"
 #include "utils/digest/utdigest.h"
 #include "utils/dss/utdsa.h"
@@ -5,6 +6,13 @@
 #include <gtest/gtest.h>
 
 namespace {
+
+UTBigInt number(const std::string& hex) {
+    const std::string bytes = from_hex(hex);
+    UTBigInt value;
+    EXPECT_TRUE(value.set_bytes(bytes_of(bytes), bytes.size()));
+    return value;
+}
 
 std::string sha1(std::string_view message) {
     UTSHA1 digest;
@@ -131,6 +139,57 @@ TEST(DSA, refuses_wrong_keys_and_keeps_the_right_ones) {
     EXPECT_FALSE(key.can_sign() || key.can_verify()) << "a new domain has no keys";
     EXPECT_FALSE(key.set_private_key(UTBigInt(0)));
     EXPECT_FALSE(key.set_private_key(number(dsa_key_1024.q)));
+}
+
+/// DER, as far as keys and signatures need it: integers in a sequence, with lengths below 65536.
+std::string der(char tag, const std::string& contents) {
+    const std::size_t len = contents.size();
+    std::string header(1, tag);
+    if (len >= 256) header += {'\x82', static_cast<char>(len >> 8)};
+    if (len >= 128 && len < 256) header += '\x81';
+    return header + static_cast<char>(len) + contents;
+}
+
+std::string der_integer(const std::string& bytes) {
+    const std::size_t first = bytes.find_first_not_of('\0');
+    std::string shortest = first == std::string::npos ? std::string(1, '\0') : bytes.substr(first);
+    if (static_cast<a_byte>(shortest[0]) >= 0x80) shortest.insert(0, 1, '\0');
+    return der('\x02', shortest);
+}
+
+/// The integer at `at` in `bytes` as `len` bytes; moves `at` behind it.
+std::string read_der_integer(const std::string& bytes, std::size_t& at, std::size_t len) {
+    const std::size_t size = static_cast<a_byte>(bytes.at(at + 1));
+    std::string value = std::string(len, '\0') + bytes.substr(at + 2, size);
+    at += 2 + size;
+    return value.substr(value.size() - len);
+}
+
+TEST(DSA, agrees_with_openssl_both_ways) {
+    for (const a_dsa_key& names : {dsa_key_1024, dsa_key_2048}) {
+        const KeyPair key(names);
+        std::string numbers = der_integer(std::string(1, '\0'));
+        for (const char* part : {names.p, names.q, names.g, names.y, names.x}) {
+            numbers += der_integer(from_hex(part));
+        }
+        const PeerFile key_file(der('\x30', numbers)), message("A message for both.");
+        const std::string with_key = std::string(" ") + key_file.path() + " -keyform DER ";
+
+        const std::string theirs = openssl("dgst -sha1 -sign" + with_key + message.path());
+        std::size_t at = 2;
+        const std::size_t half = key.signature_size() / 2;
+        ASSERT_GT(theirs.size(), key.signature_size()) << "openssl could not sign";
+        const std::string r = read_der_integer(theirs, at, half);
+        const std::string s = read_der_integer(theirs, at, half);
+        EXPECT_TRUE(key.verify_message("A message for both.", r + s));
+
+        const std::string ours = key.sign_message("A message for both.");
+        const PeerFile signature(
+            der('\x30', der_integer(ours.substr(0, half)) + der_integer(ours.substr(half))));
+        EXPECT_EQ(openssl("dgst -sha1 -prverify" + with_key + "-signature " + signature.path() +
+                          " " + message.path()),
+                  "Verified OK\n");
+    }
 }
 
 }  // namespace

@@ -1,9 +1,18 @@
-#include "tests/utils/dss/dsakeys.h"
+#include "tests/utils/cryptopeer.h"
 #include "utils/dss/utmodulus.h"
 
 #include <gtest/gtest.h>
 
 namespace {
+
+UTBigInt number(std::string_view hex) {
+    std::string digits(hex.size() % 2, '0');
+    digits += hex;
+    const std::string bytes = from_hex(digits);
+    UTBigInt value;
+    EXPECT_TRUE(value.set_bytes(bytes_of(bytes), bytes.size()));
+    return value;
+}
 
 std::string hex(const UTBigInt& value, std::size_t len = UTBigInt::max_bits / 8) {
     std::string bytes(len, '\0');
