@@ -1,0 +1,61 @@
+#ifndef QUOREL_PROVIDERS_OPENSSL_CALLBACKBIO_H
+#define QUOREL_PROVIDERS_OPENSSL_CALLBACKBIO_H
+
+/// The raw bytes of a connection: an OpenSSL BIO over the owner's callbacks.
+///
+/// Records are collected and go out together when they fill the buffer, when something is to be
+/// read, or on flush: one call of the owner's for several records. As much is read ahead as the
+/// owner has.
+
+#include "providers/openssl/emptyreads.h"
+#include "providers/openssl/openssllibrary.h"
+#include "providers/openssl/ownermemory.h"
+
+class CallbackBio {
+  public:
+    CallbackBio(const OwnerMemory& memory, const a_qxci_conn_callbacks& callbacks, void* user_data)
+        : _memory(memory), _callbacks(callbacks), _user_data(user_data) {}
+    CallbackBio(const CallbackBio&) = delete;
+    CallbackBio& operator=(const CallbackBio&) = delete;
+    ~CallbackBio() { _memory.free(_in); }
+
+    /// Takes the buffers; false when there is no memory.
+    bool init();
+
+    /// A BIO over this, which must outlive it; null when there is no memory.
+    BioPtr make_bio();
+
+    /// Sends what is collected; false when the owner cannot.
+    bool flush();
+
+    /// A callback has reported an error: nothing goes in or out any more.
+    bool failed() const { return _failed; }
+    /// Nothing has come in for so long that the peer counts as gone.
+    bool gave_up() const { return _empty_reads.exhausted(); }
+
+  private:
+    static int write_entry(BIO* bio, const char* data, size_t len, size_t* written);
+    static int read_entry(BIO* bio, char* data, size_t len, size_t* got);
+    static long control_entry(BIO* bio, int command, long number, void* pointer);
+    static BIO_METHOD* method();
+
+    bool write(const char* data, size_t len);
+    size_t read(char* data, size_t len);
+    bool fill(size_t wanted);
+    size_t ask(size_t len);
+
+    // Four full records; a record is up to 16 KiB with 2 KiB of overhead (RFC 5246 section 6.2.3).
+    static constexpr size_t in_size = (16 + 2) * 1024 + 5, out_size = 4 * in_size;
+
+    const OwnerMemory& _memory;
+    const a_qxci_conn_callbacks& _callbacks;
+    void* const _user_data;
+    unsigned char* _in = nullptr;   // in_size bytes; out_size more follow
+    unsigned char* _out = nullptr;  // those
+    size_t _in_start = 0, _in_end = 0;
+    size_t _out_len = 0;
+    EmptyReads _empty_reads;
+    bool _failed = false;
+};
+
+#endif

@@ -1,0 +1,33 @@
+#include "providers/openssl/hostname.h"
+
+#include <cstring>
+
+namespace {
+
+bool is_digit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+bool is_letter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+bool is_label(const char* label, size_t len) {
+    if (len == 0 || len > 63 || label[0] == '-' || label[len - 1] == '-') return false;
+    for (size_t i = 0; i < len; i++) {
+        if (!is_letter(label[i]) && !is_digit(label[i]) && label[i] != '-') return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool is_host_name(const char* name) {
+    if (std::strlen(name) > 253) return false;
+    const char* last = name;
+    for (const char* dot; (dot = std::strchr(last, '.')) != nullptr; last = dot + 1) {
+        if (!is_label(last, static_cast<size_t>(dot - last))) return false;
+    }
+    // No top-level domain consists of digits, but every dotted IPv4 address ends in them.
+    return is_label(last, std::strlen(last)) && last[std::strspn(last, "0123456789")] != '\0';
+}

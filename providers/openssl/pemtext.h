@@ -1,0 +1,46 @@
+#ifndef QUOREL_PROVIDERS_OPENSSL_PEMTEXT_H
+#define QUOREL_PROVIDERS_OPENSSL_PEMTEXT_H
+
+/// Certificates and keys as the owner gives them: the bytes of a file, or the text of an option.
+/// They may hold a key, so the memory is wiped before it goes back.
+
+#include "providers/openssl/errorrecord.h"
+#include "providers/openssl/openssllibrary.h"
+
+class PemText {
+  public:
+    explicit PemText(const OwnerMemory& memory) : _memory(memory) {}
+    PemText(const PemText&) = delete;
+    PemText& operator=(const PemText&) = delete;
+    ~PemText();
+
+    /// Reads a regular file of at most 16 MiB. A missing one is QxciErrCantFindCertFile, any other
+    /// that cannot be read QxciErrBadCertFile with the system's error number: EISDIR for a folder,
+    /// EINVAL for a device or pipe, EFBIG.
+    bool read_file(const char* file, ErrorRecord& error);
+
+    /// Takes a text, which `option` named.
+    bool set(const char* text, const char* option, ErrorRecord& error);
+
+    bool empty() const { return _len == 0; }
+    bool is_pem() const;
+    /// What error records call it: the file, or the option.
+    const char* source() const { return _source; }
+    /// A reader from the start; null when there is no memory.
+    BioPtr open() const;
+
+  private:
+    bool read_descriptor(int descriptor, ErrorRecord& error);
+    bool reserve(size_t room, ErrorRecord& error);
+    bool bad_file(int system_error, ErrorRecord& error) const;
+
+    const OwnerMemory& _memory;
+    const char* _source = "";
+    char* _data = nullptr;
+    size_t _len = 0, _room = 0;
+};
+
+/// For OpenSSL, which otherwise asks at the terminal: there is no password.
+int no_password(char* buf, int size, int writing, void* user_data);
+
+#endif

@@ -1,0 +1,84 @@
+#include "providers/openssl/settings.h"
+
+namespace {
+
+constexpr struct an_option {
+    const char* name;
+    a_setting setting;
+    a_setting_form form;
+    an_option_scope scope;  // SCOPE_ENVIRONMENT: known there only
+} known_options[] = {
+    {"tls_type", SETTING_TLS_TYPE, FORM_TEXT, SCOPE_ENVIRONMENT},
+    {"FIPS", SETTING_FIPS, FORM_TEXT, SCOPE_ENVIRONMENT},
+    {"identity", SETTING_IDENTITY, FORM_TEXT, SCOPE_OBJECT},
+    {"identity_file", SETTING_IDENTITY, FORM_FILE, SCOPE_OBJECT},
+    {"certificate_file", SETTING_IDENTITY, FORM_FILE, SCOPE_OBJECT},
+    {"identity_password", SETTING_IDENTITY_PASSWORD, FORM_TEXT, SCOPE_OBJECT},
+    {"certificate_password", SETTING_IDENTITY_PASSWORD, FORM_TEXT, SCOPE_OBJECT},
+    {"trusted_certificate", SETTING_TRUSTED, FORM_FILE, SCOPE_OBJECT},
+    {"trusted_certificates", SETTING_TRUSTED, FORM_FILES, SCOPE_OBJECT},
+    {"trusted_root_file", SETTING_TRUSTED, FORM_FILE, SCOPE_OBJECT},
+    {"trusted_root_files", SETTING_TRUSTED, FORM_FILES, SCOPE_OBJECT},
+    {"trusted_root", SETTING_TRUSTED, FORM_TEXT, SCOPE_OBJECT},
+    {"trusted_roots", SETTING_TRUSTED, FORM_TEXT, SCOPE_OBJECT},
+    {"certificate_company", SETTING_COMPANY, FORM_TEXT, SCOPE_OBJECT},
+    {"certificate_unit", SETTING_UNIT, FORM_TEXT, SCOPE_OBJECT},
+    {"certificate_name", SETTING_NAME, FORM_TEXT, SCOPE_OBJECT},
+};
+
+const an_option* find_option(const char* name, an_option_scope scope) {
+    for (const an_option& option : known_options) {
+        const bool offered = scope == SCOPE_ENVIRONMENT || option.scope == SCOPE_OBJECT;
+        if (offered && same_name(option.name, name)) return &option;
+    }
+    return nullptr;
+}
+
+char lower_case(char letter) {
+    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+}
+
+}  // namespace
+
+bool same_name(const char* a, const char* b) {
+    while (*a != '\0' && lower_case(*a) == lower_case(*b)) {
+        a++;
+        b++;
+    }
+    return lower_case(*a) == lower_case(*b);
+}
+
+bool Settings::read(a_qxci_user_option* options, an_option_scope scope, ErrorRecord& error) {
+    for (; options != nullptr; options = options->next) {
+        if (!take(*options, scope, error)) return false;
+    }
+    return true;
+}
+
+bool Settings::take(a_qxci_user_option& option, an_option_scope scope, ErrorRecord& error) {
+    const char* const name = option.opt_name == nullptr ? "" : option.opt_name;
+    const an_option* const known = find_option(name, scope);
+    if (known == nullptr) return scope == SCOPE_ENVIRONMENT || error.fail(QxciErrBadOption, name);
+    if (has(known->setting)) return true;
+
+    option.used = true;
+    char* const copy = _memory.strdup(option.opt_value == nullptr ? "" : option.opt_value);
+    if (copy == nullptr) return error.fail(QxciErrNoMemory);
+    _values[known->setting] = {copy, known->form, known->name};
+    const bool needs_value =
+        known->setting == SETTING_IDENTITY || known->setting == SETTING_TRUSTED;
+    return !needs_value || *copy != '\0' || error.fail(QxciErrOptionError, known->name);
+}
+
+void Settings::clear() {
+    for (a_value& value : _values) {
+        _memory.wipe_and_free(value.text);
+        value = {};
+    }
+}
+
+a_setting_value Settings::get(a_setting setting) const {
+    const a_value& value = _values[setting];
+    if (value.text == nullptr && _outer != nullptr) return _outer->get(setting);
+    return {value.text, value.form, value.option};
+}

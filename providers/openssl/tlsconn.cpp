@@ -1,0 +1,187 @@
+#include "providers/openssl/tlsconn.h"
+
+#include "providers/openssl/hostname.h"
+#include "providers/openssl/peercheck.h"
+
+#include <cstdio>
+
+namespace {
+
+enum a_log_level { LOG_FAILURE = 0, LOG_SESSION = 1 };
+
+/// Asks the owner whether it welcomes a client whose certificate has been verified.
+bool is_welcome(const a_qxci_conn_callbacks& callbacks, void* user_data, const X509* certificate) {
+    if (callbacks.check_client_cert_cb == nullptr) return true;
+    unsigned char* der = nullptr;
+    const int len = i2d_X509(certificate, &der);
+    if (len < 0) return false;
+    const int answer = callbacks.check_client_cert_cb(user_data, der, static_cast<unsigned>(len));
+    OPENSSL_free(der);
+    return answer != 0;
+}
+
+}  // namespace
+
+bool TlsConn::init(a_qxci_user_option* options) {
+    if (!_settings.read(options, SCOPE_OBJECT, error)) return false;
+    if (!_credentials.load(memory(), _settings, false, error)) return false;
+    if (!make_session() || !set_credentials() || !set_peer_name()) return false;
+    if (_stream.side() == QXCI_SERVER) return true;
+
+    const a_qxci_io_result result = begin();
+    return result == QXCI_IO_OK || result == QXCI_IO_WOULD_BLOCK;
+}
+
+bool TlsConn::make_session() {
+    if (!_bio.init()) return error.fail(QxciErrNoMemory);
+    _ssl = _stream.make_session();
+    if (_ssl == nullptr) return error.fail_openssl(QxciErrInitError);
+    BioPtr bio = _bio.make_bio();
+    if (bio == nullptr) return error.fail(QxciErrNoMemory);
+    SSL_set_bio(_ssl.get(), bio.get(), bio.get());
+    static_cast<void>(bio.release());
+    SSL_set_app_data(_ssl.get(), this);
+    if (_stream.side() == QXCI_CLIENT) {
+        SSL_set_connect_state(_ssl.get());
+    } else {
+        SSL_set_accept_state(_ssl.get());
+    }
+    return true;
+}
+
+bool TlsConn::set_credentials() {
+    const a_credentials& shared = _stream.credentials();
+    const Identity& identity =
+        _credentials.identity.loaded() ? _credentials.identity : shared.identity;
+    if (_stream.side() == QXCI_SERVER && !identity.loaded()) {
+        return error.fail(QxciErrMissingIdentityFile);
+    }
+    X509_STORE* const trust =
+        _credentials.trust != nullptr ? _credentials.trust.get() : shared.trust.get();
+    return identity.apply(*_ssl, error) && demand_certificate(trust) &&
+           (trust == nullptr || SSL_set1_verify_cert_store(_ssl.get(), trust) == 1);
+}
+
+/// A client always verifies the server. A server asks for a certificate when it knows whom to
+/// trust, and then insists on one.
+bool TlsConn::demand_certificate(const X509_STORE* trust) {
+    bool demands = _stream.side() == QXCI_CLIENT;
+    for (a_setting setting : {SETTING_COMPANY, SETTING_UNIT, SETTING_NAME}) {
+        demands = demands || _settings.get(setting).text != nullptr;
+    }
+    if (trust == nullptr) return !demands || error.fail(QxciErrMissingCertFile);
+    SSL_set_verify(_ssl.get(), SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
+    X509_VERIFY_PARAM_set_flags(SSL_get0_param(_ssl.get()), X509_V_FLAG_PARTIAL_CHAIN);
+    return true;
+}
+
+bool TlsConn::set_peer_name() {
+    const char* const name = _settings.get(SETTING_NAME).text;
+    if (_stream.side() != QXCI_CLIENT || name == nullptr || !is_host_name(name)) return true;
+    return SSL_set_tlsext_host_name(_ssl.get(), name) == 1 || error.fail(QxciErrNoMemory);
+}
+
+int TlsConn::verify_entry(X509_STORE_CTX* context, void*) {
+    const SSL* const ssl = static_cast<SSL*>(
+        X509_STORE_CTX_get_ex_data(context, SSL_get_ex_data_X509_STORE_CTX_idx()));
+    if (static_cast<TlsConn*>(SSL_get_app_data(ssl))->accept_peer(*context)) return 1;
+    if (X509_STORE_CTX_get_error(context) == X509_V_OK) {
+        X509_STORE_CTX_set_error(context, X509_V_ERR_APPLICATION_VERIFICATION);
+    }
+    return 0;
+}
+
+bool TlsConn::accept_peer(X509_STORE_CTX& context) {
+    if (!check_peer(context, _settings, error)) return false;
+    if (_stream.side() == QXCI_CLIENT) return true;
+    if (is_welcome(_callbacks, _user_data, X509_STORE_CTX_get0_cert(&context))) return true;
+    return error.fail(QxciErrBadCert);
+}
+
+/// The start of every operation. Anything but QXCI_IO_OK ends it.
+a_qxci_io_result TlsConn::begin() {
+    if (_state == BROKEN) return QXCI_IO_ERROR;
+    error.clear();
+    ERR_clear_error();
+    if (_state == ENDED) return QXCI_IO_GRACEFUL_CLOSE;
+    return _state == OPEN ? QXCI_IO_OK : handshake();
+}
+
+a_qxci_io_result TlsConn::handshake() {
+    const int result = SSL_do_handshake(_ssl.get());
+    if (result != 1) return judge(result, QxciErrHandshakeFailed);
+    if (!_bio.flush()) return broken();
+    _state = OPEN;
+    log_session();
+    return QXCI_IO_OK;
+}
+
+/// What became of an operation that did not succeed. `code` is for what OpenSSL reports.
+a_qxci_io_result TlsConn::judge(int result, a_dbqxci_error code) {
+    const int reason = SSL_get_error(_ssl.get(), result);
+    if (reason == SSL_ERROR_ZERO_RETURN) {
+        _state = ENDED;
+        error.fail(QxciErrConnectionClosed);
+        return QXCI_IO_GRACEFUL_CLOSE;
+    }
+    if (reason == SSL_ERROR_SSL) {
+        error.fail_openssl(code);
+        return broken();
+    }
+    const bool waits = reason == SSL_ERROR_WANT_READ && !_bio.gave_up();
+    return waits && _bio.flush() ? QXCI_IO_WOULD_BLOCK : broken();
+}
+
+/// The session cannot go on; the reason is that of the connection unless there is one already.
+a_qxci_io_result TlsConn::broken() {
+    _state = BROKEN;
+    if (_bio.gave_up()) error.fail(QxciErrConnectionClosed);
+    error.fail(QxciErrIOError);
+    char text[256] = "TLS: the connection is broken";
+    if (ERR_peek_last_error() != 0) ERR_error_string_n(ERR_peek_last_error(), text, sizeof text);
+    log(LOG_FAILURE, text);
+    return QXCI_IO_ERROR;
+}
+
+a_qxci_io_result TlsConn::read(a_qxci_byte* buf, size_t len, size_t* got) {
+    *got = 0;
+    if (const a_qxci_io_result result = begin(); result != QXCI_IO_OK) return result;
+    const int result = SSL_read_ex(_ssl.get(), buf, len, got);
+    if (result != 1) return judge(result, QxciErrOpenSSLError);
+    _bio.flush();  // an answer to the peer; should it fail, the next operation will say so
+    return QXCI_IO_OK;
+}
+
+a_qxci_io_result TlsConn::write(const a_qxci_byte* data, size_t len) {
+    if (const a_qxci_io_result result = begin(); result != QXCI_IO_OK) return result;
+    while (_taken < len) {
+        size_t count = 0;
+        const int result = SSL_write_ex(_ssl.get(), data + _taken, len - _taken, &count);
+        if (result != 1) return judge(result, QxciErrOpenSSLError);
+        _taken += count;
+    }
+    _taken = 0;
+    return _bio.flush() ? QXCI_IO_OK : broken();
+}
+
+void TlsConn::log(int level, const char* text) const {
+    if (_callbacks.log_cb == nullptr) return memory().log(level, text);
+    _callbacks.log_cb(_user_data, level, text, nullptr, 0);
+}
+
+void TlsConn::log_session() const {
+    const X509* const peer = SSL_get0_peer_certificate(_ssl.get());
+    const BioPtr subject = peer == nullptr ? nullptr : subject_text(*peer);
+    char text[512];
+    std::snprintf(text, sizeof text, "%s with %s, peer %s", SSL_get_version(_ssl.get()),
+                  SSL_get_cipher_name(_ssl.get()),
+                  subject == nullptr ? "without certificate" : text_of(*subject));
+    log(LOG_SESSION, text);
+}
+
+TlsConn::~TlsConn() {
+    if (_state != OPEN && _state != ENDED) return;
+    ERR_clear_error();
+    SSL_shutdown(_ssl.get());
+    _bio.flush();
+}

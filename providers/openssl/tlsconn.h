@@ -1,0 +1,74 @@
+#ifndef QUOREL_PROVIDERS_OPENSSL_TLSCONN_H
+#define QUOREL_PROVIDERS_OPENSSL_TLSCONN_H
+
+/// A connection, what a QXCIStreamConnH points at: one TLS session over the owner's callbacks.
+///
+/// A client's handshake is driven when it is created, and goes on in the first reads and writes
+/// only if the callbacks would block; a server's, which begins with waiting for the client, is done
+/// there from the start.
+
+#include "providers/openssl/callbackbio.h"
+#include "providers/openssl/tlsstream.h"
+
+class TlsConn {
+  public:
+    TlsConn(TlsStream& stream, const a_qxci_conn_callbacks& callbacks, void* user_data)
+        : error(stream.env.memory), _stream(stream), _settings(stream.env.memory, &stream.settings),
+          _callbacks(callbacks), _user_data(user_data),
+          _bio(stream.env.memory, _callbacks, user_data) {}
+    TlsConn(const TlsConn&) = delete;
+    TlsConn& operator=(const TlsConn&) = delete;
+    ~TlsConn();
+
+    static TlsConn* of(QXCIStreamConnH conn) { return reinterpret_cast<TlsConn*>(conn); }
+    QXCIStreamConnH handle() { return reinterpret_cast<QXCIStreamConnH>(this); }
+    const OwnerMemory& memory() const { return _stream.env.memory; }
+
+    /// Reads the options and begins the handshake; false with the reason in `error`.
+    bool init(a_qxci_user_option* options);
+
+    /// The entries of the same names.
+    a_qxci_io_result read(a_qxci_byte* buf, size_t len, size_t* got);
+    a_qxci_io_result write(const a_qxci_byte* data, size_t len);
+
+    /// OpenSSL's request to verify the peer's certificate.
+    static int verify_entry(X509_STORE_CTX* context, void*);
+
+    ErrorRecord error;  // once the session is broken, it stays
+
+  private:
+    enum a_state {
+        HANDSHAKING,
+        OPEN,
+        ENDED,  // the peer has ended the session
+        BROKEN
+    };
+
+    bool make_session();
+    bool set_credentials();
+    bool demand_certificate(const X509_STORE* trust);
+    bool set_peer_name();
+    bool accept_peer(X509_STORE_CTX& context);
+
+    a_qxci_io_result begin();
+    a_qxci_io_result handshake();
+    a_qxci_io_result judge(int result, a_dbqxci_error code);
+    a_qxci_io_result broken();
+    void log(int level, const char* text) const;
+    void log_session() const;
+
+    TlsStream& _stream;
+    Settings _settings;
+    const a_qxci_conn_callbacks _callbacks;
+    void* const _user_data;
+    a_credentials _credentials;  // its own; the stream's hold for what is missing
+    CallbackBio _bio;
+    SslPtr _ssl;
+    a_state _state = HANDSHAKING;
+    size_t _taken = 0;  // bytes of an unfinished write that have gone out
+};
+
+/// Fills the table of connections.
+extern const a_qxci_conn_iface conn_iface;
+
+#endif

@@ -1,0 +1,82 @@
+#include "providers/openssl/trust.h"
+
+#include "providers/openssl/pemtext.h"
+
+#include <cstring>
+
+namespace {
+
+bool add(X509_STORE& store, CertPtr certificate, const PemText& text, ErrorRecord& error) {
+    if (certificate == nullptr) return error.fail_openssl(QxciErrBadCertFile, text.source());
+    if (X509_STORE_add_cert(&store, certificate.get()) == 1) return true;
+    return error.fail_openssl(QxciErrOpenSSLError, text.source());
+}
+
+/// True when reading stopped because there is no further certificate.
+bool at_end() {
+    const unsigned long reason = ERR_peek_last_error();
+    return ERR_GET_LIB(reason) == ERR_LIB_PEM && ERR_GET_REASON(reason) == PEM_R_NO_START_LINE;
+}
+
+bool add_pem(X509_STORE& store, const PemText& text, BIO& bio, ErrorRecord& error) {
+    for (int count = 0;; count++) {
+        CertPtr certificate(PEM_read_bio_X509(&bio, nullptr, no_password, nullptr));
+        if (certificate == nullptr && at_end()) {
+            return count > 0 || error.fail(QxciErrNoCertificates, text.source());
+        }
+        if (!add(store, std::move(certificate), text, error)) return false;
+    }
+}
+
+bool add_der(X509_STORE& store, const PemText& text, BIO& bio, ErrorRecord& error) {
+    if (!add(store, CertPtr(d2i_X509_bio(&bio, nullptr)), text, error)) return false;
+    return BIO_pending(&bio) == 0 || error.fail(QxciErrBadCertFile, text.source());
+}
+
+bool add_all(X509_STORE& store, const PemText& text, ErrorRecord& error) {
+    if (text.empty()) return error.fail(QxciErrNoCertificates, text.source());
+    const BioPtr bio = text.open();
+    if (bio == nullptr) return error.fail(QxciErrNoMemory);
+    ERR_clear_error();
+    return text.is_pem() ? add_pem(store, text, *bio, error) : add_der(store, text, *bio, error);
+}
+
+bool add_file(X509_STORE& store, const OwnerMemory& memory, const char* file, ErrorRecord& error) {
+    PemText text(memory);
+    return text.read_file(file, error) && add_all(store, text, error);
+}
+
+/// `files` has ";" between the names.
+bool add_files(X509_STORE& store, const OwnerMemory& memory, const char* files,
+               ErrorRecord& error) {
+    char* const names = memory.strdup(files);
+    if (names == nullptr) return error.fail(QxciErrNoMemory);
+    bool done = true;
+    char* rest = nullptr;
+    for (char* file = strtok_r(names, ";", &rest); done && file != nullptr;
+         file = strtok_r(nullptr, ";", &rest)) {
+        done = add_file(store, memory, file, error);
+    }
+    memory.free(names);
+    return done;
+}
+
+bool add_setting(X509_STORE& store, const OwnerMemory& memory, const a_setting_value& setting,
+                 ErrorRecord& error) {
+    if (setting.form == FORM_FILE) return add_file(store, memory, setting.text, error);
+    if (setting.form == FORM_FILES) return add_files(store, memory, setting.text, error);
+    PemText text(memory);
+    return text.set(setting.text, setting.option, error) && add_all(store, text, error);
+}
+
+}  // namespace
+
+StorePtr load_trust(const OwnerMemory& memory, const a_setting_value& setting, ErrorRecord& error) {
+    StorePtr store(X509_STORE_new());
+    if (store == nullptr) {
+        error.fail(QxciErrNoMemory);
+        return nullptr;
+    }
+    if (!add_setting(*store, memory, setting, error)) return nullptr;
+    return store;
+}
