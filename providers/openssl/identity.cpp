@@ -70,6 +70,7 @@ bool Identity::load_certificates(BIO& bio, const PemText& text, ErrorRecord& err
 }
 
 bool Identity::load_key(BIO& bio, const PemText& text, const char* password, ErrorRecord& error) {
+    if (!text.has_key()) return error.fail(QxciErrKeyMissing, text.source());
     ERR_clear_error();
     a_password answer = {password, false};
     _key.reset(PEM_read_bio_PrivateKey(&bio, nullptr, give_password, &answer));
@@ -77,9 +78,6 @@ bool Identity::load_key(BIO& bio, const PemText& text, const char* password, Err
     if (answer.asked) {
         return error.fail(password == nullptr ? QxciErrMissingCertPassword : QxciErrBadCertPassword,
                           text.source());
-    }
-    if (ERR_GET_REASON(ERR_peek_last_error()) == PEM_R_NO_START_LINE) {
-        return error.fail(QxciErrKeyMissing, text.source());
     }
     return error.fail_openssl(QxciErrBadCertFile, text.source());
 }

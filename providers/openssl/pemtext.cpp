@@ -78,9 +78,8 @@ bool PemText::bad_file(int system_error, ErrorRecord& error) const {
                       static_cast<uint32_t>(system_error));
 }
 
-bool PemText::is_pem() const {
-    constexpr char mark[] = "-----BEGIN ";
-    return memmem(_data, _len, mark, sizeof mark - 1) != nullptr;
+bool PemText::contains(const char* mark) const {
+    return memmem(_data, _len, mark, std::strlen(mark)) != nullptr;
 }
 
 BioPtr PemText::open() const {

@@ -23,13 +23,15 @@ class PemText {
     bool set(const char* text, const char* option, ErrorRecord& error);
 
     bool empty() const { return _len == 0; }
-    bool is_pem() const;
+    bool is_pem() const { return contains("-----BEGIN "); }
+    bool has_key() const { return contains("PRIVATE KEY-----"); }
     /// What error records call it: the file, or the option.
     const char* source() const { return _source; }
     /// A reader from the start; null when there is no memory.
     BioPtr open() const;
 
   private:
+    bool contains(const char* mark) const;
     bool read_descriptor(int descriptor, ErrorRecord& error);
     bool reserve(size_t room, ErrorRecord& error);
     bool bad_file(int system_error, ErrorRecord& error) const;
