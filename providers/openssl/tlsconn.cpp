@@ -58,8 +58,9 @@ bool TlsConn::set_credentials() {
     }
     X509_STORE* const trust =
         _credentials.trust != nullptr ? _credentials.trust.get() : shared.trust.get();
-    return identity.apply(*_ssl, error) && demand_certificate(trust) &&
-           (trust == nullptr || SSL_set1_verify_cert_store(_ssl.get(), trust) == 1);
+    if (!identity.apply(*_ssl, error) || !demand_certificate(trust)) return false;
+    if (trust == nullptr || SSL_set1_verify_cert_store(_ssl.get(), trust) == 1) return true;
+    return error.fail(QxciErrNoMemory);
 }
 
 /// A client always verifies the server. A server asks for a certificate when it knows whom to
@@ -146,6 +147,7 @@ a_qxci_io_result TlsConn::broken() {
 a_qxci_io_result TlsConn::read(a_qxci_byte* buf, size_t len, size_t* got) {
     *got = 0;
     if (const a_qxci_io_result result = begin(); result != QXCI_IO_OK) return result;
+    if (len == 0) return QXCI_IO_OK;
     const int result = SSL_read_ex(_ssl.get(), buf, len, got);
     if (result != 1) return judge(result, QxciErrOpenSSLError);
     _bio.flush();  // an answer to the peer; should it fail, the next operation will say so

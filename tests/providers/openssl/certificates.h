@@ -3,7 +3,6 @@
 
 /// Certificates made on the spot.
 
-#include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
 #include <openssl/x509v3.h>
@@ -13,97 +12,83 @@
 #include <utility>
 #include <vector>
 
-enum a_key_kind { EC, RSA2048, RSA1024 };
+enum a_key_kind { EC, EC_AUTHORITY, RSA2048, RSA1024 };
 
 struct a_request {
     std::vector<std::pair<const char*, std::string>> subject = {{"CN", "mail.example"}};
-    std::string names = "";  // subject alternative names
     std::string usage = "serverAuth";
     int from_days = -1, to_days = 1;
     a_key_kind key = EC;
-    bool authority = false;
 };
 
-/// A key of a kind is made once.
-inline EVP_PKEY* key_of(a_key_kind kind) {
-    static EVP_PKEY* keys[3];
-    if (keys[kind] == nullptr) {
-        keys[kind] =
-            kind == EC ? EVP_EC_gen("P-256") : EVP_RSA_gen(kind == RSA2048 ? 2048U : 1024U);
+/// A new key where it matters whose it is; of the other kinds there is one each.
+inline std::shared_ptr<EVP_PKEY> key_of(a_key_kind kind) {
+    static std::shared_ptr<EVP_PKEY> keys[4];
+    if (keys[kind] == nullptr || kind == EC_AUTHORITY) {
+        const bool ec = kind == EC || kind == EC_AUTHORITY;
+        keys[kind].reset(ec ? EVP_EC_gen("P-256") : EVP_RSA_gen(kind == RSA2048 ? 2048U : 1024U),
+                         EVP_PKEY_free);
     }
     return keys[kind];
 }
 
 template <class Write>
-std::string text_of_bio(Write write) {
-    BIO* const bio = BIO_new(BIO_s_mem());
-    write(bio);
+std::string written_by(Write write) {
+    const std::unique_ptr<BIO, decltype(&BIO_free)> bio(BIO_new(BIO_s_mem()), BIO_free);
+    write(bio.get());
     char* data = nullptr;
-    const long len = BIO_get_mem_data(bio, &data);
-    std::string text(data, static_cast<size_t>(len));
-    BIO_free(bio);
-    return text;
+    const long len = BIO_get_mem_data(bio.get(), &data);
+    return {data, static_cast<size_t>(len)};
 }
 
 class Certificate {
   public:
     /// Null `issuer`: signed by itself.
     explicit Certificate(const a_request& request, const Certificate* issuer = nullptr)
-        : key(request.authority ? EVP_EC_gen("P-256") : key_of(request.key)), x509(X509_new()),
-          _owns_key(request.authority) {
-        const Certificate& signer = issuer == nullptr ? *this : *issuer;
+        : key(key_of(request.key)), x509(X509_new(), X509_free) {
         static long serial = 1;
-        X509_set_version(x509, 2);
-        ASN1_INTEGER_set(X509_get_serialNumber(x509), serial++);
-        X509_gmtime_adj(X509_getm_notBefore(x509), request.from_days * 86400L);
-        X509_gmtime_adj(X509_getm_notAfter(x509), request.to_days * 86400L);
-        X509_set_pubkey(x509, key);
+        X509* const x = x509.get();
+        X509_set_version(x, 2);
+        ASN1_INTEGER_set(X509_get_serialNumber(x), serial++);
+        X509_gmtime_adj(X509_getm_notBefore(x), request.from_days * 86400L);
+        X509_gmtime_adj(X509_getm_notAfter(x), request.to_days * 86400L);
+        X509_set_pubkey(x, key.get());
         for (const auto& [name, value] : request.subject) {
-            X509_NAME_add_entry_by_txt(X509_get_subject_name(x509), name, MBSTRING_UTF8,
+            X509_NAME_add_entry_by_txt(X509_get_subject_name(x), name, MBSTRING_UTF8,
                                        reinterpret_cast<const unsigned char*>(value.data()),
                                        static_cast<int>(value.size()), -1, 0);
         }
-        X509_set_issuer_name(x509, X509_get_subject_name(signer.x509));
-        if (request.authority) {
-            extend(NID_basic_constraints, "critical,CA:TRUE");
-        } else {
-            extend(NID_ext_key_usage, request.usage);
-        }
-        if (!request.names.empty()) extend(NID_subject_alt_name, request.names);
-        X509_sign(x509, signer.key, EVP_sha256());
-    }
-    Certificate(const Certificate&) = delete;
-    Certificate& operator=(const Certificate&) = delete;
-    ~Certificate() {
-        X509_free(x509);
-        if (_owns_key) EVP_PKEY_free(key);
+        X509_set_issuer_name(x, X509_get_subject_name(issuer == nullptr ? x : issuer->x509.get()));
+        const bool authority = request.key == EC_AUTHORITY;
+        extend(authority ? NID_basic_constraints : NID_ext_key_usage,
+               authority ? "critical,CA:TRUE" : request.usage);
+        extend(NID_subject_alt_name, "DNS:*.hosts.example");
+        X509_sign(x, (issuer == nullptr ? key : issuer->key).get(), EVP_sha256());
     }
 
     std::string pem() const {
-        return text_of_bio([&](BIO* bio) { PEM_write_bio_X509(bio, x509); });
+        return written_by([&](BIO* bio) { PEM_write_bio_X509(bio, x509.get()); });
     }
     std::string der() const {
-        return text_of_bio([&](BIO* bio) { i2d_X509_bio(bio, x509); });
+        return written_by([&](BIO* bio) { i2d_X509_bio(bio, x509.get()); });
     }
     std::string key_pem(const char* password = nullptr) const {
-        const EVP_CIPHER* const cipher = password == nullptr ? nullptr : EVP_aes_128_cbc();
-        return text_of_bio([&](BIO* bio) {
-            PEM_write_bio_PKCS8PrivateKey(bio, key, cipher, nullptr, 0, nullptr,
-                                          const_cast<char*>(password));
+        return written_by([&](BIO* bio) {
+            PEM_write_bio_PKCS8PrivateKey(bio, key.get(),
+                                          password == nullptr ? nullptr : EVP_aes_128_cbc(),
+                                          nullptr, 0, nullptr, const_cast<char*>(password));
         });
     }
 
-    EVP_PKEY* const key;
-    X509* const x509;
+    const std::shared_ptr<EVP_PKEY> key;
+    const std::shared_ptr<X509> x509;
 
   private:
     void extend(int nid, const std::string& value) {
         X509_EXTENSION* const extension = X509V3_EXT_conf_nid(nullptr, nullptr, nid, value.c_str());
-        X509_add_ext(x509, extension, -1);
+        X509_add_ext(x509.get(), extension, -1);
         X509_EXTENSION_free(extension);
     }
-
-    const bool _owns_key;
 };
 
 #endif

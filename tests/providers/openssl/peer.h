@@ -11,17 +11,16 @@
 
 class Peer : public Wire {
   public:
-    explicit Peer(const Certificate& certificate, const std::vector<const Certificate*>& chain = {},
-                  int version = TLS1_3_VERSION) {
+    explicit Peer(const Certificate& certificate, int version = TLS1_3_VERSION,
+                  const Certificate* issuer = nullptr) {
         SSL_CTX* const context = SSL_CTX_new(TLS_server_method());
         // Below what the client asks for, so that it is the client who refuses.
         SSL_CTX_set_security_level(context, 0);
         SSL_CTX_set_min_proto_version(context, version);
         SSL_CTX_set_max_proto_version(context, version);
-        SSL_CTX_use_certificate(context, certificate.x509);
-        SSL_CTX_use_PrivateKey(context, certificate.key);
-        for (const Certificate* issuer : chain) SSL_CTX_add1_chain_cert(context, issuer->x509);
-        SSL_CTX_clear_options(context, SSL_OP_LEGACY_SERVER_CONNECT);
+        SSL_CTX_use_certificate(context, certificate.x509.get());
+        SSL_CTX_use_PrivateKey(context, certificate.key.get());
+        if (issuer != nullptr) SSL_CTX_add1_chain_cert(context, issuer->x509.get());
         ssl = SSL_new(context);
         SSL_CTX_free(context);
         SSL_set_bio(ssl, BIO_new(BIO_s_mem()), BIO_new(BIO_s_mem()));

@@ -1,0 +1,70 @@
+#ifndef QUOREL_TESTS_PROVIDERS_OPENSSL_WIRE_H
+#define QUOREL_TESTS_PROVIDERS_OPENSSL_WIRE_H
+
+/// What a connection's callbacks work on: a wire in memory on which, by itself, nobody answers.
+
+#include "kovcert/qxci/qxci.h"
+
+#include <algorithm>
+#include <string>
+
+class Wire {
+  public:
+    virtual ~Wire() = default;
+    /// Makes `in` longer if there is an answer to what has been written.
+    virtual void answer() {}
+
+    std::string in;                              // on its way to the provider
+    std::string out;                             // all that the provider has written
+    size_t limit = SIZE_MAX;                     // bytes that arrive before the end
+    a_qxci_io_result end = QXCI_IO_WOULD_BLOCK;  // what reads then give
+    bool only_whole = false;  // nothing arrives until all that is asked for is there
+    Wire* other = nullptr;    // gets what is written
+    bool welcome = true;      // what clients are
+    size_t taken = 0;         // bytes that the provider has read
+    int reads = 0, writes = 0;
+
+    /// The records that went out of a content type, or of any.
+    int records(int type = -1) const {
+        int count = 0;
+        for (size_t at = 0; at + 5 <= out.size();) {
+            if (type < 0 || out[at] == type) count++;
+            at += 5 + 256 * static_cast<unsigned char>(out[at + 3]) +
+                  static_cast<unsigned char>(out[at + 4]);
+        }
+        return count;
+    }
+
+    static const a_qxci_conn_callbacks* callbacks() {
+        static constexpr a_qxci_conn_callbacks table = {read, write, nullptr, nullptr, judge};
+        return &table;
+    }
+
+  private:
+    static a_qxci_io_result read(void* user_data, unsigned char* buf, unsigned len, unsigned* got) {
+        Wire& wire = *static_cast<Wire*>(user_data);
+        wire.reads++;
+        if (wire.in.empty()) wire.answer();
+        const size_t count = std::min({wire.in.size(), wire.limit - wire.taken, size_t{len}});
+        if (wire.taken == wire.limit) return wire.end;
+        if (count == 0 || (wire.only_whole && count < len)) return QXCI_IO_WOULD_BLOCK;
+        wire.in.copy(reinterpret_cast<char*>(buf), count);
+        wire.in.erase(0, count);
+        wire.taken += count;
+        *got = static_cast<unsigned>(count);
+        return QXCI_IO_OK;
+    }
+    static a_qxci_io_result write(void* user_data, const unsigned char* data, unsigned len) {
+        Wire& wire = *static_cast<Wire*>(user_data);
+        wire.writes++;
+        if (wire.taken == wire.limit && wire.end == QXCI_IO_ERROR) return QXCI_IO_ERROR;
+        wire.out.append(reinterpret_cast<const char*>(data), len);
+        if (wire.other != nullptr) wire.other->in.append(reinterpret_cast<const char*>(data), len);
+        return QXCI_IO_OK;
+    }
+    static int judge(void* user_data, const a_qxci_byte*, unsigned) {
+        return static_cast<Wire*>(user_data)->welcome ? 1 : 0;
+    }
+};
+
+#endif
