@@ -51,14 +51,15 @@ bool add_files(X509_STORE& store, const OwnerMemory& memory, const char* files,
                ErrorRecord& error) {
     char* const names = memory.strdup(files);
     if (names == nullptr) return error.fail(QxciErrNoMemory);
-    bool done = true;
+    bool found = false, done = true;
     char* rest = nullptr;
     for (char* file = strtok_r(names, ";", &rest); done && file != nullptr;
          file = strtok_r(nullptr, ";", &rest)) {
+        found = true;
         done = add_file(store, memory, file, error);
     }
     memory.free(names);
-    return done;
+    return found ? done : error.fail(QxciErrNoCertificates, files);
 }
 
 bool add_setting(X509_STORE& store, const OwnerMemory& memory, const a_setting_value& setting,

@@ -134,6 +134,7 @@ TEST_F(OpenSslProvider, reads_trusted_certificates_from_what_it_is_given) {
         {"trusted_certificate", garbage, {QxciErrBadCertFile, garbage}},
         {"trusted_certificate", cut, {QxciErrBadCertFile, cut}},
         {"trusted_root", "garbage", {QxciErrBadCertFile, "trusted_root"}},
+        {"trusted_certificates", ";", {QxciErrNoCertificates, ";"}},
         {"trusted_certificate", "", {QxciErrOptionError, "trusted_certificate"}},
         {"certificate_name", "mail.example", {QxciErrMissingCertFile, ""}},
         {"tls_type", "rsa", {QxciErrBadOption, "tls_type"}},
