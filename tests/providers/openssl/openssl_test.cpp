@@ -348,7 +348,7 @@ TEST_F(OpenSslProvider, undoes_everything_when_memory_runs_out) {
 TEST_F(OpenSslProvider, reads_nothing_that_the_environment_names) {
     EXPECT_EQ(OPENSSL_init_ssl(0, nullptr), 1);  // the peer's OpenSSL is to stay as it is
     const std::string config = file("openssl.cnf", "openssl_conf=a\n[a]\nssl_conf=b\n[b]\n"
-                                                   "system_default=c\n[c]\nMinProtocol=TLSv1.3\n");
+                                                   "system_default=c\n[c]\nCipherString=AES256-SHA\n");
     setenv("OPENSSL_CONF", config.c_str(), 1);
     setenv("SSL_CERT_FILE", ca.c_str(), 1);
     Peer peer(good, TLS1_2_VERSION), second(good);
