@@ -1,0 +1,212 @@
+#include "extdll/securesmtp.h"
+
+#include <algorithm>
+#include <climits>
+
+#include "kovcert/tlsstream.h"
+#include "netlib/ipaddress.h"
+#include "netlib/netutil.h"
+#include "netlib/socketstream.h"
+
+namespace {
+
+// The codes of RFC 5321, RFC 3207 and RFC 4954 that the session waits for.
+constexpr int service_ready = 220;
+constexpr int completed = 250;
+constexpr int authenticated = 235;
+
+Socket& socket_of(void* context) {
+    return static_cast<TlsContext*>(context)->_sock;
+}
+
+size_t TlsWriteCallback(void* context, const char* buf, size_t buflen) {
+    const auto length = static_cast<unsigned int>(std::min<size_t>(buflen, INT_MAX));
+    return static_cast<size_t>(socket_of(context).send(buf, length));
+}
+
+// A peer that has closed is success with no bytes, like one that has nothing to say.
+int TlsReadCallback(void* context, char* buf, size_t buflen, size_t* read_len) {
+    const auto length = static_cast<unsigned int>(std::min<size_t>(buflen, INT_MAX));
+    const int count = socket_of(context).recv(buf, length);
+    *read_len = static_cast<size_t>(count);
+    return count != -1;
+}
+
+// Reads and writes wait on the socket.
+void TlsYieldCallback(void*) {}
+
+constexpr TlsCallbacks socket_callbacks = {
+    .writeFunc = TlsWriteCallback,
+    .readFunc = TlsReadCallback,
+    .debugLogFunc = nullptr,
+    .yieldFunc = TlsYieldCallback,
+};
+
+/// What is demanded of the server's certificate, as the provider's connection takes it. The strings
+/// are borrowed.
+class CertificateOptions {
+  public:
+    CertificateOptions() = default;
+    CertificateOptions(const CertificateOptions&) = delete;
+    CertificateOptions& operator=(const CertificateOptions&) = delete;
+
+    /// Leaves out an option without a value.
+    void add(const char* name, const char* value) {
+        if (value == nullptr) return;
+        a_qxci_user_option* const added = &_options[_count++];
+        *added = {name, value, false, nullptr};
+        *_end = added;
+        _end = &added->next;
+    }
+    a_qxci_user_option* list() const { return _first; }
+
+  private:
+    a_qxci_user_option _options[4] = {};
+    size_t _count = 0;
+    a_qxci_user_option* _first = nullptr;
+    a_qxci_user_option** _end = &_first;
+};
+
+int judged(int result, int code, int expected) {
+    if (result != SMTP_OK) return result;
+    return code == expected ? SMTP_OK : SMTP_NOT_SECURE;
+}
+
+}  // namespace
+
+SecureSMTPClient::SecureSMTPClient(DBQXCIEnvironment* env, UTLangStringBase* langstring)
+    : _qxcienv(env), _langstring(langstring) {}
+
+SecureSMTPClient::~SecureSMTPClient() {
+    _EndTls();
+    _qxci_stream.reset();
+}
+
+void SecureSMTPClient::SetTrustedCertificate(const char* certfile, const char* company,
+                                             const char* unit, const char* name) {
+    if (certfile != nullptr) {
+        static_cast<void>(_certfile.release());  // Kept: see the header
+        _certfile.reset(ut_strdup(certfile));
+    }
+    _company.reset(ut_strdup(company));
+    _unit.reset(ut_strdup(unit));
+    _name.reset(ut_strdup(name));
+}
+
+int SecureSMTPClient::Connect(const char* sender, const char* sender_name, const char* host,
+                              int port, int timeout, const char* user, const char* password) {
+    // Kept: the time-out is not set here. A name that does not resolve leaves an address that
+    // cannot be connected to.
+    IPAddress address;
+    TcpUtil::Resolve(host, address, TcpUtil::ADDR_BOTH);
+    address.setPortNumber(static_cast<uint16>(port));
+    if (!_ConnectSocket(address)) return SMTP_NOT_CONNECTED;
+    _istrm = std::make_unique<SockIStream>(_socket, &_heap);
+    _ostrm = std::make_unique<SockOStream>(_socket);
+
+    int result = _Expect(service_ready);
+    if (result == SMTP_OK) result = _Introduce(sender, sender_name, timeout);
+    if (result == SMTP_OK) result = _StartTls();
+    if (result == SMTP_OK) result = _IntroduceSecurely(sender, sender_name, timeout);
+    if (result == SMTP_OK) result = _LogIn(user, password);
+    return result;
+}
+
+int SecureSMTPClient::_Expect(int expected) {
+    char reply[reply_size];
+    int code = 0;
+    const int result = _ProcessResponse(reply, sizeof reply, &code, false);
+    return judged(result, code, expected);
+}
+
+int SecureSMTPClient::_Introduce(const char* sender, const char* sender_name, int timeout) {
+    char reply[reply_size];
+    int code = 0;
+    const int result = _SMTPConnect(reply, sizeof reply, sender, sender_name, timeout, &code);
+    return judged(result, code, completed);
+}
+
+int SecureSMTPClient::_LogIn(const char* user, const char* password) {
+    char reply[reply_size];
+    int code = 0;
+    const int result = _SMTPAuthenticate(reply, sizeof reply, user, password, &code);
+    return judged(result, code, authenticated);
+}
+
+// What has arrived behind the reply to STARTTLS was not protected (RFC 3207, section 6). The stream
+// that may hold it goes with it unread: it is no reply, nor part of the TLS session.
+int SecureSMTPClient::_StartTls() {
+    if (FindServerCapability("STARTTLS") == nullptr) return SMTP_NOT_SECURE;
+    _SendCommand({"STARTTLS"});
+    int result = _Expect(service_ready);
+    if (result == SMTP_OK) result = _MakeTlsConnection();
+    if (result != SMTP_OK) return result;
+    _istrm = std::make_unique<TlsIStream>(_tlsconn.get(), &_heap);
+    _ostrm = std::make_unique<TlsOStream>(_tlsconn.get());
+    return SMTP_OK;
+}
+
+int SecureSMTPClient::_MakeTlsConnection() {
+    DBQXCIError err;
+    const a_qxci_stream_callbacks no_callbacks = {};
+    _qxci_stream.reset(
+        _qxcienv->CreateStreamWithID(&no_callbacks, nullptr, QXCI_STREAM_RSA_TLS, &err));
+    if (_qxci_stream == nullptr) return SMTP_NO_MEMORY;
+    if (_qxci_stream->Init(QXCI_CLIENT, nullptr) != QXCI_OK) return SMTP_NOT_SECURE;
+
+    CertificateOptions options;
+    if (_certfile != nullptr) {
+        options.add("trusted_certificate", _certfile.get());
+        options.add("certificate_company", _company.get());
+        options.add("certificate_unit", _unit.get());
+        options.add("certificate_name", _name.get());
+    }
+    _tlscontext = std::make_unique<TlsContext>(TlsContext{_socket});
+    // The end of the handshake and the greeting after it follow each other without an answer in
+    // between, so that Nagle's algorithm would hold the greeting back.
+    _socket.set_Nagle_algorithm(true);
+    err.Clear();
+    _tlsconn = std::make_unique<TlsConnection>(_qxci_stream.get(), _qxcienv, &socket_callbacks,
+                                               _tlscontext.get(), nullptr, &err, options.list());
+    return _tlsconn->IsValid() ? SMTP_OK : SMTP_NOT_SECURE;
+}
+
+// A greeting that TLS has spoilt is a failure of TLS. A server that merely says the wrong thing has
+// no TLS error.
+int SecureSMTPClient::_IntroduceSecurely(const char* sender, const char* sender_name, int timeout) {
+    const int result = _Introduce(sender, sender_name, timeout);
+    _socket.set_Nagle_algorithm(false);
+    return result != SMTP_OK && _HasTlsErrorText() ? SMTP_NOT_SECURE : result;
+}
+
+a_bool SecureSMTPClient::_HasTlsErrorText() const {
+    char text[256] = "";
+    _tlsconn->getErrorString(_langstring, text, sizeof text);
+    return text[0] != '\0';
+}
+
+// The provider says good-bye when its connection goes, which needs the socket. A server that does
+// not read must not hold that up.
+void SecureSMTPClient::_EndTls() {
+    if (_tlsconn == nullptr) return;
+    constexpr int32 patience_in_ms = 1000;
+    _socket.setTimeout(patience_in_ms);
+    _tlsconn->shut_down();
+    _istrm.reset();
+    _ostrm.reset();
+    _tlsconn.reset();
+    _tlscontext.reset();
+}
+
+void SecureSMTPClient::_Shutdown() {
+    _EndTls();
+    SMTPClient::_Shutdown();
+}
+
+size_t SecureSMTPClient::_recvData(char* data, size_t len) {
+    size_t count = 0;
+    do {
+        count = SMTPClient::_recvData(data, len);
+    } while (count == 0 && _istrm != nullptr && !_istrm->eof());
+    return count;
+}

@@ -1,0 +1,227 @@
+#include "extdll/securesmtp.h"
+
+#include <gmock/gmock.h>
+
+#include "tests/extdll/securerelay.h"
+#include "tests/netlib/smtppeer.h"
+#include "tests/scratch.h"
+#include "tests/wrapped.h"
+#include "utils/lang/utlangstring.h"
+#include "utils/unix/timelib.h"
+
+namespace {
+
+// So many waits of this thread are over at once and without an event, but for the time.
+thread_local int idle_waits = 0;
+long waited_ms = 0;
+
+}  // namespace
+
+extern "C" int __real_poll(pollfd* fds, nfds_t count, int timeout);
+extern "C" int __wrap_poll(pollfd* fds, nfds_t count, int timeout) {
+    if (idle_waits == 0) return __real_poll(fds, count, timeout);
+    --idle_waits;
+    waited_ms += timeout;
+    return 0;
+}
+
+namespace {
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+class Client : public SecureSMTPClient {
+  public:
+    using SecureSMTPClient::_certfile;
+    using SecureSMTPClient::SecureSMTPClient;
+    using SMTPClient::_shutdown;
+};
+
+/// A client over the stub provider, which plays `script`, or over the library `dll_name`.
+struct Session {
+    explicit Session(const char* script = "", const char* dll_name = QXCI_STUB_DLL_NAME)
+        : script_option{"stub_script", script, false, nullptr}, dll_option{"dll_name", dll_name,
+                                                                           false, &script_option} {
+        setenv("QX_USE_QXCI_STUB", "1", 1);
+        env.emplace(&mail_crypto_callbacks, nullptr);
+        EXPECT_EQ(QXCI_OK, env->Init(false, "test", &dll_option, &err));
+        texts.Init("en", locale.GetOSCharset(), false);
+        client.emplace(&*env, &texts);
+    }
+
+    int connect(int port, const char* user = nullptr) {
+        return client->Connect("ann@a.test", nullptr, "127.0.0.1", port, 1, user, user);
+    }
+    int send(const char* attachment = nullptr) {
+        const char* to[] = {"bob@b.test"};
+        return client->SendMessage("Hi", "text\r\n.dot\r\n", to, 1, nullptr, 0, nullptr, 0,
+                                   attachment, nullptr);
+    }
+
+    a_qxci_user_option script_option;
+    a_qxci_user_option dll_option;
+    const UTLocale locale{ls_english(), ls_find_charset("UTF-8")};
+    UTLangString texts{locale, RES_FOLDER};
+    DBQXCIError err;
+    std::optional<DBQXCIEnvironment> env;
+    std::optional<Client> client;
+};
+
+TEST(SecureSMTPClient, says_in_TLS_what_the_plain_client_says_without) {
+    SMTPPeer peer;
+    Session session;
+    {
+        SecureRelay relay(peer.port());
+        EXPECT_EQ(0, session.connect(relay.port(), "user"));
+        EXPECT_EQ(0, session.send());
+        EXPECT_EQ(0, session.send());
+        session.client->Disconnect();
+        EXPECT_EQ(nullptr, session.client->FindServerCapability("STARTTLS"));
+        EXPECT_EQ(104, session.send()) << "closed";
+        const SecureRelay::Heard heard = relay.finish().at(0);
+        EXPECT_THAT(heard.clear, testing::MatchesRegex("EHLO [^\r]*\r\nSTARTTLS\r\n"));
+        EXPECT_THAT(heard.raw, StartsWith("QXCI-STUB HELLO 00007\nclient\nQXCI-STUB DATA_ "));
+        EXPECT_THAT(heard.raw, HasSubstr("QXCI-STUB DATA_ 00006\nQUIT\r\n"));
+    }
+    SMTPClient plain;
+    EXPECT_EQ(0, plain.Connect("ann@a.test", nullptr, "127.0.0.1", peer.port(), 1, "user", "user"));
+    const char* to[] = {"bob@b.test"};
+    for (int i = 0; i < 2; ++i) {
+        plain.SendMessage("Hi", "text\r\n.dot\r\n", to, 1, nullptr, 0, nullptr, 0, nullptr,
+                          nullptr);
+    }
+    plain.Disconnect();
+    ASSERT_EQ(2U, peer.finish().size());
+    EXPECT_EQ(peer.received[1], peer.received[0]);
+}
+
+TEST(SecureSMTPClient, every_step_that_fails_has_its_code) {
+    struct Case {
+        const char* what;
+        int code;
+        SecureRelay::Dialogue dialogue = {};
+        const char* script = "";              // of the client's provider
+        SMTPPeer::Replies behind = {};        // what is said inside TLS
+        const char* clear = "EHLO STARTTLS";  // the commands that go out in clear text
+        bool login = false;
+    };
+    const std::string injected = "220 go\r\n250-injected\r\n250 AUTH PLAIN\r\n235 in\r\n";
+    const std::string alert("220 go\r\n\x15\x03\x03\x00\x02\x02\x28", 15);
+    const Case cases[] = {
+        {"greeting", 105, {.greeting = "554 no\r\n"}, "", {}, ""},
+        {"greeting malformed", 104, {.greeting = "22\r\n"}, "", {}, ""},
+        {"no greeting", 104, {.greeting = ""}, "", {}, ""},
+        {"EHLO", 105, {.ehlo = "502 no\r\n"}, "", {}, "EHLO"},
+        {"EHLO unanswered", 104, {.ehlo = ""}, "", {}, "EHLO"},
+        {"not offered", 105, {.ehlo = "250 AUTH PLAIN\r\n"}, "", {}, "EHLO"},
+        {"not ready", 105, {.starttls = "454 no\r\n"}},
+        {"STARTTLS unanswered", 104, {.starttls = ""}},
+        {"alert", 105, {.starttls = alert, .secure = false}},
+        {"garbage", 105, {.starttls = "220 go\r\nHTTP/1.1 400\r\n", .secure = false}},
+        {"handshake cut short", 105, {.script = "handshake fail 9"}},
+        {"injected", 105, {.starttls = injected}, "", {{"EHLO", "502 no"}}},
+        {"injected, ignored", 0, {.starttls = injected}},
+        {"no provider", 15, {}, "env fail 26,0,x,x"},
+        {"no stream", 15, {}, "stream fail 21"},
+        {"stream", 105, {}, "init fail 3"},
+        {"certificate", 105, {}, "conn fail 13,0,Acme"},
+        {"handshake", 105, {}, "handshake fail 9"},
+        {"second EHLO", 105, {}, "", {{"EHLO", "502 no"}}},
+        {"second EHLO malformed", 104, {}, "", {{"EHLO", "25\r\n"}}},
+        {"close in TLS", 105, {}, "", {{"EHLO", "close"}}},
+        {"abrupt close", 105, {.script = "destroy done"}, "", {{"EHLO", "close"}}},
+        {"write", 105, {}, "write fail 8; read fail 8"},
+        {"login", 105, {}, "", {{"AUTH", "535 no"}}, "EHLO STARTTLS", true},
+        {"login not offered", 104, {}, "", {{"EHLO", "250 ok"}}, "EHLO STARTTLS", true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        SMTPPeer peer(c.behind);
+        SecureRelay relay(peer.port(), c.dialogue);
+        Session session(c.script);
+        EXPECT_EQ(c.code, session.connect(relay.port(), c.login ? "user" : nullptr));
+        EXPECT_FALSE(session.client->_shutdown) << "a failure leaves the connection open";
+        session.client.reset();
+        std::string verbs;
+        for (const char* verb : {"EHLO", "STARTTLS", "QUIT", "AUTH", "MAIL"}) {
+            if (relay.finish()[0].clear.find(verb) == std::string::npos) continue;
+            verbs += verbs.empty() ? verb : std::string(" ") + verb;
+        }
+        EXPECT_EQ(c.clear, verbs);
+        EXPECT_THAT(peer.transcript(), testing::Not(HasSubstr("QUIT")));
+    }
+    Session nowhere;
+    EXPECT_EQ(100, nowhere.client->Connect("a", nullptr, "no.such.host.invalid", 25, 1, nullptr,
+                                           nullptr));
+    EXPECT_EQ(100, Session().connect(1));
+    SecureRelay relay(0);
+    EXPECT_EQ(15, Session("", "libnosuchprovider.so").connect(relay.port()));
+}
+
+TEST(SecureSMTPClient, what_the_certificate_must_be_goes_to_the_provider) {
+    const struct {
+        const char* certificate[4];
+        const char* options;
+    } cases[] = {
+        {{"ca.pem", nullptr, nullptr, nullptr}, "trusted_certificate=ca.pem\n"},
+        {{"ca.pem", nullptr, nullptr, "n"}, "trusted_certificate=ca.pem\ncertificate_name=n\n"},
+        {{"ca.pem", "c", "u", "n"},
+         "trusted_certificate=ca.pem\ncertificate_company=c\ncertificate_unit=u\n"
+         "certificate_name=n\n"},
+        {{nullptr, "c", "u", "n"}, ""},
+    };
+    SMTPPeer peer;
+    for (const auto& [certificate, options] : cases) {
+        SecureRelay relay(peer.port());
+        Session session;
+        session.client->SetTrustedCertificate(nullptr, "x", "x", "x");
+        session.client->SetTrustedCertificate(certificate[0], certificate[1], certificate[2],
+                                              certificate[3]);
+        EXPECT_EQ(0, session.connect(relay.port()));
+        session.client.reset();
+        const std::string& raw = relay.finish()[0].raw;
+        EXPECT_THAT(raw, HasSubstr(std::string("\nclient\n") + options + "QXCI-STUB DATA_"));
+        EXPECT_THAT(raw, EndsWith("QXCI-STUB CLOSE 00000\n"));
+    }
+    Session session;
+    session.client->SetTrustedCertificate("old", nullptr, nullptr, nullptr);
+    char* const old = session.client->_certfile.get();
+    session.client->SetTrustedCertificate(nullptr, nullptr, nullptr, nullptr);
+    EXPECT_EQ(old, session.client->_certfile.get());
+    session.client->SetTrustedCertificate("new", nullptr, nullptr, nullptr);
+    EXPECT_STREQ("new", session.client->_certfile.get());
+    EXPECT_STREQ("old", old);
+    ut_free(old);
+}
+
+TEST(SecureSMTPClient, a_large_attachment_leaves_in_few_records) {
+    const ScratchFolder folder;
+    const std::string file = folder.file_with("large", pattern(10 << 20));
+    SMTPPeer peer;
+    SecureRelay relay(peer.port());
+    Session session;
+    EXPECT_EQ(0, session.connect(relay.port()));
+    EXPECT_EQ(0, session.send(file.c_str()));
+    session.client->Disconnect();
+    const std::string& raw = relay.finish()[0].raw;
+    int records = 0;
+    for (size_t at = 0; (at = raw.find("QXCI-STUB ", at)) != std::string::npos; ++at) ++records;
+    EXPECT_LE(records, 2000);
+    EXPECT_THAT(peer.transcript(), EndsWith("--\r\n\r\n\r\n.\r\nQUIT\r\n"));
+}
+
+TEST(SecureSMTPClient, a_silent_server_is_waited_for_beyond_the_time_out) {
+    constexpr a_timelib_clock clock = {[] { return waited_ms / 10; }, [] { return uint64{0}; },
+                                       [] { return 100L; }};
+    timelib_set_clock(&clock);
+    SMTPPeer peer;
+    SecureRelay relay(peer.port());
+    Session session;
+    idle_waits = 40;  // ten seconds
+    EXPECT_EQ(0, session.connect(relay.port()));
+    EXPECT_EQ(0, idle_waits);
+    timelib_set_clock(nullptr);
+}
+
+}  // namespace
