@@ -25,7 +25,13 @@ struct LastingSection {
 // Made in this order at load, destroyed in the reverse at unload.
 LastingSection NetInterface_cs;  // guards the one-time setup
 UTLocale locale;
+
+}  // namespace
+
 UTLangString langstring(locale);
+
+namespace {
+
 SendmailManager manager;
 SendmailState zstate(0);  // the default session, of calls without a connection number
 

@@ -11,9 +11,14 @@
 
 #include <memory>
 
+#include "kovcert/qxci/dbqxci.h"
 #include "netlib/netsmtp.h"
 #include "utils/etc/uttypes.h"
+#include "utils/lang/utlangstring.h"
 #include "utils/unix/utptmutex.h"
+
+/// The message texts, in the operating system's language once a session has been started.
+extern UTLangString langstring;
 
 /// Status codes of the mail procedures themselves. Those of SMTPClient pass through unchanged, and
 /// where a procedure itself ends in one of them, it is the same.
@@ -60,29 +65,35 @@ struct a_mail {
 class SendmailState {
   public:
     explicit SendmailState(int32 connection);
-    /// Leaves the client alone: a session is deleted only after stopsmtp().
+    /// Leaves the client alone: a session is deleted only after stopsmtp(). The TLS environment
+    /// that a failed start has left goes.
     ~SendmailState();
     SendmailState(const SendmailState&) = delete;
     SendmailState& operator=(const SendmailState&) = delete;
 
-    /// Opens a connection in place of the one that is open. After a failure there is none.
+    /// Opens a connection in place of the one that is open. After a failure there is none, but the
+    /// TLS environment, once made, stays for the next start.
     int32 startsmtp(const a_smtp_start& start);
     /// Sends one message.
     int32 sendsmtp(const a_mail& mail);
-    /// Closes the connection, if there is one; always MAIL_OK.
+    /// Closes the connection and ends the TLS environment, as far as they are there; always
+    /// MAIL_OK.
     int32 stopsmtp();
 
     SendmailState* next = nullptr;  // guarded by SendmailManager::_cs
     const int32 cid;
     SMTPClient* smtp_handle = nullptr;  // owned, guarded by cs; null when not connected
     a_critical_sect cs;
-    uint32 refcount = 0;  // guarded by SendmailManager::_cs
+    DBQXCIEnvironment* qxcienv = nullptr;  // owned, guarded by cs; made by the first secure start
+    uint32 refcount = 0;                   // guarded by SendmailManager::_cs
     /// Stopped, and about to leave the registry if it has not yet: whoever looked it up to start it
     /// takes another one, for nobody could stop this one any more. Guarded by cs.
     a_bool retired = false;
 
   private:
-    static int32 _MakeClient(const a_smtp_start& start, std::unique_ptr<SMTPClient>* client);
+    int32 _MakeClient(const a_smtp_start& start, std::unique_ptr<SMTPClient>* client);
+    a_bool _NeedEnvironment();
+    void _EndEnvironment();
 };
 
 /// The registry. The list counts as one reference of each session in it, each caller that looked

@@ -1,4 +1,6 @@
 #include "extdll/mailargs.h"
+#include "extdll/mailcrypto.h"
+#include "extdll/securesmtp.h"
 #include "extdll/sendmail.h"
 
 SendmailState::SendmailState(int32 connection) : cid(connection) {
@@ -6,15 +8,39 @@ SendmailState::SendmailState(int32 connection) : cid(connection) {
 }
 
 SendmailState::~SendmailState() {
+    _EndEnvironment();
     ut_safe_pthread_mutex_destroy(&cs);
 }
 
-// The client that the arguments ask for, not yet connected. TLS needs a provider, of which this
-// library has none yet; a session with a certificate is never opened in clear text.
+// The client that the arguments ask for, not yet connected.
 int32 SendmailState::_MakeClient(const a_smtp_start& start, std::unique_ptr<SMTPClient>* client) {
-    if (start.trusted_certificate != nullptr) return MAIL_NOT_SECURE;
-    *client = std::make_unique<SMTPClient>();
+    if (start.trusted_certificate == nullptr) {
+        *client = std::make_unique<SMTPClient>();
+        return MAIL_OK;
+    }
+    if (!_NeedEnvironment()) return MAIL_NOT_SECURE;
+    auto secure = std::make_unique<SecureSMTPClient>(qxcienv, &langstring);
+    secure->SetTrustedCertificate(start.trusted_certificate, start.cert_company, start.cert_unit,
+                                  start.cert_name);
+    *client = std::move(secure);
     return MAIL_OK;
+}
+
+a_bool SendmailState::_NeedEnvironment() {
+    if (qxcienv != nullptr) return true;
+    DBQXCIError err;
+    auto env = std::make_unique<DBQXCIEnvironment>(&mail_crypto_callbacks, nullptr);
+    constexpr const char* component = "Corvane External Library 12.0.1.3891";
+    if (env->Init(false, component, nullptr, &err) != QXCI_OK) return false;
+    qxcienv = env.release();
+    return true;
+}
+
+void SendmailState::_EndEnvironment() {
+    if (qxcienv == nullptr) return;
+    qxcienv->Fini();
+    delete qxcienv;
+    qxcienv = nullptr;
 }
 
 int32 SendmailState::startsmtp(const a_smtp_start& start) {
@@ -40,9 +66,9 @@ int32 SendmailState::sendsmtp(const a_mail& mail) {
 }
 
 int32 SendmailState::stopsmtp() {
-    if (smtp_handle == nullptr) return MAIL_OK;
-    smtp_handle->Disconnect();
+    if (smtp_handle != nullptr) smtp_handle->Disconnect();
     delete smtp_handle;
     smtp_handle = nullptr;
+    _EndEnvironment();
     return MAIL_OK;
 }

@@ -6,6 +6,7 @@
 #include "extdll/mailargs.h"
 #include "extdll/procedures.h"
 #include "tests/extdll/fakehost.h"
+#include "tests/extdll/securerelay.h"
 #include "tests/netlib/smtppeer.h"
 #include "tests/netlib/smtpsink.h"
 
@@ -58,9 +59,10 @@ void give_mail(FakeHost& host, std::optional<int32> cid) {
     give_int(host, 20, cid);
 }
 
-int32 start(int port, std::optional<int32> cid) {
+int32 start(int port, std::optional<int32> cid, bool secure = false) {
     FakeHost host;
     give_start(host, port, cid);
+    if (secure) host.give(8, "ca.pem");
     return status_of(host, xp_startsmtp);
 }
 
@@ -218,6 +220,36 @@ TEST(MailProcedures, the_older_interface_sets_nothing) {
     EXPECT_THAT(host.asked, IsEmpty());
 }
 
+TEST(MailProcedures, a_certificate_makes_a_secure_session_whose_environment_ends_with_it) {
+    SMTPPeer peer;
+    SecureRelay relay(peer.port());
+    SecureRelay refusing(peer.port(), {.starttls = "454 no\r\n"});
+    SendmailState session(7);
+    a_smtp_start refused = {};
+    refused.sender = "ann@a.test";
+    refused.host = "127.0.0.1";
+    refused.port = refusing.port();
+    refused.trusted_certificate = "ca.pem";
+    a_smtp_start good = refused;
+    good.port = relay.port();
+    good.auth_username = good.auth_password = "user";
+    a_mail mail = {};
+    mail.recipient = "bob@b.test";
+
+    EXPECT_EQ(105, session.startsmtp(refused));
+    const DBQXCIEnvironment* const env = session.qxcienv;
+    EXPECT_NE(nullptr, env) << "stays after a failed start";
+    EXPECT_EQ(0, session.startsmtp(good));
+    EXPECT_EQ(env, session.qxcienv);
+    EXPECT_EQ(0, session.sendsmtp(mail));
+    EXPECT_EQ(0, session.stopsmtp());
+    EXPECT_EQ(nullptr, session.qxcienv);
+    EXPECT_EQ(105, session.startsmtp(refused));  // the session's own end is enough
+    const std::string sent = peer.transcript();
+    EXPECT_THAT(sent, testing::MatchesRegex("EHLO [^\r]*\r\nAUTH PLAIN [^\r]*\r\nMAIL FROM.*"));
+    EXPECT_THAT(sent, testing::EndsWith("QUIT\r\n"));
+}
+
 TEST(SendmailManager, counts_the_list_and_every_caller) {
     SendmailManager registry;
     SendmailState* const seven = registry.FindOrAddState(7);
@@ -261,7 +293,12 @@ size_t open_descriptors() {
 }
 
 // 64 connections on 16 threads, against a server that now and then hangs up in the middle.
-TEST(MailProcedures, many_connections_start_send_and_stop_at_random) {
+class ManyConnections : public testing::TestWithParam<bool> {};
+
+INSTANTIATE_TEST_SUITE_P(MailProcedures, ManyConnections, testing::Bool(),
+                         [](const auto& test) { return test.param ? "in_TLS" : "in_clear_text"; });
+
+TEST_P(ManyConnections, start_send_and_stop_at_random) {
     constexpr int connections = 64;
     constexpr int threads = 16;
     const char* const wanted = std::getenv("QUOREL_STRESS_SECONDS");
@@ -274,6 +311,9 @@ TEST(MailProcedures, many_connections_start_send_and_stop_at_random) {
     {
         SMTPSink sink(100);
         std::thread server([&] { sink.run(); });
+        SecureRelay relay(sink.port());
+        const bool secure = GetParam();
+        const int port = secure ? relay.port() : sink.port();
         std::vector<std::thread> users;
         const auto end = std::chrono::steady_clock::now() + duration;
         for (unsigned seed = 1; seed <= threads; ++seed) {
@@ -281,7 +321,7 @@ TEST(MailProcedures, many_connections_start_send_and_stop_at_random) {
                 while (std::chrono::steady_clock::now() < end) {
                     const int32 cid = 100 + rand_r(&seed) % connections;
                     const int what = rand_r(&seed) % 10;
-                    if (what < 2) start(sink.port(), cid);
+                    if (what < 2) start(port, cid, secure);
                     if (what == 2 && stop(cid) == 0) ++stopped;
                     if (what > 2 && mail(cid) == 0) ++mails;
                 }
