@@ -1,14 +1,13 @@
 #include "host/callframe.h"
 
-#include <sched.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
-#include <charconv>
-#include <cstdlib>
 #include <cstring>
 #include <vector>
+
+#include "host/cancelrecord.h"
+#include "host/text.h"
 
 namespace host {
 
@@ -17,53 +16,6 @@ namespace {
 bool is_text(a_sql_data_type type) {
     return type == EXTFN_TYPE_CHAR || type == EXTFN_TYPE_STRING || type == EXTFN_TYPE_LONGCHAR;
 }
-
-std::optional<std::int32_t> parse_int(std::string_view text) {
-    std::int32_t number = 0;
-    const char* end = text.data() + text.size();
-    const auto parsed = std::from_chars(text.data(), end, number);
-    if (parsed.ec != std::errc() || parsed.ptr != end) return std::nullopt;
-    return number;
-}
-
-// The record that a running call registered, shared between the call's thread and those that
-// cancel. Lock-free, because a signal handler cancels too.
-class CancelRecord {
-  public:
-    explicit CancelRecord(const Library& library) : _library(library) {}
-    CancelRecord(const CancelRecord&) = delete;
-    CancelRecord& operator=(const CancelRecord&) = delete;
-    ~CancelRecord() { own(nullptr); }
-
-    // Takes a record (or null) in place of the one held, which is freed once nobody uses it, unless
-    // it is the same one: a canceller raises _users before it looks at the record, so after the
-    // exchange either it sees the new record or this thread sees that it is busy.
-    void own(void* record) {
-        void* old = _record.exchange(record);
-        while (_users.load() != 0) sched_yield();
-        if (old != record) free(old);
-        if (record != nullptr && _cancelled.load()) _library.cancel(record);
-    }
-
-    void cancel() {
-        _cancelled.store(true);
-        _users.fetch_add(1);
-        if (void* record = _record.load()) _library.cancel(record);
-        _users.fetch_sub(1);
-    }
-
-    [[nodiscard]] bool cancelled() const { return _cancelled.load(); }
-
-  private:
-    const Library& _library;
-    std::atomic<void*> _record{nullptr};
-    std::atomic<int> _users{0};
-    std::atomic<bool> _cancelled{false};
-
-    static_assert(std::atomic<void*>::is_always_lock_free);
-    static_assert(std::atomic<int>::is_always_lock_free);
-    static_assert(std::atomic<bool>::is_always_lock_free);
-};
 
 struct Argument {
     bool given = false;
@@ -222,7 +174,7 @@ void CallFrame::State::fill(std::uint32_t number, std::uint32_t offset, an_extfn
     value.data = const_cast<char*>(bytes.data() + offset);
     value.piece_len = whole ? length - offset : std::min(piece_size, length - offset);
     value.total_len = length;
-    note_moved(value.piece_len);
+    if (!procedure.parameter(number).names_file) note_moved(value.piece_len);
 }
 
 bool CallFrame::State::write(std::uint32_t number, const an_extfn_value& value, bool append) {
@@ -296,7 +248,8 @@ bool CallFrame::set_argument(std::uint32_t number, Value value, std::string& err
         argument->own(given ? std::to_string(*given) : std::move(*value.bytes));
         return true;
     }
-    const std::optional<std::int32_t> wanted = given ? given : parse_int(*value.bytes);
+    const std::optional<std::int32_t> wanted =
+        given ? given : parse_number<std::int32_t>(*value.bytes);
     if (!wanted) {
         error = _state->describe(number) + "takes a whole number from -2147483648 to 2147483647";
         return false;

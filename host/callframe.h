@@ -60,8 +60,8 @@ class CallFrame {
     /// until the frame is gone.
     bool lend_argument(std::uint32_t number, std::string_view bytes, std::string& error);
 
-    /// Called on the procedure's thread after each piece that moves (`moved`: bytes of arguments
-    /// read and results written so far), for progress displays.
+    /// Called on the procedure's thread after each piece that moves (`moved`: bytes of arguments,
+    /// but for files' names, read and results written so far), for progress displays.
     std::function<void(std::uint64_t moved)> on_progress;
 
     /// When set, receives the pieces of the result in place of result(), which then holds an empty

@@ -1,9 +1,8 @@
 #include "host/procedures.h"
 
-#include <strings.h>
-
 #include <algorithm>
-#include <charconv>
+
+#include "host/text.h"
 
 namespace host {
 
@@ -52,10 +51,12 @@ constexpr Parameter startsmtp_parameters[] = {
     {"sender_name", In, EXTFN_TYPE_CHAR, Null, "the sender's name", Line},
     {"auth_username", In, EXTFN_TYPE_CHAR, Null, "the user to log in as", Line},
     {"auth_password", In, EXTFN_TYPE_CHAR, Null, "the user's password", Line},
-    {"trusted_cert", In, EXTFN_TYPE_CHAR, Null, "a certificate file; asks for TLS", Line},
-    {"cert_company", In, EXTFN_TYPE_CHAR, Null, "the company in the server's certificate", Line},
-    {"cert_unit", In, EXTFN_TYPE_CHAR, Null, "the unit in it", Line},
-    {"cert_name", In, EXTFN_TYPE_CHAR, Null, "the name in it", Line},
+    {"trusted_cert", In, EXTFN_TYPE_CHAR, Null, "a file of trusted certificates; asks for TLS",
+     Line},
+    {"cert_company", In, EXTFN_TYPE_CHAR, Null, "the company (O) in the server's certificate",
+     Line},
+    {"cert_unit", In, EXTFN_TYPE_CHAR, Null, "the unit (OU) in it", Line},
+    {"cert_name", In, EXTFN_TYPE_CHAR, Null, "the name (CN, or host name) in it", Line},
     {"cid", In, EXTFN_TYPE_INT32, Connection, "the connection that the session belongs to"},
 };
 
@@ -102,12 +103,13 @@ constexpr StatusMeaning cmdshell_statuses[] = {
 constexpr StatusMeaning startsmtp_statuses[] = {
     {0, "the session is open"},
     {2, "no host was given"},
-    {15, "out of memory"},
+    {15, "out of memory, or the TLS provider's file is missing or was refused"},
     {100, "the mail server cannot be reached"},
     {101, "the mail server did not answer in time"},
     {102, "the mail server's name does not resolve"},
     {104, "the mail server refused, or gave an answer that is none"},
-    {105, "the connection could not be secured"},
+    {105,
+     "not secured: no STARTTLS, a certificate that is not trusted, or a login refused over TLS"},
 };
 
 constexpr StatusMeaning sendmail_statuses[] = {
@@ -125,6 +127,9 @@ constexpr StatusMeaning stopsmtp_statuses[] = {
     {0, "the session is closed"},
     {3, "no session was started on this connection"},
 };
+
+constexpr std::string_view older_mail =
+    "the older mail interface is not there on this system; use xp_startsmtp";
 
 constexpr Procedure table[] = {
     {.name = "xp_read_file",
@@ -173,19 +178,18 @@ constexpr Procedure table[] = {
      .parameters = stopsmtp_parameters,
      .statuses = stopsmtp_statuses,
      .otherwise = "an unknown status"},
+    {.name = "xp_startmail",
+     .summary = "does nothing; opens a session of an older mail interface elsewhere",
+     .otherwise = older_mail},
+    {.name = "xp_stopmail",
+     .summary = "does nothing; closes a session of an older mail interface elsewhere",
+     .otherwise = older_mail},
 };
-
-bool same_name(std::string_view a, std::string_view b) {
-    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
-}
 
 // The number at the end of "value7", given "7": 1 … limit, written without leading zeros; else 0.
 std::uint32_t repeat_index(std::string_view digits, std::uint32_t limit) {
-    std::uint32_t index = 0;
-    const char* end = digits.data() + digits.size();
-    const auto parsed = std::from_chars(digits.data(), end, index);
-    if (parsed.ec != std::errc() || parsed.ptr != end || digits.front() == '0') return 0;
-    return index <= limit ? index : 0;
+    const std::uint32_t index = parse_number<std::uint32_t>(digits).value_or(0);
+    return index <= limit && digits.front() != '0' ? index : 0;
 }
 
 }  // namespace
@@ -217,6 +221,13 @@ std::uint32_t Procedure::parameter_number(std::string_view wanted) const {
     if (!same_name(stem, wanted.substr(0, stem.size())) || wanted.size() == stem.size()) return 0;
     const std::uint32_t index = repeat_index(wanted.substr(stem.size()), repeats);
     return index == 0 ? 0 : plain_rows + index;
+}
+
+bool Procedure::moves_bytes() const {
+    return result == Result::Bytes ||
+           std::any_of(parameters.begin(), parameters.end(), [](const Parameter& parameter) {
+               return parameter.direction == In && parameter.type == EXTFN_TYPE_BINARY;
+           });
 }
 
 std::span<const Procedure> procedures() {

@@ -46,7 +46,7 @@ struct Parameter {
 
 /// What argument 0 holds after a call.
 enum class Result {
-    None,    ///< nothing that means anything; the values are OUT parameters
+    None,    ///< nothing that means anything; the values are OUT parameters, if there are any
     Status,  ///< an int32, 0 for success
     Bytes    ///< a binary value, or NULL for failure; left unset, it is an empty value
 };
@@ -64,7 +64,7 @@ struct Procedure {
 
     /// The parameters by number, from 1. Where `repeats` is not 0, the last row stands for that
     /// many parameters, named by the row's name followed by 1, 2, …
-    std::span<const Parameter> parameters;
+    std::span<const Parameter> parameters = {};
     std::uint32_t repeats = 0;
 
     /// True for a call that may run long and registers a cancellation record.
@@ -75,6 +75,8 @@ struct Procedure {
     std::span<const StatusMeaning> statuses = {};
     std::string_view otherwise;
 
+    /// True when it carries a file's contents in or out.
+    [[nodiscard]] bool moves_bytes() const;
     /// Number of parameters, repeated ones counted.
     [[nodiscard]] std::uint32_t parameter_count() const;
     /// Row that declares parameter `number` (1 … parameter_count()).

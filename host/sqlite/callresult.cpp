@@ -57,6 +57,10 @@ void show_out_values(const Procedure& procedure, const CallFrame& frame) {
         row.push_back({null ? "NULL" : display_text(*value->bytes)});
         if (!null) shown = row.size();
     }
+    if (names.empty()) {
+        printf("no result: %s\n", procedure.otherwise.data());
+        return;
+    }
     const bool nothing = shown == 0;
     shown = std::max<std::size_t>(shown, 1);
     names.resize(shown);

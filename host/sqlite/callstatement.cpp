@@ -1,6 +1,7 @@
 #include "host/sqlite/callstatement.h"
 
 #include "host/sqlite/sqltext.h"
+#include "host/text.h"
 
 namespace host {
 
@@ -108,7 +109,7 @@ class Parser {
 }  // namespace
 
 bool is_call(std::string_view text) {
-    return same_word(word_at(text, skip_blank(text, 0)), "CALL");
+    return same_name(word_at(text, skip_blank(text, 0)), "CALL");
 }
 
 bool parse_call(std::string_view text, CallStatement& call, StatementError& error) {

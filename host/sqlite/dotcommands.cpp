@@ -2,9 +2,10 @@
 
 #include <cstdio>
 
+#include "host/nearestname.h"
 #include "host/sqlite/display.h"
 #include "host/sqlite/procedurehelp.h"
-#include "host/sqlite/sqltext.h"
+#include "host/text.h"
 
 namespace host {
 
@@ -25,7 +26,7 @@ In SQL the procedures are functions too: SELECT xp_cmdshell('true');
   .quit            ends the shell, as Ctrl-D does
 
 Ctrl-C cancels what runs, or voids the input. Tab completes names. An entry that
-begins with a space is not kept in the history, nor one that says "password".
+begins with a space is not kept in the history, nor one that gives a password.
 )";
 
 DotResult help(std::string_view name, std::string& error) {
@@ -37,7 +38,7 @@ DotResult help(std::string_view name, std::string& error) {
         fputs(describe_procedure(*procedure).c_str(), stdout);
         return DotResult::Done;
     }
-    error = unknown_procedure(name);
+    error = unknown_procedure(name) + " (.procedures lists all)";
     return DotResult::Wrong;
 }
 
@@ -84,7 +85,7 @@ std::string_view trim(std::string_view text) {
 DotResult run_dot_command(std::string_view text, std::string& error) {
     const std::string_view name = text.substr(0, text.find_first_of(" \t\r\n;"));
     for (const Command& command : commands)
-        if (same_word(name, command.name))
+        if (same_name(name, command.name))
             return command.run(trim(text.substr(name.size())), error);
     error = "there is no command " + display_text(name) + "; .help lists them";
     return DotResult::Wrong;

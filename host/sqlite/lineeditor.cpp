@@ -11,7 +11,7 @@
 #include <cstdlib>
 
 #include "host/sqlite/interrupt.h"
-#include "host/sqlite/sqltext.h"
+#include "host/text.h"
 
 namespace host {
 
@@ -33,7 +33,7 @@ std::string_view begun_word(const LineInfo& line) {
 std::size_t common_length(const std::vector<std::string_view>& words) {
     std::string_view common = words.front();
     for (const std::string_view word : words)
-        while (!same_word(word.substr(0, common.size()), common)) common.remove_suffix(1);
+        while (!same_name(word.substr(0, common.size()), common)) common.remove_suffix(1);
     return common.size();
 }
 
@@ -174,7 +174,7 @@ std::vector<std::string_view> LineEditor::_candidates(std::string_view begun) co
     std::vector<std::string_view> found;
     if (begun.empty()) return found;
     for (const std::string& word : _words)
-        if (same_word(std::string_view(word).substr(0, begun.size()), begun)) found.push_back(word);
+        if (same_name(std::string_view(word).substr(0, begun.size()), begun)) found.push_back(word);
     return found;
 }
 

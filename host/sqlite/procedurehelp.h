@@ -16,12 +16,6 @@ namespace host {
 /// Its parameters' names on one line: "format, value1 … value50".
 [[nodiscard]] std::string parameter_list(const Procedure& procedure);
 
-/// The procedure whose name is most like `name`; empty when none is like it.
-[[nodiscard]] std::string_view nearest_procedure(std::string_view name);
-
-/// The message for a procedure that there is none of, with the nearest one if there is.
-[[nodiscard]] std::string unknown_procedure(std::string_view name);
-
 }  // namespace host
 
 #endif

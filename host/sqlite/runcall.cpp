@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/callframe.h"
+#include "host/nearestname.h"
 #include "host/sqlite/callresult.h"
 #include "host/sqlite/interrupt.h"
 #include "host/sqlite/procedurehelp.h"
@@ -57,7 +58,6 @@ class CallRun {
     bool _set_argument(CallFrame& frame, const Given& given, std::string& error);
     bool _fail_unplaced(const CallStatement::Argument& argument);
     [[nodiscard]] std::uint32_t _next_positional() const;
-    [[nodiscard]] bool _sends_a_file() const;
     void _watch(CallFrame& frame);
 
     Session& _session;
@@ -72,7 +72,7 @@ class CallRun {
 bool CallRun::_find_procedure() {
     _procedure = find_procedure(_call.procedure);
     if (_procedure != nullptr) return true;
-    return _fail(unknown_procedure(_call.procedure), _call.procedure);
+    return _fail(unknown_procedure(_call.procedure) + " (.procedures lists all)", _call.procedure);
 }
 
 bool CallRun::_number_arguments() {
@@ -161,21 +161,13 @@ bool CallRun::_set_arguments(CallFrame& frame) {
     return true;
 }
 
-bool CallRun::_sends_a_file() const {
-    const auto& parameters = _procedure->parameters;
-    return std::any_of(parameters.begin(), parameters.end(), [](const Parameter& parameter) {
-        return parameter.direction == Direction::In && parameter.type == EXTFN_TYPE_BINARY;
-    });
-}
-
 // What the callbacks of a running call feed: the display of bytes, and the result's summary.
 void CallRun::_watch(CallFrame& frame) {
-    if (_sends_a_file())
+    if (_procedure->moves_bytes())
         frame.on_progress = [this](std::uint64_t moved) { _session.progress.moved(moved); };
     if (_procedure->result != Result::Bytes) return;
     frame.on_result = [this, &frame](const void* data, std::uint32_t length, bool append) {
         _bytes.take(data, length, append);
-        _session.progress.moved(_bytes.length());
         return !frame.cancelled();
     };
 }

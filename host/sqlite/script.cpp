@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "host/filebytes.h"
 #include "host/sqlite/interrupt.h"
 #include "host/sqlite/runstatement.h"
 
@@ -51,21 +52,9 @@ class Script {
     int _status = 0;
 };
 
-bool read_file(const std::string& file, std::string& text) {
-    FILE* in = fopen(file.c_str(), "re");
-    if (in == nullptr) return false;
-    char block[65536];
-    while (const std::size_t count = fread(block, 1, sizeof block, in)) text.append(block, count);
-    const bool whole = ferror(in) == 0;
-    const int reason = errno;
-    fclose(in);
-    errno = reason;
-    return whole;
-}
-
 // Says so, with errno's reason.
-int fail_to_read(const char* source) {
-    fprintf(stderr, "quorelsql: cannot read %s: %s\n", source, strerror(errno));
+int fail_to_read_standard_input() {
+    fprintf(stderr, "quorelsql: cannot read standard input: %s\n", strerror(errno));
     return 1;
 }
 
@@ -91,16 +80,20 @@ int run_command(Session& session, const std::string& sql) {
 }
 
 int run_script_file(Session& session, const std::string& file) {
-    std::string text;
-    if (!read_file(file, text)) return fail_to_read(file.c_str());
+    FileBytes text;
+    std::string error;
+    if (!text.read(file, error)) {
+        fprintf(stderr, "quorelsql: %s\n", error.c_str());
+        return 1;
+    }
     Script script(session, file);
-    script.feed(text);
+    script.feed(text.view());
     return script.finish();
 }
 
 int run_standard_input(Session& session) {
     FILE* in = take_standard_input();
-    if (in == nullptr) return fail_to_read("standard input");
+    if (in == nullptr) return fail_to_read_standard_input();
     Script script(session, "standard input");
     char* line = nullptr;
     std::size_t size = 0;
@@ -108,7 +101,7 @@ int run_standard_input(Session& session) {
     for (ssize_t length = 0; !over && (length = getline(&line, &size, in)) > 0;)
         over = !script.feed({line, static_cast<std::size_t>(length)});
     // What cannot be read to its end has no statement that is whole.
-    const int status = !over && feof(in) == 0 ? fail_to_read("standard input") : script.finish();
+    const int status = !over && feof(in) == 0 ? fail_to_read_standard_input() : script.finish();
     free(line);
     fclose(in);
     return status;

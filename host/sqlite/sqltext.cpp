@@ -1,7 +1,5 @@
 #include "host/sqlite/sqltext.h"
 
-#include <strings.h>
-
 #include <cctype>
 
 namespace host {
@@ -64,10 +62,6 @@ std::string_view word_at(std::string_view text, std::size_t pos) {
     std::size_t end = pos + 1;
     while (end < text.size() && is_word_part(text[end])) ++end;
     return text.substr(pos, end - pos);
-}
-
-bool same_word(std::string_view a, std::string_view b) {
-    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
 
 }  // namespace host

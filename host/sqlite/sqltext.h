@@ -27,9 +27,6 @@ namespace host {
 /// The unquoted identifier or keyword at text[pos]; empty when none begins there.
 [[nodiscard]] std::string_view word_at(std::string_view text, std::size_t pos);
 
-/// Equality as SQL compares identifiers: ASCII letters without regard to case.
-[[nodiscard]] bool same_word(std::string_view a, std::string_view b);
-
 }  // namespace host
 
 #endif

@@ -1,0 +1,28 @@
+#ifndef QUOREL_HOST_TEXT_H
+#define QUOREL_HOST_TEXT_H
+
+/// How the hosts read what people write.
+
+#include <charconv>
+#include <optional>
+#include <string_view>
+
+namespace host {
+
+/// Equality as SQL compares identifiers: ASCII letters without regard to case.
+[[nodiscard]] bool same_name(std::string_view a, std::string_view b);
+
+/// The number that `text` is from its first to its last byte, in decimal; nothing when it is none
+/// or does not fit.
+template <typename Number>
+[[nodiscard]] std::optional<Number> parse_number(std::string_view text) {
+    Number number = 0;
+    const char* end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, number);
+    if (parsed.ec != std::errc() || parsed.ptr != end) return std::nullopt;
+    return number;
+}
+
+}  // namespace host
+
+#endif
