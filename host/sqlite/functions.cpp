@@ -101,9 +101,10 @@ int register_scalar_function(sqlite3* db, const SqlFunction& function) {
 
 }  // namespace
 
-int quorel_sqlite_register(sqlite3* db, const Library& library, std::int32_t connection) {
+int quorel_sqlite_register(sqlite3* db, const Library& library, std::int32_t connection,
+                           const std::function<void(std::uint64_t moved)>& on_progress) {
     for (const Procedure& procedure : procedures()) {
-        const SqlFunction function{&library, &procedure, connection};
+        const SqlFunction function{&library, &procedure, connection, on_progress};
         const int code = function.is_table() ? register_table_function(db, function)
                                              : register_scalar_function(db, function);
         if (code != SQLITE_OK) return code;

@@ -4,6 +4,7 @@
 /// The procedures as SQL functions of a SQLite connection.
 
 #include <cstdint>
+#include <functional>
 
 #include "host/library.h"
 
@@ -21,8 +22,12 @@ struct sqlite3;
 /// The functions work only in top-level SQL (SQLITE_DIRECTONLY): a view or trigger of a database
 /// file cannot call them. sqlite3_interrupt ends a running command or a read.
 ///
+/// `on_progress`, unless it is empty, hears of each piece of a file that is read or written: how
+/// many bytes of it have moved so far.
+///
 /// `library` is not owned and outlives the connection. Returns SQLITE_OK or SQLite's error code.
-int quorel_sqlite_register(sqlite3* db, const host::Library& library, std::int32_t connection);
+int quorel_sqlite_register(sqlite3* db, const host::Library& library, std::int32_t connection,
+                           const std::function<void(std::uint64_t moved)>& on_progress = {});
 
 /// A connection number that nobody in this process has: 1, 2, … (0 is the default mail session's).
 /// Safe on any thread.

@@ -27,7 +27,8 @@ bool Session::open(const std::string& database, const std::string& library_path,
         return false;
     }
     connection = quorel_sqlite_next_connection();
-    if (quorel_sqlite_register(db, library, connection) == SQLITE_OK) return true;
+    const auto show = [this](std::uint64_t moved) { progress.moved(moved); };
+    if (quorel_sqlite_register(db, library, connection, show) == SQLITE_OK) return true;
     error = std::string("cannot register the procedures: ") + sqlite3_errmsg(db);
     return false;
 }

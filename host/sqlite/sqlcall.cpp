@@ -93,6 +93,7 @@ int run_sql_call(sqlite3* db, const SqlFunction& function, CallFrame& frame,
             code != SQLITE_OK)
             return code;
 
+    if (function.procedure->moves_bytes()) frame.on_progress = function.on_progress;
     const bool called =
         function.procedure->cancellable ? call_interruptibly(db, frame, error) : frame.call(error);
     if (!called) return SQLITE_ERROR;

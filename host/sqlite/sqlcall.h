@@ -3,6 +3,7 @@
 
 /// What scalar and table-valued functions share: from SQL arguments to a finished call.
 
+#include <functional>
 #include <span>
 #include <string>
 #include <vector>
@@ -18,6 +19,7 @@ struct SqlFunction {
     const Library* library;
     const Procedure* procedure;
     std::int32_t connection;
+    std::function<void(std::uint64_t moved)> on_progress = {};
 
     /// True where the values come back as rows: the OUT parameters repeat.
     [[nodiscard]] bool is_table() const;
