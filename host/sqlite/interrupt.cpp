@@ -21,22 +21,50 @@ std::atomic<CallFrame*> running_call;
 std::atomic<bool> running;
 std::atomic<bool> pressed;
 volatile sig_atomic_t echoed;
+volatile sig_atomic_t ending;  // the signal that ends the program once nothing runs
 static_assert(std::atomic<CallFrame*>::is_always_lock_free);
 static_assert(std::atomic<bool>::is_always_lock_free);
 
-// Only async-signal-safe calls; sqlite3_interrupt and CallFrame::cancel set flags.
+// The handlers make only async-signal-safe calls; sqlite3_interrupt and CallFrame::cancel set flags
+// and send a signal.
+void cancel_what_runs() {
+    pressed.store(true);
+    if (CallFrame* call = running_call.load()) call->cancel();
+    if (running.load()) sqlite3_interrupt(database);
+}
+
+// Ends the program as the signal does that nobody handles.
+void end_by(int signal_number) {
+    signal(signal_number, SIG_DFL);
+    raise(signal_number);
+}
+
 void on_interrupt(int signal_number) {
     const int saved = errno;
     if (pthread_equal(pthread_self(), main_thread) == 0) {
         pthread_kill(main_thread, signal_number);
     } else if (ends_when_idle && (!running.load() || pressed.load())) {
-        signal(signal_number, SIG_DFL);
-        raise(signal_number);
+        end_by(signal_number);
     } else {
-        pressed.store(true);
         echoed = 1;
-        if (CallFrame* call = running_call.load()) call->cancel();
-        if (running.load()) sqlite3_interrupt(database);
+        cancel_what_runs();
+    }
+    errno = saved;
+}
+
+// Cancels what runs, so that the end of the program leaves no command of its behind. Who waits for
+// something else is not waited for.
+void on_end(int signal_number) {
+    constexpr unsigned patience = 1;  // seconds
+    const int saved = errno;
+    if (pthread_equal(pthread_self(), main_thread) == 0) {
+        pthread_kill(main_thread, signal_number);
+    } else if (!running.load() || ending != 0) {
+        end_by(ending != 0 ? ending : signal_number);
+    } else {
+        ending = signal_number;
+        cancel_what_runs();
+        alarm(patience);
     }
     errno = saved;
 }
@@ -48,19 +76,25 @@ void mask_interrupt(int how) {
     pthread_sigmask(how, &set, nullptr);
 }
 
+// A signal that the program was started to ignore is for somebody else: a background job of a
+// script is not Ctrl-C's, nor is one under nohup SIGHUP's.
+void handle(int signal_number, void (*handler)(int)) {
+    struct sigaction action {};
+    if (sigaction(signal_number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) return;
+    action = {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART;
+    sigaction(signal_number, &action, nullptr);
+}
+
 }  // namespace
 
-void catch_interrupts(sqlite3* db, bool idle_ends) {
+void catch_signals(sqlite3* db, bool idle_ends) {
     main_thread = pthread_self();
     database = db;
     ends_when_idle = idle_ends;
-    struct sigaction action {};
-    // A background job of a script: Ctrl-C is for somebody else.
-    if (sigaction(SIGINT, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) return;
-    action = {};
-    action.sa_handler = on_interrupt;
-    action.sa_flags = SA_RESTART;
-    sigaction(SIGINT, &action, nullptr);
+    handle(SIGINT, on_interrupt);
+    for (const int signal_number : {SIGTERM, SIGHUP, SIGALRM}) handle(signal_number, on_end);
 }
 
 bool interrupted() {
@@ -80,6 +114,7 @@ Running::Running() {
 
 Running::~Running() {
     running.store(false);
+    if (ending != 0) end_by(ending);
 }
 
 RunningCall::RunningCall(CallFrame& frame) {

@@ -1,9 +1,10 @@
 #ifndef QUOREL_HOST_SQLITE_INTERRUPT_H
 #define QUOREL_HOST_SQLITE_INTERRUPT_H
 
-/// Ctrl-C in the shell: it cancels what runs, and does not end a shell that a person types in.
+/// Signals to the shell. Ctrl-C cancels what runs, and does not end a shell that a person types in;
+/// what ends the shell leaves no command behind that it runs.
 ///
-/// All of it belongs to the main thread; a SIGINT that another thread receives is passed on to it.
+/// All of it belongs to the main thread; a signal that another thread receives is passed on to it.
 
 #include "host/callframe.h"
 
@@ -13,12 +14,15 @@ namespace host {
 
 /// Takes SIGINT over. While a Running lives, it interrupts `db` (not owned, stays open). At other
 /// times it is noted and otherwise ignored, or, with `idle_ends`, it ends the program as usual; so
-/// does a second one during the same Running then, when the first did not help. A SIGINT that the
-/// program was started to ignore stays ignored.
+/// does a second one during the same Running then, when the first did not help.
+///
+/// SIGTERM and SIGHUP cancel what runs and then end the program as usual: at the end of the
+/// Running, or after a second, or at once when there is another one. A signal that the program was
+/// started to ignore stays ignored.
 ///
 /// Interrupted system calls are restarted: a procedure that waits for its command must not see that
 /// a signal came.
-void catch_interrupts(sqlite3* db, bool idle_ends);
+void catch_signals(sqlite3* db, bool idle_ends);
 
 /// True when Ctrl-C was pressed since the last Running began.
 [[nodiscard]] bool interrupted();
@@ -27,7 +31,7 @@ void catch_interrupts(sqlite3* db, bool idle_ends);
 /// first thing after an interrupt.
 void leave_echoed_line();
 
-/// A statement runs; forgets earlier interrupts.
+/// A statement runs; forgets earlier interrupts. At its end the program ends, if a signal said so.
 class Running {
   public:
     Running();

@@ -44,7 +44,7 @@ int main(int argc, char** argv) {
         fprintf(stderr, "quorelsql: %s\n", error.c_str());
         return 1;
     }
-    host::catch_interrupts(session.db, !session.interactive);
+    host::catch_signals(session.db, !session.interactive);
     const int status = run(session, options);
     if (fflush(stdout) == 0 && ferror(stdout) == 0) return status;
     perror("quorelsql: cannot write");

@@ -73,6 +73,9 @@ class Batch(Scratch):
              " value1 | value2\n--------+--------\n 12     | abc\n(1 row)\n\n"),
             ("CALL xp_scanf('', '%s')", " value1\n--------\n NULL\n(1 row)\n\n"
              "NULL: the input does not match the format, or one of them is NULL\n\n"),
+            ("CALL xp_startmail(); SELECT xp_stopmail() AS none",
+             "no result: the older mail interface is not there on this system; use xp_startsmtp\n"
+             " none\n------\n NULL\n(1 row)\n\n"),
             ("call XP_CmdShell('echo out; exit 3')",
              "out\nstatus 3: the command ended with this exit status\n"),
             ("SELECT xp_cmdshell('exit 3') AS status", " status\n--------\n      3\n(1 row)\n\n"),
@@ -179,6 +182,24 @@ class Batch(Scratch):
             self.assertRegex(out, rf"\A{shown}\n?\Z")
             self.assert_gone(pid)
 
+    def test_a_signal_that_ends_the_shell_leaves_no_command_behind(self):
+        os.mkfifo(self.path("pipe"))
+        for ending in signal.SIGTERM, signal.SIGHUP:
+            for call in "CALL xp_cmdshell", "SELECT xp_cmdshell", "CALL xp_read_file('pipe'); --":
+                shell = subprocess.Popen([QUORELSQL, "-c", f"{call}('{STUBBORN}')"], text=True,
+                                         stdout=subprocess.PIPE, cwd=self.folder, env=self.environment)
+                self.addCleanup(shell.communicate)
+                self.addCleanup(shell.kill)
+                if "pipe" in call:
+                    with open(self.path("pipe"), "w"):  # until it is read from
+                        shell.send_signal(ending)
+                        self.assertEqual(shell.wait(PATIENCE), -ending)
+                    continue
+                pid = int(shell.stdout.readline().split()[1])
+                shell.send_signal(ending)
+                self.assertEqual(shell.wait(PATIENCE), -ending, call)
+                self.assert_gone(pid)
+
 
 class Terminal(Scratch):
     PROMPT = "quorelsql> "
@@ -261,12 +282,15 @@ class Terminal(Scratch):
         os.mkfifo(self.path("pipe"))
         for self.environment["TERM"] in ("xterm", "dumb"):
             shell = self.start()
-            shell.sendline("CALL xp_read_file('pipe');")
-            with open(self.path("pipe"), "wb") as pipe:
-                pipe.write(bytes(3 << 20))
-                pipe.flush()
-                shell.expect(r"xp_read_file: 3\.0 MiB, \d+\.\d s")
-            shell.expect(r"\(3145728 bytes\)")
+            for sql, what, answer in (
+                    ("CALL xp_read_file('pipe');", "xp_read_file", r"\(3145728 bytes\)"),
+                    ("SELECT length(xp_read_file('pipe'));", "running", r"\n +3145728")):
+                shell.sendline(sql)
+                with open(self.path("pipe"), "wb") as pipe:
+                    pipe.write(bytes(3 << 20))
+                    pipe.flush()
+                    shell.expect(what + r": 3\.0 MiB, \d+\.\d s")
+                shell.expect(answer)
             for statement, what in (("CALL", "xp_cmdshell"), ("SELECT", "running")):
                 shell.sendline(f"{statement} xp_cmdshell('read line <pipe');")
                 shell.expect(what + r": \d+\.\d s \(Ctrl-C cancels\)")
