@@ -36,7 +36,7 @@ struct CallStatement {
 [[nodiscard]] bool is_call(std::string_view text);
 
 /// Parses a CALL. False with `error` set when it is malformed, or a positional argument stands
-/// behind a named one.
+/// behind a named one; `call` then holds what came before.
 bool parse_call(std::string_view text, CallStatement& call, StatementError& error);
 
 }  // namespace host

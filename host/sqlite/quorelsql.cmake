@@ -19,6 +19,7 @@ quorel_library(host_sqlite_shell
     runsql.cpp
     runstatement.cpp
     script.cpp
+    secrets.cpp
     session.cpp
     sqltext.cpp
     statements.cpp

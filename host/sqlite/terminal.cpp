@@ -1,7 +1,6 @@
 #include "host/sqlite/terminal.h"
 
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -10,6 +9,7 @@
 #include "host/sqlite/interrupt.h"
 #include "host/sqlite/lineeditor.h"
 #include "host/sqlite/runstatement.h"
+#include "host/sqlite/secrets.h"
 
 namespace host {
 
@@ -22,7 +22,7 @@ std::vector<std::string> words_to_complete() {
 }
 
 bool is_kept(const std::string& entry) {
-    return !entry.starts_with(' ') && strcasestr(entry.c_str(), "password") == nullptr;
+    return !entry.starts_with(' ') && !tells_password(entry);
 }
 
 class Conversation {

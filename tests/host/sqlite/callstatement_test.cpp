@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "host/sqlite/secrets.h"
+
 using host::CallStatement;
 using host::StatementError;
 
@@ -68,4 +70,21 @@ TEST(CallStatement, is_told_from_sql_by_its_first_word) {
     EXPECT_TRUE(host::is_call("CALL"));
     EXPECT_FALSE(host::is_call("CALLED p"));
     EXPECT_FALSE(host::is_call("SELECT call"));
+}
+
+TEST(Secrets, are_passwords_given_by_name_or_by_position) {
+    for (const char* telling : {
+             "CALL xp_startsmtp(host => 'h', AUTH_Password => 'x')",
+             "CALL xp_startsmtp('a', 'h', 25, 60, 'n', 'u', 'secret')",
+             "SELECT 1; select XP_startsmtp (f(1, 2), ')', 25, 60, 'n', 'u', 'x', 'c') + 1 FROM t",
+             "SELECT \"xp_startsmtp\" /* ( */ ('a', 'h', 25, 60, 'n', 'u', 'x')",
+             "SELECT xp_startsmtp('a'); SELECT xp_startsmtp('a', 'h', 1, 2, 'n', 'u', 'x')",
+         })
+        EXPECT_TRUE(host::tells_password(telling)) << telling;
+    for (const char* harmless : {
+             "CALL xp_startsmtp('a', 'h', 25, 60, 'n', 'u')",
+             "CALL xp_startsmtp('a', 'h', 25, trusted_cert => 'a', cert_unit => '1,2,3,4,5,6,7')",
+             "SELECT xp_sprintf('%s', 1, 2, 3, 4, 5, 6, 7, 8), 'xp_startsmtp'",
+         })
+        EXPECT_FALSE(host::tells_password(harmless)) << harmless;
 }
