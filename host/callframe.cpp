@@ -77,6 +77,8 @@ struct CallFrame::State {
 
     Argument* in_parameter(std::uint32_t number, std::string_view bytes, std::string& error);
     [[nodiscard]] bool fits(std::uint32_t number, std::string_view bytes, std::string& error) const;
+    [[nodiscard]] bool accept_null(std::uint32_t number, Argument& argument,
+                                   std::string& error) const;
     [[nodiscard]] std::string describe(std::uint32_t number) const;
     [[nodiscard]] bool complete(std::string& error) const;
 
@@ -136,6 +138,18 @@ Argument* CallFrame::State::in_parameter(std::uint32_t number, std::string_view 
         return nullptr;
     }
     return fits(number, bytes, error) ? &arguments[number - 1] : nullptr;
+}
+
+// Without a connection's number a procedure takes another parameter for it, and a mail session
+// would go without the TLS that was asked for.
+bool CallFrame::State::accept_null(std::uint32_t number, Argument& argument,
+                                   std::string& error) const {
+    if (procedure.parameter(number).absent == Absent::Connection) {
+        error = describe(number) + "is not NULL; leave it out for this connection";
+        return false;
+    }
+    argument.set_null();
+    return true;
 }
 
 bool CallFrame::State::complete(std::string& error) const {
@@ -239,10 +253,7 @@ bool CallFrame::set_argument(std::uint32_t number, Value value, std::string& err
     Argument* argument =
         _state->in_parameter(number, is_text ? std::string_view(*value.bytes) : "", error);
     if (argument == nullptr) return false;
-    if (value.is_null()) {
-        argument->set_null();
-        return true;
-    }
+    if (value.is_null()) return _state->accept_null(number, *argument, error);
     const std::optional<std::int32_t> given = value.as_int();
     if (_state->procedure.parameter(number).type != EXTFN_TYPE_INT32) {
         argument->own(given ? std::to_string(*given) : std::move(*value.bytes));

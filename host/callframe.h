@@ -53,7 +53,7 @@ class CallFrame {
     /// number argument given to a string parameter arrives as its decimal text and the other way
     /// round. False with a sentence in `error` when there is no such parameter, it is an OUT
     /// parameter, text is no number where a number is called for, or it holds what the parameter's
-    /// `content` forbids.
+    /// `content` forbids, or the number of the connection is NULL.
     bool set_argument(std::uint32_t number, Value value, std::string& error);
 
     /// The same for a long value that the caller keeps: `bytes` is not copied and stays readable

@@ -94,6 +94,7 @@ class Batch(Scratch):
             ("CALL xp_sprintf(@out, '%s')", "no variables here"),
             ("CALL xp_read_file(b)", "no such column: b"),
             ("CALL xp_read_file('a'", r"this \( has no matching \)"),
+            ("CALL xp_stopsmtp(cid => NULL)", r"parameter 1 \(cid\) is not NULL; leave it out"),
             ("CALL xp_cmdshell('a' || char(0))", r"parameter 1 \(command\) is text and takes no zero"),
             (".frob", "no command .frob; .help lists them"),
             (".help xp_scan", "did you mean xp_scanf?"),
