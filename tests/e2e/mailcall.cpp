@@ -1,10 +1,13 @@
 // mailcall LIBRARY: calls the mail procedures of a library as a server would, one call for each
 // line of standard input, and prints the status of each call on a line of its own ("-" when none is
 // set). A line is the procedure's name and, for each argument that is not NULL, its number, its
-// type code and its bytes, at least one, in hexadecimal digits, separated by blanks.
+// type code and its bytes, at least one, in hexadecimal digits, separated by blanks. At
+// the end the library is unloaded, and standard error gets the number of threads and descriptors
+// that are left.
 
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <map>
 #include <sstream>
@@ -57,6 +60,12 @@ std::string from_hex(const std::string& digits) {
     return bytes;
 }
 
+// That of the descriptors counts the one it is read through.
+std::ptrdiff_t entries(const char* folder) {
+    const std::filesystem::directory_iterator found(folder);
+    return std::distance(begin(found), end(found));
+}
+
 }  // namespace
 
 int main(int, char** arguments) {
@@ -80,5 +89,7 @@ int main(int, char** arguments) {
         std::cout << call.status << std::endl;
     }
     dlclose(library);
+    std::cerr << "threads " << entries("/proc/self/task") << ", descriptors "
+              << entries("/proc/self/fd") - 1 << '\n';
     return 0;
 }
