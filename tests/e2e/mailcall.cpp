@@ -1,9 +1,8 @@
 // mailcall LIBRARY: calls the mail procedures of a library as a server would, one call for each
 // line of standard input, and prints the status of each call on a line of its own ("-" when none is
 // set). A line is the procedure's name and, for each argument that is not NULL, its number, its
-// type code and its bytes, at least one, in hexadecimal digits, separated by blanks. At
-// the end the library is unloaded, and standard error gets the number of threads and descriptors
-// that are left.
+// type code and its bytes, at least one, in hexadecimal digits, separated by blanks. At the end the
+// library is unloaded, and standard error gets the number of threads and descriptors that are left.
 
 #include <cstdint>
 #include <cstring>
