@@ -43,17 +43,15 @@ void expand_key(a_round_keys& keys, const a_byte* key, std::size_t key_len, unsi
     }
 }
 
-const a_aes_code& best_code() {
-    static const a_aes_code& best = ut_cpu_has_aes()    ? ut_aes_instructions
-                                    : ut_cpu_has_sse2() ? ut_aes_sse2
-                                                        : ut_aes_plain;
-    return best;
+const a_aes_code* best_code() {
+    if (ut_cpu_has_aes()) return &ut_aes_instructions;
+    return ut_cpu_has_sse2() ? &ut_aes_sse2 : &ut_aes_plain;
 }
 
 }  // namespace
 
 bool UTAES::set_key(const a_byte* key, std::size_t key_len) {
-    return set_key(key, key_len, best_code());
+    return set_key(key, key_len, *ut_code_for_cpu<best_code>());
 }
 
 bool UTAES::set_key(const a_byte* key, std::size_t key_len, const a_aes_code& code) {

@@ -82,7 +82,10 @@ void ut_sha1_plain(uint32* state, const a_byte* blocks, std::size_t count) {
     for (; count != 0; count--, blocks += 64) compress_block(state, blocks);
 }
 
+static a_compress_code best_code() {
+    return ut_cpu_has_sha() ? ut_sha1_instructions : ut_sha1_plain;
+}
+
 void a_sha1_algorithm::compress(uint32* state, const a_byte* blocks, std::size_t count) {
-    static const a_compress_code best = ut_cpu_has_sha() ? ut_sha1_instructions : ut_sha1_plain;
-    best(state, blocks, count);
+    ut_code_for_cpu<best_code>()(state, blocks, count);
 }

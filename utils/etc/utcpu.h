@@ -5,6 +5,7 @@
 /// i686 or x86-64 processor, and code for newer ones is chosen by these answers alone. Each answer
 /// costs a cpuid instruction, which is slow, so callers keep it.
 
+#include <atomic>
 #include <cpuid.h>
 
 /// For a function that contains such instructions: compiles it for `features` (a comma-separated
@@ -38,6 +39,21 @@ inline bool ut_cpu_has_aes() {
 inline bool ut_cpu_has_sha() {
     const unsigned shuffles = bit_SSSE3 | bit_SSE4_1;
     return (a_cpuid(1).ecx & shuffles) == shuffles && (a_cpuid(7).ebx & bit_SHA) != 0;
+}
+
+/// The code for this processor: what `Choose` returns, a pointer that is not null. It is asked
+/// once, or by threads that come at the same time a few times. A static with an initialiser to be
+/// run would draw in the part of the C++ run time that throws, whose reserve for exceptions stays
+/// behind when the library is unloaded.
+template <auto Choose>
+auto ut_code_for_cpu() {
+    static std::atomic<decltype(Choose())> chosen = nullptr;
+    auto code = chosen.load(std::memory_order_relaxed);
+    if (code == nullptr) {
+        code = Choose();
+        chosen.store(code, std::memory_order_relaxed);
+    }
+    return code;
 }
 
 #endif
