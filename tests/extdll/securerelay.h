@@ -60,8 +60,7 @@ class SecureRelay {
     const std::vector<Heard>& finish() {
         _stop = true;
         if (_acceptor.joinable()) _acceptor.join();
-        for (std::thread& server : _servers) server.join();
-        _servers.clear();
+        while (_serving > 0) poll(nullptr, 0, 1);
         if (_listener != -1) close(_listener);
         _listener = -1;
         return _heard;
@@ -93,7 +92,12 @@ class SecureRelay {
     void accept_all() {
         while (readable(_listener)) {
             const int fd = accept4(_listener, nullptr, nullptr, SOCK_CLOEXEC);
-            if (fd != -1) _servers.emplace_back([this, fd] { serve(fd); });
+            if (fd == -1) continue;
+            ++_serving;
+            std::thread([this, fd] {
+                serve(fd);
+                --_serving;
+            }).detach();
         }
     }
 
@@ -186,7 +190,7 @@ class SecureRelay {
     int _port = 0;
     std::atomic<bool> _stop = false;
     std::thread _acceptor;
-    std::vector<std::thread> _servers;  // the acceptor's, until it has ended
+    std::atomic<int> _serving = 0;  // clients, each with a thread
     std::mutex _mutex;
     std::vector<Heard> _heard;  // guarded by _mutex until the threads have ended
 };
