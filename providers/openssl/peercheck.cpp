@@ -1,7 +1,5 @@
 #include "providers/openssl/peercheck.h"
 
-#include "providers/openssl/hostname.h"
-
 #include <openssl/x509v3.h>
 
 #include <cstring>
@@ -29,7 +27,7 @@ bool fail_verify(X509_STORE_CTX& context, ErrorRecord& error) {
     const int result = X509_STORE_CTX_get_error(&context);
     const X509* const faulty = X509_STORE_CTX_get_current_cert(&context);
     const BioPtr subject = faulty == nullptr ? nullptr : subject_text(*faulty);
-    return error.fail(code_of(result), subject == nullptr ? nullptr : text_of(*subject),
+    return error.fail(code_of(result), subject == nullptr ? "" : text_of(*subject),
                       static_cast<uint32_t>(result));
 }
 
@@ -52,9 +50,19 @@ bool subject_has(const X509& certificate, int attribute, const char* text) {
     return false;
 }
 
-/// Asked for host names only: OpenSSL would take ".example" for every name that ends so.
+/// OpenSSL would take ".example" for every name that ends so, and fall back on the CN, which counts
+/// by equality only.
 bool has_dns_name(X509& certificate, const char* name) {
-    return is_host_name(name) && X509_check_host(&certificate, name, 0, 0, nullptr) == 1;
+    return *name != '\0' && *name != '.' &&
+           X509_check_host(&certificate, name, 0, X509_CHECK_FLAG_NEVER_CHECK_SUBJECT, nullptr) ==
+               1;
+}
+
+/// An authority's name constraints hold for the CN too, which can stand for a host name even where
+/// there are DNS names (RFC 5280 section 4.2.1.10 leaves that open).
+void constrain_common_name(X509_STORE_CTX& context) {
+    X509_VERIFY_PARAM_set_hostflags(X509_STORE_CTX_get0_param(&context),
+                                    X509_CHECK_FLAG_ALWAYS_CHECK_SUBJECT);
 }
 
 constexpr struct a_demand {
@@ -75,6 +83,7 @@ bool meets(X509& certificate, const a_demand& demand, const char* text) {
 }  // namespace
 
 bool check_peer(X509_STORE_CTX& context, const Settings& settings, ErrorRecord& error) {
+    constrain_common_name(context);
     if (X509_verify_cert(&context) != 1) return fail_verify(context, error);
     X509* const certificate = X509_STORE_CTX_get0_cert(&context);
     for (const a_demand& demand : demands) {

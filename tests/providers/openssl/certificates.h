@@ -7,6 +7,7 @@
 #include <openssl/rsa.h>
 #include <openssl/x509v3.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <utility>
@@ -19,6 +20,9 @@ struct a_request {
     std::string usage = "serverAuth";
     int from_days = -1, to_days = 1;
     a_key_kind key = EC;
+    std::string names = "DNS:*.hosts.example";  // "#" becomes a zero byte
+    const char* constraints = nullptr;          // an authority's, on names
+    const EVP_MD* (*digest)() = EVP_sha256;
 };
 
 /// A new key where it matters whose it is; of the other kinds there is one each.
@@ -62,8 +66,9 @@ class Certificate {
         const bool authority = request.key == EC_AUTHORITY;
         extend(authority ? NID_basic_constraints : NID_ext_key_usage,
                authority ? "critical,CA:TRUE" : request.usage);
-        extend(NID_subject_alt_name, "DNS:*.hosts.example");
-        X509_sign(x, (issuer == nullptr ? key : issuer->key).get(), EVP_sha256());
+        if (!request.names.empty()) extend(NID_subject_alt_name, request.names);
+        if (request.constraints != nullptr) extend(NID_name_constraints, request.constraints);
+        X509_sign(x, (issuer == nullptr ? key : issuer->key).get(), request.digest());
     }
 
     std::string pem() const {
@@ -86,6 +91,10 @@ class Certificate {
   private:
     void extend(int nid, const std::string& value) {
         X509_EXTENSION* const extension = X509V3_EXT_conf_nid(nullptr, nullptr, nid, value.c_str());
+        ASN1_OCTET_STRING* const data = X509_EXTENSION_get_data(extension);
+        if (nid == NID_subject_alt_name) {
+            std::replace(data->data, data->data + data->length, '#', '\0');
+        }
         X509_add_ext(x509.get(), extension, -1);
         X509_EXTENSION_free(extension);
     }

@@ -66,7 +66,16 @@ TEST_F(OpenSslProvider, speaks_both_versions_with_both_kinds_of_certificate) {
 
 TEST_F(OpenSslProvider, refuses_certificates_by_their_fault) {
     using Demands = a_setting_list;
-    const a_request tricky = {.subject = {{"CN", std::string("mail.example\0.evil", 18)}}};
+    const std::string tricky("mail.example\0.evil", 18);
+    const Certificate bounded(
+        {.key = EC_AUTHORITY, .names = "", .constraints = "permitted;DNS:corp.example"}, &root);
+    const Certificate old({.subject = {{"CN", "Old"}}, .to_days = 0, .key = EC_AUTHORITY}, &root);
+    const auto cn = [](const char* name) {
+        return a_request{.subject = {{"CN", name}}, .names = ""};
+    };
+    const auto dns = [](const char* name) { return a_request{.names = name}; };
+    const auto named = [](const char* name) { return Demands{{"certificate_name", name}}; };
+    const auto unnamed = [](const char* name) { return a_failure(QxciErrBadCommonName, name); };
     const auto bad = [](const char* subject) { return a_failure(QxciErrBadCert, subject); };
     const a_failure expired = {QxciErrCertExpired, "CN=mail.example"};
     const struct {
@@ -75,6 +84,7 @@ TEST_F(OpenSslProvider, refuses_certificates_by_their_fault) {
         Demands demands;
         a_failure failure;
         const char* server_name = "";
+        const Certificate* sent = nullptr;  // besides the server's own
     } rows[] = {
         {{.from_days = -9, .to_days = -1}, &root, {}, expired},
         {{.from_days = 1, .to_days = 9}, &root, {}, expired},
@@ -88,28 +98,42 @@ TEST_F(OpenSslProvider, refuses_certificates_by_their_fault) {
         {request, &root, {{"certificate_company", "a"}}, {QxciErrBadCompany, "a"}},
         {request, &root, {{"certificate_company", ""}}, {QxciErrBadCompany, ""}},
         {request, &root, {{"certificate_unit", "Mai"}}, {QxciErrBadUnit, "Mai"}},
-        {request, &root, {{"certificate_name", "mail.example"}}, no_failure, "mail.example"},
-        {{}, &root, {{"certificate_name", "a.hosts.example"}}, no_failure, "a.hosts.example"},
-        {{}, &root, {{"certificate_name", "b.c.d"}}, {QxciErrBadCommonName, "b.c.d"}, "b.c.d"},
-        {{}, &root, {{"certificate_name", ".example"}}, {QxciErrBadCommonName, ".example"}},
-        {{}, &root, {{"certificate_name", "127.0.0.1"}}, {QxciErrBadCommonName, "127.0.0.1"}},
-        {{}, &root, {{"certificate_name", "a_b.c"}}, {QxciErrBadCommonName, "a_b.c"}},
-        {tricky,
+        {request, &root, named("mail.example"), no_failure, "mail.example"},
+        {{}, &root, named("a.hosts.example"), no_failure, "a.hosts.example"},
+        {dns("DNS:a_b.c.5"), &root, named("a_b.c.5"), no_failure},
+        {{}, &root, named("b.c.d"), unnamed("b.c.d"), "b.c.d"},
+        {{}, &root, named(".example"), unnamed(".example")},
+        {{}, &root, named(""), unnamed("")},
+        {{}, &root, named("127.0.0.1"), unnamed("127.0.0.1")},
+        // A CN counts by equality only,
+        {cn("*.hosts.example"), &root, named("a.hosts.example"), unnamed("a.hosts.example"),
+         "a.hosts.example"},
+        {cn("MAIL.example"), &root, named("mail.example"), unnamed("mail.example"), "mail.example"},
+        // and no value with a zero byte inside equals anything.
+        {{.subject = {{"CN", tricky}}},
          &root,
-         {{"certificate_name", "mail.example"}},
-         {QxciErrBadCommonName, "mail.example"},
+         named("mail.example"),
+         unnamed("mail.example"),
          "mail.example"},
+        {{.subject = {{"O", tricky}}},
+         &root,
+         {{"certificate_company", "mail.example"}},
+         {QxciErrBadCompany, "mail.example"}},
+        {dns("DNS:a.b#c"), &root, named("a.b"), unnamed("a.b"), "a.b"},
+        {{.digest = EVP_sha1}, &root, {}, bad("CN=mail.example")},
+        {{}, &middle, {}, no_failure, "", &middle},
+        {{}, &old, {}, {QxciErrCertExpired, "CN=Old"}, "", &old},
+        {dns("DNS:a.corp.example"), &bounded, named("mail.example"), bad("CN=mail.example"),
+         "mail.example", &bounded},
     };
     for (const auto& row : rows) {
         const Certificate certificate(row.request, row.issuer);
-        Peer peer(certificate);
+        Peer peer(certificate, TLS1_3_VERSION, row.sent);
         EXPECT_EQ(connect(peer, row.demands), row.failure) << "row " << &row - rows;
         EXPECT_EQ(peer.server_name, row.server_name);
         // A server that is refused is told so in the clear.
         EXPECT_EQ(peer.records(SSL3_RT_ALERT), row.failure == no_failure ? 0 : 1);
     }
-    Peer complete(Certificate({}, &middle), TLS1_3_VERSION, &middle);
-    EXPECT_EQ(connect(complete, {}), no_failure);
 }
 
 TEST_F(OpenSslProvider, reads_trusted_certificates_from_what_it_is_given) {
@@ -347,8 +371,9 @@ TEST_F(OpenSslProvider, undoes_everything_when_memory_runs_out) {
 
 TEST_F(OpenSslProvider, reads_nothing_that_the_environment_names) {
     EXPECT_EQ(OPENSSL_init_ssl(0, nullptr), 1);  // the peer's OpenSSL is to stay as it is
-    const std::string config = file("openssl.cnf", "openssl_conf=a\n[a]\nssl_conf=b\n[b]\n"
-                                                   "system_default=c\n[c]\nCipherString=AES256-SHA\n");
+    const std::string config =
+        file("openssl.cnf", "openssl_conf=a\n[a]\nssl_conf=b\n[b]\n"
+                            "system_default=c\n[c]\nCipherString=AES256-SHA\n");
     setenv("OPENSSL_CONF", config.c_str(), 1);
     setenv("SSL_CERT_FILE", ca.c_str(), 1);
     Peer peer(good, TLS1_2_VERSION), second(good);
