@@ -45,9 +45,8 @@ a_qxci_io_result write(QXCIStreamConnH conn, const a_qxci_byte* data, size_t len
     return TlsConn::of(conn)->write(data, len);
 }
 
-/// Writes keep nothing back.
-a_qxci_io_result flush_writes(QXCIStreamConnH) {
-    return QXCI_IO_OK;
+a_qxci_io_result flush_writes(QXCIStreamConnH conn) {
+    return TlsConn::of(conn)->flush_writes();
 }
 
 const a_qxci_error* last_error(QXCIStreamConnH conn) {

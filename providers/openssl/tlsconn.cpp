@@ -99,12 +99,19 @@ bool TlsConn::accept_peer(X509_STORE_CTX& context) {
     return error.fail(QxciErrBadCert);
 }
 
-/// The start of every operation. Anything but QXCI_IO_OK ends it.
-a_qxci_io_result TlsConn::begin() {
+/// The start of every operation: what it comes to when the session is over, else QXCI_IO_OK.
+a_qxci_io_result TlsConn::standing() {
     if (_state == BROKEN) return QXCI_IO_ERROR;
     error.clear();
+    if (_state != ENDED) return QXCI_IO_OK;
+    error.fail(QxciErrConnectionClosed);
+    return QXCI_IO_GRACEFUL_CLOSE;
+}
+
+/// The start of reads and writes, the handshake included. Anything but QXCI_IO_OK ends them.
+a_qxci_io_result TlsConn::begin() {
+    if (const a_qxci_io_result result = standing(); result != QXCI_IO_OK) return result;
     ERR_clear_error();
-    if (_state == ENDED) return QXCI_IO_GRACEFUL_CLOSE;
     return _state == OPEN ? QXCI_IO_OK : handshake();
 }
 
@@ -122,8 +129,7 @@ a_qxci_io_result TlsConn::judge(int result, a_dbqxci_error code) {
     const int reason = SSL_get_error(_ssl.get(), result);
     if (reason == SSL_ERROR_ZERO_RETURN) {
         _state = ENDED;
-        error.fail(QxciErrConnectionClosed);
-        return QXCI_IO_GRACEFUL_CLOSE;
+        return standing();
     }
     if (reason == SSL_ERROR_SSL) {
         error.fail_openssl(code);
@@ -164,6 +170,11 @@ a_qxci_io_result TlsConn::write(const a_qxci_byte* data, size_t len) {
     }
     _taken = 0;
     return _bio.flush() ? QXCI_IO_OK : broken();
+}
+
+/// Writes keep nothing back.
+a_qxci_io_result TlsConn::flush_writes() {
+    return standing();
 }
 
 void TlsConn::log(int level, const char* text) const {

@@ -30,6 +30,7 @@ class TlsConn {
     /// The entries of the same names.
     a_qxci_io_result read(a_qxci_byte* buf, size_t len, size_t* got);
     a_qxci_io_result write(const a_qxci_byte* data, size_t len);
+    a_qxci_io_result flush_writes();
 
     /// OpenSSL's request to verify the peer's certificate.
     static int verify_entry(X509_STORE_CTX* context, void*);
@@ -50,6 +51,7 @@ class TlsConn {
     bool set_peer_name();
     bool accept_peer(X509_STORE_CTX& context);
 
+    a_qxci_io_result standing();
     a_qxci_io_result begin();
     a_qxci_io_result handshake();
     a_qxci_io_result judge(int result, a_dbqxci_error code);
