@@ -59,8 +59,10 @@ bool Settings::take(a_qxci_user_option& option, an_option_scope scope, ErrorReco
     const char* const name = option.opt_name == nullptr ? "" : option.opt_name;
     const an_option* const known = find_option(name, scope);
     if (known == nullptr) return scope == SCOPE_ENVIRONMENT || error.fail(QxciErrBadOption, name);
-    if (has(known->setting)) return true;
-
+    if (has(known->setting)) {
+        const bool same = _values[known->setting].option == known->name;
+        return same || scope == SCOPE_ENVIRONMENT || error.fail(QxciErrOptionError, known->name);
+    }
     option.used = true;
     char* const copy = _memory.strdup(option.opt_value == nullptr ? "" : option.opt_value);
     if (copy == nullptr) return error.fail(QxciErrNoMemory);

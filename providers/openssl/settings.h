@@ -46,8 +46,9 @@ class Settings {
     Settings& operator=(const Settings&) = delete;
     ~Settings() { clear(); }
 
-    /// Takes copies of the options and marks them as used. Of options with the same meaning the
-    /// first counts, and the others are not marked. False with the reason in `error`.
+    /// Takes copies of the options and marks them as used. The first of several with the same name
+    /// counts, and the others are not marked; an environment's that differ in name but not in
+    /// meaning likewise, else such a one is QxciErrOptionError. False with the reason in `error`.
     bool read(a_qxci_user_option* options, an_option_scope scope, ErrorRecord& error);
 
     /// Forgets what was read.

@@ -90,7 +90,10 @@ bool a_credentials::load(const OwnerMemory& memory, const Settings& settings, bo
         trust = load_trust(memory, settings.get(SETTING_TRUSTED), error);
         if (trust == nullptr) return false;
     }
-    if (!wanted(SETTING_IDENTITY)) return true;
+    if (!wanted(SETTING_IDENTITY)) {
+        return !settings.has(SETTING_IDENTITY_PASSWORD) ||
+               error.fail(QxciErrOptionError, settings.get(SETTING_IDENTITY_PASSWORD).option);
+    }
     return identity.load(memory, settings.get(SETTING_IDENTITY),
                          settings.get(SETTING_IDENTITY_PASSWORD).text, error);
 }

@@ -12,7 +12,8 @@ struct a_credentials {
     StorePtr trust;
     Identity identity;
 
-    /// Loads what the settings themselves, or with `inherited` those further out too, name.
+    /// Loads what the settings themselves, or with `inherited` those further out too, name. A
+    /// password of their own without such an identity is QxciErrOptionError.
     bool load(const OwnerMemory& memory, const Settings& settings, bool inherited,
               ErrorRecord& error);
 };
