@@ -40,6 +40,7 @@ bool Identity::load(const OwnerMemory& memory, const a_setting_value& setting, c
     PemText text(memory);
     const bool read = setting.form == FORM_TEXT ? text.set(setting.text, setting.option, error)
                                                 : text.read_file(setting.text, error);
+    _source = text.source();
     return read && load(text, password, error);
 }
 
@@ -63,9 +64,7 @@ bool Identity::load_certificates(BIO& bio, const PemText& text, ErrorRecord& err
         if (sk_X509_push(_chain.get(), issuer.get()) == 0) return error.fail(QxciErrNoMemory);
         static_cast<void>(issuer.release());
     }
-    if (ERR_GET_REASON(ERR_peek_last_error()) != PEM_R_NO_START_LINE) {
-        return error.fail_openssl(QxciErrBadCertFile, text.source());
-    }
+    if (!at_end_of_pem()) return error.fail_openssl(QxciErrBadCertFile, text.source());
     return _certificate != nullptr || error.fail(QxciErrNoCertificates, text.source());
 }
 
@@ -96,5 +95,5 @@ bool Identity::apply(SSL& ssl, ErrorRecord& error) const {
     const bool taken = SSL_use_certificate(&ssl, _certificate.get()) == 1 &&
                        SSL_use_PrivateKey(&ssl, _key.get()) == 1 &&
                        SSL_set1_chain(&ssl, _chain.get()) == 1;
-    return taken || error.fail_openssl(QxciErrBadCert);
+    return taken || error.fail_openssl(QxciErrBadCert, _source);
 }

@@ -11,7 +11,8 @@ class PemText;
 
 class Identity {
   public:
-    /// `setting` is set; `password` is for an encrypted key and may be null. False with the reason
+    /// `setting` is set, and its text outlives this; `password` is for an encrypted key and may be
+    /// null. False with the reason
     /// in `error`: the errors of PemText and
     ///   QxciErrNoCertificates, QxciErrKeyMissing        the text has none
     ///   QxciErrMissingCertPassword, QxciErrBadCertPassword
@@ -24,8 +25,8 @@ class Identity {
 
     bool loaded() const { return _certificate != nullptr; }
 
-    /// Makes the session show it. QxciErrBadCert when the session's security level finds it too
-    /// weak.
+    /// Makes the session show it. QxciErrBadCert with the file when the session's security level
+    /// finds it too weak.
     bool apply(SSL& ssl, ErrorRecord& error) const;
 
   private:
@@ -34,6 +35,7 @@ class Identity {
     bool load_key(BIO& bio, const PemText& text, const char* password, ErrorRecord& error);
     bool check(const PemText& text, ErrorRecord& error) const;
 
+    const char* _source = nullptr;  // the file, or the option
     CertPtr _certificate;
     ChainPtr _chain;
     KeyPtr _key;

@@ -86,6 +86,11 @@ BioPtr PemText::open() const {
     return BioPtr(BIO_new_mem_buf(_data, static_cast<int>(_len)));
 }
 
+bool at_end_of_pem() {
+    const unsigned long reason = ERR_peek_last_error();
+    return ERR_GET_LIB(reason) == ERR_LIB_PEM && ERR_GET_REASON(reason) == PEM_R_NO_START_LINE;
+}
+
 int no_password(char*, int, int, void*) {
     return -1;
 }

@@ -42,6 +42,9 @@ class PemText {
     size_t _len = 0, _room = 0;
 };
 
+/// True when OpenSSL's newest error on this thread only says that a text has nothing further.
+bool at_end_of_pem();
+
 /// For OpenSSL, which otherwise asks at the terminal: there is no password.
 int no_password(char* buf, int size, int writing, void* user_data);
 

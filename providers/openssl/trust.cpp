@@ -12,16 +12,10 @@ bool add(X509_STORE& store, CertPtr certificate, const PemText& text, ErrorRecor
     return error.fail_openssl(QxciErrOpenSSLError, text.source());
 }
 
-/// True when reading stopped because there is no further certificate.
-bool at_end() {
-    const unsigned long reason = ERR_peek_last_error();
-    return ERR_GET_LIB(reason) == ERR_LIB_PEM && ERR_GET_REASON(reason) == PEM_R_NO_START_LINE;
-}
-
 bool add_pem(X509_STORE& store, const PemText& text, BIO& bio, ErrorRecord& error) {
     for (int count = 0;; count++) {
         CertPtr certificate(PEM_read_bio_X509(&bio, nullptr, no_password, nullptr));
-        if (certificate == nullptr && at_end()) {
+        if (certificate == nullptr && at_end_of_pem()) {
             return count > 0 || error.fail(QxciErrNoCertificates, text.source());
         }
         if (!add(store, std::move(certificate), text, error)) return false;
