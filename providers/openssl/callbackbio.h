@@ -31,7 +31,7 @@ class CallbackBio {
     /// A callback has reported an error: nothing goes in or out any more.
     bool failed() const { return _failed; }
     /// Nothing has come in for so long that the peer counts as gone.
-    bool gave_up() const { return _empty_reads.exhausted(); }
+    bool gave_up() const { return _empty_reads.gave_up(); }
 
   private:
     static int write_entry(BIO* bio, const char* data, size_t len, size_t* written);

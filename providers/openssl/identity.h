@@ -12,8 +12,7 @@ class PemText;
 class Identity {
   public:
     /// `setting` is set, and its text outlives this; `password` is for an encrypted key and may be
-    /// null. False with the reason
-    /// in `error`: the errors of PemText and
+    /// null. False with the reason in `error`: the errors of PemText and
     ///   QxciErrNoCertificates, QxciErrKeyMissing        the text has none
     ///   QxciErrMissingCertPassword, QxciErrBadCertPassword
     ///   QxciErrSpecifiedCertExpired                     or not yet valid
