@@ -1,12 +1,25 @@
+#include "fakepause.h"
 #include "peer.h"
 
 #include "tests/scratch.h"
 
 #include <gmock/gmock.h>
 
+#include <array>
 #include <thread>
 
 namespace {
+
+/// Descriptors, threads, and mappings of providers.
+std::array<long, 3> footprint() {
+    const auto entries = [](const char* folder) {
+        return std::distance(std::filesystem::directory_iterator(folder), {});
+    };
+    const std::string maps = bytes_of("/proc/self/maps");
+    long mapped = 0;
+    for (size_t at = 0; (at = maps.find("12_r.so\n", at)) != std::string::npos; at++) mapped++;
+    return {entries("/proc/self/fd"), entries("/proc/self/task"), mapped};
+}
 
 /// A root, an authority below it, and certificates of theirs.
 class OpenSslProvider : public testing::Test {
@@ -199,7 +212,9 @@ TEST_F(OpenSslProvider, shows_an_identity_of_its_own_kind_only) {
         TestProvider provider(row.library);
         a_setting_list settings = {{"identity_file", file("identity", row.identity)}};
         if (row.password != nullptr) settings.push_back({"identity_password", row.password});
-        EXPECT_EQ(Session(provider, wire, {}, QXCI_SERVER, settings).failure.first, row.code)
+        // The file is what the failure is about.
+        EXPECT_EQ(Session(provider, wire, {}, QXCI_SERVER, settings).failure,
+                  a_failure(row.code, row.code == QxciErrOK ? "" : settings[0].second))
             << "row " << &row - rows;
     }
     TestProvider provider;
@@ -222,6 +237,19 @@ TEST_F(OpenSslProvider, takes_from_an_environment_what_it_knows) {
     };
     for (const auto& row : rows) {
         EXPECT_EQ(TestProvider(row.library, {{row.option, row.value}}).failure, row.failure);
+    }
+    // Nothing that a connection is given goes unread.
+    const std::pair<a_setting_list, const char*> conflicts[] = {
+        {{{"trusted_certificate", ca}, {"trusted_root", root.pem()}}, "trusted_root"},
+        {{{"trusted_certificate", ca}, {"identity_password", "x"}}, "identity_password"},
+    };
+    for (const auto& [settings, option] : conflicts) {
+        TestProvider p(RSA_PROVIDER, {{"trusted_roots", root.pem()}, {"trusted_root_file", ca}});
+        const a_failure failure = {QxciErrOptionError, option};
+        Peer on_stream(good), on_connection(good);
+        EXPECT_EQ(p.failure, no_failure);
+        EXPECT_EQ(Session(p, on_stream, {}, QXCI_CLIENT, settings).failure, failure);
+        EXPECT_EQ(Session(p, on_connection, settings).failure, failure);
     }
     // What the connection says goes before what the stream, and that before what the owner says.
     TestProvider provider(RSA_PROVIDER, {{"trusted_roots", root.pem()}});
@@ -293,48 +321,47 @@ TEST_F(OpenSslProvider, ends_with_peers_that_speak_no_tls) {
     std::string text;
     ending.answer();
     SSL_shutdown(ending.ssl);
-    EXPECT_EQ(first.read(text), QXCI_IO_GRACEFUL_CLOSE);
-    EXPECT_EQ(first.write("x"), QXCI_IO_GRACEFUL_CLOSE);
+    const a_qxci_io_result results[] = {first.read(text), first.write("x"), first.flush()};
+    EXPECT_THAT(results, testing::Each(QXCI_IO_GRACEFUL_CLOSE));
+    EXPECT_EQ(first.failure, a_failure(QxciErrConnectionClosed, ""));
     faulty.in = std::string("\x17\x03\x03\x00\x20", 5) + pattern(32);
     EXPECT_EQ(second.read(text), QXCI_IO_ERROR);
     EXPECT_EQ(second.failure.first, QxciErrOpenSSLError);
 }
 
-TEST_F(OpenSslProvider, notices_a_reset_wherever_it_comes) {
+TEST_F(OpenSslProvider, notices_a_reset_and_an_end_wherever_they_come) {
+    const auto talk = [&](Peer& peer) {
+        TestProvider provider;
+        Session session(provider, peer, trust);
+        std::string text;
+        if (session.failure != no_failure) return session.failure;
+        a_qxci_io_result result = QXCI_IO_WOULD_BLOCK;
+        while (result == QXCI_IO_WOULD_BLOCK) result = session.write("hello");
+        EXPECT_EQ(session.flush(), result);
+        while (text != "hello" && (result == QXCI_IO_OK || result == QXCI_IO_WOULD_BLOCK)) {
+            result = session.read(text);
+        }
+        const a_failure failure = session.failure;
+        if (failure == no_failure) return failure;
+        EXPECT_EQ(session.write("x"), QXCI_IO_ERROR);  // and stays so
+        EXPECT_EQ(session.flush(), QXCI_IO_ERROR);
+        EXPECT_EQ(session.failure, failure);
+        return failure;
+    };
     Peer sound(good);
-    EXPECT_EQ(connect(sound, {}), no_failure);
+    EXPECT_EQ(talk(sound), no_failure);
     ASSERT_GT(sound.taken, 500U);
-    for (size_t limit = 0; limit <= sound.taken; limit += 97) {
-        Peer peer(good);
-        peer.limit = limit;
-        peer.end = QXCI_IO_ERROR;
-        TestProvider provider;
-        Session session(provider, peer, trust);
-        std::string text;
-        if (session.failure == no_failure) {
-            session.write("hello");
-            while (session.read(text) == QXCI_IO_OK) {
-            }
-            EXPECT_EQ(session.write("x"), QXCI_IO_ERROR);  // and stays so
+    for (const auto& [end, code] : {std::pair(QXCI_IO_ERROR, QxciErrIOError),
+                                    std::pair(QXCI_IO_WOULD_BLOCK, QxciErrConnectionClosed)}) {
+        for (size_t limit = 0; limit < sound.taken; limit += 31) {
+            Peer peer(good);
+            peer.limit = limit;
+            peer.end = end;
+            const int64_t start = fake_pause.now_us;
+            EXPECT_EQ(talk(peer), a_failure(code, "")) << limit;
+            EXPECT_LE(fake_pause.now_us - start, 2000000);
+            EXPECT_LE(peer.reads, 200);  // it sleeps in between
         }
-        EXPECT_EQ(session.failure.first, QxciErrIOError) << limit;
-    }
-}
-
-TEST_F(OpenSslProvider, gives_up_on_a_peer_that_stays_silent) {
-    for (const size_t limit : {size_t{60}, SIZE_MAX}) {
-        Peer peer(good);
-        peer.limit = limit;
-        TestProvider provider;
-        Session session(provider, peer, trust);
-        ASSERT_EQ(session.failure, no_failure);
-        peer.reads = 0;
-        std::string text;
-        while (session.read(text) == QXCI_IO_WOULD_BLOCK) {
-        }
-        EXPECT_EQ(session.failure, a_failure(QxciErrConnectionClosed, ""));
-        EXPECT_LE(peer.reads, 200);  // it sleeps in between
-        EXPECT_EQ(session.write("x"), QXCI_IO_ERROR);
     }
 }
 
@@ -377,8 +404,8 @@ TEST_F(OpenSslProvider, reads_nothing_that_the_environment_names) {
     setenv("OPENSSL_CONF", config.c_str(), 1);
     setenv("SSL_CERT_FILE", ca.c_str(), 1);
     Peer peer(good, TLS1_2_VERSION), second(good);
-    EXPECT_EQ(connect(peer, {}), no_failure);
-    TestProvider provider;
+    TestProvider provider(RSA_PROVIDER);
+    EXPECT_EQ(Session(provider, peer, trust).failure, no_failure);
     EXPECT_EQ(Session(provider, second, {{"trusted_root", other.pem()}}).failure.first,
               QxciErrBadCert);
 }
@@ -391,18 +418,94 @@ TEST_F(OpenSslProvider, can_be_loaded_and_unloaded_and_used_by_many_threads) {
         EXPECT_EQ(session.write("hello"), QXCI_IO_OK);
         EXPECT_EQ(session.read(text), QXCI_IO_OK);
     };
+    std::array<long, 3> before;
     for (int round = 0; round < 100; round++) {
-        TestProvider provider(round % 2 == 0 ? RSA_PROVIDER : ECC_PROVIDER);
-        use(provider);
+        for (const char* library : {RSA_PROVIDER, ECC_PROVIDER}) {
+            TestProvider provider(library);
+            use(provider);
+        }
+        if (round == 0) before = footprint();  // with both mapped, where they stay
     }
+    EXPECT_EQ(footprint(), before);
     std::vector<std::thread> threads;
-    TestProvider shared;
+    TestProvider shared(RSA_PROVIDER);
     for (int number = 0; number < 8; number++) {
         threads.emplace_back([&] {
             for (int round = 0; round < 10; round++) use(shared);
         });
     }
     for (std::thread& thread : threads) thread.join();
+}
+
+TEST_F(OpenSslProvider, exports_its_entry_points_only) {
+    for (const std::string library : {RSA_PROVIDER, ECC_PROVIDER}) {
+        const std::unique_ptr<FILE, int (*)(FILE*)> nm(
+            popen(("nm -D --defined-only -f just-symbols " + library).c_str(), "r"), pclose);
+        std::string names(1000, '\0');
+        names.resize(fread(names.data(), 1, names.size(), nm.get()));
+        EXPECT_EQ(names, "QXCIGetEnvIface\nQXCIGetErrorIface\nQXCIGetStreamConnIface\n"
+                         "QXCIGetStreamIface\nQXCIGetVersion\n");
+    }
+}
+
+TEST_F(OpenSslProvider, keeps_to_the_small_print_of_its_tables) {
+    TestProvider p;
+    const a_qxci_stream_iface& streams = p.stream_iface;
+    const a_setting_list twice = {{"certificate_unit", "a"}, {"Certificate_Unit", "b"}};
+    a_qxci_error error = {};
+    for (const char* name : {"rsa", "RSA_TLS"}) {
+        const QXCIStreamH stream = streams.create_func(p.env, nullptr, nullptr, name, &error);
+        ASSERT_NE(stream, nullptr) << name;
+        EXPECT_EQ(streams.get_algorithm_id_func(stream), QXCI_STREAM_RSA_TLS);
+        EXPECT_TRUE(streams.is_synchronous_func(stream));
+        auto options = options_of(twice);
+        EXPECT_EQ(streams.init_func(stream, QXCI_CLIENT, &options[0]), QXCI_OK);
+        EXPECT_TRUE(options[0].used && !options[1].used);
+        EXPECT_EQ(streams.init_func(stream, QXCI_CLIENT, nullptr), QXCI_ERROR);
+        EXPECT_EQ(streams.get_last_error_func(stream)->code, QxciErrInitError);
+        for (int round = 0; round < 2; round++) EXPECT_EQ(streams.fini_func(stream), QXCI_OK);
+        streams.destroy_func(stream);
+    }
+    for (const char* name : {static_cast<const char*>(nullptr), "", "ecc", "rsa_tls_fips"}) {
+        EXPECT_EQ(streams.create_func(p.env, nullptr, nullptr, name, &error), nullptr);
+        EXPECT_EQ(p.take(error), a_failure(QxciErrBadEncryptionAlgorithm, ""));
+    }
+    EXPECT_EQ(streams.create_with_id_func(p.env, nullptr, nullptr, QXCI_STREAM_ECC_TLS, &error),
+              nullptr);
+    streams.destroy_func(nullptr);
+    p.conn_iface.destroy_func(nullptr);
+
+    Peer told(good), silent(good), mute(good);
+    EXPECT_EQ(Session(p, told, trust).failure, no_failure);
+    EXPECT_THAT(told.log, testing::StartsWith("TLSv1.3 with "));
+    silent.callbacks.log_cb = nullptr;
+    EXPECT_EQ(Session(p, silent, trust).failure, no_failure);
+    EXPECT_EQ(p.log, told.log);  // the environment's takes what the connection's does not
+    mute.callbacks.read_cb = nullptr;
+    EXPECT_EQ(Session(p, mute, trust).failure, a_failure(QxciErrInitError, ""));
+}
+
+TEST_F(OpenSslProvider, takes_odd_answers_of_callbacks_for_what_they_are) {
+    const struct {
+        int got;
+        a_qxci_io_result write_result;
+        unsigned code;
+    } rows[] = {
+        {0, QXCI_IO_OK, QxciErrConnectionClosed},
+        {1 << 20, QXCI_IO_OK, QxciErrIOError},
+        {-1, QXCI_IO_WOULD_BLOCK, QxciErrIOError},
+        {-1, QXCI_IO_GRACEFUL_CLOSE, QxciErrIOError},
+    };
+    for (const auto& row : rows) {
+        Peer peer(good);
+        peer.got_instead = row.got;
+        peer.write_result = row.write_result;
+        TestProvider provider;
+        Session session(provider, peer, trust);
+        while (session.conn != nullptr && session.write("x") == QXCI_IO_WOULD_BLOCK) {
+        }
+        EXPECT_EQ(session.failure, a_failure(row.code, ""));
+    }
 }
 
 }  // namespace

@@ -30,9 +30,12 @@ inline std::vector<a_qxci_user_option> options_of(const a_setting_list& settings
     return options;
 }
 
+/// The provider that is linked in, and its clock with it.
+constexpr const char* LINKED = nullptr;
+
 class TestProvider {
   public:
-    explicit TestProvider(const char* file = RSA_PROVIDER, const a_setting_list& settings = {},
+    explicit TestProvider(const char* file = LINKED, const a_setting_list& settings = {},
                           int fail_at = INT_MAX)
         : _fail_at(fail_at), _library(dlopen(file, RTLD_NOW)) {
         EXPECT_NE(_library, nullptr) << dlerror();
@@ -69,6 +72,7 @@ class TestProvider {
         return _env_iface.stream_alg_id_func(env, QXCI_STREAM_RSA_TLS) ? QXCI_STREAM_RSA_TLS
                                                                        : QXCI_STREAM_ECC_TLS;
     }
+    std::string log;
     bool ran_out() const { return _allocations > _fail_at; }
 
     a_qxci_stream_iface stream_iface = {};
@@ -99,8 +103,12 @@ class TestProvider {
     void* const _library;
     a_qxci_env_iface _env_iface = {};
     a_qxci_error_iface _error_iface = {};
-    const a_qxci_callbacks _callbacks = {alloc,   nullptr, free,    nullptr, nullptr,
-                                         nullptr, nullptr, nullptr, nullptr, nullptr};
+    static int write_log(void* context, int, const char* text, const a_qxci_byte*, unsigned) {
+        static_cast<TestProvider*>(context)->log += text;
+        return 0;
+    }
+    const a_qxci_callbacks _callbacks = {alloc,   nullptr, free,    write_log, nullptr,
+                                         nullptr, nullptr, nullptr, nullptr,   nullptr};
 };
 
 /// A stream and one connection on it. The newest failure is kept.
@@ -111,51 +119,50 @@ class Session {
         : _p(provider) {
         auto options = options_of(settings), stream_options = options_of(stream_settings);
         a_qxci_error error = {};
-        _stream =
+        stream =
             _p.stream_iface.create_with_id_func(_p.env, nullptr, nullptr, _p.algorithm(), &error);
-        if (_stream == nullptr) {
+        if (stream == nullptr) {
             failure = _p.take(error);
-        } else if (_p.stream_iface.init_func(_stream, side,
-                                             stream_settings.empty() ? nullptr
-                                                                     : &stream_options[0]) != 0) {
-            failure = TestProvider::peek(_p.stream_iface.get_last_error_func(_stream));
+        } else if (_p.stream_iface.init_func(
+                       stream, side, stream_settings.empty() ? nullptr : &stream_options[0]) != 0) {
+            failure = TestProvider::peek(_p.stream_iface.get_last_error_func(stream));
         } else {
-            _conn =
-                _p.conn_iface.create_func(_stream, Wire::callbacks(),
-                                          settings.empty() ? nullptr : &options[0], &wire, &error);
+            conn = _p.conn_iface.create_func(
+                stream, &wire.callbacks, settings.empty() ? nullptr : &options[0], &wire, &error);
             failure = _p.take(error);
         }
     }
     ~Session() {
-        _p.conn_iface.destroy_func(_conn);
-        _p.stream_iface.destroy_func(_stream);
+        _p.conn_iface.destroy_func(conn);
+        _p.stream_iface.destroy_func(stream);
     }
 
     a_qxci_io_result write(const std::string& data) {
         return keep(_p.conn_iface.write_func(
-            _conn, reinterpret_cast<const a_qxci_byte*>(data.data()), data.size()));
+            conn, reinterpret_cast<const a_qxci_byte*>(data.data()), data.size()));
     }
+    a_qxci_io_result flush() { return keep(_p.conn_iface.flush_writes_func(conn)); }
     /// Adds what is there to `text`.
     a_qxci_io_result read(std::string& text) {
         std::string buf(70000, '\0');
         size_t got = 0;
         const a_qxci_io_result result = _p.conn_iface.read_func(
-            _conn, reinterpret_cast<a_qxci_byte*>(buf.data()), buf.size(), &got);
+            conn, reinterpret_cast<a_qxci_byte*>(buf.data()), buf.size(), &got);
         text.append(buf, 0, got);
         return keep(result);
     }
 
     a_failure failure;
+    QXCIStreamH stream;
+    QXCIStreamConnH conn = nullptr;
 
   private:
     a_qxci_io_result keep(a_qxci_io_result result) {
-        failure = TestProvider::peek(_p.conn_iface.get_last_error_func(_conn));
+        failure = TestProvider::peek(_p.conn_iface.get_last_error_func(conn));
         return result;
     }
 
     TestProvider& _p;
-    QXCIStreamH _stream;
-    QXCIStreamConnH _conn = nullptr;
 };
 
 #endif

@@ -21,7 +21,10 @@ class Wire {
     bool only_whole = false;  // nothing arrives until all that is asked for is there
     Wire* other = nullptr;    // gets what is written
     bool welcome = true;      // what clients are
-    size_t taken = 0;         // bytes that the provider has read
+    int got_instead = -1;     // what reads say that they got, if not what they did
+    a_qxci_io_result write_result = QXCI_IO_OK;
+    std::string log;
+    size_t taken = 0;  // bytes that the provider has read
     int reads = 0, writes = 0;
 
     /// The records that went out of a content type, or of any.
@@ -35,10 +38,7 @@ class Wire {
         return count;
     }
 
-    static const a_qxci_conn_callbacks* callbacks() {
-        static constexpr a_qxci_conn_callbacks table = {read, write, nullptr, nullptr, judge};
-        return &table;
-    }
+    a_qxci_conn_callbacks callbacks = {read, write, write_log, nullptr, judge};
 
   private:
     static a_qxci_io_result read(void* user_data, unsigned char* buf, unsigned len, unsigned* got) {
@@ -51,16 +51,21 @@ class Wire {
         wire.in.copy(reinterpret_cast<char*>(buf), count);
         wire.in.erase(0, count);
         wire.taken += count;
-        *got = static_cast<unsigned>(count);
+        *got = static_cast<unsigned>(wire.got_instead >= 0 ? wire.got_instead : int(count));
         return QXCI_IO_OK;
     }
     static a_qxci_io_result write(void* user_data, const unsigned char* data, unsigned len) {
         Wire& wire = *static_cast<Wire*>(user_data);
         wire.writes++;
+        if (wire.write_result != QXCI_IO_OK) return wire.write_result;
         if (wire.taken == wire.limit && wire.end == QXCI_IO_ERROR) return QXCI_IO_ERROR;
         wire.out.append(reinterpret_cast<const char*>(data), len);
         if (wire.other != nullptr) wire.other->in.append(reinterpret_cast<const char*>(data), len);
         return QXCI_IO_OK;
+    }
+    static int write_log(void* user_data, int, const char* text, const a_qxci_byte*, unsigned) {
+        static_cast<Wire*>(user_data)->log += text;
+        return 0;
     }
     static int judge(void* user_data, const a_qxci_byte*, unsigned) {
         return static_cast<Wire*>(user_data)->welcome ? 1 : 0;

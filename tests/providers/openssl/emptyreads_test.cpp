@@ -1,0 +1,47 @@
+#include "providers/openssl/emptyreads.h"
+
+#include "fakepause.h"
+#include "providers/openssl/pause.h"
+
+#include <gtest/gtest.h>
+
+int64_t monotonic_us() {
+    return fake_pause.now_us;
+}
+
+void sleep_us(int64_t span) {
+    fake_pause.now_us += span + fake_pause.oversleep_us;
+}
+
+namespace {
+
+/// How many empty reads it takes, and for how long they wait.
+std::pair<int, int64_t> patience(EmptyReads& reads) {
+    const int64_t start = fake_pause.now_us;
+    int count = 0;
+    for (; !reads.gave_up() && count < 1000; count++) reads.wait();
+    return {count, fake_pause.now_us - start};
+}
+
+TEST(EmptyReads, give_up_when_a_last_look_finds_nothing) {
+    EmptyReads reads;
+    const auto [count, waited] = patience(reads);
+    EXPECT_EQ(waited, 1900000);
+    EXPECT_EQ(count, 6 + 37 + 1);  // 63 ms in growing sleeps, and 50 ms each
+    EXPECT_EQ(patience(reads), std::pair(0, int64_t{0}));  // it stays so
+
+    reads.reset();  // as when something arrives
+    EXPECT_EQ(patience(reads), std::pair(count, waited));
+    reads.reset();
+    for (int i = 1; i < count; i++) reads.wait();
+    EXPECT_FALSE(reads.gave_up());  // before that last look
+}
+
+TEST(EmptyReads, do_not_give_up_for_a_few_sleeps_that_took_too_long) {
+    EmptyReads reads;
+    fake_pause.oversleep_us = 5000000;
+    EXPECT_EQ(patience(reads).first, 20);
+    fake_pause.oversleep_us = 0;
+}
+
+}  // namespace
