@@ -78,74 +78,81 @@ TEST_F(OpenSslProvider, speaks_both_versions_with_both_kinds_of_certificate) {
 }
 
 TEST_F(OpenSslProvider, refuses_certificates_by_their_fault) {
-    using Demands = a_setting_list;
-    const std::string tricky("mail.example\0.evil", 18);
-    const Certificate bounded(
-        {.key = EC_AUTHORITY, .names = "", .constraints = "permitted;DNS:corp.example"}, &root);
     const Certificate old({.subject = {{"CN", "Old"}}, .to_days = 0, .key = EC_AUTHORITY}, &root);
-    const auto cn = [](const char* name) {
-        return a_request{.subject = {{"CN", name}}, .names = ""};
-    };
-    const auto dns = [](const char* name) { return a_request{.names = name}; };
-    const auto named = [](const char* name) { return Demands{{"certificate_name", name}}; };
-    const auto unnamed = [](const char* name) { return a_failure(QxciErrBadCommonName, name); };
-    const auto bad = [](const char* subject) { return a_failure(QxciErrBadCert, subject); };
+    const Certificate bounded({.subject = {{"CN", "Bounded"}},
+                               .key = EC_AUTHORITY,
+                               .names = "",
+                               .constraints = "permitted;DNS:corp.example"},
+                              &root);
+    const a_request inside = {.subject = {{"CN", "a.corp.example"}}, .names = "DNS:a.corp.example"};
+    const a_request outside = {.names = "DNS:a.corp.example"};  // by its CN
+    const a_request zero = {.subject = {{"CN", "x"}, {"O", std::string("A\0B", 3)}}};
     const a_failure expired = {QxciErrCertExpired, "CN=mail.example"};
+    const a_failure bad = {QxciErrBadCert, "CN=mail.example"};
     const struct {
         a_request request;
         const Certificate* issuer;
-        Demands demands;
+        a_setting_list demands;
         a_failure failure;
-        const char* server_name = "";
         const Certificate* sent = nullptr;  // besides the server's own
     } rows[] = {
         {{.from_days = -9, .to_days = -1}, &root, {}, expired},
         {{.from_days = 1, .to_days = 9}, &root, {}, expired},
-        {{.usage = "clientAuth"}, &root, {}, bad("CN=mail.example")},
-        {{}, &middle, {}, bad("CN=mail.example")},  // and middle is not sent
-        {{.subject = {{"CN", "x"}, {"O", "Y"}}}, nullptr, {}, bad("O=Y,CN=x")},
-        {{.key = RSA1024}, &root, {}, bad("CN=mail.example")},
-        {{}, &other, {}, bad("CN=mail.example")},
+        {{.usage = "clientAuth"}, &root, {}, bad},
+        {{.subject = {{"CN", "x"}, {"O", "Y"}}}, nullptr, {}, {QxciErrBadCert, "O=Y,CN=x"}},
+        {{.key = RSA1024}, &root, {}, bad},
+        {{.digest = EVP_sha1}, &root, {}, bad},
+        {{}, &other, {}, bad},
+        {{}, &middle, {}, bad},
+        {{}, &middle, {}, no_failure, &middle},
+        {{}, &old, {}, {QxciErrCertExpired, "CN=Old"}, &old},
+        {inside, &bounded, {}, no_failure, &bounded},
+        {outside, &bounded, {}, bad, &bounded},
         {request, &root, {{"certificate_company", "A"}, {"certificate_unit", "Mail"}}, no_failure},
         {request, &root, {{"certificate_company", "\xc3\x9c"}}, no_failure},
         {request, &root, {{"certificate_company", "a"}}, {QxciErrBadCompany, "a"}},
         {request, &root, {{"certificate_company", ""}}, {QxciErrBadCompany, ""}},
+        {zero, &root, {{"certificate_company", "A"}}, {QxciErrBadCompany, "A"}},
         {request, &root, {{"certificate_unit", "Mai"}}, {QxciErrBadUnit, "Mai"}},
-        {request, &root, named("mail.example"), no_failure, "mail.example"},
-        {{}, &root, named("a.hosts.example"), no_failure, "a.hosts.example"},
-        {dns("DNS:a_b.c.5"), &root, named("a_b.c.5"), no_failure},
-        {{}, &root, named("b.c.d"), unnamed("b.c.d"), "b.c.d"},
-        {{}, &root, named(".example"), unnamed(".example")},
-        {{}, &root, named(""), unnamed("")},
-        {{}, &root, named("127.0.0.1"), unnamed("127.0.0.1")},
-        // A CN counts by equality only,
-        {cn("*.hosts.example"), &root, named("a.hosts.example"), unnamed("a.hosts.example"),
-         "a.hosts.example"},
-        {cn("MAIL.example"), &root, named("mail.example"), unnamed("mail.example"), "mail.example"},
-        // and no value with a zero byte inside equals anything.
-        {{.subject = {{"CN", tricky}}},
-         &root,
-         named("mail.example"),
-         unnamed("mail.example"),
-         "mail.example"},
-        {{.subject = {{"O", tricky}}},
-         &root,
-         {{"certificate_company", "mail.example"}},
-         {QxciErrBadCompany, "mail.example"}},
-        {dns("DNS:a.b#c"), &root, named("a.b"), unnamed("a.b"), "a.b"},
-        {{.digest = EVP_sha1}, &root, {}, bad("CN=mail.example")},
-        {{}, &middle, {}, no_failure, "", &middle},
-        {{}, &old, {}, {QxciErrCertExpired, "CN=Old"}, "", &old},
-        {dns("DNS:a.corp.example"), &bounded, named("mail.example"), bad("CN=mail.example"),
-         "mail.example", &bounded},
     };
     for (const auto& row : rows) {
         const Certificate certificate(row.request, row.issuer);
         Peer peer(certificate, TLS1_3_VERSION, row.sent);
         EXPECT_EQ(connect(peer, row.demands), row.failure) << "row " << &row - rows;
-        EXPECT_EQ(peer.server_name, row.server_name);
         // A server that is refused is told so in the clear.
         EXPECT_EQ(peer.records(SSL3_RT_ALERT), row.failure == no_failure ? 0 : 1);
+    }
+}
+
+TEST_F(OpenSslProvider, finds_names_by_equality_in_the_cn_and_by_host_rules_in_dns_names) {
+    const auto cn = [](const std::string& name) {
+        return a_request{.subject = {{"CN", name}}, .names = ""};
+    };
+    const auto dns = [](const char* name) { return a_request{.names = name}; };
+    const struct {
+        a_request request;
+        const char* name;
+        bool found, asked_for;
+    } rows[] = {
+        {cn("mail.example"), "mail.example", true, true},
+        {cn("MAIL.example"), "mail.example", false, true},
+        {cn("*.hosts.example"), "a.hosts.example", false, true},
+        {cn(std::string("mail.example\0.evil", 18)), "mail.example", false, true},
+        {dns("DNS:*.hosts.example"), "a.hosts.example", true, true},
+        {dns("DNS:*.hosts.example"), "A.HOSTS.example", true, true},
+        {dns("DNS:*.hosts.example"), "a.b.hosts.example", false, true},
+        {dns("DNS:a.b#c"), "a.b", false, true},
+        {dns("DNS:a_b.c"), "a_b.c", true, false},
+        {dns("DNS:a.5"), "a.5", true, false},
+        {dns("DNS:a.example"), ".example", false, false},
+        {dns("DNS:a.example"), "", false, false},
+        {dns("DNS:a.example"), "127.0.0.1", false, false},
+    };
+    for (const auto& row : rows) {
+        Peer peer(Certificate(row.request, &root));
+        EXPECT_EQ(connect(peer, {{"certificate_name", row.name}}),
+                  row.found ? no_failure : a_failure(QxciErrBadCommonName, row.name));
+        EXPECT_EQ(peer.server_name, row.asked_for ? row.name : "");
     }
 }
 
