@@ -479,6 +479,7 @@ TEST_F(OpenSslProvider, keeps_to_the_small_print_of_its_tables) {
     }
     EXPECT_EQ(streams.create_with_id_func(p.env, nullptr, nullptr, QXCI_STREAM_ECC_TLS, &error),
               nullptr);
+    EXPECT_EQ(p.take(error).first, QxciErrBadEncryptionAlgorithm);
     streams.destroy_func(nullptr);
     p.conn_iface.destroy_func(nullptr);
 
