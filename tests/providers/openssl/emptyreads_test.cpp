@@ -1,9 +1,7 @@
 #include "providers/openssl/emptyreads.h"
 
-#include "fakepause.h"
 #include "providers/openssl/pause.h"
-
-#include <gtest/gtest.h>
+#include "testprovider.h"
 
 int64_t monotonic_us() {
     return fake_pause.now_us;

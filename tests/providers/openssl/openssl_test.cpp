@@ -1,4 +1,3 @@
-#include "fakepause.h"
 #include "peer.h"
 
 #include "tests/scratch.h"
@@ -465,8 +464,8 @@ TEST_F(OpenSslProvider, keeps_to_the_small_print_of_its_tables) {
         ASSERT_NE(stream, nullptr) << name;
         EXPECT_EQ(streams.get_algorithm_id_func(stream), QXCI_STREAM_RSA_TLS);
         EXPECT_TRUE(streams.is_synchronous_func(stream));
-        auto options = options_of(twice);
-        EXPECT_EQ(streams.init_func(stream, QXCI_CLIENT, &options[0]), QXCI_OK);
+        Options options(twice);
+        EXPECT_EQ(streams.init_func(stream, QXCI_CLIENT, options.list()), QXCI_OK);
         EXPECT_TRUE(options[0].used && !options[1].used);
         EXPECT_EQ(streams.init_func(stream, QXCI_CLIENT, nullptr), QXCI_ERROR);
         EXPECT_EQ(streams.get_last_error_func(stream)->code, QxciErrInitError);

@@ -21,17 +21,24 @@ using a_setting_list = std::vector<std::pair<std::string, std::string>>;
 using a_failure = std::pair<unsigned, std::string>;
 inline const a_failure no_failure = {0, ""};
 
-inline std::vector<a_qxci_user_option> options_of(const a_setting_list& settings) {
-    std::vector<a_qxci_user_option> options(settings.size() + 1);
-    for (size_t i = 0; i < settings.size(); i++) {
-        options[i] = {settings[i].first.c_str(), settings[i].second.c_str(), false, nullptr};
-        if (i > 0) options[i - 1].next = &options[i];
+/// The settings, which live longer, as a provider is given them.
+struct Options : std::vector<a_qxci_user_option> {
+    explicit Options(const a_setting_list& settings) {
+        for (const auto& [name, value] : settings) {
+            push_back({name.c_str(), value.c_str(), false, nullptr});
+        }
+        for (size_t i = 1; i < size(); i++) at(i - 1).next = &at(i);
     }
-    return options;
-}
+    a_qxci_user_option* list() { return empty() ? nullptr : data(); }
+};
 
-/// The provider that is linked in, and its clock with it.
+/// The provider that is linked in, and its clock: only its sleeps make time pass.
 constexpr const char* LINKED = nullptr;
+struct a_fake_pause {
+    std::atomic<int64_t> now_us = 0;
+    std::atomic<int64_t> oversleep_us = 0;  // that each sleep takes longer
+};
+inline a_fake_pause fake_pause;
 
 class TestProvider {
   public:
@@ -43,10 +50,8 @@ class TestProvider {
         fill("QXCIGetErrorIface", _error_iface);
         fill("QXCIGetStreamIface", stream_iface);
         fill("QXCIGetStreamConnIface", conn_iface);
-        auto options = options_of(settings);
         a_qxci_error error = {};
-        env = _env_iface.create_func(&_callbacks, this, settings.empty() ? nullptr : &options[0],
-                                     "test", &error);
+        env = _env_iface.create_func(&_callbacks, this, Options(settings).list(), "test", &error);
         failure = peek(&error);
         for (char** parm = error.parm_list; parm != nullptr && *parm != nullptr; parm++) {
             free(this, *parm);
@@ -97,16 +102,16 @@ class TestProvider {
         if (memory != nullptr) static_cast<TestProvider*>(context)->_live--;
         std::free(memory);
     }
+    static int write_log(void* context, int, const char* text, const a_qxci_byte*, unsigned) {
+        static_cast<TestProvider*>(context)->log += text;
+        return 0;
+    }
 
     const int _fail_at;
     std::atomic<int> _allocations = 0, _live = 0;
     void* const _library;
     a_qxci_env_iface _env_iface = {};
     a_qxci_error_iface _error_iface = {};
-    static int write_log(void* context, int, const char* text, const a_qxci_byte*, unsigned) {
-        static_cast<TestProvider*>(context)->log += text;
-        return 0;
-    }
     const a_qxci_callbacks _callbacks = {alloc,   nullptr, free,    write_log, nullptr,
                                          nullptr, nullptr, nullptr, nullptr,   nullptr};
 };
@@ -117,18 +122,16 @@ class Session {
     Session(TestProvider& provider, Wire& wire, const a_setting_list& settings,
             a_qxci_side side = QXCI_CLIENT, const a_setting_list& stream_settings = {})
         : _p(provider) {
-        auto options = options_of(settings), stream_options = options_of(stream_settings);
+        const a_qxci_stream_iface& streams = _p.stream_iface;
         a_qxci_error error = {};
-        stream =
-            _p.stream_iface.create_with_id_func(_p.env, nullptr, nullptr, _p.algorithm(), &error);
+        stream = streams.create_with_id_func(_p.env, nullptr, nullptr, _p.algorithm(), &error);
         if (stream == nullptr) {
             failure = _p.take(error);
-        } else if (_p.stream_iface.init_func(
-                       stream, side, stream_settings.empty() ? nullptr : &stream_options[0]) != 0) {
-            failure = TestProvider::peek(_p.stream_iface.get_last_error_func(stream));
+        } else if (streams.init_func(stream, side, Options(stream_settings).list()) != QXCI_OK) {
+            failure = TestProvider::peek(streams.get_last_error_func(stream));
         } else {
-            conn = _p.conn_iface.create_func(
-                stream, &wire.callbacks, settings.empty() ? nullptr : &options[0], &wire, &error);
+            conn = _p.conn_iface.create_func(stream, &wire.callbacks, Options(settings).list(),
+                                             &wire, &error);
             failure = _p.take(error);
         }
     }
