@@ -59,8 +59,8 @@ bool has_dns_name(X509& certificate, const char* name) {
 }
 
 /// An authority's name constraints hold for the CN too, which can stand for a host name even where
-/// there are DNS names (RFC 5280 section 4.2.1.10 leaves that open). Said to the context, to which a
-/// session does not pass such flags on unless it names a host.
+/// there are DNS names (RFC 5280 section 4.2.1.10 leaves that open). Said to the context, to which
+/// a session does not pass such flags on unless it names a host.
 void constrain_common_name(X509_STORE_CTX& context) {
     X509_VERIFY_PARAM_set_hostflags(X509_STORE_CTX_get0_param(&context),
                                     X509_CHECK_FLAG_ALWAYS_CHECK_SUBJECT);
