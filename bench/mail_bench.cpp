@@ -1,34 +1,44 @@
-// Mail against a server that only answers: messages a second over one open session, and the speed
-// of a large attachment, each as the median of the ratios to peers that are measured in turn with
-// it.
+// Mail against a server that only answers, in clear text and over STARTTLS: messages a second over
+// one open session, and the speed of a large attachment, each as the median of the ratios to peers
+// that are measured in turn with it.
 //
 // Peers: Postfix's smtp-source, unpacked into build/postfix; a libcurl client that re-uses its
 // connection (curl_mail, part of the 64-bit build); Python's smtplib; and for the attachment a bare
-// loop that reads, encodes and sends. What is not there is left out, with a note.
+// loop that reads, encodes and sends. What is not there is left out, with a note. Only libcurl and
+// the bare loop know TLS, the latter with the OpenSSL that this build's provider has.
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include <arpa/inet.h>
-#include <fcntl.h>
 #include <sched.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "netlib/netsmtp.h"
+#include "bench/bareclient.h"
+#include "bench/securesink.h"
+#include "extdll/mailcrypto.h"
+#include "extdll/securesmtp.h"
 #include "netlib/netutil.h"
-#include "tests/netlib/smtpsink.h"
-#include "utils/etc/base64.h"
+#include "tests/scratch.h"
 
 namespace {
 
 constexpr int rounds = 7;
+
+/// What is compared: everybody in clear text, or everybody over STARTTLS.
+struct Setting {
+    bool secure;
+    const Certificate& certificate;  // the server's
+    std::string certificate_file;
+};
 
 void use_cpu(int cpu) {
     cpu_set_t set;
@@ -37,20 +47,25 @@ void use_cpu(int cpu) {
     sched_setaffinity(0, sizeof set, &set);
 }
 
-/// The plain server in a process of its own, on one CPU.
+/// The server in a process of its own, on one CPU.
 class Sink {
   public:
-    explicit Sink(int cpu) {
+    Sink(const Setting& setting, int cpu) {
         int ends[2];
         if (pipe(ends) != 0) std::abort();
         _pid = fork();
         if (_pid == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             use_cpu(cpu);
-            SMTPSink sink;
-            const int own_port = sink.port();
+            std::unique_ptr<SMTPSink> sink;
+            if (setting.secure) {
+                sink = std::make_unique<SecureSink>(setting.certificate);
+            } else {
+                sink = std::make_unique<SMTPSink>();
+            }
+            const int own_port = sink->port();
             if (write(ends[1], &own_port, sizeof own_port) != sizeof own_port) std::abort();
-            sink.run();
+            sink->run();
         }
         if (read(ends[0], &port, sizeof port) != sizeof port) std::abort();
         close(ends[0]);
@@ -71,27 +86,61 @@ class Sink {
 /// The client with an open session.
 class Session {
   public:
-    explicit Session(int port) {
-        if (_client.Connect("ann@a.test", nullptr, "127.0.0.1", port, 60, nullptr, nullptr) != 0)
+    Session(const Setting& setting, int port) {
+        if (setting.secure) {
+            make_secure(setting.certificate_file.c_str());
+        } else {
+            _client = std::make_unique<SMTPClient>();
+        }
+        if (_client->Connect("ann@a.test", nullptr, "127.0.0.1", port, 60, nullptr, nullptr) != 0)
             std::abort();
     }
-    ~Session() { _client.Disconnect(); }
+    ~Session() { _client->Disconnect(); }
 
     void send(const char* body, const char* attachment) {
         const char* to[] = {"bob@b.test"};
-        if (_client.SendMessage("Hi", body, to, 1, nullptr, 0, nullptr, 0, attachment, nullptr) !=
+        if (_client->SendMessage("Hi", body, to, 1, nullptr, 0, nullptr, 0, attachment, nullptr) !=
             0)
             std::abort();
     }
 
   private:
-    SMTPClient _client;
+    void make_secure(const char* certificate_file) {
+        DBQXCIError err;
+        _env.emplace(&mail_crypto_callbacks, nullptr);
+        if (_env->Init(false, "mail_bench", nullptr, &err) != QXCI_OK) std::abort();
+        auto client = std::make_unique<SecureSMTPClient>(&*_env, nullptr);
+        client->SetTrustedCertificate(certificate_file, nullptr, nullptr, nullptr);
+        _client = std::move(client);
+    }
+
+    std::optional<DBQXCIEnvironment> _env;  // outlives the client
+    std::unique_ptr<SMTPClient> _client;
 };
 
-double seconds(const std::function<void()>& work) {
+/// The processor time of this process and of those that it has waited for, which the server's is
+/// not.
+double cpu_seconds() {
+    double sum = 0;
+    for (const int who : {RUSAGE_SELF, RUSAGE_CHILDREN}) {
+        rusage usage = {};
+        getrusage(who, &usage);
+        for (const timeval& time : {usage.ru_utime, usage.ru_stime})
+            sum += static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+    }
+    return sum;
+}
+
+struct Times {
+    double wall, cpu;
+};
+
+Times seconds(const std::function<void()>& work) {
+    const double cpu = cpu_seconds();
     const auto start = std::chrono::steady_clock::now();
     work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - start;
+    return {wall.count(), cpu_seconds() - cpu};
 }
 
 double median(std::vector<double> values) {
@@ -109,18 +158,22 @@ struct Contender {
 // `terms` says what is compared.
 void compare(const char* terms, const char* unit, const Contender& own,
              const std::vector<Contender>& peers) {
-    std::printf(
-        "%s\nA ratio is this library's rate divided by the peer's, the median of %d pairs.\n",
-        terms, rounds);
+    std::printf("%s\nA ratio is this library's rate divided by the peer's, by the clock and by the "
+                "client's CPU time, the\nmedian of %d pairs.\n",
+                terms, rounds);
     for (const Contender& peer : peers) {
-        std::vector<double> own_rates, peer_rates, ratios;
+        std::vector<double> own_rates, peer_rates, ratios, cpu_ratios;
         for (int round = 0; round < rounds; ++round) {
-            own_rates.push_back(own.amount / seconds(own.work));
-            peer_rates.push_back(peer.amount / seconds(peer.work));
+            const Times own_times = seconds(own.work);
+            const Times peer_times = seconds(peer.work);
+            own_rates.push_back(own.amount / own_times.wall);
+            peer_rates.push_back(peer.amount / peer_times.wall);
             ratios.push_back(own_rates.back() / peer_rates.back());
+            cpu_ratios.push_back(own.amount / own_times.cpu / (peer.amount / peer_times.cpu));
         }
-        std::printf("%s against %s: %.2fx (%.0f and %.0f %s)\n", own.name, peer.name,
-                    median(ratios), median(own_rates), median(peer_rates), unit);
+        std::printf("%s against %s: %.2fx (%.0f and %.0f %s), CPU %.2fx\n", own.name, peer.name,
+                    median(ratios), median(own_rates), median(peer_rates), unit,
+                    median(cpu_ratios));
         std::fflush(stdout);
     }
 }
@@ -137,29 +190,36 @@ std::function<void()> command(const std::string& line) {
     };
 }
 
-void compare_messages(const std::string& root) {
+void add_curl(std::vector<Contender>& peers, const std::string& root, const Setting& setting,
+              double amount, const std::string& arguments) {
+    const std::string program = root + "/build/release64/bench/curl_mail";
+    if (!exists(program)) return;
+    const std::string tls = setting.secure ? " --tls " + setting.certificate_file : "";
+    peers.push_back({"libcurl", amount, command(program + tls + " " + arguments)});
+}
+
+void compare_messages(const std::string& root, const Setting& setting) {
     constexpr int count = 20000;
     constexpr int count_of_slow = 2000;
     use_cpu(0);
-    const Sink sink(0);
-    Session session(sink.port);
+    const Sink sink(setting, 0);
+    Session session(setting, sink.port);
     const std::string body(1024, 'b');
     const std::string port = std::to_string(sink.port);
     std::vector<Contender> peers;
     const std::string source = root + "/build/postfix/usr/sbin/smtp-source";
-    if (exists(source)) {
+    if (!setting.secure && exists(source)) {
         peers.push_back({"smtp-source", count,
                          command("LD_LIBRARY_PATH=" + root + "/build/postfix/usr/lib/postfix " +
                                  source + " -d -s 1 -l 1024 -f ann@a.test -t bob@b.test -m " +
                                  std::to_string(count) + " 127.0.0.1:" + port)});
     }
-    const std::string curl = root + "/build/release64/bench/curl_mail";
-    if (exists(curl))
-        peers.push_back(
-            {"libcurl", count, command(curl + " " + port + " " + std::to_string(count))});
-    peers.push_back({"smtplib", count_of_slow,
-                     command("/usr/bin/python3 " + root + "/bench/smtplib_mail.py " + port + " " +
-                             std::to_string(count_of_slow))});
+    add_curl(peers, root, setting, count, port + " " + std::to_string(count));
+    if (!setting.secure) {
+        peers.push_back({"smtplib", count_of_slow,
+                         command("/usr/bin/python3 " + root + "/bench/smtplib_mail.py " + port +
+                                 " " + std::to_string(count_of_slow))});
+    }
     compare(
         "Messages of 1 KB to one recipient; client and server share a CPU. This library keeps its "
         "session\nopen from round to round; the peers are programs of 64 bits that are started "
@@ -172,77 +232,30 @@ void compare_messages(const std::string& root) {
         peers);
 }
 
-int connected_to(int port) {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in name = {};
-    name.sin_family = AF_INET;
-    name.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    name.sin_port = htons(static_cast<uint16_t>(port));
-    if (connect(fd, reinterpret_cast<sockaddr*>(&name), sizeof name) != 0) std::abort();
-    return fd;
-}
-
-void send_all(int fd, const char* bytes, size_t length) {
-    while (length > 0) {
-        const ssize_t sent = send(fd, bytes, length, MSG_NOSIGNAL);
-        if (sent <= 0) std::abort();
-        bytes += sent;
-        length -= static_cast<size_t>(sent);
-    }
-}
-
-void converse(int fd, const char* line) {
-    char reply[256];
-    send_all(fd, line, std::strlen(line));
-    if (recv(fd, reply, sizeof reply, 0) <= 0) std::abort();
-}
-
-// What any client has to do at least: read, encode, send.
-void send_barely(int port, const char* path) {
-    constexpr size_t block = 57 * 1150;
-    static char bytes[block];
-    static char encoded[block * 2];
-    const int fd = connected_to(port);
-    for (const char* line : {"", "EHLO x\r\n", "MAIL FROM:<a>\r\n", "RCPT TO:<b>\r\n", "DATA\r\n"})
-        converse(fd, line);
-    const int file = open(path, O_RDONLY);
-    for (ssize_t count = 0; (count = read(file, bytes, block)) > 0;) {
-        const size_t length = base64_encode(encoded, bytes, static_cast<size_t>(count), 76);
-        send_all(fd, encoded, length);
-    }
-    close(file);
-    converse(fd, "\r\n.\r\n");
-    close(fd);
-}
-
-void compare_attachments(const std::string& root) {
-    constexpr size_t megabytes = 64;
-    char path[] = "/tmp/quorel-bench-XXXXXX";
-    const int file = mkstemp(path);
-    std::string megabyte(1 << 20, '\0');
+std::string noise(size_t size) {
+    std::string bytes(size, '\0');
     unsigned state = 1;
-    for (char& byte : megabyte)
-        byte = static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
-    for (size_t i = 0; i < megabytes; ++i) {
-        if (write(file, megabyte.data(), megabyte.size()) == -1) std::abort();
-    }
-    close(file);
+    for (char& byte : bytes) byte = static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
+    return bytes;
+}
+
+void compare_attachments(const std::string& root, const Setting& setting) {
+    constexpr size_t megabytes = 64;
+    const ScratchFolder folder;
+    const std::string path = folder.file_with("attached", noise(megabytes << 20));
     use_cpu(0);
-    const Sink sink(1);
-    Session session(sink.port);
+    const Sink sink(setting, 1);
+    Session session(setting, sink.port);
     std::vector<Contender> peers = {
-        {"a bare loop", megabytes, [&] { send_barely(sink.port, path); }}};
-    const std::string curl = root + "/build/release64/bench/curl_mail";
-    if (exists(curl)) {
-        peers.push_back(
-            {"libcurl", megabytes, command(curl + " " + std::to_string(sink.port) + " 1 " + path)});
-    }
+        {"a bare loop", megabytes,
+         [&] { BareClient(sink.port, setting.secure).send_file(path.c_str()); }}};
+    add_curl(peers, root, setting, megabytes, std::to_string(sink.port) + " 1 " + path);
     compare(
         "An attachment of 64 MiB, encoded and sent; client and server have a CPU each. The bare "
         "loop is the\nsame build's encoder and nothing else; libcurl is a program of 64 bits, "
         "started for each round.",
-        "MB/s", {"attachment of 64 MiB", megabytes, [&] { session.send("text", path); }}, peers);
-    unlink(path);
+        "MB/s", {"attachment of 64 MiB", megabytes, [&] { session.send("text", path.c_str()); }},
+        peers);
 }
 
 }  // namespace
@@ -250,8 +263,15 @@ void compare_attachments(const std::string& root) {
 int main() {
     TcpUtil::Init();
     const std::string root = QUOREL_ROOT;
-    compare_messages(root);
-    compare_attachments(root);
+    const Certificate certificate({});
+    const ScratchFolder folder;
+    const std::string file = folder.file_with("certificate.pem", certificate.pem());
+    for (const bool secure : {false, true}) {
+        std::printf("%s\n", secure ? "-- STARTTLS" : "-- clear text");
+        const Setting setting = {secure, certificate, file};
+        compare_messages(root, setting);
+        compare_attachments(root, setting);
+    }
     TcpUtil::Fini();
     return 0;
 }

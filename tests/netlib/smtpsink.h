@@ -36,7 +36,7 @@ class SMTPSink {
         _port = ntohs(name.sin_port);
         watch(_listener);
     }
-    ~SMTPSink() {
+    virtual ~SMTPSink() {
         for (const auto& [fd, connection] : _connections) close(fd);
         close(_listener);
         close(_epoll);
@@ -56,6 +56,25 @@ class SMTPSink {
         }
     }
 
+  protected:
+    // How bytes come and go, for a server that does not take them as they are.
+
+    /// As recv() and send() of a socket that does not block.
+    virtual ssize_t get(int fd, char* bytes, size_t room) { return recv(fd, bytes, room, 0); }
+    virtual ssize_t put(int fd, const char* bytes, size_t length) {
+        return send(fd, bytes, length, MSG_NOSIGNAL);
+    }
+    /// Whether something was received that get() has not handed out yet.
+    virtual bool more(int) { return false; }
+    /// What a command is answered with that begins with the letter `verb`.
+    virtual const char* answer(int, char verb) {
+        return verb == 'D' ? "354 go on\r\n" : "250 ok\r\n";
+    }
+    /// The answer has gone out.
+    virtual void answered(int, char) {}
+    /// The connection is to be closed.
+    virtual void ended(int) {}
+
   private:
     struct Connection {
         bool in_message = false;
@@ -71,7 +90,9 @@ class SMTPSink {
 
     void serve(int fd) {
         if (fd != _listener) {
-            if (!receive(fd, _connections[fd])) drop(fd);
+            do {
+                if (!receive(fd, _connections[fd])) return drop(fd);
+            } while (more(fd));
             return;
         }
         const int accepted = accept4(_listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
@@ -84,13 +105,14 @@ class SMTPSink {
     }
 
     void drop(int fd) {
+        ended(fd);
         close(fd);
         _connections.erase(fd);
     }
 
     bool receive(int fd, Connection& connection) {
         static thread_local char bytes[1 << 18];
-        const ssize_t count = recv(fd, bytes, sizeof bytes, 0);
+        const ssize_t count = get(fd, bytes, sizeof bytes);
         if (count == -1) return errno == EAGAIN;
         if (count == 0) return false;
         if (connection.in_message) return message(fd, connection, {bytes, size_t(count)});
@@ -104,7 +126,8 @@ class SMTPSink {
             const char verb = static_cast<char>(connection.unread[0] & ~0x20);
             connection.unread.erase(0, end + 1);
             if (verb == 'Q') return say(fd, "221 bye\r\n") && false;
-            if (!say(fd, verb == 'D' ? "354 go on\r\n" : "250 ok\r\n")) return false;
+            if (!say(fd, answer(fd, verb))) return false;
+            answered(fd, verb);
             if (verb != 'D') continue;
             connection.in_message = true;
             const std::string rest = std::move(connection.unread);
@@ -129,7 +152,7 @@ class SMTPSink {
     bool say(int fd, const char* reply) {
         if (_hang_up_one_in != 0 && static_cast<unsigned>(rand_r(&_seed)) % _hang_up_one_in == 0)
             return false;
-        return send(fd, reply, std::strlen(reply), MSG_NOSIGNAL) > 0;
+        return put(fd, reply, std::strlen(reply)) > 0;
     }
 
     unsigned _hang_up_one_in;
