@@ -190,7 +190,7 @@ class Delivery(Tls):
         self.assertEqual(call(start(server.port, trust=self.trust, user="ann", password="wrong"),
                               mail("bob@b.test"))[0], [105, 25])
 
-    def test_reaches_the_openssl_programs_server(self):
+    def test_reaches_the_openssl_programs_server_in_few_records(self):
         program = subprocess.Popen(
             ["openssl", "s_server", "-accept", "127.0.0.1:0", "-naccept", "1", "-cert",
              self.certificates["rsa"], "-crlf"],
@@ -198,27 +198,37 @@ class Delivery(Tls):
         self.addCleanup(program.communicate)
         self.addCleanup(program.kill)
         port = next(int(line.rsplit(":", 1)[1]) for line in program.stdout if "ACCEPT" in line)
+        attached = os.path.join(self.folder, "ten megabytes")
+        with open(attached, "wb") as file:
+            file.truncate(10 << 20)
+        sent = bytearray()
 
         def relay(talk):
             talk.offer("220 go ahead")
             with socket.create_connection(("127.0.0.1", port)) as server:
                 threading.Thread(target=pump, args=(server, talk.connection)).start()
                 threading.Thread(target=answer).start()
-                pump(talk.connection, server)
+                pump(talk.connection, server, sent.extend)
 
-        def pump(source, target):
+        def pump(source, target, note=len):
             while data := source.recv(65536):
+                note(data)
                 target.sendall(data)
             target.shutdown(socket.SHUT_WR)
 
         def answer():
             for said in program.stdout:
-                if said.startswith(("EHLO", "QUIT")):
-                    program.stdin.write("250 well\n")
+                if said.startswith(("EHLO", "MAIL", "RCPT", "DATA", ".\n", "QUIT")):
+                    program.stdin.write("354 go on\n" if said == "DATA\n" else "250 well\n")
                     program.stdin.flush()
 
         with Peer(relay) as peer:
-            self.assertEqual(call(start(peer.port, trust=self.trust), STOP)[0], [0, 0])
+            self.assertEqual(call(start(peer.port, trust=self.trust),
+                                  mail("bob@b.test", file=attached), STOP)[0], [0, 0, 0])
+        starts = [0]
+        while starts[-1] < len(sent):
+            starts.append(starts[-1] + 5 + int.from_bytes(sent[starts[-1] + 3:starts[-1] + 5], "big"))
+        self.assertIn(len(starts), range(800, 2000))
 
 
 class Certificates(Tls):
