@@ -5,6 +5,7 @@
 
 #include "kovcert/builtin/builtintext.h"
 #include "kovcert/qxci/qxci.h"
+#include "utils/etc/utascii.h"
 
 struct a_builtin_algorithm {
     a_qxci_byte id;
@@ -42,7 +43,7 @@ const a_builtin_algorithm* find_algorithm(const a_builtin_algorithm (&rows)[Rows
     if (name == nullptr) return nullptr;
     for (const a_builtin_algorithm& row : rows) {
         for (const char* const* known = row.names; *known != nullptr; known++) {
-            if (same_name(*known, name)) return &row;
+            if (ut_equal_nocase(*known, name)) return &row;
         }
     }
     return nullptr;

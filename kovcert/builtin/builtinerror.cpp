@@ -1,6 +1,7 @@
 #include "kovcert/builtin/builtinerror.h"
 
 #include "kovcert/builtin/builtinenv.h"
+#include "kovcert/qxci/qxciparms.h"
 
 namespace {
 
@@ -32,8 +33,7 @@ void _QXCIError_Clear(a_qxci_error* rec) {
 void QXCIError_Destroy(QXCIEnvironmentH env, a_qxci_error* rec) {
     if (rec == nullptr || rec->parm_list == nullptr) return;
     const BuiltinEnv& memory = *BuiltinEnv::of(env);
-    for (char** parm = rec->parm_list; *parm != nullptr; parm++) memory.free(*parm);
-    memory.free(rec->parm_list);
+    qxci_free_parms(rec->parm_list, [&memory](void* parm) { memory.free(parm); });
 }
 
 void _QXCIError_SetError(a_qxci_error* rec, QXCIEnvironmentH env, a_dbqxci_error code,
@@ -65,7 +65,6 @@ void _QXCIError_Clone(QXCIEnvironmentH env, a_qxci_error* dst, const a_qxci_erro
     QXCIError_Destroy(env, dst);
     *dst = {src->code, src->system_code, nullptr};
     if (src->parm_list == nullptr) return;
-    size_t count = 0;
-    while (src->parm_list[count] != nullptr) count++;
-    dst->parm_list = copy_list(*BuiltinEnv::of(env), src->parm_list, count);
+    dst->parm_list =
+        copy_list(*BuiltinEnv::of(env), src->parm_list, qxci_count_parms(src->parm_list));
 }

@@ -1,41 +1,31 @@
 #include "kovcert/builtin/builtintext.h"
 
+#include "utils/etc/utascii.h"
+
 #include <cstring>
 
 namespace {
 
-char lower_case(char letter) {
-    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-}
-
 bool is_listed(const char* name, const char* const* known) {
     for (; *known != nullptr; known++) {
-        if (same_name(name, *known)) return true;
+        if (ut_equal_nocase(name, *known)) return true;
     }
     return false;
 }
 
 /// The value of a hex digit, 16 for anything else.
 unsigned digit_value(char digit) {
-    const char letter = lower_case(digit);
-    if (digit >= '0' && digit <= '9') return static_cast<unsigned>(digit - '0');
+    const char letter = ut_to_lower(digit);
+    if (ut_is_digit(digit)) return static_cast<unsigned>(digit - '0');
     if (letter >= 'a' && letter <= 'f') return static_cast<unsigned>(letter - 'a' + 10);
     return 16;
 }
 
 }  // namespace
 
-bool same_name(const char* a, const char* b) {
-    while (*a != '\0' && lower_case(*a) == lower_case(*b)) {
-        a++;
-        b++;
-    }
-    return lower_case(*a) == lower_case(*b);
-}
-
 const char* find_option(a_qxci_user_option* options, const char* name) {
     for (; options != nullptr; options = options->next) {
-        if (options->opt_name == nullptr || !same_name(options->opt_name, name)) continue;
+        if (options->opt_name == nullptr || !ut_equal_nocase(options->opt_name, name)) continue;
         options->used = true;
         return options->opt_value == nullptr ? "" : options->opt_value;
     }

@@ -5,9 +5,6 @@
 
 #include "kovcert/qxci/qxci.h"
 
-/// True when the names differ in the case of ASCII letters at most, in any locale.
-bool same_name(const char* a, const char* b);
-
 /// The value of the first option with the name, which is marked as used; null without such an
 /// option. An option without a value counts as having an empty one.
 const char* find_option(a_qxci_user_option* options, const char* name);

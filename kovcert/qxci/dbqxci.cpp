@@ -5,6 +5,8 @@
 #include <new>
 
 #include "kovcert/qxci/qxcialgorithms.h"
+#include "kovcert/qxci/qxcicreate.h"
+#include "kovcert/qxci/qxciparms.h"
 #include "utils/etc/locate.h"
 
 namespace {
@@ -19,15 +21,6 @@ constexpr a_qxci_dll_type DllTypes[] = {
 bool is_located(const char* library) {
     std::array<char, LOCATE_MAX_PATH> path;
     return ut_locate_file(LOCATE_LIBRARY, library, path.data(), path.size());
-}
-
-/// Gives back the parameters of a record that no provider's environment goes with.
-void free_parms(const a_qxci_callbacks& callbacks, void* context, const a_qxci_error& error) {
-    if (error.parm_list == nullptr) return;
-    for (char** parm = error.parm_list; *parm != nullptr; parm++) {
-        callbacks.free_cb(context, *parm);
-    }
-    callbacks.free_cb(context, error.parm_list);
 }
 
 }  // namespace
@@ -56,8 +49,7 @@ a_qxci_result DBQXCIEnvironment::Init(bool fips, const char* component, a_qxci_u
 void DBQXCIEnvironment::Fini() {
     for (DBQXCIInterface*& slot : _interfaces) {
         if (slot == nullptr) continue;
-        _DestroyProviderEnvironment(*slot);
-        slot->Unload();
+        slot->Finish();
         slot->Release();
         slot = nullptr;
     }
@@ -115,16 +107,12 @@ bool DBQXCIEnvironment::_CreateProviderEnvironment(DBQXCIInterface& iface, DBQXC
     iface._qxci_env = iface._env_iface.create_func(_qxci_callbacks, _global_context, options,
                                                    _component.get(), &error);
     if (iface._qxci_env != nullptr) return true;
-    err->CloneFrom(&error);
-    free_parms(*_qxci_callbacks, _global_context, error);
+    qxci_report(error, err);
+    // No environment of the provider goes with this record, so it goes back by hand.
+    qxci_free_parms(error.parm_list,
+                    [this](void* memory) { _qxci_callbacks->free_cb(_global_context, memory); });
     iface.Unload();
     return false;
-}
-
-void DBQXCIEnvironment::_DestroyProviderEnvironment(DBQXCIInterface& iface) {
-    const auto destroy = iface._env_iface.destroy_func;
-    if (iface._qxci_env != nullptr && destroy != nullptr) destroy(iface._qxci_env);
-    iface._qxci_env = nullptr;
 }
 
 DBQXCIInterface* DBQXCIEnvironment::_getInterface(_iface_index index) const {

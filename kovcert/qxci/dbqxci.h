@@ -19,7 +19,8 @@
 #include "utils/utmem/uttext.h"
 
 /// The environment of one owner. Init() comes before everything else; objects are deleted before
-/// Fini().
+/// Fini(), or at the latest while it runs, on whatever thread. One that comes too late leaves what
+/// it holds of the provider where it is.
 ///
 /// Choice of provider: OTHER_IFACE under gUseStub; else FIPS_IFACE in FIPS mode, but for CRC32,
 /// which is always STATIC_IFACE's; else what the tables of qxcialgorithms.h say. No FIPS provider
@@ -32,7 +33,7 @@
 /// Without a successful Init() every creation fails with QxciErrUnknown. What they return is the
 /// caller's.
 ///
-/// Threads: used by one thread at a time.
+/// Threads: used by one thread at a time; its objects may be deleted on any other.
 class DBQXCIEnvironment : public c_utils_base {
   public:
     /// `cb` stays the owner's and outlives the environment; each callback gets `global_context`.
@@ -65,7 +66,8 @@ class DBQXCIEnvironment : public c_utils_base {
     a_qxci_result Init(bool fips, const char* component, a_qxci_user_option* options,
                        DBQXCIError* err);
 
-    /// Ends every provider's environment and closes the libraries. Init() may follow.
+    /// Ends every provider's environment and closes the libraries. Objects that are deleted
+    /// meanwhile are either destroyed first or not at all. Init() may follow.
     void Fini();
 
     /// Whether the provider that an algorithm belongs to can be loaded and has it; a null name is
@@ -128,7 +130,6 @@ class DBQXCIEnvironment : public c_utils_base {
     bool _CheckFips(DBQXCIError* err) const;
     DBQXCIInterface* _LoadIfNeeded(_iface_index index, DBQXCIError* err);
     bool _CreateProviderEnvironment(DBQXCIInterface& iface, DBQXCIError* err);
-    static void _DestroyProviderEnvironment(DBQXCIInterface& iface);
 
     [[maybe_unused]] UTHeap _heap;
     bool _fips_mode = false;

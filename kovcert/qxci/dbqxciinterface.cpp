@@ -140,6 +140,15 @@ bool DBQXCIInterface::_Fill(const a_qxci_entry_points& entries) {
            fill(entries.enc, _enc_iface) && fill(entries.sig, _sig_iface);
 }
 
+void DBQXCIInterface::Finish() {
+    const std::lock_guard lock(_ending);
+    if (_qxci_env != nullptr && _env_iface.destroy_func != nullptr) {
+        _env_iface.destroy_func(_qxci_env);
+    }
+    _qxci_env = nullptr;
+    Unload();
+}
+
 bool DBQXCIInterface::Unload() {
     ut_dll_close(_dll);
     _loaded = false;

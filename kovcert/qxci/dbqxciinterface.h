@@ -4,6 +4,8 @@
 /// One loaded provider: which file a kind of provider is in, how the file is opened and checked,
 /// and the tables of functions that it fills.
 
+#include <mutex>
+
 #include "kovcert/qxci/qxci.h"
 #include "utils/contain/utrefobj.h"
 #include "utils/etc/uttypes.h"
@@ -43,8 +45,9 @@ inline constexpr const char* QXCI_FIPS_COMPANION_DLL_NAME = "libnxgse2.so";
 /// does every object made from the provider: the tables can be asked even after the environment is
 /// done.
 ///
-/// Threads: loading, unloading and the tables belong to one thread at a time; references may be
-/// released on any.
+/// Threads: loading, unloading and the tables belong to one thread at a time. Objects may be
+/// destroyed, and references released, on any thread, also while Finish() runs: either the object
+/// is destroyed before the provider goes, or it comes too late and nothing is called any more.
 class DBQXCIInterface : public c_utils_refobj {
   public:
     DBQXCIInterface() = default;
@@ -67,9 +70,25 @@ class DBQXCIInterface : public c_utils_refobj {
     /// `err` untouched.
     bool Load(a_qxci_dll_type type, const char* dll_name, DBQXCIError* err);
 
-    /// Closes the library and clears the tables; GetVersion() still tells what it was. The
-    /// provider's environment has to be destroyed first. Returns true.
+    /// Closes the library and clears the tables; GetVersion() still tells what it was. For a
+    /// provider that has no environment, or none any more, and hence no objects. Returns true.
     bool Unload();
+
+    /// Destroys the provider's environment, if there is one, and unloads. Waits for an object that
+    /// is being destroyed.
+    void Finish();
+
+    /// Destroys `handle` with destroy_func of the table `objects`. False when there is no such
+    /// entry, or no longer; nothing is done then. Objects are destroyed one at a time, so that
+    /// destroy_func may call the owner's callbacks, but must not come back here.
+    template <class Table, class Handle>
+    bool DestroyHandle(Table DBQXCIInterface::*objects, Handle handle) {
+        const std::lock_guard lock(_ending);
+        const auto destroy = (this->*objects).destroy_func;
+        if (destroy == nullptr) return false;
+        destroy(handle);
+        return true;
+    }
 
     /// Sets every pointer of every table to null.
     void _clear();
@@ -89,7 +108,7 @@ class DBQXCIInterface : public c_utils_refobj {
     a_qxci_enc_iface _enc_iface = {};
     a_qxci_sig_iface _sig_iface = {};
 
-    /// The provider's side of the environment, created and destroyed by the environment.
+    /// The provider's side of the environment, which creates it.
     QXCIEnvironmentH _qxci_env = nullptr;
 
   private:
@@ -97,6 +116,7 @@ class DBQXCIInterface : public c_utils_refobj {
     bool _LoadLibrary(const char* name, a_dbqxci_error* failure);
     bool _Fill(const a_qxci_entry_points& entries);
 
+    std::mutex _ending;  // held while an object or the provider's environment is destroyed
     bool _valid = false;
     bool _loaded = false;
     void* _dll = nullptr;  // null for the built-in provider

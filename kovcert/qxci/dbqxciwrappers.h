@@ -8,7 +8,9 @@
 /// Objects come from DBQXCIEnvironment (connections from DBQXCIStream) and are the caller's, who
 /// deletes them before the environment's Fini(), which ends what they stand on.
 ///
-/// Threads: one object is used by one thread at a time, though not always by the same one.
+/// Threads: one object is used by one thread at a time, though not always by the same one. Using
+/// one takes no lock, so no operation runs on it while the environment finishes; deleting it does,
+/// and may happen on any thread at that time.
 
 #include <cstddef>
 #include <type_traits>
@@ -33,8 +35,11 @@ class DBQXCIWrapper : public c_utils_base {
     /// Copies what the provider says about its last failure. The record is the wrapper's, good
     /// until the next call on it; QxciErrUnknown when the provider does not tell.
     const DBQXCIError* GetLastError() {
-        const a_qxci_error* const error = _Forward(&Table::get_last_error_func, nullptr);
-        if (error != nullptr) _last_error.CloneFrom(error);
+        if (_Has(&Table::get_last_error_func)) {
+            _last_error.CloneFrom((_iface->*Iface).get_last_error_func(_handle));
+        } else {
+            _last_error.setErrorCode(QxciErrUnknown);
+        }
         return &_last_error;
     }
 
@@ -50,12 +55,17 @@ class DBQXCIWrapper : public c_utils_base {
     /// Kept: without an entry to destroy the handle with, which is so after the environment's
     /// Fini(), the reference is not given back, and the tables stay in memory for good.
     ~DBQXCIWrapper() {
-        if (_iface == nullptr || (_iface->*Iface).destroy_func == nullptr) {
+        if (_iface != nullptr && _iface->DestroyHandle(Iface, _handle)) {
+            _iface->Release();
+        } else {
             _last_error.setErrorCode(QxciErrUnknown);
-            return;
         }
-        (_iface->*Iface).destroy_func(_handle);
-        _iface->Release();
+    }
+
+    /// Whether there is a handle, and the entry to call on it.
+    template <class Entry>
+    bool _Has(Entry Table::*entry) const {
+        return _handle != nullptr && _iface != nullptr && (_iface->*Iface).*entry != nullptr;
     }
 
     /// Calls the entry on the handle and returns what it returns. When the entry is missing, the
@@ -63,7 +73,7 @@ class DBQXCIWrapper : public c_utils_base {
     template <class Result, class... Parms>
     Result _Forward(Result (*Table::*entry)(Handle, Parms...), std::type_identity_t<Result> failure,
                     std::type_identity_t<Parms>... args) {
-        if (_handle == nullptr || _iface == nullptr || (_iface->*Iface).*entry == nullptr) {
+        if (!_Has(entry)) {
             _last_error.setErrorCode(QxciErrUnknown);
             return failure;
         }

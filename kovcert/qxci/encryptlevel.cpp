@@ -1,5 +1,7 @@
 #include "kovcert/qxci/encryptlevel.h"
 
+#include <utility>
+
 #include "kovcert/qxci/qxcierror.h"
 #include "kovcert/qxci/qxcioptions.h"
 #include "utils/etc/utascii.h"
@@ -16,12 +18,16 @@ bool a_tls_parms::Parse(const char* parms, DBQXCIError* err) {
 }
 
 bool c_encrypt_level::set_level(const char* algorithm, const char* parms) {
+    // Both first: they may be texts of this setting.
+    UTText new_algorithm = ut_text(algorithm);
+    UTSecretText new_parms(ut_strdup(parms));
+    _algorithm = std::move(new_algorithm);
+    _parms = std::move(new_parms);
     _level = ENCRYPT_NONE;
     _known = false;
     _strong = false;
     _errorStr.reset();
-    _algorithm = ut_text(algorithm);
-    _parms = ut_text(parms);
+    algorithm = _algorithm.get();
     if (algorithm == nullptr) return false;
     if (ut_equal_nocase(algorithm, "tls")) return _SetTlsLevel();
     if (ut_equal_nocase(algorithm, "none")) {

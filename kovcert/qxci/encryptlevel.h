@@ -36,8 +36,9 @@ class c_encrypt_level : public c_utils_link {
     c_encrypt_level& operator=(const c_encrypt_level&) = delete;
 
     /// Takes a setting: "none", "simple", or "tls" with its parameters, in any case. Both texts are
-    /// copied and kept whatever comes out; `parms` may be null. False for anything else: the level
-    /// is then unknown, and get_error() is the text that is wrong.
+    /// copied, which may be ones that this gave out, and kept whatever comes out; `parms` may be
+    /// null. False for anything else: the level is then unknown, and get_error() is the text that
+    /// is wrong.
     bool set_level(const char* algorithm, const char* parms);
 
     /// Makes the setting stand for `level`.
@@ -63,7 +64,7 @@ class c_encrypt_level : public c_utils_link {
     bool _known = false;
     bool _strong = false;
     UTText _algorithm;
-    UTText _parms;
+    UTSecretText _parms;  // passwords may be among them
     UTText _errorStr;
 };
 

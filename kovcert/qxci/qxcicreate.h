@@ -30,9 +30,15 @@ Wrapper* qxci_wrap(typename Wrapper::a_handle handle, const a_qxci_source& from)
     }
 }
 
+/// Copies why a creation failed to `err`: QxciErrUnknown for a provider that gives no reason.
+inline void qxci_report(const a_qxci_error& error, DBQXCIError* err) {
+    err->CloneFrom(&error);
+    if (!err->isError()) err->setErrorCode(QxciErrUnknown);
+}
+
 /// Calls the provider's function `create` with `args` and an error record, and wraps the handle
-/// that comes back. Null with the reason in `err`: the provider's; QxciErrUnknown when there is no
-/// function to call.
+/// that comes back. Null with the reason in `err`: the provider's; QxciErrUnknown when it gives
+/// none, or there is no function to call.
 ///
 /// The provider's record is never `err`'s own, since its parameters come from the owner's
 /// callbacks, and those of `err` from the system's allocator.
@@ -45,7 +51,7 @@ Wrapper* qxci_create(const a_qxci_source& from, Create create, DBQXCIError* err,
     a_qxci_error error = {};
     const typename Wrapper::a_handle handle = create(args..., &error);
     if (handle == nullptr) {
-        err->CloneFrom(&error);
+        qxci_report(error, err);
         const auto destroy = from.iface->_error_iface.destroy_func;
         if (destroy != nullptr) destroy(from.iface->_qxci_env, &error);
         return nullptr;

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "kovcert/qxci/dbqxci.h"
+#include "kovcert/qxci/qxciparms.h"
 #include "utils/etc/uttypes.h"
 #include "utils/lang/utlangstring.h"
 
@@ -49,16 +50,10 @@ class DBQXCIError::Lock {
 
 namespace {
 
-size_t count_parms(const char* const* list) {
-    size_t count = 0;
-    while (list != nullptr && list[count] != nullptr) count++;
-    return count;
-}
-
 /// A copy from the system's allocator; it ends at the first string that there is no memory for, and
 /// is null when there is none for the list.
 char** copy_parms(const char* const* list) {
-    const size_t count = count_parms(list);
+    const size_t count = qxci_count_parms(list);
     char** const copy = static_cast<char**>(std::calloc(count + 1, sizeof(char*)));
     for (size_t i = 0; copy != nullptr && i < count; i++) {
         copy[i] = strdup(list[i]);
@@ -70,16 +65,14 @@ char** copy_parms(const char* const* list) {
 }  // namespace
 
 void DBQXCIError::_freeParms() {
-    if (_err.parm_list == nullptr) return;
-    for (char** parm = _err.parm_list; *parm != nullptr; parm++) std::free(*parm);
-    std::free(_err.parm_list);
+    qxci_free_parms(_err.parm_list, std::free);
     _err.parm_list = nullptr;
 }
 
 void DBQXCIError::AddParm(const char* parm) {
     if (parm == nullptr) return;
     const Lock lock(*this);
-    const size_t count = count_parms(_err.parm_list);
+    const size_t count = qxci_count_parms(_err.parm_list);
     char* const copy = strdup(parm);
     if (copy == nullptr) return;
     void* const grown = std::realloc(_err.parm_list, (count + 2) * sizeof(char*));
@@ -94,7 +87,7 @@ void DBQXCIError::AddParm(const char* parm) {
 
 const char* DBQXCIError::GetParm(int index) const {
     const Lock lock(*this);
-    if (index < 0 || static_cast<size_t>(index) >= count_parms(_err.parm_list)) return nullptr;
+    if (index < 0 || static_cast<size_t>(index) >= qxci_count_parms(_err.parm_list)) return nullptr;
     return _err.parm_list[index];
 }
 

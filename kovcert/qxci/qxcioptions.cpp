@@ -7,6 +7,7 @@
 #include "kovcert/qxci/qxcierror.h"
 #include "utils/dbutils/dboptions.h"
 #include "utils/etc/utascii.h"
+#include "utils/etc/utwipe.h"
 #include "utils/utmem/utmem.h"
 
 namespace {
@@ -46,7 +47,7 @@ bool ParseQXCIOptionString(const char* text, a_qxci_user_option** list, DBQXCIEr
 void FreeQXCIOptions(a_qxci_user_option* list) {
     while (list != nullptr) {
         a_qxci_user_option* const next = list->next;
-        explicit_bzero(const_cast<char*>(list->opt_value), std::strlen(list->opt_value));
+        ut_wipe(const_cast<char*>(list->opt_value), std::strlen(list->opt_value));
         ut_free(list);
         list = next;
     }

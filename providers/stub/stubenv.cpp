@@ -7,8 +7,6 @@
 
 namespace {
 
-static_assert(stub_streams[3].id == QXCI_STREAM_STUB);
-
 /// The environment's script for `script`, the option, which may be null; false with the reason.
 bool copy_script(const StubMemory& memory, const char* script, char*& copy, a_qxci_error* error) {
     if (script == nullptr) return true;

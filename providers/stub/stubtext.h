@@ -4,6 +4,7 @@
 /// Names, lists of options, and the algorithms by name and by number.
 
 #include "kovcert/qxci/qxci.h"
+#include "providers/stub/qxcistub.h"
 
 #include <cstddef>
 
@@ -33,7 +34,7 @@ inline constexpr a_stub_algorithm stub_streams[] = {
     {QXCI_STREAM_RSA_TLS, 0, {"rsa", "rsa_tls"}},
     {QXCI_STREAM_ECC_TLS, 0, {"ecc", "ecc_tls"}},
     {QXCI_STREAM_RSA_TLS_FIPS, 0, {"rsa_tls_fips"}},
-    {200, 0, {"stub"}},
+    {QXCI_STREAM_STUB, 0, {"stub"}},
 };
 
 inline constexpr a_stub_algorithm stub_encrypters[] = {

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "utils/etc/utascii.h"
+#include "utils/etc/utwipe.h"
 #include "utils/utmem/utmem.h"
 
 namespace {
@@ -170,7 +171,7 @@ a_bool db_parse_options(const char* text, a_db_option** list, char* bad_key, siz
 void db_free_options(a_db_option* list) {
     while (list != nullptr) {
         a_db_option* next = list->next;
-        explicit_bzero(const_cast<char*>(list->value), std::strlen(list->value));
+        ut_wipe(const_cast<char*>(list->value), std::strlen(list->value));
         ut_free(list);
         list = next;
     }

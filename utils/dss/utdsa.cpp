@@ -8,8 +8,11 @@ namespace {
 
 constexpr std::size_t max_q_bytes = UTDSA::max_signature_size / 2;
 
-/// Parameters that someone chose to look prime pass one round with a chance of a quarter at most.
-constexpr unsigned rounds_for_p = 20, rounds_for_q = 40;
+/// Rounds for p as well as q, by the bits of p: the least that FIPS 186-4 table C.1 allows without
+/// a Lucas test, for a chance of error of 2^-80 and 2^-112.
+constexpr unsigned prime_test_rounds(unsigned p_bits) {
+    return p_bits == 1024 ? 40 : 56;
+}
 
 /// True for 1 < element < p with an order that divides q, which is prime: the order is q then.
 bool is_in_subgroup(const UTModulus& p, const UTModulus& q, const UTBigInt& element) {
@@ -92,8 +95,9 @@ bool UTDSA::set_domain(const UTBigInt& p, const UTBigInt& q, const UTBigInt& g) 
     _g = g;
     UTBigInt p_minus_one = p;
     p_minus_one.subtract(UTBigInt(1));
+    const unsigned rounds = prime_test_rounds(p_bits);
     _has_domain = _q.reduce(p_minus_one).is_zero() && is_in_subgroup(_p, _q, g) &&
-                  _q.is_probably_prime(rounds_for_q) && _p.is_probably_prime(rounds_for_p);
+                  _q.is_probably_prime(rounds) && _p.is_probably_prime(rounds);
     return _has_domain;
 }
 

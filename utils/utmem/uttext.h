@@ -3,8 +3,10 @@
 
 /// A text that its holder owns, or none.
 
+#include <cstring>
 #include <memory>
 
+#include "utils/etc/utwipe.h"
 #include "utils/utmem/utmem.h"
 
 struct a_ut_deleter {
@@ -13,6 +15,16 @@ struct a_ut_deleter {
 
 /// Terminated text from the allocation layer; null is not the same as empty.
 using UTText = std::unique_ptr<char, a_ut_deleter>;
+
+struct a_ut_wiping_deleter {
+    void operator()(char* text) const {
+        ut_wipe(text, std::strlen(text));
+        ut_free(text);
+    }
+};
+
+/// The same for a secret, which is wiped before its memory goes back.
+using UTSecretText = std::unique_ptr<char, a_ut_wiping_deleter>;
 
 /// A copy of `text`; none for null.
 inline UTText ut_text(const char* text) {
