@@ -37,9 +37,9 @@
 /// Signatures. DSA over SHA-1 with nonces by RFC 6979. The key comes as options, each a number in
 /// hex: "dsa_p", "dsa_q", "dsa_g" with sizes of 1024/160 or 2048/256 bits, and "dsa_x", the private
 /// key, or "dsa_y", the public key that is enough for verifying, or both. Creation checks all of
-/// them, the primality of the domain parameters included, which takes a good part of a second: a
-/// missing one is QxciErrKeyMissing, wrong domain parameters are QxciErrOptionError with "dsa_p", a
-/// key that does not belong to them the same with its own name.
+/// them, the primality of the domain parameters included, which for the larger sizes takes a second
+/// or two on a 32-bit host: a missing one is QxciErrKeyMissing, wrong domain parameters are
+/// QxciErrOptionError with "dsa_p", a key that does not belong to them the same with its own name.
 ///   - What is hashed: the kind of signature, then the texts, each preceded by its length as eight
 ///     bytes, the most significant first. The kinds are the texts "QXCI database signature" and
 ///     "QXCI connection signature".

@@ -7,6 +7,7 @@
 #include "utils/digest/utdigest.h"
 #include "utils/dss/utdsa.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 
 namespace {
@@ -485,6 +486,13 @@ TEST(BuiltinProvider, wipes_secrets_before_it_frees_them) {
         hasher.ask(&Hash::begin_hash_func);
         hasher.ask(&Hash::add_data_func, bytes_of(message), message.size());
     }
+    EXPECT_FALSE(provider.owner.saw_secret);
+
+    std::string& private_key = provider.owner.secret = from_hex(dsa_key_1024.x);
+    std::reverse(private_key.begin(), private_key.end());  // as this processor keeps numbers
+    Options signing;
+    add_domain(signing, dsa_key_1024).add("dsa_x", dsa_key_1024.x);
+    EXPECT_EQ(Handler(provider, signing).sign("a", "b").size(), 80U);
     EXPECT_FALSE(provider.owner.saw_secret);
 }
 

@@ -1,4 +1,5 @@
 #include "kovcert/qxci/dbqxci.h"
+#include "kovcert/qxci/qxcicreate.h"
 #include "tests/kovcert/builtin/owner.h"
 #include "tests/utils/dss/dsakeys.h"
 
@@ -48,6 +49,17 @@ bool create_signer(DBQXCIEnvironment& env, DBQXCIError& error) {
     return created(env.CreateSignatureHandler(options.head(), &error));
 }
 
+/// The environment's own go to the built-in provider.
+bool create_signer_of_stub(DBQXCIEnvironment& env, DBQXCIError& error) {
+    if (!env._loadInterface(OTHER_IFACE, &error)) return false;
+    const c_utils_ref<DBQXCIInterface> iface(env._getInterface(OTHER_IFACE));
+    Options options;
+    options.add("stub_key", "k");
+    return created(qxci_create<DBQXCISignatureHandler>({&env, iface.get(), OTHER_IFACE},
+                                                       iface->_sig_iface.create_func, &error,
+                                                       iface->_qxci_env, options.head()));
+}
+
 /// Fails however much memory there is, with parameters, which may not get through.
 bool fail_with_parameters(DBQXCIEnvironment& env, DBQXCIError& error) {
     Options options;
@@ -84,6 +96,11 @@ const struct {
      [](auto& env, auto& e) {
          return created(env.CreateBlockEncrypter("AES", key, 16, nullptr, &e));
      }},
+    {"hasher of the stub", true, 3,
+     [](auto& env, auto& e) { return created(env.CreateBlockHasher("SHA1", &e)); }},
+    {"password hasher of the stub", true, 3,
+     [](auto& env, auto& e) { return created(env.CreatePasswordHasher(&e)); }},
+    {"signature handler of the stub", true, 3, create_signer_of_stub},
     {"failure", false, 4, fail_with_parameters},
     {"failure of the stub", true, 5, fail_with_parameters},
 };

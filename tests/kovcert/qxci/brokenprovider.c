@@ -58,7 +58,8 @@ static QXCIEnvironmentH create_env(const a_qxci_callbacks* callbacks, void* cont
                                    a_qxci_error* error) {
     static int environment;
     (void)options, (void)component;
-    if (!is_broken("environment")) return (QXCIEnvironmentH)&environment;
+    if (!is_broken("environment") && !is_broken("reason")) return (QXCIEnvironmentH)&environment;
+    if (is_broken("reason")) return NULL;
     error->code = QxciErrBadCompany;
     error->system_code = 7;
     error->parm_list = callbacks->alloc_cb(context, 3 * sizeof(char*));
@@ -74,7 +75,7 @@ static void destroy_env(QXCIEnvironmentH env) {
 
 a_qxci_result QXCIGetEnvIface(a_qxci_env_iface* iface) {
     const a_qxci_result result = fill("QXCIGetEnvIface", iface, sizeof *iface);
-    iface->create_func = create_env;
+    iface->create_func = is_broken("create_func") ? NULL : create_env;
     iface->destroy_func = destroy_env;
     return result;
 }

@@ -4,9 +4,11 @@
 #include "kovcert/qxci/dbqxci.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <malloc.h>
 #include <memory>
 #include <string>
 
@@ -153,6 +155,14 @@ TEST(Environment, picks_the_provider_by_algorithm_mode_and_stub_flag) {
     }
 }
 
+TEST(Environment, names_the_library_of_a_fips_encrypter) {
+    Trial t;
+    const std::unique_ptr<DBQXCIBlockEncrypter> encrypter(
+        t.env.CreateBlockEncrypterWithID(QXCI_ENC_AES128_FIPS, Key, 16, nullptr, &t.err));
+    ASSERT_NE(encrypter, nullptr);
+    EXPECT_STREQ(encrypter->GetDLLName(), "libnxfips12_r.so");
+}
+
 TEST(Environment, asks_the_provider_of_an_algorithm_whether_it_has_it) {
     Trial normal;
     EXPECT_TRUE(normal.env.IsBlockHasherAlgorithmSupported("md5"));
@@ -176,6 +186,7 @@ TEST(Environment, validates_a_setting_and_tells_its_level) {
     char folder[LOCATE_MAX_PATH];
     ASSERT_TRUE(ut_locate_own_directory(folder, sizeof folder));
     const std::string companion = std::string(folder) + "/" + QXCI_FIPS_COMPANION_DLL_NAME;
+    std::filesystem::remove(companion);  // of a run that was ended
     enum { Mode = 1, Companion = 2, Disabled = 4, Stub = 8 };
     const struct {
         const char* algorithm;
@@ -245,6 +256,30 @@ TEST(EncryptLevel, takes_settings_in_any_case_and_keeps_what_is_wrong) {
         EXPECT_STREQ(level.get_error(), row.error);
         EXPECT_STREQ(level.get_parms(), row.parms);
     }
+}
+
+bool saw_password = false;
+
+TEST(EncryptLevel, takes_its_own_texts_and_wipes_passwords) {
+    const a_utmem_source watching = {
+        std::malloc, std::realloc,
+        [](void* memory) {
+            const size_t size = memory == nullptr ? 0 : malloc_usable_size(memory);
+            saw_password |= size != 0 && memmem(memory, size, "open sesame", 11) != nullptr;
+            std::free(memory);
+        },
+        [] { return false; }};
+    utmem_set_source(&watching);
+    {
+        c_encrypt_level level;
+        level.set_level("tls", "tls_type=dh;identity_password=open sesame");
+        EXPECT_FALSE(level.set_level(level.get_error(), level.get_parms()));
+        EXPECT_STREQ(level.get_error(), "dh");
+        EXPECT_STREQ(level.get_parms(), "tls_type=dh;identity_password=open sesame");
+        EXPECT_TRUE(level.set_level("tls", nullptr));
+    }
+    utmem_set_source(nullptr);
+    EXPECT_FALSE(saw_password);
 }
 
 TEST(Environment, without_a_successful_init_has_no_slots) {

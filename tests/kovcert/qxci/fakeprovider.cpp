@@ -1,4 +1,4 @@
-// A provider that only says who was asked: every creation fails with the parameters FAKE_NAME, the
+// A provider that says who was asked: every creation fails with the parameters FAKE_NAME, the
 // component and the name of the first option. Compiled once per library that a slot may load.
 
 #include <cstring>
@@ -89,6 +89,14 @@ a_qxci_result QXCIGetPasswordHasherIface(a_qxci_pw_hash_iface* iface) {
 a_qxci_result QXCIGetBlockHasherIface(a_qxci_hash_iface* iface) {
     return offer_nothing(iface);
 }
+/// But for the FIPS encrypter by its number.
 a_qxci_result QXCIGetBlockEncrypterIface(a_qxci_enc_iface* iface) {
-    return offer_nothing(iface);
+    offer_nothing(iface);
+    iface->create_with_id_func = [](QXCIEnvironmentH env, a_qxci_byte id, const a_qxci_byte*,
+                                    size_t, a_qxci_user_option*, a_qxci_error* error) {
+        if (id != QXCI_ENC_AES128_FIPS) return no<QXCIBlockEncrypterH>(env, error);
+        return reinterpret_cast<QXCIBlockEncrypterH>(env);
+    };
+    iface->destroy_func = [](QXCIBlockEncrypterH) {};
+    return QXCI_OK;
 }

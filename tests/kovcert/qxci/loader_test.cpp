@@ -163,10 +163,14 @@ TEST(Loader, passes_on_why_an_environment_is_not_created) {
     DBQXCIError error;
     DBQXCIEnvironment env(owner.callbacks(), &owner);
     ASSERT_EQ(env.Init(false, "test", options.head(), &error), QXCI_OK);
-    setenv("BROKEN_PROVIDER", "environment", 1);
-    for (int round = 0; round < 2; round++) {
+    const struct {
+        const char* fault;
+        const char* reason;
+    } faults[] = {{"environment", "13 7 first second"}, {"reason", "37"}, {"create_func", "37"}};
+    for (const auto& row : faults) {
+        setenv("BROKEN_PROVIDER", row.fault, 1);
         EXPECT_FALSE(env._loadInterface(OTHER_IFACE, &error));
-        EXPECT_EQ(describe(error), "13 7 first second");
+        EXPECT_EQ(describe(error), row.reason);
         EXPECT_FALSE(is_open(broken));
     }
     unsetenv("BROKEN_PROVIDER");
@@ -175,6 +179,20 @@ TEST(Loader, passes_on_why_an_environment_is_not_created) {
     env.Fini();
     EXPECT_FALSE(is_open(broken));
     EXPECT_EQ(owner.live(), 0);
+}
+
+TEST(Loader, leaves_a_provider_without_streams_usable) {
+    Owner owner;
+    Options options;
+    options.add("dll_name", "libnoQXCIGetStreamIface.so");
+    DBQXCIError error;
+    gUseStub = true;
+    DBQXCIEnvironment env(owner.callbacks(), &owner);
+    ASSERT_EQ(env.Init(false, "test", options.head(), &error), QXCI_OK);
+    EXPECT_EQ(env.CreateStream(nullptr, nullptr, "rsa", &error), nullptr);
+    EXPECT_EQ(describe(error), "37");
+    env.Fini();
+    gUseStub = false;
 }
 
 /// The variable counts at a program's start only, so this starts the program again.

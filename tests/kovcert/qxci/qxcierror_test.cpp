@@ -65,11 +65,13 @@ TEST(QXCIError, clones_are_independent_and_a_missing_original_is_unknown) {
 struct MutexLog {
     std::string log;
     int made = 0;
+    bool exhausted = false;
 
     static a_qxci_callbacks callbacks() {
         a_qxci_callbacks table = {};
         table.mutex_create_cb = [](void* context) -> void* {
             MutexLog& self = *static_cast<MutexLog*>(context);
+            if (self.exhausted) return nullptr;
             self.log += "C" + std::to_string(++self.made);
             return new int(self.made);
         };
@@ -117,8 +119,13 @@ TEST(QXCIError, every_operation_holds_the_records_mutex_once) {
         EXPECT_EQ(mutexes.taken(), "<1>1");
         error.createMutex(&env);
         EXPECT_EQ(mutexes.taken(), "C3D1");
+        mutexes.exhausted = true;
+        error.createMutex(&env);
+        error.AddParm("unlocked");
+        EXPECT_EQ(parms_of(error), "unlocked;");
+        EXPECT_EQ(mutexes.taken(), "D3");
     }
-    EXPECT_EQ(mutexes.taken(), "D2D3");
+    EXPECT_EQ(mutexes.taken(), "D2");
 }
 
 TEST(QXCIError, every_code_has_its_text) {

@@ -1,8 +1,10 @@
 #include "kovcert/qxci/dbqxci.h"
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <cstdlib>
+#include <cstring>
 #include <deque>
 #include <functional>
 #include <gtest/gtest.h>
@@ -14,34 +16,45 @@
 
 namespace {
 
-/// An owner that many threads use; everything must be back at the end.
+/// An owner that many threads use. It puts no order between them, which would hide their races, and
+/// frees at its end what nobody has given back.
 class SharedOwner {
   public:
-    ~SharedOwner() { EXPECT_EQ(_live, 0); }
+    ~SharedOwner() {
+        for (void* const memory : _memory) std::free(memory);
+    }
     const a_qxci_callbacks* callbacks() const { return &_callbacks; }
 
-  private:
-    static std::atomic<int>& live(void* context) {
-        return static_cast<SharedOwner*>(context)->_live;
-    }
-    static void* alloc(void* context, size_t size) {
-        live(context)++;
-        return std::malloc(size);
-    }
-    static void free(void* context, void* memory) {
-        if (memory != nullptr) live(context)--;
-        std::free(memory);
-    }
-    static void* create_mutex(void* context) {
-        live(context)++;
-        return new (std::nothrow) std::mutex;
-    }
-    static void destroy_mutex(void* context, void* mutex) {
-        live(context)--;
-        delete static_cast<std::mutex*>(mutex);
+    /// Allocations that were not given back.
+    size_t live() const {
+        return _memory.size() -
+               static_cast<size_t>(std::count(_memory.begin(), _memory.end(), nullptr));
     }
 
-    std::atomic<int> _live = 0;
+  private:
+    static constexpr size_t header = 16;  // holds the place in _memory and keeps the alignment
+
+    static void* alloc(void* context, size_t size) {
+        SharedOwner& owner = *static_cast<SharedOwner*>(context);
+        const size_t place = owner._allocations.fetch_add(1, std::memory_order_relaxed);
+        char* const memory = static_cast<char*>(std::malloc(header + size));
+        std::memcpy(memory, &place, sizeof place);
+        owner._memory.at(place) = memory;
+        return memory + header;
+    }
+    static void free(void* context, void* memory) {
+        if (memory == nullptr) return;
+        char* const start = static_cast<char*>(memory) - header;
+        size_t place;
+        std::memcpy(&place, start, sizeof place);
+        static_cast<SharedOwner*>(context)->_memory[place] = nullptr;
+        std::free(start);
+    }
+    static void* create_mutex(void*) { return new (std::nothrow) std::mutex; }
+    static void destroy_mutex(void*, void* mutex) { delete static_cast<std::mutex*>(mutex); }
+
+    std::atomic<size_t> _allocations = 0;
+    std::vector<void*> _memory = std::vector<void*>(2000);  // null: given back, or not yet used
     const a_qxci_callbacks _callbacks = {
         .alloc_cb = alloc,
         .realloc_cb = [](void*, void* memory, size_t size) { return std::realloc(memory, size); },
@@ -131,24 +144,44 @@ TEST(References, wrappers_are_deleted_on_any_thread_while_others_are_made) {
         const c_utils_ref<DBQXCIInterface> iface(
             env._getInterface(from_stub ? OTHER_IFACE : STATIC_IFACE));
         EXPECT_EQ(iface->RefCount(), 2u) << "the environment's and this one";
+        env.Fini();
+        EXPECT_EQ(owner.live(), 0u);
         gUseStub = false;
     }
 }
 
-TEST(References, the_last_one_goes_on_any_thread_while_the_environment_finishes) {
-    Workers workers;
-    for (int round = 0; round < 200; round++) {
+/// Makes objects of all kinds and leaves their deletion to the workers.
+void scatter(DBQXCIEnvironment& env, bool from_stub, Workers& workers) {
+    const a_qxci_byte key[16] = {};
+    DBQXCIError error;
+    const auto leave = [&workers](auto* object) { workers.run([object] { delete object; }); };
+    for (int i = 0; i < 4; i++) {
+        leave(env.CreateBlockHasher("SHA256", &error));
+        leave(env.CreateBlockEncrypter("AES", key, 16, nullptr, &error));
+        leave(env.CreatePasswordHasher(&error));
+        if (from_stub) leave(env.CreateStream(nullptr, nullptr, "rsa", &error));
+    }
+}
+
+TEST(References, wrappers_are_deleted_on_any_thread_while_the_environment_finishes) {
+    for (int round = 0; round < 100; round++) {
+        const bool from_stub = round % 2 != 0;
         SharedOwner owner;
         DBQXCIError error;
+        gUseStub = from_stub;
         DBQXCIEnvironment env(owner.callbacks(), &owner);
         ASSERT_EQ(env.Init(false, "test", nullptr, &error), QXCI_OK);
-        ASSERT_TRUE(env._loadInterface(OTHER_IFACE, &error));
-        for (const _iface_index index : {STATIC_IFACE, OTHER_IFACE, OTHER_IFACE, RSA_IFACE}) {
-            DBQXCIInterface* const iface = env._getInterface(index);
-            workers.run([iface] { iface->Release(); });
-        }
+        Workers workers;
+        scatter(env, from_stub, workers);
+        DBQXCIInterface* const iface = env._getInterface(from_stub ? OTHER_IFACE : STATIC_IFACE);
+        ASSERT_NE(iface, nullptr);
         env.Fini();
-        EXPECT_EQ(env._getInterface(OTHER_IFACE), nullptr);
+        workers.finish();
+        EXPECT_FALSE(iface->IsLoaded());
+        const uint32 late = iface->RefCount() - 1;
+        EXPECT_EQ(owner.live(), late) << "kept: who comes too late leaves all where it is";
+        for (uint32 i = 0; i <= late; i++) iface->Release();
+        gUseStub = false;
     }
 }
 
