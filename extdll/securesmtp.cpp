@@ -6,14 +6,8 @@
 #include "kovcert/tlsstream.h"
 #include "netlib/ipaddress.h"
 #include "netlib/netutil.h"
-#include "netlib/socketstream.h"
 
 namespace {
-
-// The codes of RFC 5321, RFC 3207 and RFC 4954 that the session waits for.
-constexpr int service_ready = 220;
-constexpr int completed = 250;
-constexpr int authenticated = 235;
 
 Socket& socket_of(void* context) {
     return static_cast<TlsContext*>(context)->_sock;
@@ -67,11 +61,6 @@ class CertificateOptions {
     a_qxci_user_option** _end = &_first;
 };
 
-int judged(int result, int code, int expected) {
-    if (result != SMTP_OK) return result;
-    return code == expected ? SMTP_OK : SMTP_NOT_SECURE;
-}
-
 }  // namespace
 
 SecureSMTPClient::SecureSMTPClient(DBQXCIEnvironment* env, UTLangStringBase* langstring)
@@ -101,36 +90,13 @@ int SecureSMTPClient::Connect(const char* sender, const char* sender_name, const
     TcpUtil::Resolve(host, address, TcpUtil::ADDR_BOTH);
     address.setPortNumber(static_cast<uint16>(port));
     if (!_ConnectSocket(address)) return SMTP_NOT_CONNECTED;
-    _istrm = std::make_unique<SockIStream>(_socket, &_heap);
-    _ostrm = std::make_unique<SockOStream>(_socket);
 
-    int result = _Expect(service_ready);
-    if (result == SMTP_OK) result = _Introduce(sender, sender_name, timeout);
+    int result = _Expect(REPLY_SERVICE_READY, SMTP_NOT_SECURE);
+    if (result == SMTP_OK) result = _Introduce(sender, sender_name, timeout, SMTP_NOT_SECURE);
     if (result == SMTP_OK) result = _StartTls();
     if (result == SMTP_OK) result = _IntroduceSecurely(sender, sender_name, timeout);
-    if (result == SMTP_OK) result = _LogIn(user, password);
+    if (result == SMTP_OK) result = _LogIn(user, password, SMTP_NOT_SECURE);
     return result;
-}
-
-int SecureSMTPClient::_Expect(int expected) {
-    char reply[reply_size];
-    int code = 0;
-    const int result = _ProcessResponse(reply, sizeof reply, &code, false);
-    return judged(result, code, expected);
-}
-
-int SecureSMTPClient::_Introduce(const char* sender, const char* sender_name, int timeout) {
-    char reply[reply_size];
-    int code = 0;
-    const int result = _SMTPConnect(reply, sizeof reply, sender, sender_name, timeout, &code);
-    return judged(result, code, completed);
-}
-
-int SecureSMTPClient::_LogIn(const char* user, const char* password) {
-    char reply[reply_size];
-    int code = 0;
-    const int result = _SMTPAuthenticate(reply, sizeof reply, user, password, &code);
-    return judged(result, code, authenticated);
 }
 
 // What has arrived behind the reply to STARTTLS was not protected (RFC 3207, section 6). The stream
@@ -138,7 +104,7 @@ int SecureSMTPClient::_LogIn(const char* user, const char* password) {
 int SecureSMTPClient::_StartTls() {
     if (FindServerCapability("STARTTLS") == nullptr) return SMTP_NOT_SECURE;
     _SendCommand({"STARTTLS"});
-    int result = _Expect(service_ready);
+    int result = _Expect(REPLY_SERVICE_READY, SMTP_NOT_SECURE);
     if (result == SMTP_OK) result = _MakeTlsConnection();
     if (result != SMTP_OK) return result;
     _istrm = std::make_unique<TlsIStream>(_tlsconn.get(), &_heap);
@@ -174,12 +140,14 @@ int SecureSMTPClient::_MakeTlsConnection() {
 // A greeting that TLS has spoilt is a failure of TLS. A server that merely says the wrong thing has
 // no TLS error.
 int SecureSMTPClient::_IntroduceSecurely(const char* sender, const char* sender_name, int timeout) {
-    const int result = _Introduce(sender, sender_name, timeout);
+    const int result = _Introduce(sender, sender_name, timeout, SMTP_NOT_SECURE);
     _socket.set_Nagle_algorithm(false);
-    return result != SMTP_OK && _HasTlsErrorText() ? SMTP_NOT_SECURE : result;
+    return result != SMTP_OK && _HasTlsFailed() ? SMTP_NOT_SECURE : result;
 }
 
-a_bool SecureSMTPClient::_HasTlsErrorText() const {
+// The text tells of a session that was shut down, too, but there may be no texts.
+a_bool SecureSMTPClient::_HasTlsFailed() const {
+    if (_tlsconn->getLastError()->isError()) return true;
     char text[256] = "";
     _tlsconn->getErrorString(_langstring, text, sizeof text);
     return text[0] != '\0';

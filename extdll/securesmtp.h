@@ -35,7 +35,7 @@ class SecureSMTPClient : public SMTPClient {
     /// Opens the session as the base does, with TLS between two greetings. Its codes are those of
     /// the base, but for a name that does not resolve, SMTP_NOT_CONNECTED, and a dialogue that is
     /// not the one expected, SMTP_NOT_SECURE, which is the code of everything about TLS too.
-    /// SMTP_NO_MEMORY also says that there is no provider.
+    /// SMTP_NO_MEMORY also says that there is no provider. SMTP_TIMED_OUT does not occur.
     ///
     /// Kept: `timeout` is recorded but not applied, so that a server that falls silent holds the
     /// call until it closes or resets the connection. A failure leaves the connection open until
@@ -60,13 +60,10 @@ class SecureSMTPClient : public SMTPClient {
     a_ut_text _name;
 
   private:
-    int _Expect(int expected);
-    int _Introduce(const char* sender, const char* sender_name, int timeout);
     int _IntroduceSecurely(const char* sender, const char* sender_name, int timeout);
     int _StartTls();
     int _MakeTlsConnection();
-    int _LogIn(const char* user, const char* password);
-    a_bool _HasTlsErrorText() const;
+    a_bool _HasTlsFailed() const;
     void _EndTls();
 };
 

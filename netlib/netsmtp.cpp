@@ -16,6 +16,12 @@ int32 in_milliseconds(int seconds) {
     return std::clamp<int32>(seconds, -most, most) * 1000;
 }
 
+// A reply that was read is good only with the code that the step wants.
+int judged(int result, int code, int expected, int unexpected) {
+    if (result != SMTP_OK) return result;
+    return code == expected ? SMTP_OK : unexpected;
+}
+
 }  // namespace
 
 // The time-outs of a TimedSocket need a non-blocking socket, which only the base can make it.
@@ -38,16 +44,14 @@ int SMTPClient::Connect(const char* sender, const char* sender_name, const char*
     if (!TcpUtil::Resolve(host, address, TcpUtil::ADDR_BOTH)) return SMTP_UNKNOWN_HOST;
     address.setPortNumber(static_cast<uint16>(port));
     if (!_ConnectSocket(address)) return SMTP_NOT_CONNECTED;
-    _istrm = std::make_unique<SockIStream>(_socket, &_heap);
-    _ostrm = std::make_unique<SockOStream>(_socket);
 
-    int result = _Greet();
+    int result = _Expect(REPLY_SERVICE_READY);
     if (result != SMTP_OK) {
         _Shutdown();
         return result;
     }
-    result = _Introduce(sender, sender_name, timeout);
-    if (result == SMTP_OK) result = _LogIn(user, password);
+    result = _Introduce(sender, sender_name, timeout, SMTP_BAD_REPLY);
+    if (result == SMTP_OK) result = _LogIn(user, password, SMTP_BAD_REPLY);
     if (result != SMTP_OK) Disconnect();
     return result;
 }
@@ -62,27 +66,31 @@ a_bool SMTPClient::_ConnectSocket(const IPAddress& address) {
     // Kept: this leaves Nagle's algorithm on. Whole commands do not wait under it, and the last
     // segment of a message is pushed.
     _socket.set_Nagle_algorithm(false);
+    _istrm = std::make_unique<SockIStream>(_socket, &_heap);
+    _ostrm = std::make_unique<SockOStream>(_socket);
     return true;
 }
 
-int SMTPClient::_Greet() {
-    return _Expect(REPLY_SERVICE_READY);
+int SMTPClient::_Expect(int expected, int unexpected) {
+    char reply[reply_size];
+    int code = 0;
+    const int result = _ProcessResponse(reply, sizeof reply, &code, false);
+    return judged(result, code, expected, unexpected);
 }
 
-int SMTPClient::_Introduce(const char* sender, const char* sender_name, int timeout) {
+int SMTPClient::_Introduce(const char* sender, const char* sender_name, int timeout,
+                           int unexpected) {
     char reply[reply_size];
     int code = 0;
     const int result = _SMTPConnect(reply, sizeof reply, sender, sender_name, timeout, &code);
-    if (result != SMTP_OK) return result;
-    return code == REPLY_COMPLETED ? SMTP_OK : SMTP_BAD_REPLY;
+    return judged(result, code, REPLY_COMPLETED, unexpected);
 }
 
-int SMTPClient::_LogIn(const char* user, const char* password) {
+int SMTPClient::_LogIn(const char* user, const char* password, int unexpected) {
     char reply[reply_size];
     int code = 0;
     const int result = _SMTPAuthenticate(reply, sizeof reply, user, password, &code);
-    if (result != SMTP_OK) return result;
-    return code == REPLY_AUTHENTICATED ? SMTP_OK : SMTP_BAD_REPLY;
+    return judged(result, code, REPLY_AUTHENTICATED, unexpected);
 }
 
 int SMTPClient::_SMTPConnect(char* buf, size_t buflen, const char* sender, const char* sender_name,

@@ -32,7 +32,7 @@ class IPAddress;
 /// Result codes, which reach SQL unchanged.
 enum a_smtp_result : int {
     SMTP_OK = 0,
-    SMTP_BAD_ATTACHMENT = 12,     // the file cannot be read, or is a directory or a FIFO
+    SMTP_BAD_ATTACHMENT = 12,     // the file cannot be read, or is not a regular file
     SMTP_NO_MEMORY = 15,          // out of memory
     SMTP_RECIPIENT_REFUSED = 20,  // RCPT was answered with 550, 551 or 553
     SMTP_NOT_CONNECTED = 100,     // no TCP connection
@@ -58,6 +58,9 @@ struct a_ut_text_deleter {
     void operator()(char* text) const { ut_free(text); }
 };
 using a_ut_text = std::unique_ptr<char, a_ut_text_deleter>;
+
+/// The name and version that this library goes by: in every message, and towards providers of TLS.
+inline constexpr char external_library_name[] = "Corvane External Library 12.0.1.3891";
 
 /// The order of the virtual operations is a binary interface; new ones go to the end.
 class SMTPClient {
@@ -101,8 +104,10 @@ class SMTPClient {
     /// such write, and one that takes just as much holds the call for a time-out per 64 KiB.
     ///
     /// After a failure the server was told to forget the message (RSET), and the session remains
-    /// usable unless the connection itself failed or the server's replies went out of step with
-    /// the commands, as an over-long reply line makes them: then it is best stopped.
+    /// usable. But after SMTP_NO_MEMORY nothing was said at all, and nothing need be. After
+    /// SMTP_TIMED_OUT, as after every failure of the connection, all further messages give
+    /// SMTP_BAD_REPLY at once, until another client is connected. And replies that went out of step
+    /// with the commands, as an over-long reply line makes them, stay so: stop the session then.
     int SendMessage(const char* subject, const char* body, const char** to, int to_count,
                     const char** cc, int cc_count, const char** bcc, int bcc_count,
                     const char* attachment, const char* content_type);
@@ -120,6 +125,17 @@ class SMTPClient {
     class JoinedWrites;
 
     static constexpr size_t reply_size = 256;  // longest line of a reply, CRLF included
+
+    // The steps of Connect, each with the reply to it. A reply of another code than the step wants
+    // gives `unexpected`.
+
+    /// Connects the socket to `address`, in the address's family, and puts the streams over it.
+    /// False on failure.
+    a_bool _ConnectSocket(const IPAddress& address);
+    /// Reads a reply that should be `expected`.
+    int _Expect(int expected, int unexpected = SMTP_BAD_REPLY);
+    int _Introduce(const char* sender, const char* sender_name, int timeout, int unexpected);
+    int _LogIn(const char* user, const char* password, int unexpected);
 
     // The dialogue. `buf` is a buffer for lines, *code becomes the reply's code; it is for the
     // caller to judge. A null `buf` gives SMTP_NO_MEMORY.
@@ -141,9 +157,6 @@ class SMTPClient {
 
     /// Sends the parts, null ones left out, and CRLF as one line. False when it did not go out.
     a_bool _SendCommand(std::initializer_list<const char*> parts);
-
-    /// Connects the socket to `address`, in the address's family. False on failure.
-    a_bool _ConnectSocket(const IPAddress& address);
 
     // The message.
 
@@ -176,12 +189,8 @@ class SMTPClient {
   private:
     class GuardedOStream;
 
-    int _Greet();
-    int _Introduce(const char* sender, const char* sender_name, int timeout);
-    int _LogIn(const char* user, const char* password);
     void _AddEhloResponse(const char* line, size_t length);
     a_bool _SendLine(Buffer& line);
-    int _Expect(int expected);
     int _SendEnvelope(const char** const lists[], const int counts[]);
     int _SendRecipient(const char* address);
     int _SendContent(const char* text, const char* boundary, const char* path, UTIStream& file);

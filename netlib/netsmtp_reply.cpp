@@ -52,14 +52,6 @@ int SMTPClient::_ProcessResponse(char* buf, size_t buflen, int* code, a_bool is_
     return SMTP_BAD_REPLY;
 }
 
-int SMTPClient::_Expect(int expected) {
-    char reply[reply_size];
-    int code = 0;
-    const int result = _ProcessResponse(reply, sizeof reply, &code, false);
-    if (result != SMTP_OK) return result;
-    return code == expected ? SMTP_OK : SMTP_BAD_REPLY;
-}
-
 size_t SMTPClient::_ReadLine(char* buf, size_t buflen) {
     size_t count = 0;
     if (buflen > 0) buf[0] = '\0';
