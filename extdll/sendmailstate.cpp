@@ -30,8 +30,7 @@ a_bool SendmailState::_NeedEnvironment() {
     if (qxcienv != nullptr) return true;
     DBQXCIError err;
     auto env = std::make_unique<DBQXCIEnvironment>(&mail_crypto_callbacks, nullptr);
-    constexpr const char* component = "Corvane External Library 12.0.1.3891";
-    if (env->Init(false, component, nullptr, &err) != QXCI_OK) return false;
+    if (env->Init(false, external_library_name, nullptr, &err) != QXCI_OK) return false;
     qxcienv = env.release();
     return true;
 }

@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr char mailer[] = "Corvane External Library 12.0.1.3891";
-
 void append_addresses(Buffer& message, const char* field, const char** addresses, int count) {
     if (count <= 0) return;
     message.append_all({field, addresses[0]});
@@ -79,7 +77,7 @@ char* SMTPClient::_ComposeMessage(const char* subject, const char* body, const c
     append_addresses(message, "To: ", to, to_count);
     append_addresses(message, "Cc: ", cc, cc_count);
     append_subject(message, subject);
-    message.append_all({"X-Mailer: ", mailer, "\r\n"});
+    message.append_all({"X-Mailer: ", external_library_name, "\r\n"});
     // Kept: without a body there are no MIME headers, not even for an attachment that follows.
     if (body != nullptr) {
         message.append("MIME-Version: 1.0\r\n");
