@@ -152,6 +152,8 @@ int SMTPClient::SendMessage(const char* subject, const char* body, const char** 
 }
 
 int SMTPClient::_SendEnvelope(const char** const lists[], const int counts[]) {
+    // Nothing goes out any more, so that there is no answer to wait for.
+    if (_write_failed) return SMTP_BAD_REPLY;
     _SendCommand({"MAIL FROM:<", _sender.get(), ">"});
     int result = _Expect(REPLY_COMPLETED);
     for (int list = 0; list < 3; ++list) {
