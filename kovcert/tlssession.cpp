@@ -57,12 +57,14 @@ TlsConnection::~TlsConnection() {
 
 a_dbqxci_error TlsConnection::write(const void* data, size_t len) {
     const Held held(*this);
-    return _Record(_Write(data, len));
+    _error.Clear();
+    return _error.setErrorCode(_Write(data, len));
 }
 
 a_dbqxci_error TlsConnection::read(char* buf, size_t* len) {
     const Held held(*this);
-    return _Record(_Read(buf, len));
+    _error.Clear();
+    return _error.setErrorCode(_Read(buf, len));
 }
 
 a_dbqxci_error TlsConnection::_Write(const void* data, size_t len) {
@@ -122,11 +124,9 @@ a_dbqxci_error TlsConnection::_TimedOut() const {
     return _handshake_done ? QxciErrIOError : QxciErrHandshakeTimedOut;
 }
 
-// What a provider's error came with stays only as long as that is the last one.
 a_dbqxci_error TlsConnection::_Record(a_dbqxci_error code) {
-    if (_error.getErrorCode() != static_cast<unsigned long>(code)) _error.Clear();
-    _error.setErrorCode(code);
-    return code;
+    _error.Clear();
+    return _error.setErrorCode(code);
 }
 
 void TlsConnection::_Yield() {
