@@ -1,6 +1,7 @@
 // xp_startsmtp, xp_sendmail, xp_stopsmtp: mail from SQL. xp_startmail, xp_stopmail: nothing.
 
 #include <atomic>
+#include <mutex>
 
 #include "extdll/extcall.h"
 #include "extdll/mailargs.h"
@@ -190,7 +191,7 @@ int32 start_numbered(int32 cid, const a_smtp_start& start) {
         // Kept: the reference to a session that is started stays with it.
         SendmailState* const session = manager.FindOrAddState(cid);
         {
-            const CriticalSection lock(session->cs);
+            const std::lock_guard lock(*session);
             if (!session->retired) return session->startsmtp(start);
         }
         manager.ReleaseAndDeleteState(session);
@@ -198,7 +199,7 @@ int32 start_numbered(int32 cid, const a_smtp_start& start) {
 }
 
 int32 start_default(const a_smtp_start& start) {
-    const CriticalSection lock(zstate.cs);
+    const std::lock_guard lock(zstate);
     return zstate.startsmtp(start);
 }
 
@@ -212,7 +213,7 @@ int32 start_session(const ExternalCall& call) {
 }
 
 int32 send_over(SendmailState* session, const a_mail& mail) {
-    const CriticalSection lock(session->cs);
+    const std::lock_guard lock(*session);
     return session->sendsmtp(mail);
 }
 
@@ -239,7 +240,7 @@ int32 send_mail(const ExternalCall& call) {
 }
 
 int32 stop(SendmailState* session, a_bool retire) {
-    const CriticalSection lock(session->cs);
+    const std::lock_guard lock(*session);
     session->retired = retire;
     return session->stopsmtp();
 }

@@ -2,7 +2,8 @@
 #define QUOREL_EXTDLL_PROCEDURES_H
 
 /// The exported procedures. Each is called by a host through the call frame of extdll/extfn.h, from
-/// any thread; calls share nothing. "Not set" means that set_value is never called for that number.
+/// any thread; calls share nothing but the mail sessions, see there. "Not set" means that set_value
+/// is never called for that number.
 
 #include "extdll/extfn.h"
 
@@ -49,9 +50,10 @@ an_extfn_proc xp_cmdshell;
 /// 7 auth_password, 8 trusted_cert, 9 cert_company, 10 cert_unit, 11 cert_name, 12 connection
 /// number) → 0: status. Defaults for NULL: sender "", port 25, timeout 60; without user or password
 /// no login; with a trusted_cert the session is secured by TLS. A timeout of 0 or less means no
-/// limit. Without argument 12, or with NULL there, argument 8 is the connection number, whatever
-/// its type, and there is no TLS: a host always passes a number. A session that is open is closed
-/// first.
+/// limit, and with a trusted_cert there is none whatever the timeout. Status 2 when one of the
+/// first seven cannot be read, for a NULL host, and when one of 8 … 11 can be read only in part.
+/// Without argument 12, or with NULL there, argument 8 is the connection number, whatever its type,
+/// and there is no TLS: a host always passes a number. A session that is open is closed first.
 an_extfn_proc xp_startsmtp;
 
 /// xp_sendmail(1 recipient, 2 subject, 3 cc_recipient, 4 bcc_recipient, 5 query, 6 message, 7 … 9,

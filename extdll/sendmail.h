@@ -24,7 +24,7 @@ extern UTLangString langstring;
 /// where a procedure itself ends in one of them, it is the same.
 enum a_mail_status : int32 {
     MAIL_OK = SMTP_OK,
-    MAIL_BAD_START_ARGUMENTS = 2,       // xp_startsmtp: argument 1 to 7 missing, or no host
+    MAIL_BAD_START_ARGUMENTS = 2,       // xp_startsmtp: 1 to 7 missing, no host, or 8 to 11 in part
     MAIL_NO_SUCH_SESSION = 3,           // xp_stopsmtp
     MAIL_NOTHING_TO_SEND = 5,           // xp_sendmail: argument missing, no session or no recipient
     MAIL_NO_MEMORY = SMTP_NO_MEMORY,    // xp_sendmail: or a piece of an argument cannot be read
@@ -61,7 +61,8 @@ struct a_mail {
     const char* type;  // not used
 };
 
-/// One session. Its operations are called with `cs` held.
+/// One session. It is a lock by itself, for std::lock_guard; startsmtp(), sendsmtp() and stopsmtp()
+/// are called with it held.
 class SendmailState {
   public:
     explicit SendmailState(int32 connection);
@@ -70,6 +71,10 @@ class SendmailState {
     ~SendmailState();
     SendmailState(const SendmailState&) = delete;
     SendmailState& operator=(const SendmailState&) = delete;
+
+    /// Enter and leave `cs`, which is not recursive.
+    void lock() { pthread_mutex_lock(&cs.p_mutex->mutex); }
+    void unlock() { pthread_mutex_unlock(&cs.p_mutex->mutex); }
 
     /// Opens a connection in place of the one that is open. After a failure there is none, but the
     /// TLS environment, once made, stays for the next start.
