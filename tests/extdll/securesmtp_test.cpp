@@ -1,6 +1,7 @@
 #include "extdll/securesmtp.h"
 
 #include <gmock/gmock.h>
+#include <netinet/tcp.h>
 
 #include "tests/extdll/securerelay.h"
 #include "tests/netlib/smtppeer.h"
@@ -11,18 +12,51 @@
 
 namespace {
 
-// So many waits of this thread are over at once and without an event, but for the time.
+// Of the thread that uses the client. After it has sent what begins with the first, so many of its
+// waits are over at once and without an event, but for the time.
+thread_local std::string_view before_silence;
 thread_local int idle_waits = 0;
-long waited_ms = 0;
+std::atomic<long> waited_ms = 0;
+
+// The sends of that thread, "EHLO" and the kinds of the stub's records, and + and - where
+// TCP_NODELAY is set and cleared.
+thread_local std::string wire;
 
 }  // namespace
 
-extern "C" int __real_poll(pollfd* fds, nfds_t count, int timeout);
-extern "C" int __wrap_poll(pollfd* fds, nfds_t count, int timeout) {
+extern "C" {
+
+int __real_poll(pollfd* fds, nfds_t count, int timeout);
+int __wrap_poll(pollfd* fds, nfds_t count, int timeout) {
     if (idle_waits == 0) return __real_poll(fds, count, timeout);
     --idle_waits;
     waited_ms += timeout;
     return 0;
+}
+
+ssize_t __real_recv(int s, void* b, size_t n, int flags);
+ssize_t __wrap_recv(int s, void* b, size_t n, int flags) {
+    if (idle_waits == 0) return __real_recv(s, b, n, flags);
+    errno = EAGAIN;
+    return -1;
+}
+
+ssize_t __real_send(int s, const void* b, size_t n, int flags);
+ssize_t __wrap_send(int s, const void* b, size_t n, int flags) {
+    const std::string_view data(static_cast<const char*>(b), n);
+    wire += data.substr(data.starts_with("QXCI") ? 10 : 0, 4);
+    if (!before_silence.empty() && data.starts_with(before_silence)) {
+        before_silence = {};
+        idle_waits = 40;  // ten seconds
+    }
+    return __real_send(s, b, n, flags);
+}
+
+int __real_setsockopt(int s, int level, int option, const void* value, socklen_t n);
+int __wrap_setsockopt(int s, int level, int option, const void* value, socklen_t n) {
+    if (option == TCP_NODELAY) wire += *static_cast<const int*>(value) != 0 ? '+' : '-';
+    return __real_setsockopt(s, level, option, value, n);
+}
 }
 
 namespace {
@@ -73,8 +107,11 @@ TEST(SecureSMTPClient, says_in_TLS_what_the_plain_client_says_without) {
     Session session;
     {
         SecureRelay relay(peer.port());
+        wire.clear();
         EXPECT_EQ(0, session.connect(relay.port(), "user"));
+        EXPECT_THAT(wire, EndsWith("EHLOSTAR+HELLDATA-DATA")) << "no greeting waits behind HELLO";
         EXPECT_EQ(0, session.send());
+        EXPECT_THAT(wire, EndsWith("-DATADATADATADATADATA+-")) << "login, message, push";
         EXPECT_EQ(0, session.send());
         session.client->Disconnect();
         EXPECT_EQ(nullptr, session.client->FindServerCapability("STARTTLS"));
@@ -105,6 +142,7 @@ TEST(SecureSMTPClient, every_step_that_fails_has_its_code) {
         SMTPPeer::Replies behind = {};        // what is said inside TLS
         const char* clear = "EHLO STARTTLS";  // the commands that go out in clear text
         bool login = false;
+        bool texts = true;
     };
     const std::string injected = "220 go\r\n250-injected\r\n250 AUTH PLAIN\r\n235 in\r\n";
     const std::string alert("220 go\r\n\x15\x03\x03\x00\x02\x02\x28", 15);
@@ -130,6 +168,7 @@ TEST(SecureSMTPClient, every_step_that_fails_has_its_code) {
         {"second EHLO", 105, {}, "", {{"EHLO", "502 no"}}},
         {"second EHLO malformed", 104, {}, "", {{"EHLO", "25\r\n"}}},
         {"close in TLS", 105, {}, "", {{"EHLO", "close"}}},
+        {"close in TLS, no texts", 105, {}, "", {{"EHLO", "close"}}, "EHLO STARTTLS", false, false},
         {"abrupt close", 105, {.script = "destroy done"}, "", {{"EHLO", "close"}}},
         {"write", 105, {}, "write fail 8; read fail 8"},
         {"login", 105, {}, "", {{"AUTH", "535 no"}}, "EHLO STARTTLS", true},
@@ -140,6 +179,7 @@ TEST(SecureSMTPClient, every_step_that_fails_has_its_code) {
         SMTPPeer peer(c.behind);
         SecureRelay relay(peer.port(), c.dialogue);
         Session session(c.script);
+        if (!c.texts) session.client.emplace(&*session.env, nullptr);
         EXPECT_EQ(c.code, session.connect(relay.port(), c.login ? "user" : nullptr));
         EXPECT_FALSE(session.client->_shutdown) << "a failure leaves the connection open";
         session.client.reset();
@@ -152,9 +192,11 @@ TEST(SecureSMTPClient, every_step_that_fails_has_its_code) {
         EXPECT_THAT(peer.transcript(), testing::Not(HasSubstr("QUIT")));
     }
     Session nowhere;
-    EXPECT_EQ(100, nowhere.client->Connect("a", nullptr, "no.such.host.invalid", 25, 1, nullptr,
-                                           nullptr));
-    EXPECT_EQ(100, Session().connect(1));
+    const std::string no_label(64, 'x');  // one too many, so that no server is asked
+    EXPECT_EQ(100,
+              nowhere.client->Connect("a", nullptr, no_label.c_str(), 25, 1, nullptr, nullptr));
+    const SMTPPeer refusing({}, AF_INET, false);
+    EXPECT_EQ(100, Session().connect(refusing.port()));
     SecureRelay relay(0);
     EXPECT_EQ(15, Session("", "libnosuchprovider.so").connect(relay.port()));
 }
@@ -212,15 +254,18 @@ TEST(SecureSMTPClient, a_large_attachment_leaves_in_few_records) {
 }
 
 TEST(SecureSMTPClient, a_silent_server_is_waited_for_beyond_the_time_out) {
-    constexpr a_timelib_clock clock = {[] { return waited_ms / 10; }, [] { return uint64{0}; },
-                                       [] { return 100L; }};
+    constexpr a_timelib_clock clock = {[] { return waited_ms.load() / 10; },
+                                       [] { return uint64{0}; }, [] { return 100L; }};
     timelib_set_clock(&clock);
-    SMTPPeer peer;
-    SecureRelay relay(peer.port());
-    Session session;
-    idle_waits = 40;  // ten seconds
-    EXPECT_EQ(0, session.connect(relay.port()));
-    EXPECT_EQ(0, idle_waits);
+    for (const char* sent : {"EHLO", "STARTTLS", "QXCI-STUB HELLO", "QXCI-STUB DATA"}) {
+        SMTPPeer peer;
+        SecureRelay relay(peer.port());
+        Session session;
+        before_silence = sent;
+        const long before = waited_ms;
+        EXPECT_EQ(0, session.connect(relay.port())) << sent;
+        EXPECT_EQ(before + 10000, waited_ms) << sent;
+    }
     timelib_set_clock(nullptr);
 }
 

@@ -5,10 +5,42 @@
 
 #include "extdll/mailargs.h"
 #include "extdll/procedures.h"
+#include "kovcert/builtin/builtinenv.h"
 #include "tests/extdll/fakehost.h"
 #include "tests/extdll/securerelay.h"
 #include "tests/netlib/smtppeer.h"
 #include "tests/netlib/smtpsink.h"
+#include "utils/unix/timelib.h"
+
+// For this thread: no connection is ever made, time passes in waits only, and there is no memory in
+// blocks of one size.
+thread_local bool unanswered = false;
+thread_local int connected_port = 0;
+static std::atomic<long> waited_ms = 0;
+thread_local size_t scarce_size = 0;
+
+extern "C" {
+
+int __real_connect(int s, const sockaddr* name, socklen_t length);
+int __wrap_connect(int s, const sockaddr* name, socklen_t length) {
+    if (!unanswered) return __real_connect(s, name, length);
+    connected_port = ntohs(reinterpret_cast<const sockaddr_in*>(name)->sin_port);
+    errno = EINPROGRESS;
+    return -1;
+}
+
+int __real_poll(pollfd* fds, nfds_t count, int timeout);
+int __wrap_poll(pollfd* fds, nfds_t count, int timeout) {
+    if (!unanswered) return __real_poll(fds, count, timeout);
+    waited_ms += timeout;
+    return 0;
+}
+
+void* __real_malloc(size_t size);
+void* __wrap_malloc(size_t size) {
+    return size == scarce_size ? nullptr : __real_malloc(size);
+}
+}
 
 // Kept by design: a session that was started leaves its record behind. See SendmailManager.
 extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions();
@@ -120,6 +152,22 @@ TEST(MailProcedures, a_start_needs_its_first_seven_arguments_and_a_host) {
     EXPECT_EQ(3, stop(7));
 }
 
+TEST(MailProcedures, a_start_without_port_and_time_out_takes_25_and_60_seconds) {
+    constexpr a_timelib_clock clock = {[] { return waited_ms / 10; }, [] { return uint64{0}; },
+                                       [] { return 100L; }};
+    timelib_set_clock(&clock);
+    FakeHost host;
+    give_start(host, 0, std::nullopt);
+    give_int(host, 3, std::nullopt);
+    give_int(host, 4, std::nullopt);
+    unanswered = true;
+    EXPECT_EQ(100, status_of(host, xp_startsmtp));
+    unanswered = false;
+    timelib_set_clock(nullptr);
+    EXPECT_EQ(25, connected_port);
+    EXPECT_EQ(60000, waited_ms);
+}
+
 TEST(MailProcedures, the_connection_number_is_argument_12_or_else_8) {
     SMTPPeer peer;
     SMTPPeer other_peer;
@@ -132,6 +180,7 @@ TEST(MailProcedures, the_connection_number_is_argument_12_or_else_8) {
     give_int(host, 8, 22);
     EXPECT_EQ(0, status_of(host, xp_startsmtp));
     EXPECT_EQ(0, stop(21));
+    EXPECT_EQ(0, mail(22)) << "another session";
     EXPECT_EQ(0, stop(22));
     EXPECT_EQ(3, stop(22));
 
@@ -159,8 +208,12 @@ TEST(MailProcedures, mail_is_never_sent_in_clear_text_where_TLS_was_asked_for) {
 TEST(MailProcedures, a_failed_start_can_be_followed_by_one_that_works) {
     SMTPPeer refusing(SMTPPeer::Replies{{"EHLO", "502 no"}});
     SMTPPeer peer;
+    SMTPPeer breaking(SMTPPeer::Replies{{"DATA", "close now"}});
     EXPECT_EQ(104, start(refusing.port(), 7));
     EXPECT_EQ(25, mail(7));
+    EXPECT_EQ(0, start(breaking.port(), 7));
+    EXPECT_EQ(104, mail(7));
+    EXPECT_EQ(104, mail(7));
     EXPECT_EQ(0, start(peer.port(), 7));
     EXPECT_EQ(0, mail(7));
     EXPECT_EQ(0, stop(7));
@@ -233,19 +286,32 @@ TEST(MailProcedures, a_certificate_makes_a_secure_session_whose_environment_ends
     a_smtp_start good = refused;
     good.port = relay.port();
     good.auth_username = good.auth_password = "user";
+    a_smtp_start plain = good;
+    plain.port = peer.port();
+    plain.trusted_certificate = nullptr;
     a_mail mail = {};
     mail.recipient = "bob@b.test";
 
+    scarce_size = sizeof(BuiltinEnv);
+    EXPECT_EQ(105, session.startsmtp(good));
+    scarce_size = 0;
+    EXPECT_EQ(nullptr, session.qxcienv);
     EXPECT_EQ(105, session.startsmtp(refused));
     const DBQXCIEnvironment* const env = session.qxcienv;
     EXPECT_NE(nullptr, env) << "stays after a failed start";
     EXPECT_EQ(0, session.startsmtp(good));
     EXPECT_EQ(env, session.qxcienv);
     EXPECT_EQ(0, session.sendsmtp(mail));
+    EXPECT_EQ(0, session.startsmtp(good));
+    EXPECT_NE(nullptr, session.qxcienv);
+    EXPECT_EQ(0, session.startsmtp(plain));
+    EXPECT_EQ(nullptr, session.qxcienv) << "a session in clear text has no environment";
+    EXPECT_EQ(0, session.startsmtp(good));
     EXPECT_EQ(0, session.stopsmtp());
     EXPECT_EQ(nullptr, session.qxcienv);
     EXPECT_EQ(105, session.startsmtp(refused));  // the session's own end is enough
-    const std::string sent = peer.transcript();
+    ASSERT_EQ(4U, peer.finish().size());
+    const std::string& sent = peer.received[0];
     EXPECT_THAT(sent, testing::MatchesRegex("EHLO [^\r]*\r\nAUTH PLAIN [^\r]*\r\nMAIL FROM.*"));
     EXPECT_THAT(sent, testing::EndsWith("QUIT\r\n"));
 }

@@ -248,6 +248,14 @@ TEST(TlsConnection, a_provider_s_error_comes_with_its_details_and_passes) {
     EXPECT_EQ(QxciErrOK, session.write());
     EXPECT_EQ(nullptr, error->GetParm(0));
     EXPECT_EQ("", texts.of(*session.conn));
+
+    Session closed("handshake done; write fail 12,7,Acme");
+    EXPECT_EQ(QxciErrConnectionClosed, closed.write());
+    EXPECT_EQ(7U, closed.conn->getLastError()->getSystemCode());
+    closed.conn->shut_down();
+    EXPECT_EQ(QxciErrConnectionClosed, closed.write());
+    EXPECT_EQ(nullptr, closed.conn->getLastError()->GetParm(0)) << "the same code, another error";
+    EXPECT_EQ(0U, closed.conn->getLastError()->getSystemCode());
 }
 
 TEST(TlsConnection, a_failure_without_a_reason_is_a_failure) {

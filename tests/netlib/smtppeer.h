@@ -24,12 +24,14 @@ class SMTPPeer {
     ///
     ///     close     closes; "close now" with a reset
     ///     silence   says nothing and goes on reading
-    ///     354 deaf  says that, and stops reading
+    ///     354 deaf  says that, whatever stands before the deaf, and stops reading
     ///     drip      sends the digits of a reply for ever, one every tenth of a second
     ///     flood     sends continuation lines as long as they are taken
     using Replies = std::map<std::string, std::string>;
 
-    explicit SMTPPeer(Replies replies = {}, int family = AF_INET) : _replies(std::move(replies)) {
+    /// One that does not listen refuses every connection.
+    explicit SMTPPeer(Replies replies = {}, int family = AF_INET, bool listens = true)
+        : _replies(std::move(replies)) {
         _listener = socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_storage name = {};
         name.ss_family = static_cast<sa_family_t>(family);
@@ -41,9 +43,10 @@ class SMTPPeer {
         }
         auto* const address = reinterpret_cast<sockaddr*>(&name);
         _usable = _listener != -1 && bind(_listener, address, length) == 0 &&
-                  listen(_listener, 16) == 0 && getsockname(_listener, address, &length) == 0;
+                  (!listens || listen(_listener, 16) == 0) &&
+                  getsockname(_listener, address, &length) == 0;
         _port = ntohs(reinterpret_cast<sockaddr_in*>(&name)->sin_port);
-        if (_usable) _thread = std::thread([this] { serve(); });
+        if (_usable && listens) _thread = std::thread([this] { serve(); });
     }
 
     ~SMTPPeer() { finish(); }
@@ -66,8 +69,9 @@ class SMTPPeer {
         return received.empty() ? "" : received.front();
     }
 
-    size_t keep_at_most = 1 << 24;      // bytes received in a connection; the rest is dropped
-    std::vector<std::string> received;  // valid after finish()
+    std::atomic<bool> stalling = false;  // it has nothing more to say, or only drips
+    size_t keep_at_most = 1 << 24;       // bytes received in a connection; the rest is dropped
+    std::vector<std::string> received;   // valid after finish()
 
   private:
     bool readable(int fd) const {
@@ -144,8 +148,9 @@ class SMTPPeer {
         const std::string reply = reply_to(verb);
         if (reply == "close") return false;
         if (reply == "close now") return reset(fd);
+        stalling = stalling || reply == "silence" || reply == "drip";
         if (reply == "silence") return true;
-        if (reply == "354 deaf") return put(fd, reply + "\r\n") && wait_for_stop();
+        if (reply.ends_with(" deaf")) return put(fd, reply + "\r\n") && wait_for_stop();
         if (reply == "drip") return repeat(fd, "2", 100);
         if (reply == "flood")
             return repeat(fd, std::string(50, '2').replace(3, 1, "-") + "\r\n", 0);
@@ -168,7 +173,8 @@ class SMTPPeer {
         return false;
     }
 
-    bool wait_for_stop() const {
+    bool wait_for_stop() {
+        stalling = true;
         while (!_stop) poll(nullptr, 0, 20);
         return false;
     }
