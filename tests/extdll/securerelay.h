@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "extdll/mailcrypto.h"
+#include "kovcert/qxci/qxcialgorithms.h"
 #include "kovcert/tlssession.h"
 #include "kovcert/tlsstream.h"
 
@@ -30,6 +31,9 @@ class SecureRelay {
         std::string starttls = "220 go on\r\n";
         std::string script = {};  // of the stub provider, on the server's side
         bool secure = true;       // whether there is TLS after 220, or it closes
+        // A file of the certificate and key to show; the provider is then OpenSSL's, for the whole
+        // process, else the stub.
+        std::string identity = {};
     };
     /// What a client said: in clear text, and after that.
     struct Heard {
@@ -39,7 +43,7 @@ class SecureRelay {
 
     explicit SecureRelay(int behind) : SecureRelay(behind, Dialogue()) {}
     SecureRelay(int behind, Dialogue dialogue) : _behind(behind), _dialogue(std::move(dialogue)) {
-        setenv("QX_USE_QXCI_STUB", "1", 1);
+        gUseStub = _dialogue.identity.empty();
         sockaddr_in name = loopback(0);
         socklen_t length = sizeof name;
         _listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -153,10 +157,11 @@ class SecureRelay {
     void secure(Client& client) const {
         if (!_dialogue.secure) return;
         constexpr TlsCallbacks callbacks = {send_raw, receive_raw, nullptr, nullptr};
+        a_qxci_user_option identity = {"identity_file", _dialogue.identity.c_str(), false, nullptr};
         a_qxci_user_option script = {"stub_script", _dialogue.script.c_str(), false, nullptr};
         DBQXCIEnvironment env(&mail_crypto_callbacks, nullptr);
         DBQXCIError err;
-        env.Init(false, "relay", &script, &err);
+        env.Init(false, "relay", gUseStub ? &script : &identity, &err);
         const std::unique_ptr<DBQXCIStream> stream(
             env.CreateStreamWithID(nullptr, nullptr, QXCI_STREAM_RSA_TLS, &err));
         if (stream == nullptr || stream->Init(QXCI_SERVER, nullptr) != QXCI_OK) std::abort();
