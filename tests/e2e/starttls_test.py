@@ -9,6 +9,7 @@ it is loaded and is of another version.
 import logging
 import os
 import re
+import resource
 import shutil
 import socket
 import ssl
@@ -17,6 +18,7 @@ import subprocess
 import sys
 import tempfile
 import threading
+import time
 import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../tools"))
@@ -50,6 +52,12 @@ def call(*lines, library=LIBRARY, cwd=None, **environment):
                           capture_output=True, cwd=cwd, env=environment)
     assert done.returncode == 0, done.stderr
     return [int(status) for status in done.stdout.split()], done.stderr
+
+
+def spent():
+    """Seconds of CPU time that the ended processes used."""
+    usage = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return usage.ru_utime + usage.ru_stime
 
 
 def server_context(certificate, version=None):
@@ -107,7 +115,9 @@ class Talk:
 
 
 class Peer:
-    """Answers one connection as `script` says, which then ends by FIN, or by RST."""
+    """Answers one connection as `script` says, which then ends by FIN, or by RST.
+
+    What is left unread would make an RST of the FIN, so that is read until the client goes."""
 
     def __init__(self, script, reset=False):
         self.script, self.reset, self.failure = script, reset, None
@@ -123,8 +133,20 @@ class Peer:
             self.failure = failure
         if self.reset:
             talk.connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+        else:
+            self.finish(talk.connection)
         talk.lines.close()
         talk.connection.close()
+
+    @staticmethod
+    def finish(connection):
+        connection.settimeout(60)
+        try:
+            connection.shutdown(socket.SHUT_WR)
+            while connection.recv(1 << 20):
+                pass
+        except OSError:  # the client has gone already
+            pass
 
     def __enter__(self):
         self.thread.start()
@@ -262,8 +284,11 @@ class Certificates(Tls):
 
 class BadServers(Tls):
     def check(self, script, statuses, *more, reset=False):
+        """The seconds that the calls took, and those of them on a CPU."""
         with Peer(script, reset) as peer:
+            begun, used = time.monotonic(), spent()
             self.assertEqual(call(start(peer.port, trust=self.trust), *more)[0], statuses)
+            return time.monotonic() - begun, spent() - used
 
     def test_that_do_not_secure_the_connection_give_105(self):
         hello = struct.Struct(">5s")
@@ -302,6 +327,13 @@ class BadServers(Tls):
         with open(attached, "wb") as file:
             file.write(bytes(5 << 20))
 
+        # Two seconds of patience with a silent peer, and as many for a busy machine. It waits
+        # asleep: beyond what a session without a fault takes, it uses next to nothing.
+        used = spent()
+        call(start(self.serve(self.context).port, trust=self.trust), mail("b@b.test", file=attached),
+             STOP)
+        healthy = spent() - used
+
         def hello_heard(talk):
             talk.offer("220 go ahead")
             talk.lines.read(5)
@@ -330,7 +362,9 @@ class BadServers(Tls):
         ):
             for reset in False, True:
                 with self.subTest(statuses, script=script.__name__, reset=reset):
-                    self.check(script, statuses, *more, reset=reset)
+                    took, used = self.check(script, statuses, *more, reset=reset)
+                    self.assertLess(took, 4)
+                    self.assertLess(used, 2 * healthy + 0.05 * took)
 
     def test_that_are_not_there_give_100(self):
         with socket.socket() as nobody:
