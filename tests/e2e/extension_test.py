@@ -11,6 +11,8 @@ import tempfile
 import threading
 import unittest
 
+from mailserver import Server
+
 EXTENSION, LIBRARY = (os.path.abspath(path) for path in sys.argv[1:3])
 os.environ["QUOREL_LIBRARY"] = LIBRARY
 
@@ -78,6 +80,21 @@ class Extension(unittest.TestCase):
         thread.join()
         self.assertEqual(connection.execute("SELECT xp_cmdshell('exit 4')").fetchone(), (4,))
         self.assertEqual(len(os.listdir("/proc/self/task")), 1, "no thread is left behind")
+
+    def test_a_mail_session_is_its_connections_own(self):
+        server = Server()
+        self.addCleanup(server.close)
+        one, other = connect(), connect()
+        for connection, call, status in (
+            (one, f"xp_startsmtp('ann@a.test', '127.0.0.1', {server.port})", 0),
+            (other, "xp_sendmail('eve@e.test')", 5),
+            (other, "xp_stopsmtp()", 3),
+            (one, "xp_sendmail('bob@b.test')", 0),
+            (one, "xp_stopsmtp()", 0),
+            (one, "xp_sendmail('eve@e.test')", 5),
+        ):
+            self.assertEqual(connection.execute(f"SELECT {call}").fetchone(), (status,), call)
+        self.assertEqual([to for _, to, _ in server.messages], [["bob@b.test"]])
 
     def test_says_what_to_do_without_its_library(self):
         self.assertIn(

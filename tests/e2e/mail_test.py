@@ -3,7 +3,6 @@
 
     mail_test.py LIBRARY MAILCALL
 """
-import asyncio
 import email
 import email.policy
 import os
@@ -11,41 +10,14 @@ import struct
 import subprocess
 import sys
 import tempfile
-import threading
 import unittest
 
-from aiosmtpd.smtp import SMTP, AuthResult, LoginPassword
+from aiosmtpd.smtp import AuthResult, LoginPassword
+
+from mailserver import Server
 
 LIBRARY, MAILCALL = sys.argv[1:3]
 SENDER = "ann@a.test"
-
-
-class Server:
-    """aiosmtpd on a loopback port, in a thread; keeps (sender, recipients, bytes) per message."""
-
-    def __init__(self, **options):
-        self.messages = []
-        self.loop = asyncio.new_event_loop()
-        self.server = self.loop.run_until_complete(self.loop.create_server(
-            lambda: SMTP(self, loop=self.loop, **options), "127.0.0.1", 0))
-        self.port = self.server.sockets[0].getsockname()[1]
-        self.thread = threading.Thread(target=self.loop.run_forever)
-        self.thread.start()
-
-    async def handle_DATA(self, server, session, envelope):
-        self.messages.append((envelope.mail_from, envelope.rcpt_tos, envelope.original_content))
-        return "250 OK"
-
-    def close(self):
-        self.loop.call_soon_threadsafe(self.loop.stop)
-        self.thread.join()
-        self.server.close()
-        pending = asyncio.all_tasks(self.loop)
-        for task in pending:
-            task.cancel()
-        if pending:
-            self.loop.run_until_complete(asyncio.wait(pending))
-        self.loop.close()
 
 
 def line(procedure, arguments):

@@ -3,15 +3,17 @@
     quorelsql_test.py QUORELSQL
 """
 import os
-import re
 import signal
 import stat
 import subprocess
 import sys
 import tempfile
 import unittest
+from base64 import b64encode
 
 import pexpect
+
+from mailserver import Server
 
 QUORELSQL = os.path.abspath(sys.argv[1])
 PATIENCE = 60  # seconds until a test gives up; nothing waits that long when all is well
@@ -96,12 +98,35 @@ class Batch(Scratch):
             ("CALL xp_read_file('a'", r"this \( has no matching \)"),
             ("CALL xp_stopsmtp(cid => NULL)", r"parameter 1 \(cid\) is not NULL; leave it out"),
             ("CALL xp_cmdshell('a' || char(0))", r"parameter 1 \(command\) is text and takes no zero"),
+            ("CALL xp_sendmail('b@b.test', 'Hi' || char(13, 10) || 'Bcc: eve@e.test')",
+             r"parameter 2 \(subject\) takes no line breaks"),
+            ("SELECT xp_sendmail('b@b.test> RCPT TO:<eve@e.test')",
+             r"parameter 1 \(recipient\) takes bare addresses, without < and >"),
             (".frob", "no command .frob; .help lists them"),
             (".help xp_scan", "did you mean xp_scanf?"),
         ):
             status, out, error = self.run_sql("-c", sql)
             self.assertEqual((status, out), (1, ""), sql)
             self.assertRegex(error, r"\Aquorelsql: -c:1: .*" + message, sql)
+
+    def test_a_mail_session_lasts_from_start_to_stop(self):
+        server = Server()
+        self.addCleanup(server.close)
+        self.write("file", "attached")
+        status, out, error = self.run_sql("-c", f"""
+            CALL xp_startsmtp(host => '127.0.0.1', port => {server.port}, sender => 'ann@a.test');
+            CALL xp_sendmail(subject => 'Hi', recipient => 'bob@b.test', include_file => 'file');
+            CALL xp_stopsmtp(); CALL xp_sendmail(recipient => 'eve@e.test')""")
+        self.assertEqual((status, error), (0, ""))
+        self.assertEqual(out, "status 0: the session is open\n"
+                              "status 0: the mail server took the message\n"
+                              "status 0: the session is closed\n"
+                              "status 5: no session was started on this connection, "
+                              "or there is no recipient\n")
+        [(sender, recipients, message)] = server.messages
+        self.assertEqual((sender, recipients), ("ann@a.test", ["bob@b.test"]))
+        self.assertIn(b"\r\nSubject: Hi\r\n", message)
+        self.assertIn(b64encode(b"attached"), message)
 
     def test_a_script_stops_at_its_first_error_and_names_the_line(self):
         self.write("script.sql", "-- first\nSELECT 1;\n\nCALL xp_read_file(\n  'a',\n  'b');\nSELECT 2;\n")

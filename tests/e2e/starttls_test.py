@@ -24,7 +24,8 @@ import unittest
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../tools"))
 from aiosmtpd.smtp import AuthResult, LoginPassword  # noqa: E402
 from certificates import Authority  # noqa: E402
-from mail_test import LIBRARY, MAILCALL, Server, line  # noqa: E402
+from mail_test import LIBRARY, MAILCALL, line  # noqa: E402
+from mailserver import Server  # noqa: E402
 
 PROVIDER, PLANTED, QUORELSQL, XPCALL = (os.path.abspath(path) for path in sys.argv[3:7])
 PROVIDER_NAME = "libnxrsa12_r.so"
