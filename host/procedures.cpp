@@ -47,7 +47,9 @@ constexpr Parameter startsmtp_parameters[] = {
     {"sender", In, EXTFN_TYPE_CHAR, Null, "the address that mail comes from", Address},
     {"host", In, EXTFN_TYPE_CHAR, Refuse, "the mail server's name or address", Line},
     {"port", In, EXTFN_TYPE_INT32, Null, "its port; 25 if left out"},
-    {"timeout", In, EXTFN_TYPE_INT32, Null, "seconds for each wait; 60 if left out"},
+    {"timeout", In, EXTFN_TYPE_INT32, Null,
+     "seconds for each wait, 60 if left out; 0 or less waits for ever; no effect with "
+     "trusted_cert"},
     {"sender_name", In, EXTFN_TYPE_CHAR, Null, "the sender's name", Line},
     {"auth_username", In, EXTFN_TYPE_CHAR, Null, "the user to log in as", Line},
     {"auth_password", In, EXTFN_TYPE_CHAR, Null, "the user's password", Line},
