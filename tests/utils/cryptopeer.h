@@ -16,19 +16,15 @@
 
 inline std::string to_hex(std::string_view bytes) {
     std::string hex;
-    for (const char byte : bytes) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02x", static_cast<a_byte>(byte));
-        hex += digits;
-    }
+    for (const a_byte byte : bytes)
+        hex += {"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]};
     return hex;
 }
 
 inline std::string from_hex(std::string_view hex) {
     std::string bytes;
     for (std::size_t at = 0; at + 1 < hex.size(); at += 2) {
-        const std::string digits(hex.substr(at, 2));
-        bytes += static_cast<char>(std::strtoul(digits.c_str(), nullptr, 16));
+        bytes += static_cast<char>(std::stoi(std::string(hex.substr(at, 2)), nullptr, 16));
     }
     return bytes;
 }
@@ -60,7 +56,7 @@ class PeerFile {
   public:
     explicit PeerFile(std::string_view contents) {
         const int fd = mkstemp(_path.data());
-        if (fd < 0 || write(fd, contents.data(), contents.size()) < 0) std::abort();
+        EXPECT_EQ(write(fd, contents.data(), contents.size()), ssize_t(contents.size()));
         close(fd);
     }
     ~PeerFile() { unlink(_path.c_str()); }
@@ -74,13 +70,10 @@ class PeerFile {
 
 /// What `openssl <arguments>` writes to its standard output.
 inline std::string openssl(const std::string& arguments) {
-    std::FILE* out = popen(("openssl " + arguments).c_str(), "r");
-    if (out == nullptr) return {};
+    std::FILE* const out = popen(("openssl " + arguments).c_str(), "r");
     std::string text;
-    char piece[4096];
-    std::size_t got;
-    while ((got = std::fread(piece, 1, sizeof piece, out)) != 0) text.append(piece, got);
-    pclose(out);
+    for (int byte; out != nullptr && (byte = std::getc(out)) != EOF;) text += char(byte);
+    if (out != nullptr) pclose(out);
     return text;
 }
 

@@ -1,6 +1,5 @@
 #include "utils/etc/locate.h"
 
-#include <filesystem>
 #include <utility>
 #include <vector>
 
@@ -12,20 +11,23 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// What is found from the folder D = top/a/d, as a path below top; empty for nothing.
-std::string found(const fs::path& top, a_locate_kind kind, const char* name) {
-    char path[LOCATE_MAX_PATH];
-    if (!ut_locate_file_from((top / "a/d").c_str(), kind, name, path, sizeof path)) {
-        EXPECT_STREQ(path, "");
-        return "";
+/// A folder `top`, and what is found from top/a/d, as a path below top; empty for nothing.
+struct Tree {
+    Tree() { fs::create_directories(top / "a/d"); }
+    void touch(const fs::path& file) const {
+        fs::create_directories((top / file).parent_path());
+        std::ofstream(top / file) << "x";
     }
-    return fs::path(path).lexically_normal().lexically_relative(top).string();
-}
-
-void touch(const fs::path& file) {
-    fs::create_directories(file.parent_path());
-    std::ofstream(file) << "x";
-}
+    std::string found(a_locate_kind kind, const char* name) const {
+        char path[LOCATE_MAX_PATH];
+        const bool is_found =
+            ut_locate_file_from((top / "a/d").c_str(), kind, name, path, sizeof path);
+        EXPECT_EQ(*path != 0, is_found);
+        return is_found ? fs::path(path).lexically_normal().lexically_relative(top).string() : "";
+    }
+    ScratchFolder scratch;
+    const fs::path top = scratch.file("");
+};
 
 }  // namespace
 
@@ -35,48 +37,41 @@ TEST(Locate, directories_are_searched_in_their_order) {
         {LOCATE_RESOURCE, {"share/quorel/f", "a/share/quorel/f", "a/d/f"}},
     };
     for (const auto& [kind, places] : rows) {
-        ScratchFolder scratch;
-        const fs::path top = scratch.file("");
-        fs::create_directories(top / "a/d");
-        touch(top / "a/f");
-        touch(top / "f");
-        EXPECT_EQ(found(top, kind, "f"), "");
+        const Tree tree;
+        for (const char* elsewhere : {"a/f", "f"}) tree.touch(elsewhere);
+        EXPECT_EQ(tree.found(kind, "f"), "");
         for (const std::string& place : places) {
-            touch(top / place);
-            EXPECT_EQ(found(top, kind, "f"), place);
+            tree.touch(place);
+            EXPECT_EQ(tree.found(kind, "f"), place);
         }
-        EXPECT_EQ(found(top, static_cast<a_locate_kind>(3), "f"), "");
+        EXPECT_EQ(tree.found(static_cast<a_locate_kind>(3), "f"), "");
     }
 }
 
 TEST(Locate, only_regular_files_with_bare_names_are_found) {
-    ScratchFolder scratch;
-    const fs::path top = scratch.file("");
-    fs::create_directories(top / "a/d/folder");
-    touch(top / "a/f");
-    touch(top / "a/d/f");
-    fs::create_symlink("f", top / "a/d/link");
-    EXPECT_EQ(found(top, LOCATE_LIBRARY, "link"), "a/d/link");
-    for (const char* name : {"folder", "../f", "./f", "", "missing"}) {
-        EXPECT_EQ(found(top, LOCATE_LIBRARY, name), "") << name;
+    const Tree tree;
+    fs::create_directory(tree.top / "a/d/folder");
+    for (const char* file : {"a/f", "a/d/f"}) tree.touch(file);
+    fs::create_symlink("f", tree.top / "a/d/link");
+    EXPECT_EQ(tree.found(LOCATE_LIBRARY, "link"), "a/d/link");
+    const std::string path = tree.top / "a/f";
+    for (const char* name : {"folder", "../f", "./f", "", "missing", path.c_str()}) {
+        EXPECT_EQ(tree.found(LOCATE_LIBRARY, name), "") << name;
     }
-    EXPECT_EQ(found(top, LOCATE_LIBRARY, (top / "a/f").c_str()), "");
-    EXPECT_EQ(found(top, LOCATE_LIBRARY, nullptr), "");
+    EXPECT_EQ(tree.found(LOCATE_LIBRARY, nullptr), "");
 }
 
 TEST(Locate, the_search_starts_beside_the_own_file_wherever_the_process_is) {
-    const fs::path self = fs::read_symlink("/proc/self/exe");
-    ScratchFolder scratch;
-    const fs::path before = fs::current_path();
-    fs::current_path(scratch.file(""));
-    touch(scratch.file("only-here"));
+    const fs::path self = fs::read_symlink("/proc/self/exe"), before = fs::current_path();
+    const Tree tree;
+    fs::current_path(tree.top);
+    tree.touch("only-here");
     char path[LOCATE_MAX_PATH];
-    EXPECT_TRUE(ut_locate_file(LOCATE_LIBRARY, self.filename().c_str(), path, sizeof path));
-    EXPECT_EQ(path, self);
-    EXPECT_FALSE(ut_locate_file(LOCATE_LIBRARY, "only-here", path, sizeof path));
-    fs::current_path(before);
     const size_t length = self.string().size();
     EXPECT_TRUE(ut_locate_file(LOCATE_LIBRARY, self.filename().c_str(), path, length + 1));
+    EXPECT_EQ(path, self);
     EXPECT_FALSE(ut_locate_file(LOCATE_LIBRARY, self.filename().c_str(), path, length));
     EXPECT_STREQ(path, "");
+    EXPECT_FALSE(ut_locate_file(LOCATE_LIBRARY, "only-here", path, sizeof path));
+    fs::current_path(before);
 }

@@ -9,8 +9,7 @@
 namespace {
 
 /// Runs with the given locale variables; an empty one counts as unset.
-class Environment {
-  public:
+struct Environment {
     Environment(const char* all, const char* category, const char* lang) {
         setenv("LC_ALL", all, 1);
         setenv("LC_CTYPE", category, 1);
@@ -20,8 +19,6 @@ class Environment {
     ~Environment() {
         for (const char* name : {"LC_ALL", "LC_CTYPE", "LC_MESSAGES", "LANG"}) unsetenv(name);
     }
-    Environment(const Environment&) = delete;
-    Environment& operator=(const Environment&) = delete;
 };
 
 const char* label_of(const CharsetInfo* charset) {

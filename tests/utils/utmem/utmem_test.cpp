@@ -14,22 +14,11 @@ bool hook_released_memory;
 bool fails() {
     return ++requests <= failing;
 }
-
-void* allocate(size_t size) {
-    return fails() ? nullptr : std::memset(std::malloc(size), 0xEE, size);
-}
-void* resize(void* block, size_t size) {
-    return fails() ? nullptr : std::realloc(block, size);
-}
-void release(void* block) {
-    ++releases;
-    std::free(block);
-}
-a_bool hook() {
-    ++hook_calls;
-    return hook_released_memory;
-}
-constexpr a_utmem_source faulty_source = {allocate, resize, release, hook};
+constexpr a_utmem_source faulty_source = {
+    [](size_t size) { return fails() ? nullptr : std::memset(std::malloc(size), 0xEE, size); },
+    [](void* block, size_t size) { return fails() ? nullptr : std::realloc(block, size); },
+    [](void* block) { ++releases, std::free(block); },
+    []() -> a_bool { return ++hook_calls, hook_released_memory; }};
 
 class Utmem : public testing::Test {
   protected:
@@ -89,16 +78,12 @@ TEST_F(Utmem, asks_the_hook_and_retries_once) {
 }
 
 TEST_F(Utmem, requests_for_nothing_yield_null_without_asking_the_allocator) {
-    void* const results[] = {ut_alloc(0),
-                             ut_calloc(0),
-                             ut_memdup("x", 0),
-                             ut_memdup(nullptr, 1),
-                             ut_realloc(nullptr, 0),
-                             ut_strdup(nullptr),
-                             uimalloc(0),
-                             uicalloc(~size_t{0} / 2, 3)};
-    for (const void* result : results) EXPECT_EQ(result, nullptr);
-    EXPECT_EQ(UTHeap().Strndup(nullptr, 1), nullptr);
+    for (void* result : {ut_alloc(0), ut_calloc(0), ut_memdup("x", 0), ut_memdup(nullptr, 1),
+                         uimalloc(0), ut_realloc(nullptr, 0), uicalloc(~size_t{0} / 2, 3),
+                         static_cast<void*>(ut_strdup(nullptr)),
+                         static_cast<void*>(UTHeap().Strndup(nullptr, 1))}) {
+        EXPECT_EQ(result, nullptr);
+    }
     EXPECT_EQ(requests, 0);
 }
 
@@ -120,19 +105,15 @@ void die_with_exit_handler_and_stdout_on(int fd, const char* message) {
     ut_fatal(message);
 }
 
-TEST(UtFatal, prints_its_message_and_runs_no_exit_handler) {
-    EXPECT_EXIT(die_with_exit_handler_and_stdout_on(STDERR_FILENO, "Out of memory"),
-                testing::ExitedWithCode(1), "^Corvane: Out of memory\nOut of memory\n$");
-    EXPECT_EXIT(die_with_exit_handler_and_stdout_on(STDERR_FILENO, nullptr),
-                testing::ExitedWithCode(1), "^$");
-}
-
-TEST(UtFatal, keeps_its_status_when_nobody_reads_standard_output) {
+TEST(UtFatal, prints_its_message_and_runs_no_exit_handler_even_if_nobody_reads) {
+    const testing::ExitedWithCode failed(1);
+    EXPECT_EXIT(die_with_exit_handler_and_stdout_on(STDERR_FILENO, "Out of memory"), failed,
+                "^Corvane: Out of memory\nOut of memory\n$");
+    EXPECT_EXIT(die_with_exit_handler_and_stdout_on(STDERR_FILENO, nullptr), failed, "^$");
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     close(ends[0]);
-    EXPECT_EXIT(die_with_exit_handler_and_stdout_on(ends[1], "x"), testing::ExitedWithCode(1),
-                "^Corvane: x\n$");
+    EXPECT_EXIT(die_with_exit_handler_and_stdout_on(ends[1], "x"), failed, "^Corvane: x\n$");
     close(ends[1]);
 }
 
