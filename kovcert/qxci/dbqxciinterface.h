@@ -9,6 +9,7 @@
 #include "kovcert/qxci/qxci.h"
 #include "utils/contain/utrefobj.h"
 #include "utils/etc/uttypes.h"
+#include "utils/unix/utmutex.h"
 
 class DBQXCIError;
 struct a_qxci_entry_points;
@@ -116,7 +117,7 @@ class DBQXCIInterface : public c_utils_refobj {
     bool _LoadLibrary(const char* name, a_dbqxci_error* failure);
     bool _Fill(const a_qxci_entry_points& entries);
 
-    std::mutex _ending;  // held while an object or the provider's environment is destroyed
+    UTMutex _ending;  // held while an object or the provider's environment is destroyed
     bool _valid = false;
     bool _loaded = false;
     void* _dll = nullptr;  // null for the built-in provider
