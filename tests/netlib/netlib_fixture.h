@@ -40,78 +40,47 @@ inline int Socket(int domain, int type, int protocol) {
     return fake_system.ipv6 ? open("/dev/null", O_RDONLY | O_CLOEXEC) : -1;
 }
 
-inline addrinfo* NewResult(const std::string& literal) {
-    auto* const result = new addrinfo();
-    auto* const storage = new sockaddr_storage();
-    auto* const sin = reinterpret_cast<sockaddr_in*>(storage);
-    auto* const sin6 = reinterpret_cast<sockaddr_in6*>(storage);
-    const bool v6 = literal.find(':') != std::string::npos;
-    storage->ss_family = v6 ? AF_INET6 : AF_INET;
-    inet_pton(storage->ss_family, literal.c_str(),
-              v6 ? static_cast<void*>(&sin6->sin6_addr) : static_cast<void*>(&sin->sin_addr));
-    result->ai_family = storage->ss_family;
-    result->ai_addrlen = v6 ? sizeof *sin6 : sizeof *sin;
-    result->ai_addr = reinterpret_cast<sockaddr*>(storage);
-    return result;
-}
-
-inline void FreeAddrInfo(addrinfo* at) {
-    while (at != nullptr) {
-        addrinfo* const next = at->ai_next;
-        delete reinterpret_cast<sockaddr_storage*>(at->ai_addr);
-        delete at;
-        at = next;
-    }
-}
-
+/// The C library converts each literal; it lays out its results so that they can be chained.
 inline int GetAddrInfo(const char* node, const char*, const addrinfo* hints, addrinfo** found) {
-    std::vector<std::string> literals;
-    if ((hints->ai_flags & AI_NUMERICHOST) != 0) {
-        addrinfo* real = nullptr;
-        if (const int error = getaddrinfo(node, nullptr, hints, &real); error != 0) return error;
-        char text[NI_MAXHOST];
-        getnameinfo(real->ai_addr, real->ai_addrlen, text, sizeof text, nullptr, 0, NI_NUMERICHOST);
-        freeaddrinfo(real);
-        literals.emplace_back(text);
-    } else {
+    std::vector<std::string> literals = {node};
+    if ((hints->ai_flags & AI_NUMERICHOST) == 0) {
         fake_system.lookups.emplace_back(node);
         literals = fake_system.hosts[node];
-        if (literals.empty()) return EAI_NONAME;
     }
-    addrinfo** tail = found;
+    addrinfo numeric = *hints;
+    numeric.ai_flags |= AI_NUMERICHOST;
+    int error = EAI_NONAME;
     for (const std::string& literal : literals) {
-        *tail = NewResult(literal);
-        tail = &(*tail)->ai_next;
+        error = getaddrinfo(literal.c_str(), nullptr, &numeric, found);
+        if (error != 0) break;
+        found = &(*found)->ai_next;
     }
-    return 0;
+    return error;
 }
 
-/// The room of an answer, as an_answer lays it out; the C library may need more than it is offered.
-struct an_answer {
-    char official[64], alias[8];
-    char* aliases[3];
-    char* pointers[5];
-    in_addr addresses[4];
-    char more[3000];
-};
-
-/// Answers with the IPv4 literals alone, in the room of the caller.
-inline int Answer(const std::string& official, const char* alias,
-                  const std::vector<std::string>& literals, hostent* entry, char* buf,
-                  hostent** found) {
+/// Answers in the room of the caller, which may be less than the C library needs.
+inline int Answer(const std::string& official, const std::vector<std::string>& literals,
+                  hostent* entry, char* buf, size_t buflen, hostent** found) {
+    struct an_answer {
+        char official[64], alias[8];
+        char* aliases[3];
+        char* pointers[5];
+        in_addr addresses[4];
+        char more[3000];
+    };
+    if (buflen < sizeof(an_answer)) return ERANGE;
     auto& room = *reinterpret_cast<an_answer*>(buf);
-    snprintf(room.official, sizeof room.official, "%s", official.c_str());
-    snprintf(room.alias, sizeof room.alias, "%s", alias);
-    room.aliases[0] = *alias != '\0' ? room.official : nullptr;
+    memset(buf, 0, sizeof room);
+    official.copy(room.official, sizeof room.official - 1);
+    strcpy(room.alias, "alias");
+    room.aliases[0] = room.official;
     room.aliases[1] = room.alias;
-    room.aliases[2] = nullptr;
-    char** next = room.pointers;
-    in_addr* address = room.addresses;
+    size_t count = 0;
     for (const std::string& literal : literals) {
+        in_addr* const address = &room.addresses[count];
         if (inet_pton(AF_INET, literal.c_str(), address) != 1) continue;
-        *next++ = reinterpret_cast<char*>(address++);
+        room.pointers[count++] = reinterpret_cast<char*>(address);
     }
-    *next = nullptr;
     *entry = {room.official, room.aliases, AF_INET, sizeof(in_addr), room.pointers};
     *found = entry;
     return 0;
@@ -120,21 +89,21 @@ inline int Answer(const std::string& official, const char* alias,
 inline int GetHostByName(const char* name, hostent* entry, char* buf, size_t buflen,
                          hostent** found, int*) {
     *found = nullptr;
-    if (buflen < sizeof(an_answer)) return ERANGE;
-    fake_system.lookups.emplace_back(name);
     if (fake_system.hosts.count(name) == 0) return 0;
-    return Answer(name + std::string(".test"), "alias", fake_system.hosts[name], entry, buf, found);
+    const std::string official = name + std::string(".test");
+    const int error = Answer(official, fake_system.hosts[name], entry, buf, buflen, found);
+    if (error == 0) fake_system.lookups.emplace_back(name);
+    return error;
 }
 
-inline int GetHostByAddr(const void* addr, socklen_t len, int family, hostent* entry, char* buf,
+inline int GetHostByAddr(const void* addr, socklen_t len, int, hostent* entry, char* buf,
                          size_t buflen, hostent** found, int*) {
     char text[INET_ADDRSTRLEN];
     EXPECT_EQ(4U, len);
     *found = nullptr;
-    if (family != AF_INET || inet_ntop(AF_INET, addr, text, sizeof text) == nullptr) return 0;
-    if (buflen < sizeof(an_answer)) return ERANGE;
+    inet_ntop(AF_INET, addr, text, sizeof text);
     if (fake_system.names.count(text) == 0) return 0;
-    return Answer(fake_system.names[text], "", {}, entry, buf, found);
+    return Answer(fake_system.names[text], {}, entry, buf, buflen, found);
 }
 
 inline int GetHostName(char* name, size_t len) {
@@ -142,7 +111,7 @@ inline int GetHostName(char* name, size_t len) {
     return 0;
 }
 
-inline constexpr a_resolver_calls calls = {Socket,        GetAddrInfo,   FreeAddrInfo,
+inline constexpr a_resolver_calls calls = {Socket,        GetAddrInfo,   freeaddrinfo,
                                            GetHostByName, GetHostByAddr, GetHostName};
 
 }  // namespace fake
@@ -162,9 +131,9 @@ class NetlibTest : public testing::Test {
 };
 
 /// The same on a host without IPv6.
-class NetlibWithoutIPv6 : public NetlibTest {
-  protected:
-    NetlibWithoutIPv6() : NetlibTest(false) {}
+template <class Test>
+struct WithoutIPv6 : Test {
+    WithoutIPv6() : Test(false) {}
 };
 
 /// The words of a text.

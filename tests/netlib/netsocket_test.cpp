@@ -2,14 +2,13 @@
 
 #include <cerrno>
 #include <cstring>
+#include <numeric>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/tcp.h>
-#include <unistd.h>
 
 #include "netlib/ipaddress.h"
 #include "netlib/netutil.h"
@@ -19,10 +18,6 @@
 namespace {
 
 const IPAddress loopback(uint32{INADDR_LOOPBACK});
-
-bool close_on_exec(const Socket& socket) {
-    return fcntl(socket.getSocket(), F_GETFD) == FD_CLOEXEC;
-}
 
 // Closes what it holds.
 template <class Kind>
@@ -42,33 +37,27 @@ size_t slot(Member member) {
     return (parts.entry - 1) / sizeof(void*);
 }
 
+template <class... Members>
+std::vector<size_t> slots(Members... members) {
+    return {slot(members)...};
+}
+
 TEST(Socket, keeps_the_order_of_its_virtual_operations) {
     using S = Socket;
-    const size_t from_2_on[] = {
-        slot<int (S::*)(char*, unsigned, IPAddress&)>(&S::recv),
-        slot<int (S::*)(char*, unsigned)>(&S::recv),
-        slot<int (S::*)(const char*, unsigned, const IPAddress&)>(&S::send),
-        slot<int (S::*)(const char*, unsigned)>(&S::send),
-        slot(&S::send_with_yield),
-        slot(&S::shutdown),
-        slot(&S::close),
-        slot(&S::bind),
-        slot(&S::connect),
-        slot(&S::getsockname),
-        slot(&S::getpeername),
-        slot(&S::setsockopt),
-        slot(&S::getsockopt),
-        slot(&S::listen),
-        slot(&S::accept),
-        slot(&S::get_class),
-        slot(&S::allow_broadcast),
-        slot(&S::add_membership),
-        slot(&S::set_blocking_state),
-        slot(&S::set_Nagle_algorithm),
-        slot(&S::getLastError),
-        slot<int (S::*)(char*, unsigned, sockaddr_storage*, socklen_t*)>(&S::recv),
-        slot<int (S::*)(const char*, unsigned, const sockaddr_storage*, socklen_t)>(&S::send)};
-    for (size_t i = 0; i < std::size(from_2_on); ++i) EXPECT_EQ(i + 2, from_2_on[i]);
+    int (S::*const recv_from)(char*, unsigned, IPAddress&) = &S::recv;
+    int (S::*const recv)(char*, unsigned) = &S::recv;
+    int (S::*const send_to)(const char*, unsigned, const IPAddress&) = &S::send;
+    int (S::*const send)(const char*, unsigned) = &S::send;
+    int (S::*const recv_raw)(char*, unsigned, sockaddr_storage*, socklen_t*) = &S::recv;
+    int (S::*const send_raw)(const char*, unsigned, const sockaddr_storage*, socklen_t) = &S::send;
+    std::vector<size_t> from_2_on(23);
+    std::iota(from_2_on.begin(), from_2_on.end(), 2);
+    EXPECT_EQ(from_2_on,
+              slots(recv_from, recv, send_to, send, &S::send_with_yield, &S::shutdown, &S::close,
+                    &S::bind, &S::connect, &S::getsockname, &S::getpeername, &S::setsockopt,
+                    &S::getsockopt, &S::listen, &S::accept, &S::get_class, &S::allow_broadcast,
+                    &S::add_membership, &S::set_blocking_state, &S::set_Nagle_algorithm,
+                    &S::getLastError, recv_raw, send_raw));
 }
 
 TEST(Socket, type_and_family_follow_what_opened_it) {
@@ -84,23 +73,18 @@ TEST(Socket, type_and_family_follow_what_opened_it) {
         Owned<Socket> socket(c.domain, c.type, c.protocol);
         EXPECT_EQ(c.expected, socket.getType());
         EXPECT_EQ(c.domain == AF_INET6, socket.isIPv6());
-        EXPECT_FALSE(socket.is_closed());
     }
-    Owned<Socket> local(SOCK_UD, false);
-    EXPECT_EQ(SOCK_UNKNOWN, local.getType());
-    Socket never;
-    EXPECT_FALSE(never.init(SOCK_UNKNOWN, false));
-    EXPECT_FALSE(never.init(-1, SOCK_STREAM, 0));
-    EXPECT_TRUE(never.is_closed());
-    EXPECT_EQ(-1, never.getSocket());
+    EXPECT_EQ(SOCK_UNKNOWN, Owned<Socket>(SOCK_UD, false).getType());
     EXPECT_FALSE(Socket(100000, SOCK_TCP, true).isIPv6());
+    Socket never;
+    EXPECT_FALSE(never.init(SOCK_UNKNOWN, false) || never.init(-1, SOCK_STREAM, 0));
+    EXPECT_TRUE(never.is_closed() && never.getSocket() == -1);
 }
 
 TEST(Socket, copies_share_the_descriptor_and_one_close_closes_it) {
     Socket original(100000, SOCK_UDP, false);
-    Socket copy(original);
     Socket assigned;
-    assigned = copy;
+    assigned = Socket(original);
     EXPECT_TRUE(assigned == original && assigned.is_udp() && !assigned.is_closed());
     Script script("close=0");
     original.close();
@@ -111,37 +95,31 @@ TEST(Socket, copies_share_the_descriptor_and_one_close_closes_it) {
 TEST(Socket, without_a_descriptor_nothing_reaches_the_system_or_waits) {
     Socket closed(SOCK_UDP, false);
     EXPECT_EQ(-1, closed.bind(IPAddress())) << "an invalid address";
-    EXPECT_EQ(static_cast<uint32>(EINVAL), closed.getLastError().code());
+    EXPECT_EQ(uint32{EINVAL}, closed.getLastError().code());
     closed.close();
     char byte = 0;
     IPAddress from;
     EXPECT_EQ(-1, closed.recv(&byte, 1, from));
-    EXPECT_EQ(static_cast<uint32>(EBADF), closed.getLastError().code());
+    EXPECT_EQ(uint32{EBADF}, closed.getLastError().code());
+    errno = 0;
     EXPECT_EQ(-1, closed.send(&byte, 1));
-    EXPECT_EQ(static_cast<uint32>(EBADF), closed.getLastError().code());
+    EXPECT_EQ(uint32{EBADF}, closed.getLastError().code());
 }
 
 TEST(Socket, every_descriptor_is_close_on_exec) {
-    Owned<Socket> listener(SOCK_TCP, false);
-    Owned<Socket> client(SOCK_TCP, false);
-    EXPECT_TRUE(close_on_exec(listener));
+    const auto marked = [](const Socket& s) { return fcntl(s.getSocket(), F_GETFD) == FD_CLOEXEC; };
     // Adopted descriptors are marked by the calls that put them to use.
-    fcntl(listener.getSocket(), F_SETFD, 0);
-    ASSERT_EQ(0, listener.bind(loopback));
-    EXPECT_TRUE(close_on_exec(listener));
-    fcntl(listener.getSocket(), F_SETFD, 0);
-    ASSERT_EQ(0, listener.listen(1));
-    EXPECT_TRUE(close_on_exec(listener));
-    IPAddress address(listener);
-    fcntl(client.getSocket(), F_SETFD, 0);
-    ASSERT_EQ(0, client.connect(address));
-    EXPECT_TRUE(close_on_exec(client));
-
+    const auto unmark = [](const Socket& s) { fcntl(s.getSocket(), F_SETFD, 0); };
+    Owned<Socket> listener(SOCK_TCP, false), client(SOCK_TCP, false), accepted;
+    EXPECT_TRUE(marked(listener));
+    unmark(listener);
+    EXPECT_TRUE(listener.bind(loopback) == 0 && marked(listener));
+    unmark(listener);
+    EXPECT_TRUE(listener.listen(1) == 0 && marked(listener));
+    unmark(client);
+    EXPECT_TRUE(client.connect(IPAddress(listener)) == 0 && marked(client));
     IPAddress peer;
-    Owned<Socket> accepted;
-    ASSERT_EQ(0, listener.accept(peer, accepted));
-    EXPECT_TRUE(close_on_exec(accepted));
-    EXPECT_TRUE(accepted.is_tcp());
+    EXPECT_TRUE(listener.accept(peer, accepted) == 0 && marked(accepted) && accepted.is_tcp());
     EXPECT_TRUE(peer.sameIPAddress(loopback));
     EXPECT_EQ(IPAddress(client).getPortNumber(), peer.getPortNumber());
 }
@@ -173,13 +151,13 @@ TEST(Socket, options_are_set_as_the_names_do_not_say) {
 
 TEST(Socket, an_address_is_stored_whole_whatever_the_target_held) {
     ASSERT_TRUE(TcpUtil::Init());
-    IPAddress any6(in6addr_loopback);
+    const IPAddress loopback6(in6addr_loopback);
     Owned<Socket> socket(SOCK_UDP, true);
-    if (socket.bind(any6) != 0) GTEST_SKIP() << "no IPv6 loopback address here";
+    if (socket.bind(loopback6) != 0) GTEST_SKIP() << "no IPv6 loopback address here";
     IPAddress local(uint32{1});  // an IPv4 address, 16 bytes long
-    ASSERT_EQ(0, socket.getsockname(local));
-    EXPECT_TRUE(local.isIPv6());
-    EXPECT_TRUE(local.sameIPAddress(any6));
+    EXPECT_TRUE(socket.getsockname(local) == 0 && local.isIPv6() && local.sameIPAddress(loopback6));
+    socket.close();
+    EXPECT_FALSE(IPAddress(socket).isValid());
     TcpUtil::Fini();
 }
 
@@ -187,24 +165,26 @@ TEST(Socket, an_address_is_stored_whole_whatever_the_target_held) {
 struct OptionRecorder : Socket {
     using Socket::Socket;
     int setsockopt(int level, int option, const char* value, socklen_t length) override {
-        asked.emplace_back(level, option, std::string(value, length));
+        asked += std::to_string(level) + "," + std::to_string(option) + "=";
+        asked.append(value, length);
         return 0;
     }
-    std::vector<std::tuple<int, int, std::string>> asked;
+    std::string asked;
 };
 
 TEST(Socket, membership_is_asked_for_in_the_groups_family) {
+    static_assert(IP_ADD_MEMBERSHIP == 35 && IPV6_MULTICAST_LOOP == 19 && IPV6_JOIN_GROUP == 20);
     using namespace std::string_literals;
     Owned<OptionRecorder> socket(AF_INET6, SOCK_DGRAM, 17);
     IPAddress group4(uint32{0xE0000009}), iface4(uint32{0x0A010203});
     IPAddress group6(in6addr_loopback), iface6(in6addr_loopback, 0x01010101);
     EXPECT_EQ(0, socket.add_membership(group4, iface4));
     EXPECT_EQ(0, socket.add_membership(group6, iface6));
-    const decltype(socket.asked) expected = {
-        {IPPROTO_IP, IP_ADD_MEMBERSHIP, "\xE0\0\0\x09\x0A\x01\x02\x03"s},
-        {IPPROTO_IPV6, IPV6_MULTICAST_LOOP, "\0\0\0\0"s},
-        {IPPROTO_IPV6, IPV6_JOIN_GROUP, std::string(15, '\0') + "\1\1\1\1\1"}};
-    EXPECT_EQ(expected, socket.asked);
+    EXPECT_EQ("0,35=\xE0\0\0\x09\x0A\x01\x02\x03"
+              "41,19=\0\0\0\0"
+              "41,20="s +
+                  std::string(15, '\0') + "\1\1\1\1\1",
+              socket.asked);
 }
 
 TEST(UdpSocket, exchanges_datagrams_and_starts_afresh) {
@@ -226,18 +206,14 @@ TEST(UdpSocket, exchanges_datagrams_and_starts_afresh) {
 }
 
 TEST(Connect, drops_the_scope_id_on_the_kernels_that_refuse_it) {
-    const struct {
-        const char* kernel;
-        uint32 scope_id;
-    } cases[] = {{"2.6.0", 0},  {"2.6.9-5.EL", 0}, {"2.6.12.3", 0},      {"2.6.13", 7},
-                 {"2.4.20", 7}, {"2.6", 7},        {"6.1.0-13-amd64", 7}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.kernel);
+    const std::pair<const char*, uint32> kernels[] = {
+        {"2.6.0", 0},  {"2.6.9-5.EL", 0}, {"2.6.12.3", 0},      {"2.6.13", 7},
+        {"2.4.20", 7}, {"2.6", 7},        {"6.1.0-13-amd64", 7}};
+    for (const auto& [kernel, scope_id] : kernels) {
         Script script("connect=0");
-        script.kernel = c.kernel;
-        IPAddress address(in6addr_loopback, 7);
-        EXPECT_EQ(0, Socket(100000, SOCK_TCP, false).connect(address));
-        EXPECT_EQ(c.scope_id, script.connected_to.sin6_scope_id);
+        script.kernel = kernel;
+        EXPECT_EQ(0, Socket(100000, SOCK_TCP, false).connect(IPAddress(in6addr_loopback, 7)));
+        EXPECT_EQ(scope_id, script.connected_to.sin6_scope_id) << kernel;
         EXPECT_EQ(0, std::memcmp(&in6addr_loopback, &script.connected_to.sin6_addr, 16));
     }
 }

@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <map>
 #include <sstream>
 
 #include <gtest/gtest.h>
@@ -37,12 +36,13 @@ int error_of(const std::string& name) {
 }
 
 std::vector<short> events_of(const std::string& text) {
-    const std::map<char, short> bits = {
-        {'R', POLLIN}, {'W', POLLOUT}, {'E', POLLERR}, {'H', POLLHUP}};
+    constexpr short bits[] = {POLLIN, POLLOUT, POLLERR, POLLHUP};
     std::vector<short> events(1);
     for (const char c : text) {
+        const size_t known = std::string("RWEH").find(c);
         if (c == ',') events.push_back(0);
-        if (bits.contains(c)) events.back() = static_cast<short>(events.back() | bits.at(c));
+        if (known != std::string::npos)
+            events.back() = static_cast<short>(events.back() | bits[known]);
     }
     return events;
 }
@@ -54,24 +54,21 @@ int number_after(const std::string& word, char mark, int otherwise) {
 }
 
 Script::Answer parse(const std::string& word) {
-    Script::Answer answer;
-    answer.ms = number_after(word, '@', 0);
-    answer.times = number_after(word, '*', 1);
+    const int times = number_after(word, '*', 1);
     const std::string plain = word.substr(0, word.find_first_of("@*"));
-    const size_t end = std::min(plain.find_first_of("=!:"), plain.size() - 1);
+    if (plain == "silence") return {.call = "poll", .ms = -1, .times = times};
+    const size_t end = plain.find_first_of("=!:");
     const std::string detail = plain.substr(end + 1);
-    answer.call = plain.substr(0, end);
-    if (plain == "silence") {
-        answer.call = "poll";
-        answer.ms = -1;
-    } else if (answer.call == "pending") {
+    Script::Answer answer = {.call = plain.substr(0, end),
+                             .error = error_of(detail),
+                             .ms = number_after(word, '@', 0),
+                             .times = times};
+    if (answer.call == "pending") {
         answer.call = "getsockopt";
-        answer.error = error_of(detail);
     } else if (plain[end] == '=') {
         answer.result = std::atol(detail.c_str());
     } else if (plain[end] == '!') {
         answer.result = -1;
-        answer.error = error_of(detail);
     } else {
         answer.revents = events_of(detail);
         answer.result = std::ranges::count_if(answer.revents, [](short e) { return e != 0; });

@@ -30,19 +30,21 @@ a_bool stop(void*) {
     errno = 0;  // what a yield function does to errno is not what stopped the send
     return false;
 }
+a_bool go_on(void*) {
+    return true;
+}
 constexpr Operation send_and_stop = [](Socket& s) {
     return s.send_with_yield(bytes, 8, stop, nullptr);
 };
 constexpr Operation send_and_go_on = [](Socket& s) {
-    return s.send_with_yield(
-        bytes, 8, [](void*) { return true; }, nullptr);
+    return s.send_with_yield(bytes, 8, go_on, nullptr);
 };
 constexpr Operation connect = [](Socket& s) { return s.connect(IPAddress(uint32{1})); };
-constexpr Operation connect_invalid = [](Socket& s) { return s.connect(IPAddress()); };
-constexpr Operation connect_no_family = [](Socket& s) {
-    IPAddress empty;
-    empty.setValid(true);
-    return s.connect(empty);
+constexpr Operation connect_invalid = [](Socket& s) {
+    IPAddress none;
+    if (s.connect(none) != -1) return 0;
+    none.setValid(true);  // of no family
+    return s.connect(none);
 };
 constexpr Operation accept = [](Socket& s) {
     IPAddress peer;
@@ -82,7 +84,6 @@ const Fault plain_faults[] = {
     {connect, "connect!ECONNREFUSED", -1, ECONNREFUSED},
     {connect, "connect!EISCONN", 0},
     {connect_invalid, "", -1, EINVAL},
-    {connect_no_family, "", -1, EINVAL},
     {send, "send=3 poll:W send!EAGAIN poll:W send=5", 8},
     {send, "send=3 poll:W send!EPIPE", -1, EPIPE},
     {send, "send!EAGAIN poll:E pending=ECONNRESET", -1, ECONNRESET},
@@ -101,8 +102,6 @@ const Fault timed_faults[] = {
     {recv, "recv!EAGAIN poll:E pending=0", -1, EIO},
     {recv, "recv!EAGAIN poll:E getsockopt!ENOTSOCK", -1, ENOTSOCK},
     {recv, "recv!EAGAIN poll!ENOMEM pending=0", -1, ENOMEM},
-    {recv, "recv!EAGAIN silence recv!EAGAIN silence recv!EAGAIN silence recv!EAGAIN silence", -1,
-     ETIMEDOUT},
     // Kept: a receive with an address waits past the time-out.
     {recv_from, "silence*10 poll:R recvfrom!EAGAIN poll:R poll:R recvfrom=5", 5},
     {send_to, "sendto!EAGAIN poll:W sendto=8", 8},
@@ -127,29 +126,27 @@ const Fault timed_faults[] = {
      "connect!EALREADY silence",
      -1, ETIMEDOUT},
     {connect_invalid, "", -1, EINVAL},
-    {connect_no_family, "", -1, EINVAL},
 };
 
-void run(Socket& socket, const Fault& fault) {
+template <class Kind>
+void run(Kind&& socket, const Fault& fault) {
     SCOPED_TRACE(fault.script);
     Script script(fault.script);
     ASSERT_EQ(fault.result, fault.operation(socket));
+    if constexpr (requires { socket.didTimeout(); }) {
+        EXPECT_EQ(fault.error == ETIMEDOUT, socket.didTimeout());
+    }
     const UTErrorCode error = socket.getLastError();
     EXPECT_EQ(ET_POSIX, error.type());
-    if (fault.result != -1) return;
-    EXPECT_EQ(static_cast<uint32>(fault.error), error.code());
+    EXPECT_TRUE(fault.result != -1 || error.code() == static_cast<uint32>(fault.error));
 }
 
 TEST(SocketFaults, end_in_their_result_and_error_code) {
-    for (const Fault& fault : plain_faults) {
-        Socket socket(100000, SOCK_TCP, false);
-        run(socket, fault);
-    }
+    for (const Fault& fault : plain_faults) run(Socket(100000, SOCK_TCP, false), fault);
     for (const Fault& fault : timed_faults) {
         TimedSocket socket(100000, SOCK_TCP, false);
         socket.setTimeout(1000);
         run(socket, fault);
-        EXPECT_EQ(fault.error == ETIMEDOUT, socket.didTimeout()) << fault.script;
     }
 }
 
