@@ -11,9 +11,7 @@
 namespace {
 
 std::string WithMask(const NetworkInterface& entry) {
-    char address[80] = "-";
-    char mask[80] = "-";
-    char broadcast[80] = "-";
+    char address[80] = "-", mask[80] = "-", broadcast[80] = "-";
     entry.getIPAddress(address, sizeof address);
     entry.getNetMask(mask, sizeof mask);
     entry.getBroadcastAddress(broadcast, sizeof broadcast);
@@ -89,14 +87,15 @@ TEST_F(MadeUpList, takes_IPv6_addresses_with_scope_and_all_nodes_broadcast) {
 
 TEST_F(MadeUpList, skips_lines_that_do_not_parse) {
     const std::string address = "20010db8000000000000000000000001";
+    const std::string rest = " 01 80 10 80 eth0\n";
     Entries bad = {"\n",
                    "garbage\n",
-                   address.substr(1) + " 01 80 10 80 eth0\n",
-                   address + "0 01 80 10 80 eth0\n",
-                   address.substr(1) + "g 01 80 10 80 eth0\n",
-                   address.substr(0, 30) + ": 01 80 10 80 eth0\n",
+                   address.substr(1) + rest,
+                   address + "0" + rest,
+                   address.substr(1) + "g" + rest,
+                   address.substr(0, 30) + ":" + rest,
                    address + " zz 80 10 80 eth0\n",
-                   std::string(5000, 'f') + " 01 80 10 80 eth0\n",
+                   std::string(5000, 'f') + rest,
                    std::string(1023, ' ') + loopback,
                    std::string("\0\0\0\n", 4)};
     for (size_t length = 0; length <= address.size() + 13; ++length)  // up to the name
@@ -177,15 +176,15 @@ TEST_F(NetlibTest, host_list_is_kept_while_the_interfaces_stay_the_same) {
 }
 
 TEST_F(NetlibTest, local_addresses_are_those_of_the_interfaces) {
-    EXPECT_TRUE(TcpUtil::IsLocalIPAddress("127.0.0.1"));
-    for (const char* other : {"203.0.113.77", "no.such.host"})
-        EXPECT_FALSE(TcpUtil::IsLocalIPAddress(other));
     const IPAddress local("127.0.0.1");
+    EXPECT_TRUE(TcpUtil::IsLocalIPAddress("127.0.0.1"));
     EXPECT_TRUE(TcpUtil::IsLocalIPAddress(local.get_sockaddr(), local.get_sockaddr_len()));
     const NetworkInterface* const found = TcpUtil::FindInterfaceByIPAddress(local);
-    ASSERT_NE(nullptr, found);
-    EXPECT_EQ(0x7F000001, int(found->getIPAddress()));
-    EXPECT_EQ(nullptr, TcpUtil::FindInterfaceByIPAddress(IPAddress("203.0.113.77")));
+    EXPECT_TRUE(found != nullptr && found->getIPAddress() == 0x7F000001U);
+    for (const char* other : {"203.0.113.77", "no.such.host"}) {
+        EXPECT_FALSE(TcpUtil::IsLocalIPAddress(other));
+        EXPECT_EQ(nullptr, TcpUtil::FindInterfaceByIPAddress(IPAddress(other)));
+    }
     EXPECT_EQ(nullptr, TcpUtil::_find_interface_by_name("nosuchif"));
 }
 

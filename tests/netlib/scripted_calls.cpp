@@ -76,27 +76,22 @@ Script::Answer parse(const std::string& word) {
     return answer;
 }
 
-// The script's answer to `call`, or the system's when there is no script. `use` stores what the
-// answer holds besides its result.
-template <class Real, class Use>
-auto answer(const char* call, Real real, Use use) -> decltype(real()) {
+Script::Answer given;  // the last answer
+
+// The script's answer to `call`, or the system's when there is no script.
+template <class Real>
+auto answer(const char* call, Real real) -> decltype(real()) {
     if (script == nullptr) return real();
     if (script->left.empty() || script->left.front().call != call) {
         ADD_FAILURE() << "unexpected call of " << call;
-        errno = ENOSYS;
-        return -1;
+        given = {.call = call, .result = -1, .error = ENOSYS};
+    } else {
+        given = script->left.front();
+        if (--script->left.front().times == 0) script->left.erase(script->left.begin());
     }
-    const Script::Answer given = script->left.front();
-    if (--script->left.front().times == 0) script->left.erase(script->left.begin());
     clock_ms += std::max(given.ms, 0);
-    use(given);
     if (given.result == -1) errno = given.error;
     return static_cast<decltype(real())>(given.result);
-}
-
-template <class Real>
-auto answer(const char* call, Real real) -> decltype(real()) {
-    return answer(call, real, [](const Script::Answer&) {});
 }
 
 }  // namespace
@@ -151,24 +146,23 @@ int __wrap_connect(int s, const sockaddr* name, socklen_t length) {
 
 int __real_poll(pollfd* fds, nfds_t count, int timeout);
 int __wrap_poll(pollfd* fds, nfds_t count, int timeout) {
-    return answer(
-        "poll", [&] { return __real_poll(fds, count, timeout); },
-        [&](const Script::Answer& given) {
-            script->poll_timeouts.push_back(timeout);
-            if (given.ms == -1) clock_ms += timeout;
-            for (size_t i = 0; i < given.revents.size() && i < count; ++i)
-                fds[i].revents = given.revents[i];
-        });
+    const int ready = answer("poll", [&] { return __real_poll(fds, count, timeout); });
+    if (script == nullptr) return ready;
+    script->poll_timeouts.push_back(timeout);
+    if (given.ms == -1) clock_ms += timeout;
+    for (size_t i = 0; i < given.revents.size() && i < count; ++i)
+        fds[i].revents = given.revents[i];
+    return ready;
 }
 
-int __real_getsockopt(int s, int level, int option, void* value, socklen_t* length);
-int __wrap_getsockopt(int s, int level, int option, void* value, socklen_t* length) {
-    return answer(
-        "getsockopt", [&] { return __real_getsockopt(s, level, option, value, length); },
-        [&](const Script::Answer& given) {
-            EXPECT_EQ(SO_ERROR, option);
-            if (given.result == 0) std::memcpy(value, &given.error, sizeof given.error);
-        });
+int __real_getsockopt(int s, int level, int option, void* value, socklen_t* n);
+int __wrap_getsockopt(int s, int level, int option, void* value, socklen_t* n) {
+    const auto real = [&] { return __real_getsockopt(s, level, option, value, n); };
+    const int result = answer("getsockopt", real);
+    if (script == nullptr || result != 0) return result;
+    EXPECT_EQ(SO_ERROR, option);
+    std::memcpy(value, &given.error, sizeof given.error);
+    return 0;
 }
 
 int __real_uname(utsname* kernel);
