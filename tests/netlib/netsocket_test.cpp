@@ -82,21 +82,16 @@ TEST(Socket, type_and_family_follow_what_opened_it) {
 }
 
 TEST(Socket, copies_share_the_descriptor_and_one_close_closes_it) {
-    Socket original(100000, SOCK_UDP, false);
-    Socket assigned;
+    Socket original(100000, SOCK_UDP, false), assigned;
     assigned = Socket(original);
     EXPECT_TRUE(assigned == original && assigned.is_udp() && !assigned.is_closed());
     Script script("close=0");
-    original.close();
-    original.close();
+    for (int i = 0; i < 2; ++i) original.close();
     EXPECT_TRUE(original.is_closed());
 }
 
 TEST(Socket, without_a_descriptor_nothing_reaches_the_system_or_waits) {
-    Socket closed(SOCK_UDP, false);
-    EXPECT_EQ(-1, closed.bind(IPAddress())) << "an invalid address";
-    EXPECT_EQ(uint32{EINVAL}, closed.getLastError().code());
-    closed.close();
+    Socket closed;
     char byte = 0;
     IPAddress from;
     EXPECT_EQ(-1, closed.recv(&byte, 1, from));
@@ -104,6 +99,9 @@ TEST(Socket, without_a_descriptor_nothing_reaches_the_system_or_waits) {
     errno = 0;
     EXPECT_EQ(-1, closed.send(&byte, 1));
     EXPECT_EQ(uint32{EBADF}, closed.getLastError().code());
+    Owned<Socket> open(SOCK_UDP, false);
+    EXPECT_EQ(-1, open.bind(IPAddress()));
+    EXPECT_EQ(uint32{EINVAL}, open.getLastError().code());
 }
 
 TEST(Socket, every_descriptor_is_close_on_exec) {
@@ -189,15 +187,13 @@ TEST(Socket, membership_is_asked_for_in_the_groups_family) {
 
 TEST(UdpSocket, exchanges_datagrams_and_starts_afresh) {
     Owned<UdpSocket> server(false), client(false);
-    ASSERT_EQ(0, server.bind(loopback));
-    ASSERT_EQ(4, client.send("ping", 4, IPAddress(server)));
     char buffer[8];
     IPAddress from;
+    ASSERT_EQ(0, server.bind(loopback));
+    ASSERT_EQ(4, client.send("ping", 4, IPAddress(server)));
     ASSERT_EQ(4, server.recv(buffer, sizeof buffer, from));
     EXPECT_EQ(IPAddress(client).getPortNumber(), from.getPortNumber());
     EXPECT_STREQ("A", server.get_class());
-    EXPECT_EQ(-1, server.get_max_msg_size());
-
     server.set_blocking_state(false);
     ASSERT_TRUE(server.reinit());
     EXPECT_EQ(0, IPAddress(server).getPortNumber());
