@@ -10,14 +10,9 @@
 #include <string>
 #include <vector>
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include "utils/etc/utmemstream.h"
 #include "utils/etc/utstreambuffer.h"
 #include "utils/etc/utstreamcounter.h"
-#include "utils/unix/posixstream.h"
 
 using Random = std::mt19937;
 
@@ -58,7 +53,6 @@ class TestIStream : public UTIStream {
     std::function<size_t()> _piece;
 };
 
-// Reads `data` in refills of `piece` bytes.
 class TestPartialIStream : public UTPartialBufferedIStream {
   public:
     TestPartialIStream(std::string data, std::function<size_t()> piece)
@@ -74,16 +68,6 @@ class TestPartialIStream : public UTPartialBufferedIStream {
   private:
     std::string _rest;
     std::function<size_t()> _piece;
-};
-
-// A file without a name.
-struct MemoryFile {
-    MemoryFile() : fd(memfd_create("test", MFD_CLOEXEC)) {}
-    ~MemoryFile() { close(fd); }
-    MemoryFile(const MemoryFile&) = delete;
-    MemoryFile& operator=(const MemoryFile&) = delete;
-    std::string path() const { return "/proc/self/fd/" + std::to_string(fd); }
-    const int fd;
 };
 
 // Keeps what is written; `accept` says how much of each write is taken and may end the stream.
@@ -106,12 +90,10 @@ class TestOStream : public UTOStream {
     Accept _accept;
 };
 
-// Streams that each wrap the one before; destroyed from the top down.
 template <class Stream>
 struct Stack {
     using Count = std::function<uint64()>;
-    ~Stack() { clear(); }
-    void clear() {
+    ~Stack() {
         while (!streams.empty()) streams.pop_back();
     }
     Stream& top() { return *streams.back(); }
@@ -129,19 +111,12 @@ struct Stack {
 // Over `data`, which must stay. Reads are short only at the end if `whole_reads` is true.
 struct InputStack : Stack<UTIStream> {
     InputStack(Random& random, const std::string& data) {
-        size_t piece = up_to(random, 1) * up_to(random, 50);
-        const size_t source = up_to(random, 3);
+        const size_t source = up_to(random, 3), piece = 1 + up_to(random, 50);
+        const auto some = [&random, piece] { return 1 + up_to(random, piece); };
         if (source == 0) push<UTBufIStream>(data.data(), data.size());
-        if (source == 1) push_file(data);
-        if (source <= 1) piece = 0;
-        if (source == 2) {
-            push<TestIStream>(
-                data, [&random, piece] { return piece == 0 ? 0 : 1 + up_to(random, piece); });
-        }
-        if (source == 3) {
-            piece = 1 + up_to(random, 50);
-            push<TestPartialIStream>(data, [&random, piece] { return 1 + up_to(random, piece); });
-        }
+        if (source == 1) push<TestIStream>(data);
+        if (source == 2) push<TestIStream>(data, some);
+        if (source == 3) push<TestPartialIStream>(data, some);
         for (size_t depth = up_to(random, 3); depth != 0; --depth) {
             UTIStream& below = top();
             const size_t adapter = up_to(random, 2);
@@ -150,43 +125,26 @@ struct InputStack : Stack<UTIStream> {
             if (adapter == 2 && below.is_buffered())
                 push<UTBufferedIStreamCounter>(static_cast<UTBufferedIStream&>(below));
         }
-        whole_reads = piece == 0 || top().is_buffered();
-    }
-    void push_file(const std::string& data) {
-        const MemoryFile file;
-        PosixOStream(file.fd, false).put(data.data(), data.size());
-        push<PosixIStream>();
-        static_cast<PosixIStream&>(top()).open(file.path().c_str(), O_RDONLY, 0);
+        whole_reads = source <= 1 || top().is_buffered();
     }
     bool whole_reads;
 };
 
-// Into a block with room for `capacity` bytes and a terminator, or to `bottom` if that is not null.
 struct OutputStack : Stack<UTOStream> {
-    OutputStack(Random& random, char* block, size_t capacity, UTOStream* bottom) {
-        if (bottom != nullptr) {
-            push<UTOStreamCounter>(*bottom);
-        } else if (up_to(random, 1) != 0) {
-            push<UTBufOStream>(block, capacity);
-        } else {
-            push<UTStrOStream>(block, capacity + 1);
-        }
+    OutputStack(Random& random, char* block, size_t capacity) {
+        if (up_to(random, 1) != 0) push<UTBufOStream>(block, capacity);
+        if (streams.empty()) push<UTStrOStream>(block, capacity + 1);
         for (size_t depth = up_to(random, 3); depth != 0; --depth) {
             UTOStream& below = top();
             const size_t adapter = up_to(random, 2);
-            flush = [] {};
-            if (adapter == 0) {
-                push<UTOStreamBuffer>(below, up_to(random, 40));
-                flush = [this] { static_cast<UTOStreamBuffer&>(top()).flush(); };
-            }
+            if (adapter == 0) push<UTOStreamBuffer>(below, up_to(random, 40));
             if (adapter == 1) push<UTOStreamCounter>(below);
             if (adapter == 2 && below.is_buffered())
                 push<UTBufferedOStreamCounter>(static_cast<UTBufferedOStream&>(below));
             refusals_show = refusals_show && adapter != 0;
         }
     }
-    std::function<void()> flush = [] {};  // the top stream, if it can be
-    bool refusals_show = true;            // no buffer hides what the bottom refuses
+    bool refusals_show = true;  // no buffer hides what the bottom refuses
 };
 
 #endif

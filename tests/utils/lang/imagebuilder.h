@@ -36,7 +36,6 @@ class ImageBuilder {
         return *this;
     }
 
-    /// Adds the description of a file in that character set.
     ImageBuilder& Describe(const std::string& charset) {
         return Add(RES_DESCRIPTION_STRING, "charset=" + charset + ";language=en");
     }

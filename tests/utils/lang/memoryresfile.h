@@ -7,8 +7,7 @@
 
 #include "utils/lang/utresfile.h"
 
-/// A resource file over a heap block of the image's exact size, so that AddressSanitizer sees a
-/// read that leaves it by one byte.
+/// A resource file over a heap block of the image's exact size, for AddressSanitizer to see.
 class MemoryResFile : public UTQXResFile {
   public:
     explicit MemoryResFile(const std::string& image) : _copy(new a_byte[image.size()]) {
@@ -23,7 +22,6 @@ class MemoryResFile : public UTQXResFile {
     std::unique_ptr<a_byte[]> _copy;
 };
 
-/// The text of `id`, read into a heap block of exactly `len` bytes.
 inline std::string text_of(UTResFile& file, uint32 id, size_t len = 256) {
     const std::unique_ptr<char[]> text(new char[len]);
     return {text.get(), file.GetString(id, text.get(), len)};
