@@ -40,7 +40,7 @@ HostAnswer::~HostAnswer() {
 
 a_bool HostAnswer::_Grow() {
     constexpr size_t first_buflen = 1024;
-    constexpr size_t max_buflen = 1024 * 1024;
+    constexpr size_t max_buflen = 1024 * first_buflen;
     if (_buflen >= max_buflen) return false;
     ut_free(_buf);
     _buflen = _buflen == 0 ? first_buflen : 4 * _buflen;

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr off_t max_file = 16 * 1024 * 1024;
+constexpr off_t max_file = off_t{16} << 20;
 
 int open_file(const char* file) {
     int descriptor;
