@@ -54,10 +54,10 @@ class SecureSMTPClient : public SMTPClient {
     std::unique_ptr<TlsConnection> _tlsconn;
     UTLangStringBase* _langstring;  // not owned
     std::unique_ptr<TlsContext> _tlscontext;
-    a_ut_text _certfile;  // null: none
-    a_ut_text _company;
-    a_ut_text _unit;
-    a_ut_text _name;
+    UTText _certfile;  // null: none
+    UTText _company;
+    UTText _unit;
+    UTText _name;
 
   private:
     int _IntroduceSecurely(const char* sender, const char* sender_name, int timeout);

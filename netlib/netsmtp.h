@@ -26,6 +26,7 @@
 #include "netlib/smtpsocket.h"
 #include "utils/etc/utstream.h"
 #include "utils/utmem/utmem.h"
+#include "utils/utmem/uttext.h"
 
 class IPAddress;
 
@@ -52,12 +53,6 @@ enum a_smtp_reply : int {
     REPLY_USER_NOT_LOCAL = 551,
     REPLY_MAILBOX_NAME_NOT_ALLOWED = 553,
 };
-
-/// Text from the allocation layer, freed there.
-struct a_ut_text_deleter {
-    void operator()(char* text) const { ut_free(text); }
-};
-using a_ut_text = std::unique_ptr<char, a_ut_text_deleter>;
 
 /// The name and version that this library goes by: in every message, and towards providers of TLS.
 inline constexpr char external_library_name[] = "Corvane External Library 12.0.1.3891";
@@ -181,8 +176,8 @@ class SMTPClient {
     std::unique_ptr<UTIStream> _istrm;  // null until connected
     std::unique_ptr<UTOStream> _ostrm;  // null until connected
     int _timeout = 0;                   // seconds
-    a_ut_text _sender;
-    a_ut_text _sender_name;
+    UTText _sender;
+    UTText _sender_name;
     a_bool _shutdown = false;      // the socket has been shut down and closed
     a_bool _write_failed = false;  // see _sendData
 

@@ -47,10 +47,10 @@ const char* make_boundary(char* buf, size_t buflen) {
     return buf;
 }
 
-a_ut_text attachment_name(const char* path) {
+UTText attachment_name(const char* path) {
     const char* const slash = std::strrchr(path, '/');
     const char* const name = slash == nullptr ? path : slash + 1;
-    return a_ut_text(UTHeap().Strndup(name, longest_attachment_name));
+    return UTText(UTHeap().Strndup(name, longest_attachment_name));
 }
 
 const char* find(const char* from, const char* end, char wanted) {
@@ -140,7 +140,7 @@ int SMTPClient::SendMessage(const char* subject, const char* body, const char** 
         if (!open_attachment(file, attachment)) return _Abandon(SMTP_BAD_ATTACHMENT);
         boundary = make_boundary(boundary_text, sizeof boundary_text);
     }
-    const a_ut_text text(
+    const UTText text(
         _ComposeMessage(subject, body, to, to_count, cc, cc_count, boundary, content_type));
     if (text == nullptr) return SMTP_NO_MEMORY;
 
@@ -238,7 +238,7 @@ void SMTPClient::_SendText(const Buffer& text) {
 
 int SMTPClient::_SendMessageAttachments(const char* boundary, const char* path, UTIStream& file) {
     if (boundary == nullptr || path == nullptr) return SMTP_OK;
-    const a_ut_text name = attachment_name(path);
+    const UTText name = attachment_name(path);
     Buffer header;
     // Kept: "Content-transfer-encoding" in this mixture of cases.
     header.append_all(
