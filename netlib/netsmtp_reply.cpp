@@ -1,11 +1,9 @@
 // Replies of the server: RFC 5321, section 4.2.
 
-#include <cctype>
 #include <cstring>
 
-#include <strings.h>
-
 #include "netlib/netsmtp.h"
+#include "utils/etc/utascii.h"
 
 namespace {
 
@@ -88,7 +86,7 @@ const char* SMTPClient::FindServerCapability(const char* name) const {
     if (_ehlo_responses == nullptr) return nullptr;
     const size_t length = std::strlen(name);
     for (char** entry = _ehlo_responses; *entry != nullptr; ++entry) {
-        if (strncasecmp(*entry, name, length) == 0) return *entry;
+        if (ut_equal_nocase(*entry, name, length)) return *entry;
     }
     return nullptr;
 }

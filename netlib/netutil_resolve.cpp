@@ -6,6 +6,7 @@
 
 #include "netlib/netutil.h"
 #include "netlib/netutil_internal.h"
+#include "utils/etc/utascii.h"
 
 /// Text to addresses.
 
@@ -42,7 +43,7 @@ const char* SplitOffPort(const char* text, a_target& target) {
 }
 
 a_bool ReadPort(const char* text, uint16& port) {
-    if (*text < '0' || *text > '9') return false;
+    if (!ut_is_digit(*text)) return false;
     const long number = std::strtol(text, nullptr, 10);
     if (number > 65535) return false;
     port = static_cast<uint16>(number);
