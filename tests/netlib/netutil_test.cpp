@@ -279,6 +279,14 @@ TEST_F(Resolver, writes_texts_of_literals) {
     other.ss_family = AF_APPLETALK;
     EXPECT_TRUE(TcpUtil::AddressToString(&other, sizeof other, buf, sizeof buf, false, false));
     EXPECT_STREQ("0.0.0.0", buf);
+    // The family says how much of an address counts, not the length that stands beside it.
+    for (const char* literal : {"(fe80::1%2):25", "192.0.2.7:25"}) {
+        IPAddress ip(literal);
+        for (const socklen_t length : {0U, 4U, 16U, 1000U}) {
+            *ip.get_sockaddr_len_ptr() = length;
+            EXPECT_EQ(literal, Text(ip)) << length;
+        }
+    }
 }
 
 TEST_F(Resolver, finds_the_sites_domain_in_the_configuration) {
