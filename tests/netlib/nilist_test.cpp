@@ -206,9 +206,12 @@ TEST(Interface, writes_its_hardware_address_into_buffers_that_hold_it) {
     char buf[18];
     EXPECT_TRUE(!entry.getMACAddress(buf, 17) && entry.getMACAddress(buf, 18));
     EXPECT_STREQ("00:00:00:00:00:00", buf);
-    EXPECT_TRUE(!entry.getMACAddressInTransOrder(buf, 12, "") &&
-                entry.getMACAddressInTransOrder(buf, 13, ""));
-    EXPECT_STREQ("000000000000", buf);
+    for (const char* none : {"", static_cast<const char*>(nullptr)}) {
+        EXPECT_TRUE(!entry.getMACAddressInTransOrder(buf, 12, none) &&
+                    entry.getMACAddressInTransOrder(buf, 13, none));
+        EXPECT_STREQ("000000000000", buf);
+    }
+    EXPECT_FALSE(entry.getMACAddress(nullptr, 18));
 }
 
 }  // namespace
