@@ -27,10 +27,10 @@ class CharsetConverter {
     a_bool NeedsConversion() const { return _handle != nullptr; }
 
     /// Converts `text` (`text_len` bytes) into `buf`, at most `len` bytes, without a terminator;
-    /// returns the bytes written. What does not fit is dropped at a character's boundary (at any
-    /// byte where nothing needs converting). A character that is malformed or missing in the
-    /// destination becomes "?" and is counted in *lost, unless that is null; one that the end of
-    /// `text` cuts in two is dropped.
+    /// returns the bytes written. Either may be null where its length is 0. What does not fit is
+    /// dropped at a character's boundary (at any byte where nothing needs converting). A character
+    /// that is malformed or missing in the destination becomes "?" and is counted in *lost, unless
+    /// that is null; one that the end of `text` cuts in two is dropped.
     size_t Convert(const char* text, size_t text_len, char* buf, size_t len,
                    size_t* lost = nullptr);
 

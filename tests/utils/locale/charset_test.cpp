@@ -7,6 +7,7 @@
 
 #include <gmock/gmock.h>
 
+#include "utils/etc/utascii.h"
 #include "utils/locale/csconvert.h"
 #include "utils/locale/language.h"
 
@@ -61,6 +62,23 @@ TEST(Names, are_compared_without_case_and_punctuation) {
     }
 }
 
+TEST(Names, are_compared_in_ASCII_up_to_a_length) {
+    constexpr auto whole = static_cast<size_t>(-1);
+    const struct {
+        const char *left, *right;
+        size_t length;
+        bool equal;
+    } rows[] = {{"asIS-is", "ASis", 4, true}, {"asi", "asis", 4, false},
+                {"asi", "asis", 3, true},     {"x", "y", 0, true},
+                {"I", "i", whole, true},      {"\xDD", "i", whole, false},
+                {"@", "`", whole, false},     {"[z", "{z", 1, false},
+                {"AB", "abc", whole, false},  {"ab", "AB", 9, true}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(ut_equal_nocase(row.left, row.right, row.length), row.equal) << row.left;
+        EXPECT_EQ(ut_equal_nocase(row.right, row.left, row.length), row.equal) << row.left;
+    }
+}
+
 TEST(Charset, japanese_files_are_named_after_the_readers_character_set) {
     for (const auto& [label, part] :
          {std::pair{"Shift_JIS", "_sjis"}, {"EUC-JP", "_eucjp"}, {"", "_utf8"}}) {
@@ -84,6 +102,8 @@ TEST(CharsetConverter, converts_between_character_sets) {
         // A letter that the converter holds back, lest an accent follows, is not lost.
         {"windows-1255", "UTF-8", "a\xF9", "a\u05E9", 0},
         {"UTF-8", "Big5-HKSCS", "\u00EA", "\x88\xA7", 0},
+        {"windows-1255", "ISO-8859-1", "a\xF9", "a?", 1},
+        {"windows-1255", "US-ASCII", "\xF9\xFFz\xF9z", "??z?z", 3},
         {"UTF-8", "ISO-8859-1", "a\xE2\x82", "a", 0},
     };
     for (const auto& row : rows) {
@@ -93,4 +113,5 @@ TEST(CharsetConverter, converts_between_character_sets) {
     }
     for (size_t len = 0; len <= 6; ++len)  // what does not fit goes as a whole
         EXPECT_EQ(converted("ISO-8859-1", "UTF-8", "\xE9\xE9\xE9", len).size(), len / 2 * 2);
+    EXPECT_EQ(converted("windows-1255", "US-ASCII", "a\xF9", 1), "a");
 }
