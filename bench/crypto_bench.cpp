@@ -33,7 +33,7 @@ const char* peer_name;  // behind every label
 void compare(const std::string& work, const std::function<void()>& ours,
              const std::function<void()>& theirs) {
     const std::string label = work + " / OpenSSL, " + peer_name;
-    PairedBenchmark(rounds).run(label.c_str(), ours, theirs);
+    PairedBenchmark(rounds).run(label.c_str(), 0.33, ours, theirs);
 }
 
 void compare_aes(const a_aes_code& code, std::size_t key_len, const EVP_CIPHER* cipher) {

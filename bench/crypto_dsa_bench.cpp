@@ -87,7 +87,7 @@ void compare(const char* label, int p_bits, int q_bits, int rounds_of_test) {
         peer.test_prime(q.theirs, rounds_of_test);
         peer.test_prime(p.theirs, rounds_of_test);
     };
-    PairedBenchmark(rounds).run(label, ours, theirs);
+    PairedBenchmark(rounds).run(label, 0.4, ours, theirs);
 }
 
 }  // namespace
