@@ -33,7 +33,7 @@ const char* peer_name;  // behind every label
 void compare(const std::string& work, const std::function<void()>& ours,
              const std::function<void()>& theirs) {
     const std::string label = work + " / OpenSSL, " + peer_name;
-    PairedBenchmark(rounds).run(label.c_str(), ours, theirs);
+    PairedBenchmark(rounds).run(label.c_str(), 0.33, ours, theirs);
 }
 
 void compare_aes(const a_aes_code& code, std::size_t key_len, const EVP_CIPHER* cipher) {
@@ -83,12 +83,13 @@ void compare_all(const a_aes_code& aes, a_compress_code sha1, a_compress_code sh
 int main(int, char** argv) {
     if (std::getenv(capabilities) != nullptr) {
         peer_name = "both without AES and SHA instructions";
-        compare_all(ut_cpu_has_sse2() ? ut_aes_sse2 : ut_aes_plain, ut_sha1_plain, ut_sha256_plain);
+        compare_all(ut_cpu_has_ssse3() ? ut_aes_ssse3 : ut_aes_plain, ut_sha1_plain,
+                    ut_sha256_plain);
         return 0;
     }
     peer_name = "both on what this processor has";
     const bool has_sha = ut_cpu_has_sha();
-    compare_all(ut_cpu_has_aes() ? ut_aes_instructions : ut_aes_sse2,
+    compare_all(ut_cpu_has_aes() ? ut_aes_instructions : ut_aes_ssse3,
                 has_sha ? ut_sha1_instructions : ut_sha1_plain,
                 has_sha ? ut_sha256_instructions : ut_sha256_plain);
     compare_digest("MD5", a_md5_algorithm::compress, EVP_md5());

@@ -94,7 +94,7 @@ int main() {
 
     const std::vector<uint32> ids = known_ids(file);
     const PairedBenchmark paired(Rounds, "ns");
-    paired.run("UTQXResFile::GetString / trusting peer", lookups(ids, file), lookups(ids, bare));
-    paired.run("UTLangString::GetString / trusting peer", lookups(ids, strings),
+    paired.run("UTQXResFile::GetString / trusting peer", 0, lookups(ids, file), lookups(ids, bare));
+    paired.run("UTLangString::GetString / trusting peer", 0, lookups(ids, strings),
                lookups(ids, bare));
 }

@@ -6,29 +6,34 @@
 #include <cstdio>
 #include <vector>
 
+#include "bench/figures.h"
+
 /// Measures two ways to do the same work in turn, A B A B …, so that a machine whose speed drifts
-/// treats both alike, and prints the median of the ratios of each pair.
+/// treats both alike: how many times as fast as the peer the subject is, as the median of the
+/// pairs.
 class PairedBenchmark {
   public:
     /// `unit` is what a round's milliseconds are printed as: "ns" where a round does its work a
     /// million times.
     explicit PairedBenchmark(int rounds, const char* unit = "ms") : _rounds(rounds), _unit(unit) {}
 
-    /// Prints "label: <ratio>x (subject <time> <unit>, peer <time> <unit>)"; returns the ratio.
+    /// Prints "label: <speed> times as fast (<time> and <time> <unit>)", the subject's time first,
+    /// and records it. `least` is the speed that is wanted, 0 if none is.
     template <class Subject, class Peer>
-    double run(const char* label, Subject subject, Peer peer) const {
-        std::vector<double> ratios, subject_times, peer_times;
+    void run(const char* label, double least, Subject subject, Peer peer) const {
+        std::vector<double> speeds, subject_times, peer_times;
         subject();
         peer();
         for (int i = 0; i < _rounds; ++i) {
             subject_times.push_back(milliseconds(subject));
             peer_times.push_back(milliseconds(peer));
-            ratios.push_back(subject_times.back() / peer_times.back());
+            speeds.push_back(peer_times.back() / subject_times.back());
         }
-        const double ratio = median(ratios);
-        std::printf("%s: %.3fx (subject %.2f %s, peer %.2f %s)\n", label, ratio,
-                    median(subject_times), _unit, median(peer_times), _unit);
-        return ratio;
+        const double speed = median(speeds);
+        std::printf("%s: %.2f times as fast (%.2f and %.2f %s)\n", label, speed,
+                    median(subject_times), median(peer_times), _unit);
+        std::fflush(stdout);
+        record_figure(label, speed, least);
     }
 
   private:

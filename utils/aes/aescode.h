@@ -21,6 +21,7 @@ struct a_aes_code {
 
 extern const a_aes_code ut_aes_plain;         // runs on any processor
 extern const a_aes_code ut_aes_sse2;          // the same source for ut_cpu_has_sse2()
+extern const a_aes_code ut_aes_ssse3;         // for ut_cpu_has_ssse3()
 extern const a_aes_code ut_aes_instructions;  // for ut_cpu_has_aes()
 
 #endif

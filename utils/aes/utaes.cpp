@@ -45,6 +45,7 @@ void expand_key(a_round_keys& keys, const a_byte* key, std::size_t key_len, unsi
 
 const a_aes_code* best_code() {
     if (ut_cpu_has_aes()) return &ut_aes_instructions;
+    if (ut_cpu_has_ssse3()) return &ut_aes_ssse3;
     return ut_cpu_has_sse2() ? &ut_aes_sse2 : &ut_aes_plain;
 }
 

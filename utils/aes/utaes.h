@@ -11,10 +11,10 @@
 /// use a fresh random one for every message under a key, or a random first block. It does not
 /// detect changes; a caller who needs that adds a code over the result (utils/digest/uthmac.h).
 ///
-/// The work runs on the processor's AES instructions where it has them. Everywhere else it takes
-/// eight blocks at a time with logical operations alone, so that neither key nor data show in which
-/// memory is touched or how long it takes. CBC encryption, which can only take one block after the
-/// other, is slow there; decryption is not.
+/// The work runs on the processor's AES instructions where it has them, else on its byte
+/// permutation (SSSE3). A processor without either takes eight blocks at a time with logical
+/// operations alone: CBC encryption, which can only take one block after the other, is slow there.
+/// In no way do key and data show in which memory is touched or how long it takes.
 ///
 /// Nothing allocates. Threads: any number of threads may encrypt and decrypt with one object while
 /// none calls set_key(). The destructor wipes the object.

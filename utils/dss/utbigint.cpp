@@ -96,3 +96,20 @@ void ut_choose_limbs(a_limb* to, const a_limb* from, std::size_t limbs, a_limb c
     const a_limb mask = a_limb{0} - choice;
     for (std::size_t i = 0; i < limbs; i++) to[i] ^= (to[i] ^ from[i]) & mask;
 }
+
+void ut_subtract_once(a_limb* number, a_limb carry, const a_limb* modulus, std::size_t limbs) {
+    a_limb is_less = 0;  // the borrow of a subtraction whose result is not kept
+    for (std::size_t i = 0; i < limbs; i++) {
+        const a_double_limb difference =
+            static_cast<a_double_limb>(number[i]) - modulus[i] - is_less;
+        is_less = static_cast<a_limb>(difference >> limb_bits) & 1;
+    }
+    const a_limb mask = a_limb{0} - (carry | (is_less ^ 1));
+    a_limb borrow = 0;
+    for (std::size_t i = 0; i < limbs; i++) {
+        const a_double_limb difference =
+            static_cast<a_double_limb>(number[i]) - (modulus[i] & mask) - borrow;
+        number[i] = static_cast<a_limb>(difference);
+        borrow = static_cast<a_limb>(difference >> limb_bits) & 1;
+    }
+}

@@ -73,6 +73,10 @@ a_limb ut_subtract_limbs(a_limb* to, const a_limb* subtrahend, std::size_t limbs
 /// to += from * factor; returns what is carried into the limb above.
 a_limb ut_add_product(a_limb* to, const a_limb* from, a_limb factor, std::size_t limbs);
 
+/// Subtracts `modulus` from a number of `limbs` limbs with `carry` above them, unless the result
+/// would be negative. The number is less than twice the modulus.
+void ut_subtract_once(a_limb* number, a_limb carry, const a_limb* modulus, std::size_t limbs);
+
 /// to = from when `choice` is 1, unchanged when it is 0.
 void ut_choose_limbs(a_limb* to, const a_limb* from, std::size_t limbs, a_limb choice);
 

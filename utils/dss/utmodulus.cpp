@@ -2,6 +2,7 @@
 
 #include "utils/digest/utdigest.h"
 #include "utils/etc/utbytes.h"
+#include "utils/etc/utcpu.h"
 
 #include <algorithm>
 
@@ -34,68 +35,48 @@ a_limb negative_inverse(a_limb odd) {
     return a_limb{0} - inverse;
 }
 
-/// Subtracts `modulus` from the number of `limbs` limbs and the `carry` above them, unless the
-/// result would be negative. The number is less than twice the modulus.
-void subtract_once(a_limb* number, a_limb carry, const UTBigInt& modulus, std::size_t limbs) {
-    UTBigInt reduced;
-    std::copy_n(number, limbs, reduced.limb);
-    const a_limb borrow = ut_subtract_limbs(reduced.limb, modulus.limb, limbs);
-    ut_choose_limbs(number, reduced.limb, limbs, carry | (borrow ^ 1));
+const a_montgomery_code* best_code() {
+#if !defined(__LP64__)
+    if (ut_cpu_has_sse2()) return &ut_montgomery_sse2;
+#endif
+    return &ut_montgomery_plain;
 }
 
 }  // namespace
 
-UTModulus::UTModulus(const UTBigInt& modulus)
-    : _modulus(modulus), _r(1), _bits(modulus.bits()),
-      _negative_inverse(negative_inverse(modulus.limb[0])) {
-    _limbs = (_bits + limb_bits - 1) / limb_bits;
-    for (std::size_t i = 0; i < _limbs * limb_bits; i++) double_in_place(_r);
+UTModulus::UTModulus(const UTBigInt& modulus) : UTModulus(modulus, *ut_code_for_cpu<best_code>()) {}
+
+UTModulus::UTModulus(const UTBigInt& modulus, const a_montgomery_code& code)
+    : _code(&code), _bits(modulus.bits()), _r(1) {
+    _modulus.value = modulus;
+    _modulus.limbs = (_bits + limb_bits - 1) / limb_bits;
+    _modulus.negative_inverse = negative_inverse(modulus.limb[0]);
+    const unsigned r_bits = code.r_bits(_bits);
+    for (unsigned i = 0; i < r_bits; i++) double_in_place(_r);
     _r_squared = _r;
-    for (std::size_t i = 0; i < _limbs * limb_bits; i++) double_in_place(_r_squared);
+    for (unsigned i = 0; i < r_bits; i++) double_in_place(_r_squared);
 }
 
 void UTModulus::double_in_place(UTBigInt& number) const {
-    const a_limb carry = ut_add_limbs(number.limb, number.limb, _limbs);
-    subtract_once(number.limb, carry, _modulus, _limbs);
+    const a_limb carry = ut_add_limbs(number.limb, number.limb, _modulus.limbs);
+    ut_subtract_once(number.limb, carry, _modulus.value.limb, _modulus.limbs);
 }
 
 UTBigInt UTModulus::reduce(const UTBigInt& number) const {
     UTBigInt rest;
     for (unsigned position = UTBigInt::max_bits; position-- > 0;) {
-        const a_limb carry = ut_add_limbs(rest.limb, rest.limb, _limbs);
+        const a_limb carry = ut_add_limbs(rest.limb, rest.limb, _modulus.limbs);
         rest.limb[0] |= number.bit(position);
-        subtract_once(rest.limb, carry, _modulus, _limbs);
+        ut_subtract_once(rest.limb, carry, _modulus.value.limb, _modulus.limbs);
     }
     return rest;
 }
 
 UTBigInt UTModulus::add(const UTBigInt& a, const UTBigInt& b) const {
     UTBigInt sum = a;
-    const a_limb carry = ut_add_limbs(sum.limb, b.limb, _limbs);
-    subtract_once(sum.limb, carry, _modulus, _limbs);
+    const a_limb carry = ut_add_limbs(sum.limb, b.limb, _modulus.limbs);
+    ut_subtract_once(sum.limb, carry, _modulus.value.limb, _modulus.limbs);
     return sum;
-}
-
-/// a * b / R modulo the modulus: for each limb of b, adds its product with a, and then the multiple
-/// of the modulus that makes the lowest limb zero, which is left behind.
-UTBigInt UTModulus::montgomery_product(const UTBigInt& a, const UTBigInt& b) const {
-    a_limb sums[2 * UTBigInt::max_limbs];
-    std::fill_n(sums, 2 * _limbs, a_limb{0});
-    a_limb top = 0;
-    for (std::size_t i = 0; i < _limbs; i++) {
-        a_limb* const sum = sums + i;
-        const a_limb carry = ut_add_product(sum, a.limb, b.limb[i], _limbs);
-        const a_limb multiple = sum[0] * _negative_inverse;
-        const a_limb other_carry = ut_add_product(sum, _modulus.limb, multiple, _limbs);
-        const a_double_limb above = static_cast<a_double_limb>(top) + carry + other_carry;
-        sum[_limbs] = static_cast<a_limb>(above);
-        top = static_cast<a_limb>(above >> limb_bits);
-    }
-    subtract_once(sums + _limbs, top, _modulus, _limbs);
-    UTBigInt result;
-    std::copy_n(sums + _limbs, _limbs, result.limb);
-    ut_wipe(sums, sizeof sums);
-    return result;
 }
 
 UTBigInt UTModulus::multiply(const UTBigInt& a, const UTBigInt& b) const {
@@ -119,7 +100,7 @@ UTBigInt UTModulus::power(const UTBigInt& base, const UTBigInt& exponent,
         const a_limb wanted = window_at(exponent, window * window_bits, exponent_bits);
         UTBigInt factor;
         for (unsigned i = 0; i < window_size; i++) {
-            ut_choose_limbs(factor.limb, powers[i].limb, _limbs, equal(i, wanted));
+            ut_choose_limbs(factor.limb, powers[i].limb, _modulus.limbs, equal(i, wanted));
         }
         result = montgomery_product(result, factor);
     }
@@ -128,7 +109,7 @@ UTBigInt UTModulus::power(const UTBigInt& base, const UTBigInt& exponent,
 
 /// Fermat: a^(m - 2) is the inverse of a modulo a prime m.
 UTBigInt UTModulus::inverse(const UTBigInt& a) const {
-    UTBigInt exponent = _modulus;
+    UTBigInt exponent = _modulus.value;
     exponent.subtract(UTBigInt(2));
     return power(a, exponent, _bits);
 }
@@ -136,7 +117,7 @@ UTBigInt UTModulus::inverse(const UTBigInt& a) const {
 /// A base from 0 to the modulus minus 1: as many bytes of digests as fit, reduced.
 UTBigInt UTModulus::prime_test_base(unsigned round) const {
     a_byte modulus[UTBigInt::max_bits / 8], stream[UTBigInt::max_bits / 8], counter[8];
-    _modulus.get_bytes(modulus, bytes());
+    _modulus.value.get_bytes(modulus, bytes());
     const std::size_t wanted = std::min(bytes() + 4, sizeof stream);
     for (std::size_t at = 0; at < wanted; at += UTSHA256::digest_size) {
         UTSHA256 digest;
@@ -155,7 +136,7 @@ UTBigInt UTModulus::prime_test_base(unsigned round) const {
 
 /// One round of Miller-Rabin with the modulus less 1 being `odd_part` times 2^twos.
 bool UTModulus::passes(const UTBigInt& base, const UTBigInt& odd_part, unsigned twos) const {
-    UTBigInt minus_one = _modulus;
+    UTBigInt minus_one = _modulus.value;
     minus_one.subtract(UTBigInt(1));
     UTBigInt power_of_base = power(base, odd_part, odd_part.bits());
     if (power_of_base == UTBigInt(1) || power_of_base == minus_one) return true;
@@ -167,7 +148,7 @@ bool UTModulus::passes(const UTBigInt& base, const UTBigInt& odd_part, unsigned 
 }
 
 bool UTModulus::is_probably_prime(unsigned rounds) const {
-    UTBigInt minus_one = _modulus;
+    UTBigInt minus_one = _modulus.value;
     minus_one.subtract(UTBigInt(1));
     unsigned twos = 1;
     while (minus_one.bit(twos) == 0) twos++;

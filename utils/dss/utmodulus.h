@@ -7,7 +7,7 @@
 /// depend on the modulus and on the sizes named in a call alone. Any number of threads may use one
 /// object.
 
-#include "utils/dss/utbigint.h"
+#include "utils/dss/utmontgomery.h"
 
 class UTModulus {
   public:
@@ -17,7 +17,10 @@ class UTModulus {
     /// `modulus` is odd and greater than 1.
     explicit UTModulus(const UTBigInt& modulus);
 
-    const UTBigInt& value() const { return _modulus; }
+    /// The same with a given code, which this processor must be able to run.
+    UTModulus(const UTBigInt& modulus, const a_montgomery_code& code);
+
+    const UTBigInt& value() const { return _modulus.value; }
     unsigned bits() const { return _bits; }
     std::size_t bytes() const { return (_bits + 7) / 8; }
 
@@ -40,17 +43,18 @@ class UTModulus {
     bool is_probably_prime(unsigned rounds) const;
 
   private:
-    UTBigInt montgomery_product(const UTBigInt& a, const UTBigInt& b) const;
+    UTBigInt montgomery_product(const UTBigInt& a, const UTBigInt& b) const {
+        return _code->multiply(_modulus, a, b);
+    }
     void double_in_place(UTBigInt& number) const;
     UTBigInt prime_test_base(unsigned round) const;
     bool passes(const UTBigInt& base, const UTBigInt& odd_part, unsigned twos) const;
 
-    UTBigInt _modulus;
-    UTBigInt _r;          // R modulo the modulus, R being 2^(limb_bits * _limbs)
-    UTBigInt _r_squared;  // R^2 modulo the modulus
-    std::size_t _limbs = 0;
+    const a_montgomery_code* _code = nullptr;
+    a_montgomery_modulus _modulus;
     unsigned _bits = 0;
-    a_limb _negative_inverse = 0;  // -1 / modulus, modulo 2^limb_bits
+    UTBigInt _r;          // the method's R modulo the modulus
+    UTBigInt _r_squared;  // its square modulo the modulus
 };
 
 #endif

@@ -30,6 +30,11 @@ inline bool ut_cpu_has_sse2() {
     return (a_cpuid(1).edx & bit_SSE2) != 0;
 }
 
+/// The byte permutation.
+inline bool ut_cpu_has_ssse3() {
+    return (a_cpuid(1).ecx & bit_SSSE3) != 0;
+}
+
 /// The AES round instructions.
 inline bool ut_cpu_has_aes() {
     return (a_cpuid(1).ecx & bit_AES) != 0;

@@ -12,6 +12,7 @@ namespace {
 std::vector<const a_aes_code*> codes() {
     std::vector<const a_aes_code*> usable = {&ut_aes_plain};
     if (ut_cpu_has_sse2()) usable.push_back(&ut_aes_sse2);
+    if (ut_cpu_has_ssse3()) usable.push_back(&ut_aes_ssse3);
     if (ut_cpu_has_aes()) usable.push_back(&ut_aes_instructions);
     return usable;
 }

@@ -1,6 +1,8 @@
 #include "tests/utils/dss/dsakeys.h"
+#include "utils/etc/utcpu.h"
 
 #include <gtest/gtest.h>
+#include <vector>
 
 namespace {
 
@@ -22,11 +24,20 @@ TEST(BigInt, takes_and_gives_bytes_of_any_length) {
     EXPECT_TRUE(value.is_zero());
 }
 
+/// The codes that this processor runs.
+std::vector<const a_montgomery_code*> codes() {
+    std::vector<const a_montgomery_code*> usable = {&ut_montgomery_plain};
+#if !defined(__LP64__)
+    if (ut_cpu_has_sse2()) usable.push_back(&ut_montgomery_sse2);
+#endif
+    return usable;
+}
+
 /// The largest arguments of the largest moduli make every carry happen.
-TEST(Modulus, carries_through_every_limb) {
-    for (const unsigned bits : {33u, 64u, 65u, 160u, 1023u, 1024u, 2047u, 2048u}) {
+void carry_through_every_limb(const a_montgomery_code& code) {
+    for (const unsigned bits : {33u, 64u, 65u, 160u, 1023u, 1024u, 2016u, 2047u, 2048u}) {
         const UTBigInt all_ones = ones.shifted_right(2048 - bits);
-        const UTModulus modulus(all_ones);
+        const UTModulus modulus(all_ones, code);
         UTBigInt minus_one = all_ones, minus_two = all_ones;
         minus_one.subtract(UTBigInt(1));
         minus_two.subtract(UTBigInt(2));
@@ -40,6 +51,10 @@ TEST(Modulus, carries_through_every_limb) {
         EXPECT_EQ(modulus.reduce(all_ones), UTBigInt(0)) << bits;
         EXPECT_EQ(modulus.reduce(minus_one), minus_one) << bits;
     }
+}
+
+TEST(Modulus, carries_through_every_limb) {
+    for (const a_montgomery_code* code : codes()) carry_through_every_limb(*code);
 }
 
 TEST(Modulus, tells_primes_from_composites) {
