@@ -4,28 +4,37 @@
 #include <cstdlib>
 #include <cstring>
 
+namespace {
+
+// Adds a copy of `field` to the `*count` strings of *list. False without memory.
+bool append_field(char*** list, int* count, const char* field) {
+    const auto used = static_cast<size_t>(*count);
+    auto** const grown = static_cast<char**>(realloc(*list, (used + 2) * sizeof(char*)));
+    if (grown == nullptr) return false;
+    *list = grown;
+    grown[used] = strdup(field);
+    grown[used + 1] = nullptr;
+    if (grown[used] == nullptr) return false;
+    ++*count;
+    return true;
+}
+
+}  // namespace
+
 char** make_argv(const char* name, int* count) {
     *count = 0;
-    auto* list = static_cast<char**>(calloc(1, sizeof(char*)));
-    char* const fields = name == nullptr ? nullptr : strdup(name);
+    auto** list = static_cast<char**>(calloc(1, sizeof(char*)));
+    if (list == nullptr || name == nullptr) return list;
+    char* const fields = strdup(name);
+    bool whole = fields != nullptr;
     char* rest = nullptr;
-    char* field = fields == nullptr ? nullptr : strtok_r(fields, ";", &rest);
-    while (list != nullptr && field != nullptr) {
-        const auto used = static_cast<size_t>(*count);
-        auto* const grown = static_cast<char**>(realloc(list, (used + 2) * sizeof(char*)));
-        if (grown == nullptr) {
-            do_free(list);
-            list = nullptr;
-            break;
-        }
-        list = grown;
-        list[used] = strdup(field);
-        list[used + 1] = nullptr;
-        ++*count;
-        field = strtok_r(nullptr, ";", &rest);
-    }
+    char* field = whole ? strtok_r(fields, ";", &rest) : nullptr;
+    for (; whole && field != nullptr; field = strtok_r(nullptr, ";", &rest))
+        whole = append_field(&list, count, field);
     free(fields);
-    return list;
+    if (whole) return list;
+    do_free(list);
+    return nullptr;
 }
 
 void do_free(char** list) {

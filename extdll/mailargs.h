@@ -10,23 +10,23 @@
 
 /// Splits `name` at ";" into a null-terminated array of new strings; do_free() frees it. Empty
 /// fields are skipped and blanks are kept; there is no quoting. Null has no fields. *count becomes
-/// their number. Null when there is no memory.
+/// their number. Null when there is no memory for all of it, with nothing left behind.
 /// Kept: *count then counts the strings that were stored before memory ran out.
 char** make_argv(const char* name, int* count);
 
 /// Frees an array of make_argv(); null is ignored.
 void do_free(char** list);
 
-/// The addresses of one recipient list.
+/// The addresses of one recipient list; see make_argv(). A list that is not whole must not be sent
+/// to: some would not hear of it.
 class AddressList {
   public:
-    explicit AddressList(const char* text) : _list(make_argv(text, &_count)) {
-        if (_list == nullptr) _count = 0;
-    }
+    explicit AddressList(const char* text) : _list(make_argv(text, &_count)) {}
     ~AddressList() { do_free(_list); }
     AddressList(const AddressList&) = delete;
     AddressList& operator=(const AddressList&) = delete;
 
+    bool is_whole() const { return _list != nullptr; }
     const char** addresses() const { return const_cast<const char**>(_list); }
     int count() const { return _count; }
 

@@ -27,7 +27,8 @@ unsigned long ThreadIdCallback(void*) {
 }
 
 void* MutexCreateCallback(void*) {
-    auto section = std::make_unique<a_critical_sect>();
+    std::unique_ptr<a_critical_sect> section(new (std::nothrow) a_critical_sect);
+    if (section == nullptr) return nullptr;
     return ut_safe_pthread_mutex_init(section.get(), nullptr) == 0 ? section.release() : nullptr;
 }
 

@@ -1,6 +1,7 @@
 // xp_startsmtp, xp_sendmail, xp_stopsmtp: mail from SQL. xp_startmail, xp_stopmail: nothing.
 
 #include <atomic>
+#include <initializer_list>
 #include <mutex>
 
 #include "extdll/extcall.h"
@@ -13,42 +14,44 @@
 
 namespace {
 
-/// A critical section that lasts as long as the library is loaded.
-struct LastingSection {
-    LastingSection() { ut_safe_pthread_mutex_init(&cs, nullptr); }
-    ~LastingSection() { ut_safe_pthread_mutex_destroy(&cs); }
-    LastingSection(const LastingSection&) = delete;
-    LastingSection& operator=(const LastingSection&) = delete;
+/// A critical section, if the pool has one.
+struct a_section {
+    a_section() { ut_safe_pthread_mutex_init(&cs, nullptr); }
+    ~a_section() { ut_safe_pthread_mutex_destroy(&cs); }
+    a_section(const a_section&) = delete;
+    a_section& operator=(const a_section&) = delete;
 
     a_critical_sect cs;
 };
 
-// Made in this order at load, destroyed in the reverse at unload.
-LastingSection NetInterface_cs;  // guards the one-time setup
+// Made in this order at load, destroyed in the reverse with the library.
+UTLasting<a_section> NetInterface_cs;  // guards the one-time setup
 UTLocale locale;
 
 }  // namespace
 
-UTLangString langstring(locale);
+UTLasting<UTLangString> langstring(locale);
 
 namespace {
 
-SendmailManager manager;
-SendmailState zstate(0);  // the default session, of calls without a connection number
+UTLasting<SendmailManager> manager;
+UTLasting<SendmailState> zstate(0);  // the default session, of calls without a connection number
 
 // 1 once the setup is done; atomic because it is looked at without the lock first.
 std::atomic<int> NetInterfaceLoaded = 0;
 
 // What the network and the message texts need once, at the first start. A language file that cannot
-// be found is no obstacle to mail.
-void set_up_once() {
-    if (NetInterfaceLoaded != 0) return;
-    const CriticalSection lock(NetInterface_cs.cs);
-    if (NetInterfaceLoaded != 0) return;
-    TcpUtil::Init();
+// be found is no obstacle to mail. False without memory; the next start tries again.
+bool set_up_once() {
+    if (NetInterfaceLoaded != 0) return true;
+    const CriticalSection lock(NetInterface_cs->cs);
+    if (!lock.is_held()) return false;
+    if (NetInterfaceLoaded != 0) return true;
+    if (!TcpUtil::Init()) return false;
     ls_char_functions.init();
-    langstring.Init(nullptr, nullptr, false);
+    langstring->Init(nullptr, nullptr, false);
     NetInterfaceLoaded = 1;
+    return true;
 }
 
 /// The arguments of xp_startsmtp by number; a host may pass twelve, or the first seven and the
@@ -60,17 +63,16 @@ class StartArguments {
         _texts[auth_password].keep_secret();
     }
 
-    /// False when one of the first seven cannot be read, or there is no host.
-    bool read(const ExternalCall& call) {
-        for (const uint32 number : {sender, host}) {
-            if (!read_text(call, number)) return false;
-        }
-        if (!_port.read(call, port) || !_timeout.read(call, timeout)) return false;
-        for (const uint32 number : {sender_name, auth_username, auth_password}) {
-            if (!read_text(call, number)) return false;
-        }
-        if (text(host) == nullptr) return false;
-        return read_connection(call);
+    /// MAIL_OK or why the session cannot be started.
+    int32 read(const ExternalCall& call) {
+        int32 result = read_texts(call, {sender, host}, MAIL_BAD_START_ARGUMENTS);
+        if (result != MAIL_OK) return result;
+        if (!_port.read(call, port) || !_timeout.read(call, timeout))
+            return MAIL_BAD_START_ARGUMENTS;
+        result =
+            read_texts(call, {sender_name, auth_username, auth_password}, MAIL_BAD_START_ARGUMENTS);
+        if (result != MAIL_OK) return result;
+        return text(host) != nullptr ? read_connection(call) : MAIL_BAD_START_ARGUMENTS;
     }
 
     /// The connection number; no value for the default session.
@@ -111,25 +113,39 @@ class StartArguments {
         connection_of_eight = trusted_cert,
     };
 
-    bool read_text(const ExternalCall& call, uint32 number) {
-        const TextArgument::Outcome outcome = _texts[number].read(call, number);
-        return outcome == TextArgument::Outcome::Read || outcome == TextArgument::Outcome::Null;
+    int32 read_texts(const ExternalCall& call, std::initializer_list<uint32> numbers,
+                     int32 if_missing) {
+        int32 result = MAIL_OK;
+        for (const uint32 number : numbers) {
+            if (result == MAIL_OK) result = read_text(call, number, if_missing);
+        }
+        return result;
     }
 
-    // False for a certificate argument that came only in part: what asked for TLS must not be lost.
-    bool read_connection(const ExternalCall& call) {
-        if (_connection.read(call, connection_of_twelve) && _connection.has_value()) {
-            for (const uint32 number : {trusted_cert, cert_company, cert_unit, cert_name}) {
-                const TextArgument::Outcome outcome = _texts[number].read(call, number);
-                if (outcome == TextArgument::Outcome::Broken) return false;
-                if (outcome == TextArgument::Outcome::NoMemory) return false;
-            }
-            return true;
+    int32 read_text(const ExternalCall& call, uint32 number, int32 if_missing) {
+        switch (_texts[number].read(call, number)) {
+        case TextArgument::Outcome::Read:
+        case TextArgument::Outcome::Null:
+            return MAIL_OK;
+        case TextArgument::Outcome::Missing:
+            return if_missing;
+        case TextArgument::Outcome::NoMemory:
+            return MAIL_NO_MEMORY;
+        case TextArgument::Outcome::Broken:
+            break;
         }
+        return MAIL_BAD_START_ARGUMENTS;
+    }
+
+    // A certificate argument may be missing, but not come only in part: what asked for TLS must not
+    // be lost.
+    int32 read_connection(const ExternalCall& call) {
+        if (_connection.read(call, connection_of_twelve) && _connection.has_value())
+            return read_texts(call, {trusted_cert, cert_company, cert_unit, cert_name}, MAIL_OK);
         // Kept: with a NULL twelfth argument the eighth is the number, even if it was meant as a
         // certificate, and the session is not secured.
         _connection.read(call, connection_of_eight);
-        return true;
+        return MAIL_OK;
     }
 
     const char* text(uint32 number) const { return _texts[number].text(); }
@@ -189,24 +205,26 @@ class MailArguments {
 int32 start_numbered(int32 cid, const a_smtp_start& start) {
     for (;;) {
         // Kept: the reference to a session that is started stays with it.
-        SendmailState* const session = manager.FindOrAddState(cid);
+        SendmailState* const session = manager->FindOrAddState(cid);
+        if (session == nullptr) return MAIL_NO_MEMORY;
         {
             const std::lock_guard lock(*session);
             if (!session->retired) return session->startsmtp(start);
         }
-        manager.ReleaseAndDeleteState(session);
+        manager->ReleaseAndDeleteState(session);
     }
 }
 
 int32 start_default(const a_smtp_start& start) {
-    const std::lock_guard lock(zstate);
-    return zstate.startsmtp(start);
+    const std::lock_guard lock(*zstate);
+    return zstate->startsmtp(start);
 }
 
 int32 start_session(const ExternalCall& call) {
-    set_up_once();
+    if (!set_up_once()) return MAIL_NO_MEMORY;
     StartArguments arguments;
-    if (!arguments.read(call)) return MAIL_BAD_START_ARGUMENTS;
+    const int32 result = arguments.read(call);
+    if (result != MAIL_OK) return result;
     const IntegerArgument& cid = arguments.connection();
     return cid.has_value() ? start_numbered(cid.value(), arguments.start())
                            : start_default(arguments.start());
@@ -230,49 +248,54 @@ int32 send_mail(const ExternalCall& call) {
     }
     IntegerArgument cid;
     cid.read(call, connection_number);
-    if (!cid.has_value()) return send_over(&zstate, arguments.mail());
-    SendmailState* const session = manager.FindState(cid.value());
+    if (!cid.has_value()) return send_over(&*zstate, arguments.mail());
+    SendmailState* const session = manager->FindState(cid.value());
     if (session == nullptr) return MAIL_NOTHING_TO_SEND;
     const int32 result = send_over(session, arguments.mail());
     // Kept: session number 0 is never released.
-    if (cid.value() != 0) manager.ReleaseState(session);
+    if (cid.value() != 0) manager->ReleaseState(session);
     return result;
 }
 
 int32 stop(SendmailState* session, a_bool retire) {
     const std::lock_guard lock(*session);
-    session->retired = retire;
+    if (retire) session->retired = true;
     return session->stopsmtp();
 }
 
 int32 stop_session(const ExternalCall& call) {
     IntegerArgument cid;
     cid.read(call, 1);
-    if (!cid.has_value()) return stop(&zstate, false);
-    SendmailState* const session = manager.FindState(cid.value());
+    if (!cid.has_value()) return stop(&*zstate, false);
+    SendmailState* const session = manager->FindState(cid.value());
     if (session == nullptr) return MAIL_NO_SUCH_SESSION;
     // Kept: session number 0 stays in the registry.
     const a_bool leaves = cid.value() != 0;
     const int32 result = stop(session, leaves);
-    if (leaves) manager.ReleaseAndDeleteState(session);
+    if (leaves) manager->ReleaseAndDeleteState(session);
     return result;
+}
+
+// Runs `procedure` while the sessions are there, and gives `without` once they are gone.
+void call_with_sessions(an_extfn_api* api, void* arg_handle,
+                        int32 (*procedure)(const ExternalCall& call), int32 without) {
+    const UTLastingUse sessions;
+    const ExternalCall call(api, arg_handle);
+    call.set_status(sessions.is_granted() ? procedure(call) : without);
 }
 
 }  // namespace
 
 void xp_startsmtp(an_extfn_api* api, void* arg_handle) {
-    const ExternalCall call(api, arg_handle);
-    call.set_status(start_session(call));
+    call_with_sessions(api, arg_handle, start_session, MAIL_NO_MEMORY);
 }
 
 void xp_sendmail(an_extfn_api* api, void* arg_handle) {
-    const ExternalCall call(api, arg_handle);
-    call.set_status(send_mail(call));
+    call_with_sessions(api, arg_handle, send_mail, MAIL_NOTHING_TO_SEND);
 }
 
 void xp_stopsmtp(an_extfn_api* api, void* arg_handle) {
-    const ExternalCall call(api, arg_handle);
-    call.set_status(stop_session(call));
+    call_with_sessions(api, arg_handle, stop_session, MAIL_NO_SUCH_SESSION);
 }
 
 void xp_startmail(an_extfn_api*, void*) {}

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <new>
 
 #include "kovcert/tlsstream.h"
 #include "netlib/ipaddress.h"
@@ -75,23 +76,28 @@ void SecureSMTPClient::SetTrustedCertificate(const char* certfile, const char* c
                                              const char* unit, const char* name) {
     if (certfile != nullptr) {
         static_cast<void>(_certfile.release());  // Kept: see the header
-        _certfile.reset(ut_strdup(certfile));
+        _Keep(_certfile, certfile);
     }
-    _company.reset(ut_strdup(company));
-    _unit.reset(ut_strdup(unit));
-    _name.reset(ut_strdup(name));
+    _Keep(_company, company);
+    _Keep(_unit, unit);
+    _Keep(_name, name);
+}
+
+void SecureSMTPClient::_Keep(UTText& copy, const char* text) {
+    copy = ut_try_text(text);
+    if (text != nullptr && copy == nullptr) _certificate_lost = true;
 }
 
 int SecureSMTPClient::Connect(const char* sender, const char* sender_name, const char* host,
                               int port, int timeout, const char* user, const char* password) {
+    if (_certificate_lost) return SMTP_NO_MEMORY;
     // Kept: the time-out is not set here. A name that does not resolve leaves an address that
     // cannot be connected to.
     IPAddress address;
     TcpUtil::Resolve(host, address, TcpUtil::ADDR_BOTH);
     address.setPortNumber(static_cast<uint16>(port));
-    if (!_ConnectSocket(address)) return SMTP_NOT_CONNECTED;
-
-    int result = _Expect(REPLY_SERVICE_READY, SMTP_NOT_SECURE);
+    int result = _ConnectSocket(address);
+    if (result == SMTP_OK) result = _Expect(REPLY_SERVICE_READY, SMTP_NOT_SECURE);
     if (result == SMTP_OK) result = _Introduce(sender, sender_name, timeout, SMTP_NOT_SECURE);
     if (result == SMTP_OK) result = _StartTls();
     if (result == SMTP_OK) result = _IntroduceSecurely(sender, sender_name, timeout);
@@ -103,13 +109,13 @@ int SecureSMTPClient::Connect(const char* sender, const char* sender_name, const
 // that may hold it goes with it unread: it is no reply, nor part of the TLS session.
 int SecureSMTPClient::_StartTls() {
     if (FindServerCapability("STARTTLS") == nullptr) return SMTP_NOT_SECURE;
-    _SendCommand({"STARTTLS"});
-    int result = _Expect(REPLY_SERVICE_READY, SMTP_NOT_SECURE);
+    int result = _Say("STARTTLS\r\n", REPLY_SERVICE_READY, SMTP_NOT_SECURE);
     if (result == SMTP_OK) result = _MakeTlsConnection();
     if (result != SMTP_OK) return result;
-    _istrm = std::make_unique<TlsIStream>(_tlsconn.get(), &_heap);
-    _ostrm = std::make_unique<TlsOStream>(_tlsconn.get());
-    return SMTP_OK;
+    _istrm.reset(new (std::nothrow) TlsIStream(_tlsconn.get(), &_heap));
+    _ostrm.reset(new (std::nothrow) TlsOStream(_tlsconn.get()));
+    const a_bool there = _istrm != nullptr && !_istrm->eof() && _ostrm != nullptr;
+    return there ? SMTP_OK : SMTP_NO_MEMORY;
 }
 
 int SecureSMTPClient::_MakeTlsConnection() {
@@ -127,13 +133,16 @@ int SecureSMTPClient::_MakeTlsConnection() {
         options.add("certificate_unit", _unit.get());
         options.add("certificate_name", _name.get());
     }
-    _tlscontext = std::make_unique<TlsContext>(TlsContext{_socket});
+    _tlscontext.reset(new (std::nothrow) TlsContext{_socket});
+    if (_tlscontext == nullptr) return SMTP_NO_MEMORY;
     // The end of the handshake and the greeting after it follow each other without an answer in
     // between, so that Nagle's algorithm would hold the greeting back.
     _socket.set_Nagle_algorithm(true);
     err.Clear();
-    _tlsconn = std::make_unique<TlsConnection>(_qxci_stream.get(), _qxcienv, &socket_callbacks,
-                                               _tlscontext.get(), nullptr, &err, options.list());
+    _tlsconn.reset(new (std::nothrow)
+                       TlsConnection(_qxci_stream.get(), _qxcienv, &socket_callbacks,
+                                     _tlscontext.get(), nullptr, &err, options.list()));
+    if (_tlsconn == nullptr) return SMTP_NO_MEMORY;
     return _tlsconn->IsValid() ? SMTP_OK : SMTP_NOT_SECURE;
 }
 

@@ -27,6 +27,7 @@ class SecureSMTPClient : public SMTPClient {
     /// its subject's company, unit and name equal to what is given here; each may be null. Without
     /// a file the others are ignored, and the provider decides what it trusts. To be called before
     /// Connect(), which passes them to the provider.
+    /// Where there is no memory for a copy, Connect() says so and does nothing else.
     /// Kept: a null `certfile` leaves the file of an earlier call in place, and the copy of an
     /// earlier file is never freed.
     void SetTrustedCertificate(const char* certfile, const char* company, const char* unit,
@@ -38,8 +39,8 @@ class SecureSMTPClient : public SMTPClient {
     /// SMTP_NO_MEMORY also says that there is no provider. SMTP_TIMED_OUT does not occur.
     ///
     /// Kept: `timeout` is recorded but not applied, so that a server that falls silent holds the
-    /// call until it closes or resets the connection. A failure leaves the connection open until
-    /// the client is destroyed; QUIT is not sent.
+    /// call until it closes or resets the connection; but what could not be sent is not waited on.
+    /// A failure leaves the connection open until the client is destroyed; QUIT is not sent.
     int Connect(const char* sender, const char* sender_name, const char* host, int port,
                 int timeout, const char* user, const char* password) override;
 
@@ -58,8 +59,10 @@ class SecureSMTPClient : public SMTPClient {
     UTText _company;
     UTText _unit;
     UTText _name;
+    a_bool _certificate_lost = false;  // no memory for one of these four
 
   private:
+    void _Keep(UTText& copy, const char* text);
     int _IntroduceSecurely(const char* sender, const char* sender_name, int timeout);
     int _StartTls();
     int _MakeTlsConnection();

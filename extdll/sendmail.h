@@ -8,6 +8,9 @@
 /// the manager's own operations. A session's `cs` is held for the whole of a start, send or stop,
 /// so that one thread at a time uses its client. No thread holds both: a session is looked up,
 /// then locked, then unlocked, then released.
+///
+/// The pool may have no mutex to give. The registry then has no sessions, and hands out none that
+/// has none; the default session cannot be started.
 
 #include <memory>
 
@@ -15,10 +18,11 @@
 #include "netlib/netsmtp.h"
 #include "utils/etc/uttypes.h"
 #include "utils/lang/utlangstring.h"
+#include "utils/unix/utlasting.h"
 #include "utils/unix/utptmutex.h"
 
 /// The message texts, in the operating system's language once a session has been started.
-extern UTLangString langstring;
+extern UTLasting<UTLangString> langstring;
 
 /// Status codes of the mail procedures themselves. Those of SMTPClient pass through unchanged, and
 /// where a procedure itself ends in one of them, it is the same.
@@ -27,7 +31,8 @@ enum a_mail_status : int32 {
     MAIL_BAD_START_ARGUMENTS = 2,       // xp_startsmtp: 1 to 7 missing, no host, or 8 to 11 in part
     MAIL_NO_SUCH_SESSION = 3,           // xp_stopsmtp
     MAIL_NOTHING_TO_SEND = 5,           // xp_sendmail: argument missing, no session or no recipient
-    MAIL_NO_MEMORY = SMTP_NO_MEMORY,    // xp_sendmail: or a piece of an argument cannot be read
+    MAIL_NO_MEMORY = SMTP_NO_MEMORY,    // xp_sendmail: or a piece of an argument cannot be read;
+                                        // xp_startsmtp: or no mutex, or the library has ended
     MAIL_NOT_STARTED = 25,              // xp_sendmail: the session has no client
     MAIL_NOT_SECURE = SMTP_NOT_SECURE,  // xp_startsmtp: TLS was asked for and cannot be had
 };
@@ -72,9 +77,16 @@ class SendmailState {
     SendmailState(const SendmailState&) = delete;
     SendmailState& operator=(const SendmailState&) = delete;
 
-    /// Enter and leave `cs`, which is not recursive.
-    void lock() { pthread_mutex_lock(&cs.p_mutex->mutex); }
-    void unlock() { pthread_mutex_unlock(&cs.p_mutex->mutex); }
+    /// False when there was no mutex for it: then it cannot be started.
+    bool is_usable() const { return cs.p_mutex != nullptr; }
+
+    /// Enter and leave `cs`, which is not recursive; nothing for a session that is not usable.
+    void lock() {
+        if (is_usable()) pthread_mutex_lock(&cs.p_mutex->mutex);
+    }
+    void unlock() {
+        if (is_usable()) pthread_mutex_unlock(&cs.p_mutex->mutex);
+    }
 
     /// Opens a connection in place of the one that is open. After a failure there is none, but the
     /// TLS environment, once made, stays for the next start.
@@ -97,7 +109,7 @@ class SendmailState {
 
   private:
     int32 _MakeClient(const a_smtp_start& start, std::unique_ptr<SMTPClient>* client);
-    a_bool _NeedEnvironment();
+    int32 _NeedEnvironment();
     void _EndEnvironment();
 };
 
@@ -111,7 +123,8 @@ class SendmailManager {
     SendmailManager(const SendmailManager&) = delete;
     SendmailManager& operator=(const SendmailManager&) = delete;
 
-    /// The session of that number, made if there is none. Adds the caller's reference.
+    /// The session of that number, made if there is none. Adds the caller's reference. Null when
+    /// there is no memory for it.
     SendmailState* FindOrAddState(int32 cid);
     /// The same, but null if there is none.
     SendmailState* FindState(int32 cid);

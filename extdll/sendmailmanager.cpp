@@ -1,5 +1,7 @@
 #include "extdll/sendmail.h"
 
+#include <new>
+
 SendmailManager::SendmailManager() {
     ut_safe_pthread_mutex_init(&_cs, nullptr);
 }
@@ -10,9 +12,12 @@ SendmailManager::~SendmailManager() {
 
 SendmailState* SendmailManager::FindOrAddState(int32 cid) {
     const CriticalSection lock(_cs);
+    if (!lock.is_held()) return nullptr;
     SendmailState* state = findState(cid);
     if (state == nullptr) {
-        state = new SendmailState(cid);
+        std::unique_ptr<SendmailState> made(new (std::nothrow) SendmailState(cid));
+        if (made == nullptr || !made->is_usable()) return nullptr;
+        state = made.release();
         linkState(state);
     }
     ++state->refcount;
@@ -21,7 +26,7 @@ SendmailState* SendmailManager::FindOrAddState(int32 cid) {
 
 SendmailState* SendmailManager::FindState(int32 cid) {
     const CriticalSection lock(_cs);
-    SendmailState* const state = findState(cid);
+    SendmailState* const state = lock.is_held() ? findState(cid) : nullptr;
     if (state != nullptr) ++state->refcount;
     return state;
 }

@@ -1,3 +1,5 @@
+#include <new>
+
 #include "extdll/mailargs.h"
 #include "extdll/mailcrypto.h"
 #include "extdll/securesmtp.h"
@@ -15,24 +17,28 @@ SendmailState::~SendmailState() {
 // The client that the arguments ask for, not yet connected.
 int32 SendmailState::_MakeClient(const a_smtp_start& start, std::unique_ptr<SMTPClient>* client) {
     if (start.trusted_certificate == nullptr) {
-        *client = std::make_unique<SMTPClient>();
-        return MAIL_OK;
+        client->reset(new (std::nothrow) SMTPClient);
+        return *client != nullptr ? MAIL_OK : MAIL_NO_MEMORY;
     }
-    if (!_NeedEnvironment()) return MAIL_NOT_SECURE;
-    auto secure = std::make_unique<SecureSMTPClient>(qxcienv, &langstring);
+    const int32 result = _NeedEnvironment();
+    if (result != MAIL_OK) return result;
+    auto* const secure = new (std::nothrow) SecureSMTPClient(qxcienv, &*langstring);
+    if (secure == nullptr) return MAIL_NO_MEMORY;
+    client->reset(secure);
     secure->SetTrustedCertificate(start.trusted_certificate, start.cert_company, start.cert_unit,
                                   start.cert_name);
-    *client = std::move(secure);
     return MAIL_OK;
 }
 
-a_bool SendmailState::_NeedEnvironment() {
-    if (qxcienv != nullptr) return true;
+int32 SendmailState::_NeedEnvironment() {
+    if (qxcienv != nullptr) return MAIL_OK;
     DBQXCIError err;
-    auto env = std::make_unique<DBQXCIEnvironment>(&mail_crypto_callbacks, nullptr);
-    if (env->Init(false, external_library_name, nullptr, &err) != QXCI_OK) return false;
+    std::unique_ptr<DBQXCIEnvironment> env(new (std::nothrow)
+                                               DBQXCIEnvironment(&mail_crypto_callbacks, nullptr));
+    if (env == nullptr) return MAIL_NO_MEMORY;
+    if (env->Init(false, external_library_name, nullptr, &err) != QXCI_OK) return MAIL_NOT_SECURE;
     qxcienv = env.release();
-    return true;
+    return MAIL_OK;
 }
 
 void SendmailState::_EndEnvironment() {
@@ -43,6 +49,7 @@ void SendmailState::_EndEnvironment() {
 }
 
 int32 SendmailState::startsmtp(const a_smtp_start& start) {
+    if (!is_usable()) return MAIL_NO_MEMORY;
     if (smtp_handle != nullptr) stopsmtp();
     std::unique_ptr<SMTPClient> client;
     int32 result = _MakeClient(start, &client);
@@ -58,6 +65,7 @@ int32 SendmailState::sendsmtp(const a_mail& mail) {
     const AddressList to(mail.recipient);
     const AddressList cc(mail.cc_recipient);
     const AddressList bcc(mail.bcc_recipient);
+    if (!to.is_whole() || !cc.is_whole() || !bcc.is_whole()) return MAIL_NO_MEMORY;
     if (to.count() == 0 && cc.count() == 0 && bcc.count() == 0) return MAIL_NOTHING_TO_SEND;
     return smtp_handle->SendMessage(mail.subject, mail.message, to.addresses(), to.count(),
                                     cc.addresses(), cc.count(), bcc.addresses(), bcc.count(),
@@ -65,9 +73,11 @@ int32 SendmailState::sendsmtp(const a_mail& mail) {
 }
 
 int32 SendmailState::stopsmtp() {
-    if (smtp_handle != nullptr) smtp_handle->Disconnect();
-    delete smtp_handle;
-    smtp_handle = nullptr;
+    if (smtp_handle != nullptr) {
+        smtp_handle->Disconnect();
+        delete smtp_handle;
+        smtp_handle = nullptr;
+    }
     _EndEnvironment();
     return MAIL_OK;
 }

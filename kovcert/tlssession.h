@@ -87,9 +87,9 @@ class TlsConnection {
     void* getUserContext() const { return _userContext; }
     const TlsCallbacks* getCallbacks() const { return _callbacks; }
 
-    /// Not recursive.
-    void getMutex() { _mutex->get(); }
-    void giveMutex() { _mutex->give(); }
+    /// Not recursive. Without memory for a mutex there is none, and these do nothing.
+    void getMutex() { _Mutex().get(); }
+    void giveMutex() { _Mutex().give(); }
 
   private:
     class Held;
@@ -101,6 +101,7 @@ class TlsConnection {
     a_dbqxci_error _TimedOut() const;
     a_dbqxci_error _Record(a_dbqxci_error code);
     void _Yield();
+    DBQXCIBaseMutex& _Mutex() { return _mutex != nullptr ? *_mutex : _no_mutex; }
 
     void* _userContext;
     DBQXCIError _error;           // of the last call
@@ -109,7 +110,8 @@ class TlsConnection {
     bool _handshake_done = false;
     const TlsCallbacks* _callbacks;  // not owned
     void* _yield_ref;
-    std::unique_ptr<DBQXCIMutex> _mutex;
+    DBQXCIBaseMutex _no_mutex;
+    std::unique_ptr<DBQXCIMutex> _mutex;  // null: _no_mutex
     std::atomic<bool> _shutdown = false;
     DBQXCIStream* _qxci_stream;                           // not owned
     std::unique_ptr<DBQXCIStreamConn> _qxci_stream_conn;  // null when not valid

@@ -1,7 +1,9 @@
 #include "netlib/netsmtp.h"
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
+#include <new>
 
 #include <unistd.h>
 
@@ -39,13 +41,12 @@ SMTPClient::~SMTPClient() {
 int SMTPClient::Connect(const char* sender, const char* sender_name, const char* host, int port,
                         int timeout, const char* user, const char* password) {
     _socket.setTimeout(in_milliseconds(timeout));
-    _socket.setReplyTimeout(in_milliseconds(timeout));
     IPAddress address;
     if (!TcpUtil::Resolve(host, address, TcpUtil::ADDR_BOTH)) return SMTP_UNKNOWN_HOST;
     address.setPortNumber(static_cast<uint16>(port));
-    if (!_ConnectSocket(address)) return SMTP_NOT_CONNECTED;
-
-    int result = _Expect(REPLY_SERVICE_READY);
+    int result = _ConnectSocket(address);
+    if (result == SMTP_NOT_CONNECTED) return result;
+    if (result == SMTP_OK) result = _Expect(REPLY_SERVICE_READY);
     if (result != SMTP_OK) {
         _Shutdown();
         return result;
@@ -56,19 +57,20 @@ int SMTPClient::Connect(const char* sender, const char* sender_name, const char*
     return result;
 }
 
-a_bool SMTPClient::_ConnectSocket(const IPAddress& address) {
+int SMTPClient::_ConnectSocket(const IPAddress& address) {
     if (address.isIPv6()) {
         _socket.close();
-        if (!_socket.init(SOCK_TCP, true)) return false;
+        if (!_socket.init(SOCK_TCP, true)) return SMTP_NOT_CONNECTED;
         _socket.Socket::set_blocking_state(false);
     }
-    if (_socket.connect(address) == -1) return false;
+    if (_socket.connect(address) == -1) return SMTP_NOT_CONNECTED;
     // Kept: this leaves Nagle's algorithm on. Whole commands do not wait under it, and the last
     // segment of a message is pushed.
     _socket.set_Nagle_algorithm(false);
-    _istrm = std::make_unique<SockIStream>(_socket, &_heap);
-    _ostrm = std::make_unique<SockOStream>(_socket);
-    return true;
+    _istrm.reset(new (std::nothrow) SockIStream(_socket, &_heap));
+    _ostrm.reset(new (std::nothrow) SockOStream(_socket));
+    const a_bool there = _istrm != nullptr && !_istrm->eof() && _ostrm != nullptr;
+    return there ? SMTP_OK : SMTP_NO_MEMORY;
 }
 
 int SMTPClient::_Expect(int expected, int unexpected) {
@@ -76,6 +78,17 @@ int SMTPClient::_Expect(int expected, int unexpected) {
     int code = 0;
     const int result = _ProcessResponse(reply, sizeof reply, &code, false);
     return judged(result, code, expected, unexpected);
+}
+
+int SMTPClient::_Say(const char* line, int expected, int unexpected) {
+    const int result = _SendLine(line);
+    return result == SMTP_OK ? _Expect(expected, unexpected) : result;
+}
+
+void SMTPClient::_SayAnyway(const char* line) {
+    char reply[reply_size];
+    int ignored = 0;
+    if (_SendLine(line) == SMTP_OK) _ProcessResponse(reply, sizeof reply, &ignored, false);
 }
 
 int SMTPClient::_Introduce(const char* sender, const char* sender_name, int timeout,
@@ -96,9 +109,9 @@ int SMTPClient::_LogIn(const char* user, const char* password, int unexpected) {
 int SMTPClient::_SMTPConnect(char* buf, size_t buflen, const char* sender, const char* sender_name,
                              int timeout, int* code) {
     if (buf == nullptr) return SMTP_NO_MEMORY;
-    _sender.reset(ut_strdup(sender));
+    _sender = ut_try_text(sender);
     if (_sender == nullptr) return SMTP_NO_MEMORY;
-    _sender_name.reset(ut_strdup(sender_name));
+    _sender_name = ut_try_text(sender_name);
     if (sender_name != nullptr && _sender_name == nullptr) return SMTP_NO_MEMORY;
     _timeout = timeout;
 
@@ -106,14 +119,12 @@ int SMTPClient::_SMTPConnect(char* buf, size_t buflen, const char* sender, const
     char host_name[256];
     const a_bool named = gethostname(host_name, sizeof host_name) == 0;
     host_name[sizeof host_name - 1] = '\0';
-    _SendCommand({"EHLO ", named ? host_name : "localhost"});
-    return _ProcessResponse(buf, buflen, code, true);
+    const int result = _SendCommand({"EHLO ", named ? host_name : "localhost"});
+    return result == SMTP_OK ? _ProcessResponse(buf, buflen, code, true) : result;
 }
 
 void SMTPClient::Disconnect() {
-    char reply[reply_size];
-    int ignored = 0;
-    if (_SendCommand({"QUIT"})) _ProcessResponse(reply, sizeof reply, &ignored, false);
+    _SayAnyway("QUIT\r\n");
     _Shutdown();
 }
 
@@ -124,22 +135,27 @@ void SMTPClient::_Shutdown() {
     _shutdown = true;
 }
 
-a_bool SMTPClient::_SendCommand(std::initializer_list<const char*> parts) {
+int SMTPClient::_SendCommand(std::initializer_list<const char*> parts) {
     Buffer line;
     line.append_all(parts);
     return _SendLine(line);
 }
 
-a_bool SMTPClient::_SendLine(Buffer& line) {
+int SMTPClient::_SendLine(Buffer& line) {
     line.append("\r\n");
-    return _sendData(line.c_str(), line.length()) == line.length();
+    return line.is_whole() ? _SendLine(line.c_str()) : SMTP_NO_MEMORY;
+}
+
+int SMTPClient::_SendLine(const char* line) {
+    const size_t length = std::strlen(line);
+    return _sendData(line, length) == length ? SMTP_OK : SMTP_BAD_REPLY;
 }
 
 size_t SMTPClient::_sendData(const char* data, size_t len) {
     constexpr auto failed = static_cast<size_t>(-1);
     if (_write_failed || _ostrm == nullptr) return failed;
     const size_t written = _ostrm->put(data, len);
-    if (written == failed) _write_failed = true;
+    if (written != len) _write_failed = true;
     return written;
 }
 

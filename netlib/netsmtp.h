@@ -34,12 +34,12 @@ class IPAddress;
 enum a_smtp_result : int {
     SMTP_OK = 0,
     SMTP_BAD_ATTACHMENT = 12,     // the file cannot be read, or is not a regular file
-    SMTP_NO_MEMORY = 15,          // out of memory
+    SMTP_NO_MEMORY = 15,          // out of memory; what there was none for did not go out in part
     SMTP_RECIPIENT_REFUSED = 20,  // RCPT was answered with 550, 551 or 553
     SMTP_NOT_CONNECTED = 100,     // no TCP connection
     SMTP_TIMED_OUT = 101,         // a reply did not come, or not fast enough
     SMTP_UNKNOWN_HOST = 102,      // the name does not resolve
-    SMTP_BAD_REPLY = 104,         // a malformed reply, or not the code that was expected
+    SMTP_BAD_REPLY = 104,         // a malformed reply or not the code expected; a failed write
     SMTP_NOT_SECURE = 105,        // the connection could not be secured
 };
 
@@ -69,9 +69,10 @@ class SMTPClient {
 
     /// Opens the session up to where a message can be sent: connects to the first address of
     /// `host`, reads the greeting, says EHLO and, given both `user` and `password`, logs in.
-    /// `timeout` is in seconds, 0 or less for no limit, and holds for each wait (see SendMessage
-    /// for what that makes of a message). `sender` is the envelope sender, `sender_name` its
-    /// display name. Name, user and password may be null.
+    /// `timeout` is in seconds, 0 or less for no limit. It holds for connecting, for each write,
+    /// for the first bytes of each reply, and then again for the rest of that reply (see
+    /// SendMessage for what that makes of a message). `sender` is the envelope sender,
+    /// `sender_name` its display name. Name, user and password may be null.
     ///
     /// After a failure the connection is closed and the client of no more use: QUIT was sent unless
     /// the greeting itself was wrong.
@@ -80,9 +81,9 @@ class SMTPClient {
 
     /// Closes the connection, once.
     virtual void _Shutdown();
-    /// Writes to the server; returns what the stream's put() returns. Once a write has failed, an
-    /// unknown part of a command or message is on its way, so nothing more is written at all:
-    /// (size_t)-1.
+    /// Writes to the server; returns what the stream's put() returns. Once a write has failed or
+    /// come short, an unknown part of a command or message is on its way, so nothing more is
+    /// written at all: (size_t)-1.
     virtual size_t _sendData(const char* data, size_t len);
     /// Reads up to `len` bytes from the server, at least one unless there is none.
     virtual size_t _recvData(char* data, size_t len);
@@ -91,23 +92,31 @@ class SMTPClient {
     /// `..._count` entries are taken, of which a null one is the empty address. `subject`, `body`,
     /// `attachment` (the path of a file) and `content_type` (of the body; see _ComposeMessage) may
     /// be null. Addresses, names and subject are pasted as given: callers keep line breaks out of
-    /// them. Memory does not grow with the attachment.
+    /// them. The attachment is opened before a word is said (MAIL included) and read once the
+    /// server has asked for the message. Memory does not grow with it.
     ///
     /// Time: a write has one time-out for the whole of it, however slowly the server takes its
-    /// parts, and each reply three at most. The text and the attachment leave in writes of up to
-    /// 64 KiB, so a server that takes less than that in a time-out ends the message with its first
-    /// such write, and one that takes just as much holds the call for a time-out per 64 KiB.
+    /// parts, and each reply two: one for its first bytes and one for the rest. The text and the
+    /// attachment leave in writes of up to 64 KiB, so a server that takes less than that in a
+    /// time-out ends the message with its first such write, and one that takes just as much holds
+    /// the call for a time-out per 64 KiB.
+    ///
+    /// A command that cannot be sent ends the message at once. When the message itself breaks off,
+    /// nothing more is written, but the answer that may still come is awaited, for its time-outs;
+    /// without a time-out it is not. Even if it accepts (250, too early), the result is
+    /// SMTP_BAD_REPLY.
     ///
     /// After a failure the server was told to forget the message (RSET), and the session remains
-    /// usable. But after SMTP_NO_MEMORY nothing was said at all, and nothing need be. After
-    /// SMTP_TIMED_OUT, as after every failure of the connection, all further messages give
-    /// SMTP_BAD_REPLY at once, until another client is connected. And replies that went out of step
-    /// with the commands, as an over-long reply line makes them, stay so: stop the session then.
+    /// usable. But where there was no memory for the message's text (SMTP_NO_MEMORY) nothing was
+    /// said at all, and nothing need be. After SMTP_TIMED_OUT, as after every failure of the
+    /// connection, all further messages give SMTP_BAD_REPLY at once, until another client is
+    /// connected. And replies that went out of step with the commands, as an over-long reply line
+    /// makes them, stay so: stop the session then.
     int SendMessage(const char* subject, const char* body, const char** to, int to_count,
                     const char** cc, int cc_count, const char** bcc, int bcc_count,
                     const char* attachment, const char* content_type);
 
-    /// Says QUIT, reads a reply whatever it is, and closes.
+    /// Says QUIT, reads a reply whatever it is unless that could not be said, and closes.
     void Disconnect();
 
     /// The first line of the EHLO reply that begins with `name`, in any case of letters: "AUTH"
@@ -118,6 +127,7 @@ class SMTPClient {
   protected:
     class SMTPClientOStream;
     class JoinedWrites;
+    class AttachmentBlocks;
 
     static constexpr size_t reply_size = 256;  // longest line of a reply, CRLF included
 
@@ -125,15 +135,19 @@ class SMTPClient {
     // gives `unexpected`.
 
     /// Connects the socket to `address`, in the address's family, and puts the streams over it.
-    /// False on failure.
-    a_bool _ConnectSocket(const IPAddress& address);
+    int _ConnectSocket(const IPAddress& address);
     /// Reads a reply that should be `expected`.
     int _Expect(int expected, int unexpected = SMTP_BAD_REPLY);
+    /// Says a whole line and reads the reply to it.
+    int _Say(const char* line, int expected, int unexpected = SMTP_BAD_REPLY);
+    /// The same whatever the reply.
+    void _SayAnyway(const char* line);
     int _Introduce(const char* sender, const char* sender_name, int timeout, int unexpected);
     int _LogIn(const char* user, const char* password, int unexpected);
 
     // The dialogue. `buf` is a buffer for lines, *code becomes the reply's code; it is for the
-    // caller to judge. A null `buf` gives SMTP_NO_MEMORY.
+    // caller to judge. A null `buf` gives SMTP_NO_MEMORY. After a line that did not go out no reply
+    // is waited for.
 
     /// Keeps copies of the sender and says EHLO.
     int _SMTPConnect(char* buf, size_t buflen, const char* sender, const char* sender_name,
@@ -150,8 +164,9 @@ class SMTPClient {
     size_t _ReadLine(char* buf, size_t buflen);
     void _DeleteEhloResponses();
 
-    /// Sends the parts, null ones left out, and CRLF as one line. False when it did not go out.
-    a_bool _SendCommand(std::initializer_list<const char*> parts);
+    /// Sends the parts, null ones left out, and CRLF as one line. SMTP_NO_MEMORY, with nothing
+    /// sent, or SMTP_BAD_REPLY when it did not go out.
+    int _SendCommand(std::initializer_list<const char*> parts);
 
     // The message.
 
@@ -166,9 +181,9 @@ class SMTPClient {
     /// alone. Always returns 0: a failed write shows in the next reply.
     /// Kept: a zero byte, and what follows it, goes out without doubling.
     int _SendRawText(const char* text, size_t len, a_bool* open_line);
-    /// Sends the section of the attachment whose contents `file` delivers, and the closing
-    /// delimiter. A null boundary or path sends nothing.
-    int _SendMessageAttachments(const char* boundary, const char* path, UTIStream& file);
+    /// Sends the section of the attachment with its `contents`, and the closing delimiter. A null
+    /// boundary or path sends nothing. The name in it is the path's last component.
+    int _SendMessageAttachments(const char* boundary, const char* path, AttachmentBlocks& contents);
 
     UTHeap _heap;
     SMTPSocket _socket;
@@ -184,12 +199,14 @@ class SMTPClient {
   private:
     class GuardedOStream;
 
-    void _AddEhloResponse(const char* line, size_t length);
-    a_bool _SendLine(Buffer& line);
+    a_bool _AddEhloResponse(const char* line, size_t length);
+    int _SendLine(Buffer& line);
+    int _SendLine(const char* line);
     int _SendEnvelope(const char** const lists[], const int counts[]);
     int _SendRecipient(const char* address);
-    int _SendContent(const char* text, const char* boundary, const char* path, UTIStream& file);
-    void _SendText(const Buffer& text);
+    int _SendContent(JoinedWrites& joined, const char* text, const char* boundary, const char* path,
+                     AttachmentBlocks* contents);
+    void _SendText(const char* text);
     void _PushLastSegment();
     int _Abandon(int result);
 };

@@ -67,7 +67,7 @@ int SMTPClient::_SMTPAuthenticate(char* buf, size_t buflen, const char* user, co
     Buffer line;
     line.append("AUTH PLAIN ");
     if (!append_credential(line, user, password)) return SMTP_NO_MEMORY;
-    _SendLine(line);
+    const int result = _SendLine(line);
     line.wipe();
-    return _ProcessResponse(buf, buflen, code, false);
+    return result == SMTP_OK ? _ProcessResponse(buf, buflen, code, false) : result;
 }

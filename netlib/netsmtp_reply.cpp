@@ -1,5 +1,6 @@
 // Replies of the server: RFC 5321, section 4.2.
 
+#include <algorithm>
 #include <cstring>
 
 #include "netlib/netsmtp.h"
@@ -23,14 +24,18 @@ int reply_code(const char* line) {
 }
 
 // The text of a reply line without its end: up to the first CR or else LF, a zero byte ending it
-// anyway.
+// anyway. Null when there is no memory.
 char* copy_reply_text(const char* line, size_t length) {
     const char* const text = line + prefix_length;
     size_t size = strnlen(text, length - prefix_length);
     const void* end = std::memchr(text, '\r', size);
     if (end == nullptr) end = std::memchr(text, '\n', size);
     if (end != nullptr) size = static_cast<size_t>(static_cast<const char*>(end) - text);
-    return UTHeap().Strndup(text, size);
+    auto* const copy = static_cast<char*>(ut_malloc(size + 1));
+    if (copy == nullptr) return nullptr;
+    std::memcpy(copy, text, size);
+    copy[size] = '\0';
+    return copy;
 }
 
 }  // namespace
@@ -44,7 +49,7 @@ int SMTPClient::_ProcessResponse(char* buf, size_t buflen, int* code, a_bool is_
         if (_socket.didTimeout() || _socket.isReplyOverdue()) return SMTP_TIMED_OUT;
         if (!is_reply_line(buf, length)) return SMTP_BAD_REPLY;
         *code = reply_code(buf);
-        if (is_ehlo) _AddEhloResponse(buf, length);
+        if (is_ehlo && !_AddEhloResponse(buf, length)) return SMTP_NO_MEMORY;
         if (buf[3] == ' ') return SMTP_OK;
     }
     return SMTP_BAD_REPLY;
@@ -65,14 +70,17 @@ size_t SMTPClient::_ReadLine(char* buf, size_t buflen) {
     return count;
 }
 
-void SMTPClient::_AddEhloResponse(const char* line, size_t length) {
+// Not with ut_realloc, which ends the process where there is no memory. False then.
+a_bool SMTPClient::_AddEhloResponse(const char* line, size_t length) {
     size_t count = 0;
     while (_ehlo_responses != nullptr && _ehlo_responses[count] != nullptr) ++count;
-    const size_t size = (count + 2) * sizeof(char*);
-    _ehlo_responses = static_cast<char**>(ut_realloc(_ehlo_responses, size));
-    if (_ehlo_responses == nullptr) return;
-    _ehlo_responses[count] = copy_reply_text(line, length);
-    _ehlo_responses[count + 1] = nullptr;
+    auto** const grown = static_cast<char**>(ut_calloc((count + 2) * sizeof(char*)));
+    if (grown == nullptr) return false;
+    std::copy_n(_ehlo_responses, count, grown);
+    ut_free(_ehlo_responses);
+    _ehlo_responses = grown;
+    grown[count] = copy_reply_text(line, length);
+    return grown[count] != nullptr;
 }
 
 void SMTPClient::_DeleteEhloResponses() {

@@ -4,9 +4,11 @@
 // text, the attachment and the closing dot are joined into large writes, and the last segment is
 // pushed, for under Nagle's algorithm it would otherwise wait for a delayed acknowledgement.
 
-#include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <new>
+#include <optional>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -22,7 +24,7 @@ namespace {
 
 constexpr size_t block_size = size_t{64} * 1024;  // of reads, of encoding and of writes
 constexpr uint16 base64_line_length = 76;         // RFC 2045, section 6.8
-constexpr size_t longest_attachment_name = 255;
+constexpr int longest_attachment_name = 255;
 
 a_bool means_refused(int code) {
     return code == REPLY_MAILBOX_UNAVAILABLE || code == REPLY_USER_NOT_LOCAL ||
@@ -47,10 +49,9 @@ const char* make_boundary(char* buf, size_t buflen) {
     return buf;
 }
 
-UTText attachment_name(const char* path) {
+const char* attachment_name(const char* path) {
     const char* const slash = std::strrchr(path, '/');
-    const char* const name = slash == nullptr ? path : slash + 1;
-    return UTText(UTHeap().Strndup(name, longest_attachment_name));
+    return slash == nullptr ? path : slash + 1;
 }
 
 const char* find(const char* from, const char* end, char wanted) {
@@ -109,25 +110,47 @@ class SMTPClient::GuardedOStream final : public UTOStream {
     a_bool& _failed;
 };
 
-/// While it lives, what the client sends is collected and leaves in large writes.
+/// What the client sends between begin() and end() is collected and leaves in large writes. Made
+/// before the message is begun, since that cannot be broken off for want of memory.
 class SMTPClient::JoinedWrites {
   public:
     explicit JoinedWrites(SMTPClient& client)
-        : _slot(client._ostrm), _connection(std::move(client._ostrm)),
-          _guard(*_connection, client._write_failed) {
-        _slot = std::make_unique<UTOStreamBuffer>(_guard, block_size);
-    }
-    ~JoinedWrites() {
-        _slot.reset();  // which writes the rest
-        _slot = std::move(_connection);
-    }
+        : _slot(client._ostrm), _guard(*client._ostrm, client._write_failed),
+          _buffer(new (std::nothrow) UTOStreamBuffer(_guard, block_size)) {}
     JoinedWrites(const JoinedWrites&) = delete;
     JoinedWrites& operator=(const JoinedWrites&) = delete;
 
+    a_bool is_valid() const { return _buffer != nullptr && !_buffer->eof(); }
+    void begin() { _slot.swap(_buffer); }
+    void end() {
+        _slot.swap(_buffer);
+        _buffer.reset();  // which writes the rest
+    }
+
   private:
     std::unique_ptr<UTOStream>& _slot;
-    std::unique_ptr<UTOStream> _connection;
     GuardedOStream _guard;
+    std::unique_ptr<UTOStream> _buffer;  // while begun, the connection
+};
+
+/// The contents of a file on their way into the message, block by block. Made like JoinedWrites.
+class SMTPClient::AttachmentBlocks {
+  public:
+    AttachmentBlocks(SMTPClient* client, UTIStream& file)
+        : _useful(file, client->_write_failed), _content(client), _file(_useful, block_size),
+          _text(_content, block_size) {}
+
+    a_bool is_valid() const { return !_file.eof() && !_text.eof(); }
+    void encode() {
+        base64_encode(_text, _file, base64_line_length, true);
+        _text.flush();
+    }
+
+  private:
+    UsefulIStream _useful;
+    SMTPClientOStream _content;
+    UTIStreamBuffer _file;
+    UTOStreamBuffer _text;
 };
 
 int SMTPClient::SendMessage(const char* subject, const char* body, const char** to, int to_count,
@@ -143,53 +166,58 @@ int SMTPClient::SendMessage(const char* subject, const char* body, const char** 
     const UTText text(
         _ComposeMessage(subject, body, to, to_count, cc, cc_count, boundary, content_type));
     if (text == nullptr) return SMTP_NO_MEMORY;
+    if (_ostrm == nullptr) return SMTP_BAD_REPLY;
+    JoinedWrites joined(*this);
+    std::optional<AttachmentBlocks> contents;
+    if (attachment != nullptr) contents.emplace(this, file);
+    if (!joined.is_valid() || (contents && !contents->is_valid())) return SMTP_NO_MEMORY;
 
     const char** const lists[] = {to, cc, bcc};
     const int counts[] = {to_count, cc_count, bcc_count};
     int result = _SendEnvelope(lists, counts);
-    if (result == SMTP_OK) result = _SendContent(text.get(), boundary, attachment, file);
+    if (result == SMTP_OK) {
+        result =
+            _SendContent(joined, text.get(), boundary, attachment, contents ? &*contents : nullptr);
+    }
     return result == SMTP_OK ? result : _Abandon(result);
 }
 
 int SMTPClient::_SendEnvelope(const char** const lists[], const int counts[]) {
-    // Nothing goes out any more, so that there is no answer to wait for.
-    if (_write_failed) return SMTP_BAD_REPLY;
-    _SendCommand({"MAIL FROM:<", _sender.get(), ">"});
-    int result = _Expect(REPLY_COMPLETED);
+    int result = _SendCommand({"MAIL FROM:<", _sender.get(), ">"});
+    if (result == SMTP_OK) result = _Expect(REPLY_COMPLETED);
     for (int list = 0; list < 3; ++list) {
         for (int i = 0; i < counts[list] && result == SMTP_OK; ++i)
             result = _SendRecipient(lists[list][i]);
     }
-    if (result != SMTP_OK) return result;
-    _SendCommand({"DATA"});
-    return _Expect(REPLY_START_MAIL_INPUT);
+    return result == SMTP_OK ? _Say("DATA\r\n", REPLY_START_MAIL_INPUT) : result;
 }
 
 int SMTPClient::_SendRecipient(const char* address) {
     char reply[reply_size];
     int code = 0;
-    _SendCommand({"RCPT TO:<", address, ">"});
-    const int result = _ProcessResponse(reply, sizeof reply, &code, false);
+    int result = _SendCommand({"RCPT TO:<", address, ">"});
+    if (result == SMTP_OK) result = _ProcessResponse(reply, sizeof reply, &code, false);
     if (result == SMTP_OK && code == REPLY_COMPLETED) return SMTP_OK;
     // A refusal counts even if its reply breaks off after the first line.
     if (means_refused(code)) return SMTP_RECIPIENT_REFUSED;
     return result == SMTP_OK ? SMTP_BAD_REPLY : result;
 }
 
-int SMTPClient::_SendContent(const char* text, const char* boundary, const char* path,
-                             UTIStream& file) {
-    {
-        const JoinedWrites joined(*this);
-        a_bool open_line = false;
-        _SendRawText(text, std::strlen(text), &open_line);
-        if (path != nullptr) {
-            _SendMessageAttachments(boundary, path, file);
-        } else if (open_line) {
-            _sendData("\r\n", 2);
-        }
-        _sendData(".\r\n", 3);
+int SMTPClient::_SendContent(JoinedWrites& joined, const char* text, const char* boundary,
+                             const char* path, AttachmentBlocks* contents) {
+    joined.begin();
+    a_bool open_line = false;
+    _SendRawText(text, std::strlen(text), &open_line);
+    if (contents != nullptr) {
+        _SendMessageAttachments(boundary, path, *contents);
+    } else if (open_line) {
+        _sendData("\r\n", 2);
     }
+    _sendData(".\r\n", 3);
+    joined.end();
     _PushLastSegment();
+    // Without a time-out nothing would end the wait for an answer that may never come.
+    if (_write_failed && !_socket.hasTimeout()) return SMTP_BAD_REPLY;
     const int result = _Expect(REPLY_COMPLETED);
     // A server that accepts what did not reach it whole has not accepted this message.
     return result == SMTP_OK && _write_failed ? SMTP_BAD_REPLY : result;
@@ -204,9 +232,7 @@ void SMTPClient::_PushLastSegment() {
 }
 
 int SMTPClient::_Abandon(int result) {
-    char reply[reply_size];
-    int ignored = 0;
-    if (_SendCommand({"RSET"})) _ProcessResponse(reply, sizeof reply, &ignored, false);
+    _SayAnyway("RSET\r\n");
     return result;
 }
 
@@ -231,31 +257,26 @@ int SMTPClient::_SendRawText(const char* text, size_t len, a_bool* open_line) {
     return 0;
 }
 
-void SMTPClient::_SendText(const Buffer& text) {
+void SMTPClient::_SendText(const char* text) {
     a_bool ignored = false;
-    _SendRawText(text.c_str(), text.length(), &ignored);
+    _SendRawText(text, std::strlen(text), &ignored);
 }
 
-int SMTPClient::_SendMessageAttachments(const char* boundary, const char* path, UTIStream& file) {
+int SMTPClient::_SendMessageAttachments(const char* boundary, const char* path,
+                                        AttachmentBlocks& contents) {
     if (boundary == nullptr || path == nullptr) return SMTP_OK;
-    const UTText name = attachment_name(path);
-    Buffer header;
+    const char* const name = attachment_name(path);
+    char lines[1024];  // more than the longest boundary and two names take
     // Kept: "Content-transfer-encoding" in this mixture of cases.
-    header.append_all(
-        {"\r\n\r\n--", boundary, "\r\nContent-Type: application/octet-stream; name=\"", name.get(),
-         "\"\r\nContent-transfer-encoding: base64\r\nContent-Disposition: attachment; filename=\"",
-         name.get(), "\"\r\n\r\n"});
-    _SendText(header);
-    {
-        // Kept: a read error ends the attachment like the end of the file.
-        UsefulIStream useful(file, _write_failed);
-        SMTPClientOStream content(this);
-        UTIStreamBuffer blocks(useful, block_size);
-        UTOStreamBuffer lines(content, block_size);
-        base64_encode(lines, blocks, base64_line_length, true);
-    }
-    Buffer closing;
-    closing.append_all({"\r\n\r\n--", boundary, "--\r\n\r\n", "\r\n"});
-    _SendText(closing);
+    std::snprintf(lines, sizeof lines,
+                  "\r\n\r\n--%s\r\nContent-Type: application/octet-stream; name=\"%.*s\"\r\n"
+                  "Content-transfer-encoding: base64\r\n"
+                  "Content-Disposition: attachment; filename=\"%.*s\"\r\n\r\n",
+                  boundary, longest_attachment_name, name, longest_attachment_name, name);
+    _SendText(lines);
+    // Kept: a read error ends the attachment like the end of the file.
+    contents.encode();
+    std::snprintf(lines, sizeof lines, "\r\n\r\n--%s--\r\n\r\n\r\n", boundary);
+    _SendText(lines);
     return SMTP_OK;
 }

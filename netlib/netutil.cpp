@@ -5,6 +5,7 @@
 
 #include "netlib/netutil_internal.h"
 #include "netlib/unixsocket.h"
+#include "utils/unix/utlasting.h"
 #include "utils/utmem/utmem.h"
 
 DLLLoadingMonitor::~DLLLoadingMonitor() = default;
@@ -112,16 +113,16 @@ namespace TcpUtil {
 a_critical_sect ThreadCritSect;
 a_critical_sect NICritSect;
 a_critical_sect SingletonCritSect;
-c_utils_list<a_ni_reading> NIList;
 
 namespace {
 
 a_critical_sect* const all_locks[] = {&ThreadCritSect, &NICritSect, &SingletonCritSect};
 uint32 pending_fini = 0;  // guarded by SingletonCritSect
 
-// Before the singleton, whose destructor needs it.
-NetInterface net_interface;
-TcpUtilSingleton singleton;
+// Before the singleton, whose destructor needs them.
+UTLasting<c_utils_list<a_ni_reading>> interface_list;
+UTLasting<NetInterface> net_interface;
+UTLasting<TcpUtilSingleton> singleton;
 
 void DestroyLocks() {
     for (a_critical_sect* lock : all_locks) ut_safe_pthread_mutex_destroy(lock);
@@ -145,6 +146,8 @@ a_bool TakePendingFini() {
 
 }  // namespace
 
+c_utils_list<a_ni_reading>& NIList = *interface_list;
+
 TcpUtilSingleton::~TcpUtilSingleton() {
     if (_count == 0) return;
     _count = 0;
@@ -154,14 +157,14 @@ TcpUtilSingleton::~TcpUtilSingleton() {
 
 a_bool TcpUtilSingleton::_do_load() {
     if (!CreateLocks()) return false;
-    if (net_interface.init()) return true;
+    if (net_interface->init()) return true;
     DestroyLocks();
     return false;
 }
 
 void TcpUtilSingleton::_do_unload() {
     NIList.delete_all();
-    net_interface.fini();
+    net_interface->fini();
     DestroyLocks();
 }
 
@@ -170,7 +173,7 @@ void TcpUtilSingleton::_clear() {
 }
 
 a_bool Init() {
-    if (!singleton.init()) return false;
+    if (!singleton->init()) return false;
     const LockIfThere lock(SingletonCritSect);
     ++pending_fini;
     return true;
@@ -178,11 +181,11 @@ a_bool Init() {
 
 // The lock goes with the last fini(), so it is not held over it.
 void Fini() {
-    if (TakePendingFini()) singleton.fini();
+    if (TakePendingFini()) singleton->fini();
 }
 
 a_bool IsIPv6Supported() {
-    return net_interface.isIPv6Supported();
+    return net_interface->isIPv6Supported();
 }
 
 }  // namespace TcpUtil

@@ -28,25 +28,8 @@ class a_critical_sect_mutex {
     a_critical_sect cs;
 };
 
-/// Holds a critical section for the length of a scope, if it exists: outside of Init() and Fini()
-/// the locks do not, and what they guard must be left alone.
-class LockIfThere {
-  public:
-    explicit LockIfThere(const a_critical_sect& cs)
-        : _mutex(cs.p_mutex != nullptr ? &cs.p_mutex->mutex : nullptr) {
-        if (_mutex != nullptr) pthread_mutex_lock(_mutex);
-    }
-    ~LockIfThere() {
-        if (_mutex != nullptr) pthread_mutex_unlock(_mutex);
-    }
-    LockIfThere(const LockIfThere&) = delete;
-    LockIfThere& operator=(const LockIfThere&) = delete;
-
-    a_bool is_held() const { return _mutex != nullptr; }
-
-  private:
-    pthread_mutex_t* _mutex;
-};
+/// Outside of Init() and Fini() the locks below do not exist.
+using LockIfThere = CriticalSection;
 
 /// Counts who needs a resource: loaded for the first, unloaded after the last. Any thread may call
 /// init() and fini(); derived classes load and unload while _mutex is held.
@@ -151,7 +134,8 @@ namespace TcpUtil {
 /// Loads what TcpUtil stands on: the locks, the interface list and NetInterface.
 class TcpUtilSingleton : public DLLLoadingMonitor {
   public:
-    /// Unloads what is still loaded, so that unloading the library leaves nothing behind.
+    /// Unloads what is still loaded, so that unloading the library leaves nothing behind (see
+    /// UTLasting for when that is).
     ~TcpUtilSingleton() override;
 
   protected:
@@ -180,7 +164,7 @@ extern a_critical_sect SingletonCritSect;  // the count of pending Fini() calls
 
 /// The readings handed out, the current one last. The former ones are kept, for someone may still
 /// walk them; one is added only when the interfaces have changed. Guarded by NICritSect.
-extern c_utils_list<a_ni_reading> NIList;
+extern c_utils_list<a_ni_reading>& NIList;
 
 /// Resolves as Resolve and ResolveAll do; appends all addresses, or only the first. The caller owns
 /// the entries.

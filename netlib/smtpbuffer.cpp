@@ -16,6 +16,7 @@ size_t grown_capacity(size_t needed) {
 
 void Buffer::assign(const char* text) {
     _size = 0;
+    _whole = true;
     if (_str != nullptr) _str[0] = '\0';
     append(text);
 }
@@ -25,7 +26,10 @@ void Buffer::append(const char* text) {
     const size_t added = std::strlen(text);
     const size_t needed = _size + added;
     if (_str == nullptr || needed + 1 > _capacity) {
-        if (!reserve(_size == 0 ? needed + 1 : grown_capacity(needed))) return;
+        if (!reserve(_size == 0 ? needed + 1 : grown_capacity(needed))) {
+            _whole = false;
+            return;
+        }
     }
     std::memcpy(_str + _size, text, added + 1);
     _size = needed;
@@ -51,10 +55,12 @@ a_bool Buffer::reserve(size_t capacity) {
 }
 
 char* Buffer::release() {
-    char* const text = _str;
+    if (!_whole) _heap.Free(_str);
+    char* const text = _whole ? _str : nullptr;
     _str = nullptr;
     _size = 0;
     _capacity = 0;
+    _whole = true;
     return text;
 }
 

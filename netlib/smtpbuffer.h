@@ -11,8 +11,8 @@
 ///
 /// The first text gets exactly the bytes it needs. When more is appended and does not fit, the
 /// capacity becomes ((needed length) * 3 + 3) / 2, so that a text built from n pieces is copied a
-/// logarithmic number of times. A piece for which there is no memory is dropped and the buffer
-/// stays as it was: an incomplete line, which the server then answers.
+/// logarithmic number of times. A piece for which there is no memory is dropped, and the text stays
+/// as it was. The buffer remembers that: whoever sends or hands on the text asks is_whole() first.
 class Buffer {
   public:
     Buffer() = default;
@@ -20,18 +20,22 @@ class Buffer {
     Buffer(const Buffer&) = delete;
     Buffer& operator=(const Buffer&) = delete;
 
-    /// Replaces the text; null makes it empty. The capacity never shrinks.
+    /// Replaces the text, which is whole again if there is memory for it; null makes it empty. The
+    /// capacity never shrinks.
     void assign(const char* text);
     /// Adds `text` at the end; null changes nothing.
     void append(const char* text);
     void append_all(std::initializer_list<const char*> texts);
 
+    /// False once a piece was dropped.
+    a_bool is_whole() const { return _whole; }
     size_t length() const { return _size; }  // without the terminator
     size_t capacity() const { return _capacity; }
     /// The terminated text; null until something was appended.
     const char* c_str() const { return _str; }
 
-    /// Hands the text over, to be freed with ut_free(); the buffer is then as new.
+    /// Hands the text over, to be freed with ut_free(), or null when it is not whole; the buffer is
+    /// then as new.
     char* release();
     /// Overwrites and drops the text: for credentials.
     void wipe();
@@ -43,6 +47,7 @@ class Buffer {
     size_t _size = 0;
     size_t _capacity = 0;
     UTHeap _heap;
+    a_bool _whole = true;
 };
 
 #endif

@@ -1,6 +1,7 @@
 #ifndef QUOREL_NETLIB_SMTPSOCKET_H
 #define QUOREL_NETLIB_SMTPSOCKET_H
 
+#include <algorithm>
 #include <cerrno>
 
 #include "netlib/timedsocket.h"
@@ -8,16 +9,21 @@
 /// A TimedSocket on which a whole reply has a time-out too. The time-out of each recv alone does
 /// not bound a reply that arrives a byte at a time.
 ///
-/// A reply is overdue when it is still incomplete a time-out after its first bytes came, so that
-/// together with the first and the last wait it takes three time-outs at most.
+/// A reply has one time-out for its first bytes and one, from then on, for the rest. It is overdue
+/// when that has passed.
 class SMTPSocket final : public TimedSocket {
   public:
     using TimedSocket::recv;
     using TimedSocket::send;
     using TimedSocket::TimedSocket;
 
-    /// Milliseconds; 0 or less means no limit, as at the start.
-    void setReplyTimeout(int32 timeout_in_ms) { _reply_timeout = timeout_in_ms; }
+    /// Milliseconds, for each operation and for both parts of a reply; 0 or less means no limit, as
+    /// at the start.
+    void setTimeout(int32 timeout_in_ms) {
+        _reply_timeout = timeout_in_ms;
+        TimedSocket::setTimeout(timeout_in_ms);
+    }
+    a_bool hasTimeout() const { return _reply_timeout > 0; }
     /// What is received from here on belongs to a new reply.
     void beginReply() {
         _reads = 0;
@@ -37,16 +43,29 @@ class SMTPSocket final : public TimedSocket {
 
     // One read brings most replies, so that the clock is looked at only from the second on.
     int recv(char* buf, unsigned int len) override {
-        if (_reads++ == 1) _first_read.sample();
-        if (_reads > 2 && _reply_timeout > 0 && unix_limit_reached(_first_read, _reply_timeout)) {
+        if (_reads++ == 0 || !hasTimeout()) return TimedSocket::recv(buf, len);
+        if (_reads == 2) _first_read.sample();
+        const int32 left = time_left();
+        if (left == 0) {
             _overdue = true;
             errno = ETIMEDOUT;
             return -1;
         }
-        return TimedSocket::recv(buf, len);
+        TimedSocket::setTimeout(left);
+        const int count = TimedSocket::recv(buf, len);
+        TimedSocket::setTimeout(_reply_timeout);
+        return count;
     }
 
   private:
+    int32 time_left() const {
+        a_timer_tick now;
+        now.sample();
+        const uint64 passed = now < _first_read ? 0 : (now - _first_read).milliSeconds();
+        const auto limit = static_cast<uint64>(_reply_timeout);
+        return static_cast<int32>(limit - std::min(passed, limit));
+    }
+
     int32 _reply_timeout = 0;
     a_bool _overdue = false;
     uint32 _reads = 0;         // since beginReply()

@@ -31,15 +31,16 @@ def line(procedure, arguments):
 
 
 def start(port, **more):
-    names = {"sender": 1, "sender_name": 5, "user": 6, "password": 7}
+    names = {"sender": 1, "sender_name": 5, "user": 6, "password": 7, "session": 12}
     arguments = {1: SENDER, 2: "127.0.0.1", 3: port, 4: 10}
     arguments.update({names[name]: value for name, value in more.items()})
     return line("xp_startsmtp", arguments)
 
 
-def mail(to, subject="Hi", body="text\r\n", cc=None, bcc=None, file=None, content_type=None):
+def mail(to, subject="Hi", body="text\r\n", cc=None, bcc=None, file=None, content_type=None,
+         session=None):
     return line("xp_sendmail", {1: to, 2: subject, 3: cc, 4: bcc, 6: body, 10: file,
-                                19: content_type})
+                                19: content_type, 20: session})
 
 
 STOP = "xp_stopsmtp"
@@ -101,6 +102,14 @@ class Aiosmtpd(unittest.TestCase):
         self.assertIsNone(empty["Subject"])
         self.assertEqual(empty.get_payload(decode=True), b"")
 
+    def test_may_exit_while_other_threads_send_and_still_stop_a_session(self):
+        lines = []
+        for session in range(1, 5):
+            lines += [start(self.server.port, session=session), mail("bob@b.test", session=session),
+                      mail("bob@b.test", session=session), line("xp_stopsmtp", {1: session})]
+        for _ in range(20):
+            self.assertEqual(call(start(self.server.port), "threads 4", *lines), [0, 0])
+
 
 class AiosmtpdWithLogin(Aiosmtpd):
     options = {
@@ -109,6 +118,7 @@ class AiosmtpdWithLogin(Aiosmtpd):
             success=data == LoginPassword("ann".encode(), "söcret".encode()), handled=False),
     }
     test_accepts_every_kind_of_message_and_others_parse_it = None
+    test_may_exit_while_other_threads_send_and_still_stop_a_session = None
 
     def test_lets_in_who_has_the_password(self):
         self.assertEqual(call(start(self.server.port, user="ann", password="söcret"),

@@ -3,7 +3,12 @@
 // set). A line is the procedure's name and, for each argument that is not NULL, its number, its
 // type code and its bytes, at least one, in hexadecimal digits, separated by blanks. At the end the
 // library is unloaded, and standard error gets the number of threads and descriptors that are left.
+//
+// After a line "threads N" the calls of all lines that follow are made over and over by N threads,
+// each beginning elsewhere, and soon the program exits while they do. An exit handler, older than
+// the library, then stops the default session and prints the status as for any other call.
 
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
@@ -11,8 +16,11 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include "extdll/extfn.h"
 
@@ -24,9 +32,12 @@ struct Argument {
 };
 
 struct Call {
+    an_extfn_proc* procedure = nullptr;
     std::map<uint32_t, Argument> arguments;
     std::string status = "-";
 };
+
+void* library = nullptr;
 
 int16_t get_value(void* handle, uint32_t number, an_extfn_value* value) {
     *value = {};
@@ -59,6 +70,48 @@ std::string from_hex(const std::string& digits) {
     return bytes;
 }
 
+// Without a procedure where the library has none of that name.
+Call parsed(const std::string& line) {
+    std::istringstream words(line);
+    std::string word;
+    words >> word;
+    Call call;
+    call.procedure = reinterpret_cast<an_extfn_proc*>(dlsym(library, word.c_str()));
+    uint32_t number = 0;
+    for (int type = 0; words >> number >> type >> word;)
+        call.arguments[number] = {type, from_hex(word)};
+    return call;
+}
+
+void make(Call& call) {
+    an_extfn_api api = {get_value, get_piece, set_value, set_cancel};
+    call.procedure(&api, &call);
+}
+
+void stop_at_exit() {
+    if (library == nullptr) return;
+    Call stop = parsed("xp_stopsmtp");
+    make(stop);
+    std::cout << stop.status << std::endl;
+}
+
+// What the threads use is never destroyed.
+void exit_beside_threads(size_t count) {
+    auto& calls = *new std::vector<Call>;
+    auto& made = *new std::atomic<size_t>;
+    for (std::string line; std::getline(std::cin, line);) calls.push_back(parsed(line));
+    for (size_t thread = 0; thread < count; ++thread) {
+        std::thread([&calls, &made, at = thread * calls.size() / count]() mutable {
+            for (;; ++made) {
+                Call call = calls[at++ % calls.size()];
+                make(call);
+            }
+        }).detach();
+    }
+    while (made < 4 * calls.size()) usleep(1000);
+    std::exit(0);
+}
+
 // That of the descriptors counts the one it is read through.
 std::ptrdiff_t entries(const char* folder) {
     const std::filesystem::directory_iterator found(folder);
@@ -68,26 +121,21 @@ std::ptrdiff_t entries(const char* folder) {
 }  // namespace
 
 int main(int, char** arguments) {
-    void* const library = dlopen(arguments[1], RTLD_NOW | RTLD_LOCAL);
+    std::atexit(stop_at_exit);
+    library = dlopen(arguments[1], RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) {
         std::cerr << dlerror() << '\n';
         return 1;
     }
     for (std::string line; std::getline(std::cin, line);) {
-        std::istringstream words(line);
-        std::string word;
-        words >> word;
-        auto* const procedure = reinterpret_cast<an_extfn_proc*>(dlsym(library, word.c_str()));
-        if (procedure == nullptr) return 2;
-        Call call;
-        uint32_t number = 0;
-        for (int type = 0; words >> number >> type >> word;)
-            call.arguments[number] = {type, from_hex(word)};
-        an_extfn_api api = {get_value, get_piece, set_value, set_cancel};
-        procedure(&api, &call);
+        if (line.starts_with("threads ")) exit_beside_threads(std::stoul(line.substr(8)));
+        Call call = parsed(line);
+        if (call.procedure == nullptr) return 2;
+        make(call);
         std::cout << call.status << std::endl;
     }
     dlclose(library);
+    library = nullptr;
     std::cerr << "threads " << entries("/proc/self/task") << ", descriptors "
               << entries("/proc/self/fd") - 1 << '\n';
     return 0;

@@ -29,6 +29,10 @@ def record_of(path):
 
 class Product(unittest.TestCase):
     @unittest.skipIf(SANITIZED, "sanitizers export and need more")
+    def test_registers_no_destructor_that_would_run_at_exit_beside_other_threads(self):
+        self.assertNotIn("__cxa_atexit", run("nm", "-D", LIBRARY))
+
+    @unittest.skipIf(SANITIZED, "sanitizers export and need more")
     def test_exports_the_documented_symbols_and_needs_the_c_library_only(self):
         exported = {line.split()[2] for line in run("nm", "-D", "--defined-only", LIBRARY).splitlines()}
         with open(EXPORTS_MAP) as exports:

@@ -16,6 +16,7 @@ namespace {
 // waits are over at once and without an event, but for the time.
 thread_local std::string_view before_silence;
 thread_local int idle_waits = 0;
+thread_local bool good_bye_lost = false;  // what says so is not taken, and waits are idle for long
 std::atomic<long> waited_ms = 0;
 
 // The sends of that thread, "EHLO" and the kinds of the stub's records, and + and - where
@@ -44,6 +45,14 @@ ssize_t __wrap_recv(int s, void* b, size_t n, int flags) {
 ssize_t __real_send(int s, const void* b, size_t n, int flags);
 ssize_t __wrap_send(int s, const void* b, size_t n, int flags) {
     const std::string_view data(static_cast<const char*>(b), n);
+    if (good_bye_lost && data.starts_with("QXCI-STUB CLOSE")) {
+        good_bye_lost = false;
+        idle_waits = 100;
+    }
+    if (idle_waits > 0 && data.starts_with("QXCI-STUB CLOSE")) {
+        errno = EAGAIN;
+        return -1;
+    }
     wire += data.substr(data.starts_with("QXCI") ? 10 : 0, 4);
     if (!before_silence.empty() && data.starts_with(before_silence)) {
         before_silence = {};
@@ -170,7 +179,7 @@ TEST(SecureSMTPClient, every_step_that_fails_has_its_code) {
         {"close in TLS", 105, {}, "", {{"EHLO", "close"}}},
         {"close in TLS, no texts", 105, {}, "", {{"EHLO", "close"}}, "EHLO STARTTLS", false, false},
         {"abrupt close", 105, {.script = "destroy done"}, "", {{"EHLO", "close"}}},
-        {"write", 105, {}, "write fail 8; read fail 8"},
+        {"write", 105, {}, "write fail 8"},  // for an answer it would wait for ever
         {"login", 105, {}, "", {{"AUTH", "535 no"}}, "EHLO STARTTLS", true},
         {"login not offered", 104, {}, "", {{"EHLO", "250 ok"}}, "EHLO STARTTLS", true},
     };
@@ -253,10 +262,26 @@ TEST(SecureSMTPClient, a_large_attachment_leaves_in_few_records) {
     EXPECT_THAT(peer.transcript(), EndsWith("--\r\n\r\n\r\n.\r\nQUIT\r\n"));
 }
 
+constexpr a_timelib_clock clock_of_waits = {[] { return waited_ms.load() / 10; },
+                                            [] { return uint64{0}; }, [] { return 100L; }};
+
+TEST(SecureSMTPClient, a_server_that_does_not_hear_the_good_bye_is_given_a_second) {
+    timelib_set_clock(&clock_of_waits);
+    SMTPPeer peer;
+    SecureRelay relay(peer.port());
+    Session session;
+    ASSERT_EQ(0, session.connect(relay.port()));
+    const long before = waited_ms;
+    good_bye_lost = true;
+    session.client->Disconnect();
+    idle_waits = 0;
+    timelib_set_clock(nullptr);
+    EXPECT_FALSE(good_bye_lost);
+    EXPECT_EQ(before + 1000, waited_ms);
+}
+
 TEST(SecureSMTPClient, a_silent_server_is_waited_for_beyond_the_time_out) {
-    constexpr a_timelib_clock clock = {[] { return waited_ms.load() / 10; },
-                                       [] { return uint64{0}; }, [] { return 100L; }};
-    timelib_set_clock(&clock);
+    timelib_set_clock(&clock_of_waits);
     for (const char* sent : {"EHLO", "STARTTLS", "QXCI-STUB HELLO", "QXCI-STUB DATA"}) {
         SMTPPeer peer;
         SecureRelay relay(peer.port());

@@ -14,11 +14,18 @@
 #include "utils/unix/timelib.h"
 
 // For this thread: no connection is ever made, time passes in waits only, and there is no memory in
-// blocks of one size.
+// blocks of one size, or after so many allocations (-1: enough).
 thread_local bool unanswered = false;
 thread_local int connected_port = 0;
 static std::atomic<long> waited_ms = 0;
 thread_local size_t scarce_size = 0;
+thread_local int good_allocations = -1;
+
+static bool is_scarce(size_t size) {
+    if (good_allocations == 0) return true;
+    if (good_allocations > 0) --good_allocations;
+    return size == scarce_size;
+}
 
 extern "C" {
 
@@ -39,7 +46,19 @@ int __wrap_poll(pollfd* fds, nfds_t count, int timeout) {
 
 void* __real_malloc(size_t size);
 void* __wrap_malloc(size_t size) {
-    return size == scarce_size ? nullptr : __real_malloc(size);
+    return is_scarce(size) ? nullptr : __real_malloc(size);
+}
+void* __real_calloc(size_t count, size_t size);
+void* __wrap_calloc(size_t count, size_t size) {
+    return is_scarce(count * size) ? nullptr : __real_calloc(count, size);
+}
+void* __real_realloc(void* block, size_t size);
+void* __wrap_realloc(void* block, size_t size) {
+    return is_scarce(size) ? nullptr : __real_realloc(block, size);
+}
+char* __real_strdup(const char* text);
+char* __wrap_strdup(const char* text) {
+    return is_scarce(strlen(text) + 1) ? nullptr : __real_strdup(text);
 }
 }
 
@@ -352,6 +371,56 @@ TEST(MakeArgv, splits_at_semicolons_and_keeps_the_rest) {
         do_free(list);
     }
     do_free(nullptr);
+}
+
+TEST(MakeArgv, without_memory_for_all_of_a_list_has_none) {
+    const auto split = [](int allocations) {
+        int count = -1;
+        good_allocations = allocations;
+        char** const list = make_argv("a;b", &count);
+        good_allocations = -1;
+        do_free(list);
+        return std::pair(list != nullptr, count);
+    };
+    const std::pair<bool, int> wanted[] = {{false, 0}, {false, 0}, {false, 0}, {false, 0},
+                                           {false, 1}, {false, 1}, {true, 2}};
+    for (int good = 0; good < 7; ++good) EXPECT_EQ(wanted[good], split(good)) << good;
+}
+
+TEST(MailProcedures, a_recipient_list_that_is_not_whole_sends_nothing) {
+    SMTPPeer peer;
+    SendmailState session(7);
+    a_smtp_start where = {};
+    where.sender = "ann@a.test";
+    where.host = "127.0.0.1";
+    where.port = peer.port();
+    ASSERT_EQ(0, session.startsmtp(where));
+    a_mail mail = {};
+    mail.recipient = mail.cc_recipient = mail.bcc_recipient = "bob@b.test;eve@e.test";
+    for (int good = 0; good < 18; ++good) {
+        good_allocations = good;
+        EXPECT_EQ(15, session.sendsmtp(mail)) << good;
+        good_allocations = -1;
+    }
+    session.stopsmtp();
+    EXPECT_THAT(peer.transcript(), testing::MatchesRegex("EHLO [^\r]*\r\nQUIT\r\n"));
+}
+
+TEST(MailProcedures, without_a_mutex_nothing_starts_and_nothing_is_there) {
+    ut_safe_pthread_mutex_clean();
+    scarce_size = sizeof(a_ut_pthread_mutex);
+    EXPECT_EQ(15, start(1, 31));
+    EXPECT_EQ(5, mail(31));
+    EXPECT_EQ(3, stop(31));
+    SendmailState session(7);
+    SendmailManager registry;
+    scarce_size = 0;
+    const std::lock_guard lock(session);
+    EXPECT_EQ(15, session.startsmtp({}));
+    EXPECT_EQ(25, session.sendsmtp({}));
+    EXPECT_EQ(0, session.stopsmtp());
+    EXPECT_EQ(nullptr, registry.FindOrAddState(7));
+    EXPECT_EQ(nullptr, registry.FindState(7));
 }
 
 size_t entries(const char* path) {

@@ -10,6 +10,13 @@
 #include "utils/lang/utlangstring.h"
 #include "utils/unix/timelib.h"
 
+// There is no memory for objects of this size.
+static std::size_t scarce_size = 0;
+
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return size == scarce_size ? nullptr : ::operator new(size);
+}
+
 namespace {
 
 // Time passes when a test lets it, in ticks of 10 ms.
@@ -237,6 +244,16 @@ TEST(TlsConnection, a_shut_down_in_the_yield_is_final) {
     }
 }
 
+TEST(TlsConnection, works_without_memory_for_a_mutex) {
+    scarce_size = sizeof(DBQXCIMutex);
+    Session session("handshake done; write done; read give abc");
+    scarce_size = 0;
+    session.conn->getMutex();
+    session.conn->giveMutex();
+    EXPECT_EQ(QxciErrOK, session.write());
+    EXPECT_EQ(std::pair(QxciErrOK, std::string("abc")), session.read(3));
+}
+
 TEST(TlsConnection, a_provider_s_error_comes_with_its_details_and_passes) {
     Session session("handshake done; write fail 13,7,Acme; write done");
     EXPECT_EQ(QxciErrBadCompany, session.write());
@@ -335,7 +352,9 @@ TEST(TlsConnection, the_provider_s_callbacks_tell_failure_from_waiting) {
         session.send_result = result;
         EXPECT_EQ(wanted, tls_conn_callbacks.write_cb(&*session.conn, bytes, 5)) << result;
     }
-    EXPECT_EQ(QXCI_IO_ERROR, QXCI_WriteCallback(&*session.conn, bytes, 0));
+    session.send_result = 0;  // as many as asked
+    EXPECT_EQ(QXCI_IO_OK, QXCI_WriteCallback(&*session.conn, bytes, 5));
+    EXPECT_EQ(QXCI_IO_ERROR, QXCI_WriteCallback(&*session.conn, bytes, 0)) << "nothing sent";
 
     EXPECT_EQ(QXCI_IO_WOULD_BLOCK, tls_conn_callbacks.read_cb(&*session.conn, bytes, 5, &got));
     session.incoming = "xyz";

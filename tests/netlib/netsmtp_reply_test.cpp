@@ -2,10 +2,12 @@
 #include <cstring>
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include "netlib/netsmtp.h"
 #include "netlib/smtpbuffer.h"
 #include "netlib/socketstream.h"
+#include "tests/scratch.h"
 
 namespace {
 
@@ -55,6 +57,8 @@ class TestClient : public SMTPClient {
         _istrm = std::make_unique<SockIStream>(socket, &_heap);
         _ostrm = std::make_unique<SockOStream>(socket);
     }
+    // Whose time-out is none unless it is set here.
+    using SMTPClient::_socket;
     explicit TestClient(const std::string& reply)
         : TestClient(std::vector<ScriptedSocket::Piece>{{reply}}) {}
 
@@ -176,21 +180,101 @@ TEST(SmtpText, doubles_dots_that_begin_lines_up_to_a_zero_byte) {
 }
 
 TEST(SmtpText, that_never_left_is_not_accepted_whatever_the_server_says) {
-    const std::pair<int, int> cases[] = {{1000, 0}, {3, 104}, {0, 104}};
-    for (const auto& [good_sends, result] : cases) {
-        TestClient client("250 ok\r\n250 ok\r\n354 go on\r\n250 taken\r\n");
-        client.socket.good_sends = good_sends;
-        const char* to = nullptr;
-        EXPECT_EQ(result, client.SendMessage(nullptr, "x", &to, 1, nullptr, 0, nullptr, 0, nullptr,
-                                             nullptr));
-        const std::string envelope = "MAIL FROM:<>\r\nRCPT TO:<>\r\nDATA\r\n";
-        EXPECT_EQ(good_sends == 0 ? "" : envelope, client.socket.sent.substr(0, envelope.size()));
-        EXPECT_EQ(result == 0, client.socket.sent.size() > envelope.size());
+    const struct {
+        int good_sends, timeout, result, replies;
+    } cases[] = {
+        {1000, 0, 0, 4}, {1000, 1, 0, 4}, {3, 1, 104, 4}, {3, 0, 104, 3},
+        {2, 1, 104, 2},  {1, 1, 104, 1},  {0, 1, 104, 0},
+    };
+    const std::string envelope = "MAIL FROM:<>\r\nRCPT TO:<>\r\nDATA\r\n";
+    for (const auto& c : cases) {
+        TestClient client({{"250 ok\r\n"}, {"250 ok\r\n"}, {"354 go on\r\n"}, {"250 taken\r\n"}});
+        client.socket.good_sends = c.good_sends;
+        client._socket.setTimeout(c.timeout);
+        const auto send = [&](const char* to) {
+            return client.SendMessage(nullptr, "x", &to, 1, nullptr, 0, nullptr, 0, nullptr,
+                                      nullptr);
+        };
+        EXPECT_EQ(c.result, send(nullptr)) << c.good_sends;
+        EXPECT_EQ(c.replies, client.socket.recvs) << "what did not go out is not waited for";
+        const std::string& sent = client.socket.sent;
+        EXPECT_EQ(sent.substr(0, envelope.size()), envelope.substr(0, sent.size()));
+        EXPECT_EQ(c.result == 0, sent.size() > envelope.size());
+        if (c.result == 0) continue;
+        const size_t size = sent.size();
+        client.socket.good_sends = 1000;
+        EXPECT_EQ(104, send(nullptr));
+        EXPECT_EQ(size, sent.size()) << "nothing goes into a broken message";
     }
 }
 
 a_utmem_source no_memory = {[](size_t) -> void* { return nullptr; }, realloc, free,
                             [] { return false; }};
+
+// How many allocations go well before one fails; and whether memory that was freed held a secret.
+int good_allocations = 0;
+bool secret_left = false;
+const std::vector<std::string> secrets = {"open sesame", "AHUAb3BlbiBzZXNhbWU="};
+
+a_utmem_source scarce = {
+    [](size_t size) -> void* { return good_allocations-- == 0 ? nullptr : malloc(size); }, realloc,
+    [](void* block) {
+        const std::string_view bytes(static_cast<char*>(block), malloc_usable_size(block));
+        for (const std::string& secret : secrets)
+            secret_left |= bytes.find(secret) != std::string_view::npos;
+        free(block);
+    },
+    [] { return false; }};
+
+TEST(SmtpSteps, an_allocation_that_fails_gives_15_and_no_half_of_anything) {
+    const ScratchFolder folder;
+    const std::string file = folder.file_with("file", "contents");
+    std::string whole;
+    std::string failed;
+    // Backwards from where there is enough, so that the first one shows what all is sent.
+    for (int good = 100; good >= 0; --good) {
+        TestClient client("250-me\r\n250 AUTH PLAIN\r\n235 in\r\n250 ok\r\n250 ok\r\n250 ok\r\n"
+                          "354 go on\r\n250 taken\r\n");
+        char buf[256];
+        int code = 0;
+        const char* to[] = {"bob", "eve"};
+        good_allocations = good;
+        utmem_set_source(&scarce);
+        int result = client._SMTPConnect(buf, sizeof buf, "ann", "Ann", 1, &code);
+        if (result == 0)
+            result = client._SMTPAuthenticate(buf, sizeof buf, "u", "open sesame", &code);
+        if (result == 0) {
+            result = client.SendMessage("\xe9", "body", to, 2, nullptr, 0, nullptr, 0, file.c_str(),
+                                        nullptr);
+        }
+        const bool enough = good_allocations >= 0;
+        utmem_set_source(nullptr);
+        EXPECT_EQ(enough ? 0 : 15, result) << good;
+        std::string sent = client.socket.sent;
+        if (enough) {
+            whole = sent;
+            continue;
+        }
+        if (sent.ends_with("RSET\r\n")) sent.erase(sent.size() - 6);
+        EXPECT_EQ(sent, whole.substr(0, sent.size()));
+        EXPECT_EQ(std::string::npos, sent.find("DATA")) << "begun only when it can be ended";
+        EXPECT_TRUE(sent.empty() || sent.ends_with("\r\n")) << sent;
+    }
+    EXPECT_NE(std::string::npos, whole.find(secrets[1]));
+    EXPECT_FALSE(secret_left);
+}
+
+TEST(SmtpSteps, a_line_that_does_not_go_out_ends_its_step) {
+    char buf[256];
+    int code = 0;
+    TestClient client("250 AUTH PLAIN\r\n");
+    EXPECT_EQ(0, client._ProcessResponse(buf, sizeof buf, &code, true));
+    client.socket.good_sends = 0;
+    EXPECT_EQ(104, client._SMTPAuthenticate(buf, sizeof buf, "u", "p", &code));
+    EXPECT_EQ(104, client._SMTPConnect(buf, sizeof buf, "a", nullptr, 1, &code));
+    client.Disconnect();
+    EXPECT_EQ(1, client.socket.recvs);
+}
 
 TEST(SmtpSteps, without_a_buffer_a_sender_or_memory_give_15) {
     TestClient client("250 AUTH PLAIN\r\n");
@@ -246,7 +330,11 @@ TEST(Buffer, grows_by_its_rule_and_drops_what_does_not_fit) {
     EXPECT_EQ(nullptr, empty.c_str());
     EXPECT_STREQ("abcdefg", buffer.c_str());
     EXPECT_EQ(7U, buffer.length());
+    EXPECT_FALSE(buffer.is_whole());
+    buffer.append("i");
+    EXPECT_FALSE(buffer.is_whole()) << "what came after it does not make up for it";
     buffer.assign("x");
+    EXPECT_TRUE(buffer.is_whole());
     EXPECT_STREQ("x", buffer.c_str());
     EXPECT_EQ(12U, buffer.capacity());
 }

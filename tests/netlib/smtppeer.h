@@ -2,6 +2,7 @@
 #define QUOREL_TESTS_NETLIB_SMTPPEER_H
 
 #include <atomic>
+#include <climits>
 #include <cstring>
 #include <map>
 #include <string>
@@ -25,7 +26,8 @@ class SMTPPeer {
     ///     close     closes; "close now" with a reset
     ///     silence   says nothing and goes on reading
     ///     354 deaf  says that, whatever stands before the deaf, and stops reading
-    ///     drip      sends the digits of a reply for ever, one every tenth of a second
+    ///     drip      sends the digits of a reply for ever, one every tenth of a second; "drip 3"
+    ///               only so many, and then says nothing
     ///     flood     sends continuation lines as long as they are taken
     using Replies = std::map<std::string, std::string>;
 
@@ -148,10 +150,11 @@ class SMTPPeer {
         const std::string reply = reply_to(verb);
         if (reply == "close") return false;
         if (reply == "close now") return reset(fd);
-        stalling = stalling || reply == "silence" || reply == "drip";
+        stalling = stalling || reply == "silence" || reply.starts_with("drip");
         if (reply == "silence") return true;
         if (reply.ends_with(" deaf")) return put(fd, reply + "\r\n") && wait_for_stop();
         if (reply == "drip") return repeat(fd, "2", 100);
+        if (reply == "drip 3") return repeat(fd, "2", 100, 3) || wait_for_stop();
         if (reply == "flood")
             return repeat(fd, std::string(50, '2').replace(3, 1, "-") + "\r\n", 0);
         return put(fd, reply.back() == '\n' ? reply : reply + "\r\n");
@@ -179,10 +182,11 @@ class SMTPPeer {
         return false;
     }
 
-    bool repeat(int fd, const std::string& text, int pause_ms) const {
+    bool repeat(int fd, const std::string& text, int pause_ms, int times = INT_MAX) const {
         const timeval patience = {0, 100000};
         setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
-        while (!_stop && (put(fd, text) || errno == EAGAIN)) poll(nullptr, 0, pause_ms);
+        while (times-- > 0 && !_stop && (put(fd, text) || errno == EAGAIN))
+            poll(nullptr, 0, pause_ms);
         return false;
     }
 

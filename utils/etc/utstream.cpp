@@ -169,8 +169,10 @@ size_t UTBufferedOStream::do_put(const a_byte* data, size_t n) {
 }
 
 UTPartialBufferedIStream::UTPartialBufferedIStream(UTHeap* heap)
-    : _heap(heap), _data(static_cast<a_byte*>(ut_alloc(_data_size))), _ptr(_data), _lim(_data),
-      _skip(0) {}
+    : _heap(heap), _data(static_cast<a_byte*>(ut_malloc(_data_size))), _ptr(_data), _lim(_data),
+      _skip(0) {
+    _eof = _data == nullptr;
+}
 
 UTPartialBufferedIStream::~UTPartialBufferedIStream() {
     ut_free(_data);

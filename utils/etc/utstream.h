@@ -250,7 +250,8 @@ class UTPartialBufferedIStream : public UTIStream {
     virtual void refill() = 0;
 
   protected:
-    /// `heap` is stored for subclasses; it may be null.
+    /// `heap` is stored for subclasses; it may be null. Without memory for the buffer the stream is
+    /// at its end from the start.
     explicit UTPartialBufferedIStream(UTHeap* heap);
 
     static constexpr size_t _data_size = 4096;

@@ -9,13 +9,15 @@ size_t usable(size_t length) {
 }
 
 a_byte* new_buffer(size_t length) {
-    return static_cast<a_byte*>(ut_alloc(usable(length)));
+    return static_cast<a_byte*>(ut_malloc(usable(length)));
 }
 
 }  // namespace
 
 UTIStreamBuffer::UTIStreamBuffer(UTIStream& istream, size_t length)
-    : _istream(istream), _buf(new_buffer(length)), _len(usable(length)) {}
+    : _istream(istream), _buf(new_buffer(length)), _len(usable(length)) {
+    _eof = _buf == nullptr;
+}
 
 UTIStreamBuffer::~UTIStreamBuffer() {
     ut_free(_buf);
@@ -29,7 +31,8 @@ void UTIStreamBuffer::refill() {
 
 UTOStreamBuffer::UTOStreamBuffer(UTOStream& ostream, size_t length)
     : _ostream(ostream), _buf(new_buffer(length)), _len(usable(length)) {
-    set_span(_buf, _len);
+    _eof = _buf == nullptr;
+    set_span(_buf, _eof ? 0 : _len);
 }
 
 UTOStreamBuffer::~UTOStreamBuffer() {

@@ -6,7 +6,8 @@
 #include "utils/etc/utstream.h"
 
 /// Reads the wrapped input in blocks. A read of the wrapped input that gives nothing ends this
-/// stream. What has been read ahead is gone with this object.
+/// stream. What has been read ahead is gone with this object. Without memory for a block the stream
+/// is at its end from the start.
 class UTIStreamBuffer final : public UTBufferedIStream {
   public:
     /// `length` is the size of a block, at least 1.
@@ -22,6 +23,7 @@ class UTIStreamBuffer final : public UTBufferedIStream {
 
 /// Collects what is written and hands it to the wrapped output a full buffer at a time, the rest in
 /// flush() and on destruction. set_eof() discards what has been collected.
+/// Without memory for the buffer the stream is at its end from the start.
 /// Kept: the count that the wrapped output returns is not looked at; bytes it refuses are gone, and
 /// this stream does not end with it.
 class UTOStreamBuffer final : public UTBufferedOStream {

@@ -53,18 +53,25 @@ struct a_ut_mutex_pool_state {
 };
 a_ut_mutex_pool_state ut_safe_pthread_mutex_state();
 
-/// Holds a critical section for the length of a scope. *cs outlives the object.
+/// Holds a critical section for the length of a scope, if there is one: the pool may have had none
+/// to give. *cs outlives the object.
 class CriticalSection {
   public:
-    explicit CriticalSection(a_critical_sect& cs) : _mutex(&cs.p_mutex->mutex) {
-        pthread_mutex_lock(_mutex);
+    explicit CriticalSection(const a_critical_sect& cs)
+        : _mutex(cs.p_mutex != nullptr ? &cs.p_mutex->mutex : nullptr) {
+        if (is_held()) pthread_mutex_lock(_mutex);
     }
-    ~CriticalSection() { pthread_mutex_unlock(_mutex); }
+    ~CriticalSection() {
+        if (is_held()) pthread_mutex_unlock(_mutex);
+    }
     CriticalSection(const CriticalSection&) = delete;
     CriticalSection& operator=(const CriticalSection&) = delete;
 
+    /// False when there is none; what it guards must then be left alone.
+    bool is_held() const { return _mutex != nullptr; }
+
   private:
-    pthread_mutex_t* _mutex;
+    pthread_mutex_t* const _mutex;
 };
 
 #endif

@@ -26,7 +26,13 @@ struct a_ut_wiping_deleter {
 /// The same for a secret, which is wiped before its memory goes back.
 using UTSecretText = std::unique_ptr<char, a_ut_wiping_deleter>;
 
-/// A copy of `text`; none for null.
+/// A copy of `text`; none for null, and none when there is no memory.
+inline UTText ut_try_text(const char* text) {
+    if (text == nullptr) return nullptr;
+    return UTText(static_cast<char*>(ut_memdup(text, std::strlen(text) + 1)));
+}
+
+/// The same, but ends the process when there is no memory.
 inline UTText ut_text(const char* text) {
     return UTText(ut_strdup(text));
 }
