@@ -1,5 +1,3 @@
-#include "netlib/netsmtp.h"
-
 #include <algorithm>
 #include <cstring>
 #include <limits>
@@ -8,6 +6,7 @@
 #include <unistd.h>
 
 #include "netlib/ipaddress.h"
+#include "netlib/netsmtp_buffers.h"
 #include "netlib/netutil.h"
 #include "netlib/socketstream.h"
 

@@ -181,9 +181,10 @@ class SMTPClient {
     /// alone. Always returns 0: a failed write shows in the next reply.
     /// Kept: a zero byte, and what follows it, goes out without doubling.
     int _SendRawText(const char* text, size_t len, a_bool* open_line);
-    /// Sends the section of the attachment with its `contents`, and the closing delimiter. A null
-    /// boundary or path sends nothing. The name in it is the path's last component.
-    int _SendMessageAttachments(const char* boundary, const char* path, AttachmentBlocks& contents);
+    /// Sends the section of the attachment whose contents `file` delivers, and the closing
+    /// delimiter. A null boundary or path sends nothing. The name in it is the path's last
+    /// component.
+    int _SendMessageAttachments(const char* boundary, const char* path, UTIStream& file);
 
     UTHeap _heap;
     SMTPSocket _socket;
@@ -199,13 +200,18 @@ class SMTPClient {
   private:
     class GuardedOStream;
 
+    std::unique_ptr<JoinedWrites> _joined;        // null before the first message
+    std::unique_ptr<AttachmentBlocks> _contents;  // null where the last message attached nothing
+
     a_bool _AddEhloResponse(const char* line, size_t length);
     int _SendLine(Buffer& line);
     int _SendLine(const char* line);
     int _SendEnvelope(const char** const lists[], const int counts[]);
     int _SendRecipient(const char* address);
-    int _SendContent(JoinedWrites& joined, const char* text, const char* boundary, const char* path,
-                     AttachmentBlocks* contents);
+    int _SendContent(const char* text, const char* boundary, const char* path, UTIStream& file);
+    /// Makes what a message is sent through, with or without an attachment. False without memory.
+    a_bool _MakeBuffers(a_bool attaches);
+    void _GiveBackBuffers();
     void _SendText(const char* text);
     void _PushLastSegment();
     int _Abandon(int result);

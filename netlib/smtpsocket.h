@@ -3,10 +3,16 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <limits>
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 
 #include "netlib/timedsocket.h"
 
-/// A TimedSocket on which a whole reply has a time-out too. The time-out of each recv alone does
+/// A TimedSocket that knows of whole replies and of whole flights of bytes.
+///
+/// On it a whole reply has a time-out too. The time-out of each recv alone does
 /// not bound a reply that arrives a byte at a time.
 ///
 /// A reply has one time-out for its first bytes and one, from then on, for the rest. It is overdue
@@ -32,13 +38,16 @@ class SMTPSocket final : public TimedSocket {
     /// Whether the reply ran out of time; every recv fails with ETIMEDOUT then.
     a_bool isReplyOverdue() const { return _overdue; }
 
-    // Nearly always the socket takes everything at once, and no time-out has to be begun for that.
+    /// What is sent from here on is a flight of its own.
+    void beginFlight() { _flight_sends = _flight_bytes = 0; }
+    /// Whether the flight left in a single segment, which Nagle's algorithm (RFC 896) does not hold
+    /// back when all before it is acknowledged.
+    a_bool isFlightOneSegment() { return _flight_sends == 1 && _flight_bytes <= segment_size(); }
+
     int send(const char* buf, unsigned int len) override {
-        if (didTimeout()) return TimedSocket::send(buf, len);
-        const ssize_t count = unix_send(_sock, buf, len, 0);
-        const unsigned int sent = count == -1 ? 0 : static_cast<unsigned int>(count);
-        if (sent == len) return static_cast<int>(len);
-        return TimedSocket::send(buf + sent, len - sent) == -1 ? -1 : static_cast<int>(len);
+        ++_flight_sends;
+        _flight_bytes += len;
+        return TimedSocket::send(buf, len);
     }
 
     // One read brings most replies, so that the clock is looked at only from the second on.
@@ -58,6 +67,17 @@ class SMTPSocket final : public TimedSocket {
     }
 
   private:
+    /// The most that a segment of this connection holds; asked once. 0 when that is not known.
+    unsigned int segment_size() {
+        if (_segment_size == unknown) {
+            int size = 0;
+            socklen_t length = sizeof size;
+            const auto at = reinterpret_cast<char*>(&size);
+            const a_bool told = getsockopt(IPPROTO_TCP, TCP_MAXSEG, at, &length) == 0 && size > 0;
+            _segment_size = told ? static_cast<unsigned int>(size) : 0;
+        }
+        return _segment_size;
+    }
     int32 time_left() const {
         a_timer_tick now;
         now.sample();
@@ -66,6 +86,11 @@ class SMTPSocket final : public TimedSocket {
         return static_cast<int32>(limit - std::min(passed, limit));
     }
 
+    static constexpr auto unknown = std::numeric_limits<unsigned int>::max();
+
+    unsigned int _segment_size = unknown;
+    unsigned int _flight_sends = 0;  // since beginFlight()
+    unsigned int _flight_bytes = 0;
     int32 _reply_timeout = 0;
     a_bool _overdue = false;
     uint32 _reads = 0;         // since beginReply()

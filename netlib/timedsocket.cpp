@@ -25,11 +25,11 @@ a_bool stop_at_once(void*) {
 }  // namespace
 
 // The one pattern of the timed data operations: try, and while the socket is not ready wait for it,
-// slice by slice.
+// slice by slice. The first attempt takes no time that counts, so the clock is read only after one
+// that found the socket not ready: reading it costs as much as the attempt.
 template <class Operation>
 int TimedSocket::_until_timeout(int8 rw_flag, Operation operation) {
     a_timer_tick start;
-    start.sample();
     _timed_out = false;
     a_socket_wait_code wait = SOCKET_WAIT_IDLE;
     while (wait == SOCKET_WAIT_OK || wait == SOCKET_WAIT_IDLE) {
@@ -37,6 +37,7 @@ int TimedSocket::_until_timeout(int8 rw_flag, Operation operation) {
         const int result = operation();
         if (result != -1) return result;
         if (!worth_waiting(_peek_error())) return -1;
+        if (!start.is_valid()) start.sample();
         // A socket that is ready again and again and yet refuses never comes to an idle slice.
         if (wait == SOCKET_WAIT_OK && _past_timeout(start)) return -1;
         wait = _wait_for_activity(rw_flag, start);
@@ -69,15 +70,13 @@ int TimedSocket::send_with_yield(const char* buf, unsigned int len, a_bool (*yie
     }
     // The base would wait for room without limit. Stopped at every partial send, it is waited for
     // here, and the parts together keep the time-out.
-    a_timer_tick start;
-    start.sample();
     unsigned int sent = 0;
     return _until_timeout(for_writing, [&] {
         const int count = Socket::send_with_yield(buf + sent, len - sent, stop_at_once, nullptr);
         if (count == -1) return -1;
         sent += static_cast<unsigned int>(count);
         if (sent == len) return static_cast<int>(len);
-        if (!_past_timeout(start)) errno = EAGAIN;
+        errno = EAGAIN;
         return -1;
     });
 }

@@ -98,10 +98,6 @@ int __real_access(const char* path, int mode);
 int __wrap_access(const char* path, int mode) {
     return __real_access(stand_ins.first != nullptr ? stand_ins.first : path, mode);
 }
-int __real_stat64(const char* path, struct stat64* status);
-int __wrap_stat64(const char* path, struct stat64* status) {
-    return __real_stat64(stand_ins.first != nullptr ? stand_ins.first : path, status);
-}
 int __real_open64(const char* path, int flags, mode_t mode);
 int __wrap_open64(const char* path, int flags, mode_t mode) {
     if (stand_ins.second == nullptr) return __real_open64(path, flags, mode);
@@ -365,8 +361,10 @@ TEST_F(Smtp, an_attachment_s_name_is_cut_at_255_bytes_and_the_file_never_waited_
     SMTPPeer peer;
     SMTPClient client;
     ASSERT_EQ(0, connect(client, peer));
-    stand_ins = {file.c_str(), fifo.c_str()};  // put in its place after it was looked at
+    stand_ins = {file.c_str(), file.c_str()};
     EXPECT_EQ(0, send(client, {.attachment = path.c_str()}));
+    stand_ins = {file.c_str(), fifo.c_str()};  // put in its place after it was looked at
+    EXPECT_EQ(12, send(client, {.attachment = path.c_str()}));
     stand_ins = {};
     const std::string name = "name=\"" + std::string(255, 'n') + "\"\r\n";
     const std::string sent = peer.transcript();
@@ -550,7 +548,7 @@ TEST_F(Smtp, a_message_takes_few_system_calls) {
     calls = {};
     ASSERT_EQ(0, send(client, {.body = body.c_str()}));
     EXPECT_EQ(4, calls.sends);
-    EXPECT_EQ(2, calls.setsockopts);
+    EXPECT_EQ(0, calls.setsockopts) << "Nagle's algorithm holds no single segment";
     calls = {};
     ASSERT_EQ(0, send(client, {.attachment = path.c_str()}));
     EXPECT_LE(calls.sends, 96);

@@ -122,7 +122,7 @@ const Fault timed_faults[] = {
     {send, "send=3 poll:WE pending=ECONNRESET", -1, ECONNRESET},
     {send, "send!EAGAIN silence send=3 silence send!EAGAIN silence send!EAGAIN silence", -1,
      ETIMEDOUT},
-    {send, "send=1@400 poll:W send=1@400 poll:W send=1@400", -1, ETIMEDOUT},
+    {send, "send=1 poll:W@400 send=1 poll:W@400 send=1 poll:W@400 send=1", -1, ETIMEDOUT},
     // Kept: a stop before anything was sent does not end the call.
     {send_and_stop, "send!EAGAIN poll:W send=3", 3},
 

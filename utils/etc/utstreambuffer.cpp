@@ -29,6 +29,11 @@ void UTIStreamBuffer::refill() {
     set_span(_buf, got);
 }
 
+void UTIStreamBuffer::restart() {
+    set_span(_buf, 0);
+    _eof = _buf == nullptr;
+}
+
 UTOStreamBuffer::UTOStreamBuffer(UTOStream& ostream, size_t length)
     : _ostream(ostream), _buf(new_buffer(length)), _len(usable(length)) {
     _eof = _buf == nullptr;

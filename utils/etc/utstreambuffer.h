@@ -15,6 +15,12 @@ class UTIStreamBuffer final : public UTBufferedIStream {
     ~UTIStreamBuffer() override;
     void refill() override;
 
+    /// Whether there was memory for a block.
+    a_bool has_buffer() const { return _buf != nullptr; }
+
+    /// Forgets what was read ahead and the end that was met, for input that begins anew.
+    void restart();
+
   private:
     UTIStream& _istream;
     a_byte* const _buf;  // owned
@@ -32,6 +38,9 @@ class UTOStreamBuffer final : public UTBufferedOStream {
     UTOStreamBuffer(UTOStream& ostream, size_t length);
     ~UTOStreamBuffer() override;
     void make_room() override { flush(); }
+
+    /// Whether there was memory for the buffer.
+    a_bool has_buffer() const { return _buf != nullptr; }
 
     /// Hands over what has been collected, if anything.
     void flush();

@@ -15,10 +15,6 @@ namespace {
 // Added to every open: see the header on children and controlling terminals.
 constexpr int host_safe_flags = O_CLOEXEC | O_NOCTTY;
 
-int mark_close_on_exec(int fd) {
-    return retry_interrupted([&] { return fcntl(fd, F_SETFD, FD_CLOEXEC); });
-}
-
 void close_keeping_errno(int fd) {
     const int reason = errno;
     _posix_close(fd);
@@ -110,9 +106,7 @@ bool lock_whole_file(int fd, bool for_writing, int share) {
 }  // namespace
 
 int _posix_open(const char* path, int flags, mode_t mode) {
-    const int fd = retry_interrupted([&] { return open64(path, flags | host_safe_flags, mode); });
-    if (fd != -1) mark_close_on_exec(fd);
-    return fd;
+    return retry_interrupted([&] { return open64(path, flags | host_safe_flags, mode); });
 }
 
 int _posix_sopen(const char* path, int flags, int share, mode_t mode) {
@@ -141,14 +135,16 @@ std::FILE* _posix_fopen(const char* path, const char* mode) {
     return stream;
 }
 
+ssize_t _posix_read_regular(int fd, void* buffer, std::size_t length) {
+    return transfer_fully(length, [&](std::size_t done) {
+        return read(fd, static_cast<char*>(buffer) + done, length - done);
+    });
+}
+
 ssize_t _posix_read(int fd, void* buffer, std::size_t length) {
     if (length == 0) return 0;
-    const auto read_fully = [&] {
-        return transfer_fully(length, [&](std::size_t done) {
-            return read(fd, static_cast<char*>(buffer) + done, length - done);
-        });
-    };
-    return may_be_terminal(fd) ? shielded(read_fully) : read_fully();
+    if (!may_be_terminal(fd)) return _posix_read_regular(fd, buffer, length);
+    return shielded([&] { return _posix_read_regular(fd, buffer, length); });
 }
 
 ssize_t _posix_write(int fd, const void* buffer, std::size_t length) {

@@ -73,6 +73,10 @@ std::FILE* _posix_fopen(const char* path, const char* mode);
 /// Length 0 returns 0 without a system call.
 ssize_t _posix_read(int fd, void* buffer, std::size_t length);
 
+/// The same for a regular file. _posix_read asks before every read whether it reads a terminal, the
+/// only kind of file whose reading raises signals.
+ssize_t _posix_read_regular(int fd, void* buffer, std::size_t length);
+
 /// Writes all of `length` bytes. Returns the count, less than `length` only when the system stopped
 /// taking bytes without an error; -1 on failure. Length 0 returns 0 without a system call.
 ssize_t _posix_write(int fd, const void* buffer, std::size_t length);

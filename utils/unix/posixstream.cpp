@@ -2,6 +2,8 @@
 
 #include <cerrno>
 
+#include <sys/stat.h>
+
 #include "utils/unix/posixio.h"
 
 namespace {
@@ -26,7 +28,8 @@ PosixIStream::~PosixIStream() {
 
 size_t PosixIStream::do_get(a_byte* buf, size_t n) {
     if (_eof || n == 0) return 0;
-    const ssize_t got = _posix_read(_handle, buf, n);
+    const ssize_t got =
+        _is_regular ? _posix_read_regular(_handle, buf, n) : _posix_read(_handle, buf, n);
     if (got > 0) return static_cast<size_t>(got);
     if (got < 0) _last_error = UTErrorCode::from_errno(errno);
     set_eof();
@@ -36,6 +39,8 @@ size_t PosixIStream::do_get(a_byte* buf, size_t n) {
 a_bool PosixIStream::open(const char* name, int flags, int mode) {
     close();
     _eof = !open_file(&_handle, &_last_error, name, flags, mode);
+    a_posix_statbuf status;
+    _is_regular = !_eof && _posix_fstat(_handle, &status) == 0 && S_ISREG(status.pst_mode);
     return !_eof;
 }
 

@@ -60,8 +60,12 @@ class PosixIStream final : public UTFileIStream {
     a_bool sopen(const char* name, int flags, int share, int mode) override;  // `share` is ignored
     void close() override;
 
+    /// Whether what was opened is a regular file, as it was then.
+    a_bool is_regular() const { return _is_regular; }
+
   private:
     int _handle = -1;
+    a_bool _is_regular = false;
 };
 
 /// Output to a file descriptor.
