@@ -6,10 +6,13 @@
 
 namespace {
 
-/// How long a provider may have to wait for the peer.
+/// How long a provider may have to wait for the peer. The clock is read once there is something to
+/// wait for.
 class Patience {
   public:
-    Patience() { _start.sample(); }
+    void begin() {
+        if (!_start.is_valid()) _start.sample();
+    }
 
     // A clock that goes backwards leaves all the time in the world.
     bool exhausted() const {
@@ -71,11 +74,12 @@ a_dbqxci_error TlsConnection::_Write(const void* data, size_t len) {
     if (_shutdown) return QxciErrConnectionClosed;
     if (!_is_valid) return QxciErrUnknown;
     if (!isClientConnection() && !_handshake_done) return QxciErrHandshakeFailed;
-    const Patience patience;
+    Patience patience;
     const auto* const bytes = static_cast<const a_qxci_byte*>(data);
     a_qxci_io_result result = QXCI_IO_OK;
     while ((result = _qxci_stream_conn->Write(bytes, len)) == QXCI_IO_WOULD_BLOCK) {
         if (_shutdown) return QxciErrConnectionClosed;
+        patience.begin();
         _Yield();
         if (patience.exhausted()) return _TimedOut();
     }
@@ -89,7 +93,7 @@ a_dbqxci_error TlsConnection::_Read(char* buf, size_t* len) {
     *len = 0;
     if (_shutdown) return QxciErrConnectionClosed;
     if (!_is_valid) return QxciErrUnknown;
-    const Patience patience;
+    Patience patience;
     for (;;) {
         auto* const position = reinterpret_cast<a_qxci_byte*>(buf + *len);
         const size_t remaining = room - *len;
@@ -100,6 +104,7 @@ a_dbqxci_error TlsConnection::_Read(char* buf, size_t* len) {
         if (_shutdown && !_partialIO && got < remaining) return QxciErrConnectionClosed;
         *len += got;
         if (_partialIO || got >= remaining) return QxciErrOK;
+        patience.begin();
         _Yield();
         if (patience.exhausted()) return _TimedOut();
     }

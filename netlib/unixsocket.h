@@ -58,8 +58,9 @@ ssize_t unix_recvfrom(SOCKET s, void* buf, size_t len, int flags, sockaddr* from
                       socklen_t* fromlen);
 ssize_t unix_recvmsg(SOCKET s, msghdr* message, int flags);
 
-/// A negative time-out waits for ever. Interruptions do not lengthen the wait. A negative
-/// descriptor fails with EBADF, where poll(2) would pass over it and wait.
+/// A negative time-out waits for ever. The clock is first read after an interruption, so that only
+/// the first of them may lengthen the wait, at most to twice the time-out. A negative descriptor
+/// fails with EBADF, where poll(2) would pass over it and wait.
 int unix_poll(pollfd* fds, nfds_t count, int timeout_in_ms);
 
 /// As Linux does it: what is left of the time-out is written back, null waits for ever.

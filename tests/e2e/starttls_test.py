@@ -25,6 +25,7 @@ sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../
 from aiosmtpd.smtp import AuthResult, LoginPassword  # noqa: E402
 from certificates import Authority  # noqa: E402
 from mail_test import LIBRARY, MAILCALL, line  # noqa: E402
+import tracing
 from mailserver import Server  # noqa: E402
 
 PROVIDER, PLANTED, QUORELSQL, XPCALL = (os.path.abspath(path) for path in sys.argv[3:7])
@@ -207,6 +208,25 @@ class Delivery(Tls):
                     server = self.serve(server_context(certificate, version), **self.LOGIN)
                     self.assertEqual(wanted, self.send(server, trust=self.trust, user="ann",
                                                        password="söcret", name="localhost"))
+
+    @unittest.skipIf(os.environ.get("QUOREL_SANITIZE"), "a sanitizer makes calls of its own")
+    @unittest.skipUnless(tracing.usable(), "strace may not trace here")
+    def test_costs_no_system_calls_but_those_that_move_bytes(self):
+        path = os.path.join(self.folder, "1M")
+        with open(path, "wb") as file:
+            file.write(bytes(1 << 20))
+        for secure in (False, True):
+            server = self.serve(self.context) if secure else Server()
+            options = {"trust": self.trust} if secure else {}
+            small, large = mail("bob@b.test", body="text\r\n" * 170), mail("bob@b.test", file=path)
+            calls = [start(server.port, **options), small, small, large, large, STOP]
+            counts, said = tracing.calls_between_outputs([MAILCALL, LIBRARY], "\n".join(calls) + "\n")
+            self.assertEqual(said.split(), ["0"] * 6)
+            _, message, _, attached = (sorted(each.values(), reverse=True) for each in counts[1:5])
+            self.assertEqual(message, [4, 4], "sends, and receives")
+            self.assertLessEqual(sum(attached), 52, counts)
+            if not secure:
+                server.close()
 
     def test_needs_the_right_password(self):
         server = self.serve(self.context, **self.LOGIN)
