@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -13,8 +14,8 @@
 
 #include "utils/etc/base64.h"
 
-/// What any client has to do at least to send a file: read, encode, send. It looks at no answer,
-/// and at no certificate.
+/// What any client has to do at least: send prepared bytes, and for a file read, encode, send. It
+/// looks at no answer, and at no certificate.
 class BareClient {
   public:
     BareClient(int port, bool secure) : _fd(socket(AF_INET, SOCK_STREAM, 0)) {
@@ -33,20 +34,42 @@ class BareClient {
     ~BareClient() { close(_fd); }
     BareClient(const BareClient&) = delete;
 
+    /// `text` is one line.
+    void send_text(const std::string& text) {
+        begin();
+        if (_message.empty()) {
+            _message =
+                "From: ann@a.test\r\nTo: bob@b.test\r\nSubject: Hi\r\n\r\n" + text + "\r\n.\r\n";
+        }
+        converse(_message.c_str());
+    }
+
     void send_file(const char* path) {
         constexpr size_t block = 57 * 1150;
+        constexpr char end[] = "\r\n.\r\n";
         static char bytes[block];
         static char encoded[block * 2];
-        for (const char* line : {"MAIL FROM:<a>\r\n", "RCPT TO:<b>\r\n", "DATA\r\n"})
-            converse(line);
+        begin();
         const int file = open(path, O_RDONLY);
-        for (ssize_t count = 0; (count = read(file, bytes, block)) > 0;)
-            put(encoded, base64_encode(encoded, bytes, static_cast<size_t>(count), 76));
+        for (ssize_t count = block; count == block;) {
+            count = read(file, bytes, block);
+            size_t length = base64_encode(encoded, bytes, static_cast<size_t>(count), 76);
+            if (count < static_cast<ssize_t>(block)) {
+                std::memcpy(encoded + length, end, sizeof end - 1);
+                length += sizeof end - 1;
+            }
+            put(encoded, length);
+        }
         close(file);
-        converse("\r\n.\r\n");
+        hear();
     }
 
   private:
+    void begin() {
+        for (const char* line : {"MAIL FROM:<a>\r\n", "RCPT TO:<b>\r\n", "DATA\r\n"})
+            converse(line);
+    }
+
     void start_tls() {
         SSL_CTX* const context = SSL_CTX_new(TLS_client_method());
         _ssl.reset(SSL_new(context), SSL_free);
@@ -56,8 +79,12 @@ class BareClient {
     }
 
     void converse(const char* line) {
-        char reply[256];
         put(line, std::strlen(line));
+        hear();
+    }
+
+    void hear() {
+        char reply[256];
         const ssize_t got = _ssl == nullptr ? recv(_fd, reply, sizeof reply, 0)
                                             : SSL_read(_ssl.get(), reply, sizeof reply);
         if (got <= 0) std::abort();
@@ -75,6 +102,7 @@ class BareClient {
     }
 
     const int _fd;
+    std::string _message;
     std::shared_ptr<SSL> _ssl;  // null: clear text
 };
 
