@@ -61,6 +61,9 @@ class Images(Case):
             self.assertEqual(again.read_bytes(), shipped.read_bytes())
             self.assertEqual(sum(again.read_bytes()[12:14]), 16, "a lookup is two loads")
 
+    def test_french_punctuation_stays_with_its_word(self):
+        self.assertNotRegex((SOURCES / "fr.txt").read_text("utf-8"), "[0-9a-zé] [:;!?»]|« ")
+
     def test_every_character_set_and_depth_lists_the_same_texts(self):
         plain = self.listed(SOURCES / "ja.txt")
         for label in ("Shift_JIS", "EUC-JP", "UTF-16"):
