@@ -194,8 +194,8 @@ void add_curl(std::vector<Contender>& peers, const std::string& root, const Sett
               double amount, const std::string& arguments) {
     const std::string program = root + "/build/release64/bench/curl_mail";
     if (!exists(program)) return;
-    const std::string tls = setting.secure ? " --tls " + setting.certificate_file : "";
-    peers.push_back({"libcurl", amount, command(program + tls + " " + arguments)});
+    const std::string tls = setting.secure ? " --tls " + shell_word(setting.certificate_file) : "";
+    peers.push_back({"libcurl", amount, command(shell_word(program) + tls + " " + arguments)});
 }
 
 void compare_messages(const std::string& root, const Setting& setting) {
@@ -249,7 +249,7 @@ void compare_attachments(const std::string& root, const Setting& setting) {
     std::vector<Contender> peers = {
         {"a bare loop", megabytes,
          [&] { BareClient(sink.port, setting.secure).send_file(path.c_str()); }}};
-    add_curl(peers, root, setting, megabytes, std::to_string(sink.port) + " 1 " + path);
+    add_curl(peers, root, setting, megabytes, std::to_string(sink.port) + " 1 " + shell_word(path));
     compare(
         "An attachment of 64 MiB, encoded and sent; client and server have a CPU each. The bare "
         "loop is the\nsame build's encoder and nothing else; libcurl is a program of 64 bits, "
