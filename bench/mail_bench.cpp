@@ -170,9 +170,9 @@ void add_curl(std::vector<Contender>& peers, const Setting& setting, double amou
               const std::string& arguments) {
     const std::string program = CURL_MAIL;
     if (!exists(program)) return;
-    const std::string tls = setting.secure ? " --tls " + setting.certificate_file : "";
+    const std::string tls = setting.secure ? " --tls " + shell_word(setting.certificate_file) : "";
     peers.push_back(
-        {"libcurl", amount, command("'" + program + "'" + tls + " " + arguments), least});
+        {"libcurl", amount, command(shell_word(program) + tls + " " + arguments), least});
 }
 
 void compare_messages(const std::string& root, const Setting& setting) {
@@ -258,7 +258,7 @@ void compare_large_attachments(const Setting& setting) {
     std::vector<Contender> peers = {
         {"a bare loop", megabytes, [&] { bare.send_file(path.c_str()); }, 0.95, true}};
     add_curl(peers, setting, megabytes, setting.secure ? 10 : 30,
-             std::to_string(sink.port) + " 1 '" + path + "'");
+             std::to_string(sink.port) + " 1 " + shell_word(path));
     compare("An attachment of 64 MiB, encoded and sent; client and server have a CPU each.", "MB/s",
             {setting.label("attachment of 64 MiB"), megabytes, [&] { session.send("text", path); }},
             peers);

@@ -8,6 +8,13 @@ function(quorel_library name)
   target_link_libraries(${name} PUBLIC quorel_options ${arg_DEPENDS})
 endfunction()
 
+# quorel_exports(library map): the library exports the symbols of this version script only.
+function(quorel_exports library map)
+  set_property(TARGET ${library} APPEND PROPERTY LINK_DEPENDS "${map}")
+  # Not through -Wl, which would cut a path at its commas.
+  target_link_options(${library} PRIVATE "SHELL:-Xlinker \"--version-script=${map}\"")
+endfunction()
+
 # GoogleTest from the sources that Debian ships, so that it is built with this build's word size and
 # sanitizers.
 if(NOT QUOREL_FUZZ)
@@ -27,12 +34,31 @@ function(quorel_test name)
   cmake_parse_arguments(arg "THREADS" "" "SOURCES;DEPENDS" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE quorel_options ${arg_DEPENDS} GTest::gmock_main)
+  if(QUOREL_SANITIZE STREQUAL thread)
+    target_sources(${name} PRIVATE "${CMAKE_SOURCE_DIR}/tests/tsan.cpp")
+  endif()
   set(label unit)
   if(arg_THREADS)
     set(label threads)
   endif()
-  gtest_discover_tests(${name} TEST_PREFIX "${name}." DISCOVERY_TIMEOUT 60
+  # Before they run, since discovery as a step of the build fails in a folder with a "#" in its path.
+  gtest_discover_tests(${name} TEST_PREFIX "${name}." DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
     PROPERTIES LABELS ${label})
+endfunction()
+
+# quorel_paths(target NAME path [NAME path...]): defines each NAME as a string literal for the target's
+# sources. Through a header, since a definition on the command line cannot hold every character that a
+# path may; the paths may be generator expressions.
+function(quorel_paths target)
+  set(text "")
+  set(names_and_paths ${ARGN})
+  while(names_and_paths)
+    list(POP_FRONT names_and_paths name path)
+    string(APPEND text "#define ${name} R\"path(${path})path\"\n")
+  endwhile()
+  file(GENERATE OUTPUT "${CMAKE_CURRENT_BINARY_DIR}/${target}_paths.h" CONTENT "${text}")
+  target_include_directories(${target} PRIVATE "${CMAKE_CURRENT_BINARY_DIR}")
+  target_compile_options(${target} PRIVATE "SHELL:-include ${target}_paths.h")
 endfunction()
 
 # quorel_wrap(test call...): the test has a __wrap_<call> of its own in place of each system call,
@@ -60,7 +86,7 @@ function(quorel_fuzzer name)
   target_link_options(${name} PRIVATE -fsanitize=fuzzer)
   set(found "${CMAKE_CURRENT_BINARY_DIR}/corpus-${name}")
   # What a run finds goes into a folder that starts empty, so that every run is the same.
-  add_test(NAME ${name}.clean COMMAND sh -c "rm -rf '${found}' && mkdir -p '${found}'")
+  add_test(NAME ${name}.clean COMMAND sh -c [[rm -rf "$0" && mkdir -p "$0"]] "${found}")
   add_test(NAME ${name} COMMAND ${name} -runs=${QUOREL_FUZZ_RUNS} -seed=1 -max_len=4096 -rss_limit_mb=1024
     "${found}" "${CMAKE_SOURCE_DIR}/fuzz/corpus/${name}")
   set_tests_properties(${name}.clean PROPERTIES LABELS fuzz FIXTURES_SETUP ${name})

@@ -38,7 +38,8 @@ an_extfn_proc xp_scanf;
 /// xp_cmdshell(1 command, 2 ignored) → 0: exit status of `/bin/sh -c command`; 2 when the shell
 /// could not be started or waited for or was ended by a signal; 1 when the command is NULL,
 /// unreadable or longer than 8000 bytes. Waits until the command ends; registers a cancellation
-/// record meanwhile.
+/// record meanwhile. The end of the command raises SIGCHLD in the host. One that ignores that
+/// signal, or whose handler waits for every child, gets 2 for every command.
 an_extfn_proc xp_cmdshell;
 
 /// The mail procedures keep one session per connection number; calls without a number share a

@@ -17,15 +17,12 @@
 
 #include "extdll/printformat.h"
 #include "extdll/scanformat.h"
+#include "fuzz/fuzzed.h"
 
 namespace {
 
 constexpr std::size_t count = 50;
 using Indexes = std::make_index_sequence<count>;
-
-void check(bool holds) {
-    if (!holds) std::abort();
-}
 
 // True if a number in the format has more digits than these.
 bool has_number_beyond(std::size_t most_digits, const std::string& format) {

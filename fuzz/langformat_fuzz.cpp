@@ -11,15 +11,12 @@
 #include <memory>
 #include <string>
 
+#include "fuzz/fuzzed.h"
 #include "utils/lang/utlangstring.h"
 
 static_assert(sizeof(void*) == sizeof(long long));
 
 namespace {
-
-void check(bool holds) {
-    if (!holds) std::abort();
-}
 
 std::string formatted(UTLangStringBase& strings, const char* format, unsigned nulls, size_t len) {
     static constexpr std::array<const char*, 9> Values = {

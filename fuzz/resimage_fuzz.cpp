@@ -6,14 +6,11 @@
 #include <cstdlib>
 #include <memory>
 
+#include "fuzz/fuzzed.h"
 #include "tests/utils/lang/memoryresfile.h"
 #include "utils/lang/utlangstring.h"
 
 namespace {
-
-void check(bool holds) {
-    if (!holds) std::abort();
-}
 
 void check_lookup(UTResFile& file, uint32 id, size_t len, const std::string& image) {
     const std::unique_ptr<char[]> text(new char[len]);

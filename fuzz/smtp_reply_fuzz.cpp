@@ -9,14 +9,11 @@
 #include <cstring>
 #include <string>
 
+#include "fuzz/fuzzed.h"
 #include "netlib/netsmtp.h"
 #include "netlib/socketstream.h"
 
 namespace {
-
-void check(bool holds) {
-    if (!holds) std::abort();
-}
 
 /// Receives the input piece by piece; sometimes there is nothing yet.
 class InputSocket final : public Socket {
@@ -83,7 +80,6 @@ size_t times(const std::string& text, const char* part) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2) return 0;
     const bool log_in = (data[0] & 1) != 0;

@@ -41,6 +41,13 @@ inline std::string bytes_of(const std::string& path) {
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
+/// `text` as one word of a command line for /bin/sh.
+inline std::string shell_word(const std::string& text) {
+    std::string word = "'";
+    for (const char c : text) word += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return word + "'";
+}
+
 /// `length` bytes with no short period, so that lost, doubled or swapped pieces show.
 inline std::string pattern(std::size_t length) {
     std::string bytes(length, '\0');

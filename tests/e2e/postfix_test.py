@@ -1,13 +1,14 @@
 #!/usr/bin/python3
 """Mail through Postfix's own smtpd, standing alone: it keeps its messages as sendmail would.
 
-    postfix_test.py LIBRARY MAILCALL POSTFIX
+    postfix_test.py LIBRARY MAILCALL UNPACKED
 
-POSTFIX is a folder with Postfix unpacked into it; exits 77 where it is not there or does not run.
+UNPACKED is a folder with Postfix unpacked into it; exits 77 where it is not there or does not run.
 """
 import glob
 import os
 import select
+import shutil
 import socket
 import subprocess
 import sys
@@ -17,7 +18,7 @@ import unittest
 
 from mail_test import STOP, call, mail, parsed, start
 
-POSTFIX = sys.argv[3]
+UNPACKED = sys.argv[3]
 
 
 class Smtpd(unittest.TestCase):
@@ -39,20 +40,22 @@ alias_maps =
 """
 
     def setUp(self):
-        if not os.path.exists(f"{POSTFIX}/usr/lib/postfix/sbin/smtpd"):
-            self.skipTest(f"Postfix is not unpacked in {POSTFIX}")
+        if not os.path.exists(f"{UNPACKED}/usr/lib/postfix/sbin/smtpd"):
+            self.skipTest(f"Postfix is not unpacked in {UNPACKED}")
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
         self.folder = folder.name
-        self.environment = {"LD_LIBRARY_PATH": f"{POSTFIX}/usr/lib/postfix",
+        # Copied to where the account below can enter, and to a name without special characters.
+        self.postfix = shutil.copytree(UNPACKED, f"{self.folder}/postfix", symlinks=True)
+        self.environment = {"LD_LIBRARY_PATH": f"{self.postfix}/usr/lib/postfix",
                             "MAIL_CONFIG": self.folder, "PATH": os.environ["PATH"]}
         for name in ("bin", "queue", "queue/maildrop", "queue/public", "queue/pid"):
             os.mkdir(f"{self.folder}/{name}")
-        self.write("main.cf", self.CONFIGURATION.format(self.folder, POSTFIX))
+        self.write("main.cf", self.CONFIGURATION.format(self.folder, self.postfix))
         self.write("master.cf", "")
         # smtpd hands its messages to postdrop, in an environment that it cleans first.
-        self.write("bin/postdrop", f"#!/bin/sh\nLD_LIBRARY_PATH={POSTFIX}/usr/lib/postfix "
-                                   f'exec {POSTFIX}/usr/sbin/postdrop "$@"\n')
+        self.write("bin/postdrop", f"#!/bin/sh\nLD_LIBRARY_PATH={self.postfix}/usr/lib/postfix "
+                                   f'exec {self.postfix}/usr/sbin/postdrop "$@"\n')
         os.chmod(f"{self.folder}/bin/postdrop", 0o755)
         for path, _, _ in os.walk(self.folder):
             os.chmod(path, 0o777)
@@ -61,7 +64,7 @@ alias_maps =
         if os.geteuid() == 0:
             self.options["user"] = "nobody"
         try:
-            subprocess.run([f"{POSTFIX}/usr/sbin/postconf", "mail_version"], check=True,
+            subprocess.run([f"{self.postfix}/usr/sbin/postconf", "mail_version"], check=True,
                            stdout=subprocess.DEVNULL, **self.options)
         except (OSError, subprocess.CalledProcessError) as error:
             self.skipTest(f"Postfix does not run here: {error}")
@@ -79,7 +82,7 @@ alias_maps =
         # Its end is no TCP socket, or it would want the whole of Postfix behind it.
         ours, its_own = socket.socketpair()
         with connection, ours, its_own:
-            smtpd = subprocess.Popen([f"{POSTFIX}/usr/lib/postfix/sbin/smtpd", "-S"], stdin=its_own,
+            smtpd = subprocess.Popen([f"{self.postfix}/usr/lib/postfix/sbin/smtpd", "-S"], stdin=its_own,
                                      stdout=its_own, **self.options)
             its_own.close()
             other = {connection: ours, ours: connection}
@@ -107,7 +110,7 @@ alias_maps =
         self.assertEqual(statuses, [0, 104, 0, 0])
         self.assertEqual(self.status, 0)
         [queued] = glob.glob(f"{self.folder}/queue/maildrop/*")
-        shown = subprocess.run([f"{POSTFIX}/usr/sbin/postcat", "-h", "-b", queued],
+        shown = subprocess.run([f"{self.postfix}/usr/sbin/postcat", "-h", "-b", queued],
                                env=self.environment, capture_output=True, check=True).stdout
         received = parsed(shown)
         self.assertEqual((received["To"], received["Subject"]), ("bob@b.test, eve@b.test", "Öl"))

@@ -441,8 +441,8 @@ INSTANTIATE_TEST_SUITE_P(MailProcedures, ManyConnections,
 std::string certificate(const ScratchFolder& folder) {
     const std::string file = folder.file("certificate");
     const std::string make = "openssl req -x509 -newkey rsa:2048 -nodes -subj /CN=mail 2>/dev/null"
-                             " -keyout $F -out $F.issued && cat $F.issued >>$F";
-    EXPECT_EQ(0, std::system(("F='" + file + "'; " + make).c_str()));
+                             " -keyout \"$F\" -out \"$F.issued\" && cat \"$F.issued\" >>\"$F\"";
+    EXPECT_EQ(0, std::system(("F=" + shell_word(file) + "; " + make).c_str()));
     return file;
 }
 

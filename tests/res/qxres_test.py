@@ -4,7 +4,9 @@
     qxres_test.py QXRES RES_FOLDER IMAGE_FOLDER
 """
 
+import os
 import pathlib
+import resource
 import struct
 import subprocess
 import sys
@@ -15,9 +17,9 @@ QXRES, SOURCES, IMAGES = sys.argv.pop(1), pathlib.Path(sys.argv.pop(1)), pathlib
 HEAD = "8643 charset=UTF-8;language=en\n"
 
 
-def qxres(*args):
-    return subprocess.run([QXRES, *map(str, args)], capture_output=True, encoding="utf-8",
-                          check=False)
+def qxres(*args, **options):
+    return subprocess.run([QXRES, *map(str, args)], encoding="utf-8", check=False,
+                          **{"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **options})
 
 
 class Case(unittest.TestCase):
@@ -59,6 +61,9 @@ class Images(Case):
             self.assertEqual(again.read_bytes(), shipped.read_bytes())
             self.assertEqual(sum(again.read_bytes()[12:14]), 16, "a lookup is two loads")
 
+    def test_french_punctuation_stays_with_its_word(self):
+        self.assertNotRegex((SOURCES / "fr.txt").read_text("utf-8"), "[0-9a-zé] [:;!?»]|« ")
+
     def test_every_character_set_and_depth_lists_the_same_texts(self):
         plain = self.listed(SOURCES / "ja.txt")
         for label in ("Shift_JIS", "EUC-JP", "UTF-16"):
@@ -93,8 +98,15 @@ class Faults(Case):
             b"1": "expected an identifier and a text",
             b"-1 x": "expected an identifier and a text",
             b"65536 x": "65536 is above 65535",
+            b"9" * 5000 + b" x": "999999999 is above 65535",
             b"1 \xff": "not UTF-8",
             b"1 %1!q!": "unknown parameter type '!q!'",
+            b"1 %1!S! x": "unknown parameter type '!S!'",
+            b"1 %1!u": "unknown parameter type '!u'",
+            b"1 %10": "parameters are %1 to %9, and no digit follows",
+            b"1 a\0b": "a text cannot hold U+0000",
+            b"5000 abc": "the version must be a number from 120 up",
+            b"5000 119": "the version must be a number from 120 up",
             b"1 %1 %2 %1!u!": "%1 stands there 2 times; only the last would be replaced",
             b"1 \\x": "unknown escape '\\x'",
             b"1 \\": "unknown escape '\\'",
@@ -108,9 +120,14 @@ class Faults(Case):
     def test_texts_must_fit_the_character_set_and_the_record(self):
         for text, options, fault in (
                 (HEAD + "1 €", ("--charset", "ISO-8859-1"), ":2: '€' is not in ISO-8859-1"),
-                (HEAD + "1 €", ("--charset", "none"), ":1: unknown character set 'none'"),
+                *((HEAD, ("--charset", name), f":1: unknown character set '{name}'")
+                  for name in ("none", "cp437", "rot13", "undefined")),
+                # Which the library's converter would make a yen sign of.
+                (HEAD + r"1 a\\", ("--charset", "Shift_JIS"), r":2: '\\' is not in Shift_JIS"),
                 (HEAD + "5000 ١", (), ":2: '١' is not in US-ASCII"),
-                (HEAD + "1 " + "x" * 65536, (), ":2: longer than 65535 bytes"),
+                (HEAD + "1 " + "é" * 256, ("--charset", "latin1"), ":2: longer than 511 bytes"),
+                (HEAD + "1 " + "x" * 256, ("--charset", "UTF-16"), ":2: longer than 511 bytes"),
+                (HEAD + "5000 1" + "0" * 15, (), ":2: longer than 15 bytes"),
                 ("1 x", (), ": 8643 must be 'charset=LABEL;language=CODE'")):
             source = self.write("s", text)
             self.assert_refused(qxres(source, "-o", "x", *options), f"{source}{fault}")
@@ -131,9 +148,37 @@ class Faults(Case):
 
     def test_a_damaged_image_is_refused(self):
         image = self.compiled(SOURCES / "en.txt").read_bytes()
-        for size in (4, 19, 20, 400, len(image) - 1):
-            run = qxres("--list", self.write("cut", image[:size]))
-            self.assertEqual((run.returncode, len(run.stderr.splitlines())), (1, 1), size)
+        for damaged in (*(image[:size] for size in (4, 19, 20, 400, len(image) - 1)),
+                        image[:14] + bytes((0, 3)) + image[16:]):
+            run = qxres("--list", self.write("damaged", damaged))
+            self.assertEqual((run.returncode, len(run.stderr.splitlines())), (1, 1), damaged[:20])
+
+    def test_an_image_is_there_whole_or_not_at_all(self):
+        source, out = self.write("s", HEAD), self.folder / "out"
+        for output, fault in ((out, "File too large"), (self.folder, "Not a regular file"),
+                              ("/dev/null", "Not a regular file"),
+                              (source, "would replace its own source"),
+                              (self.folder / "none/out", "No such file or directory")):
+            run = qxres(source, "-o", output, preexec_fn=lambda: resource.setrlimit(
+                resource.RLIMIT_FSIZE, (100, 100)))
+            self.assert_refused(run, f"{output}: {fault}")
+        self.assertEqual(os.listdir(self.folder), ["s"])
+        # A signal in the middle of writing.
+        self.write("sitecustomize.py", "import os, signal\nwrite = os.write\nos.write = lambda file, "
+                                       "data: os.kill(0, signal.SIGTERM) or write(file, data[:7])\n")
+        run = qxres(source, "-o", out, env={"PYTHONPATH": self.folder}, start_new_session=True)
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+        self.assertIn(str(HEAD.split()[1]), self.listed(out))
+        self.assertFalse([name for name in os.listdir(self.folder) if name.startswith(".")])
+
+    def test_a_listing_that_nobody_can_take_is_a_fault(self):
+        for output, fault in (("/dev/full", "No space left on device"), (None, "Broken pipe")):
+            read, write = os.pipe() if output is None else (os.open("/", os.O_RDONLY),
+                                                            os.open(output, os.O_WRONLY))
+            os.close(read)
+            run = qxres("--list", SOURCES / "en.txt", stdout=write)
+            os.close(write)
+            self.assert_refused(run, f"standard output: {fault}")
 
 
 if __name__ == "__main__":

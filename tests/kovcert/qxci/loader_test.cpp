@@ -204,8 +204,9 @@ TEST(Loader, ignores_libraries_that_others_have_planted) {
         fs::create_directory(folder);
         fs::copy_file(library_folder() / broken, folder / QXCI_RSA_DLL_NAME);
         const std::string program = fs::read_symlink("/proc/self/exe");
-        const std::string run = "cd '" + folder.string() + "' && LD_LIBRARY_PATH=\"$PWD\" '" +
-                                program + "' --gtest_filter=Loader.ignores_libraries* >&2";
+        const std::string run = "cd " + shell_word(folder) + " && LD_LIBRARY_PATH=\"$PWD\" " +
+                                shell_word(program) +
+                                " --gtest_filter=Loader.ignores_libraries* >&2";
         EXPECT_EQ(std::system(run.c_str()), 0);
         return;
     }

@@ -446,7 +446,8 @@ TEST_F(OpenSslProvider, can_be_loaded_and_unloaded_and_used_by_many_threads) {
 TEST_F(OpenSslProvider, exports_its_entry_points_only) {
     for (const std::string library : {RSA_PROVIDER, ECC_PROVIDER}) {
         const std::unique_ptr<FILE, int (*)(FILE*)> nm(
-            popen(("nm -D --defined-only -f just-symbols " + library).c_str(), "r"), pclose);
+            popen(("nm -D --defined-only -f just-symbols " + shell_word(library)).c_str(), "r"),
+            pclose);
         std::string names(1000, '\0');
         names.resize(fread(names.data(), 1, names.size(), nm.get()));
         EXPECT_EQ(names, "QXCIGetEnvIface\nQXCIGetErrorIface\nQXCIGetStreamConnIface\n"
