@@ -191,18 +191,18 @@ void compare_messages(const std::string& root, const Setting& setting) {
                                      setting.secure ? 0.9 : 0.95, true}};
     const std::string postfix = root + "/build/postfix/usr/";
     if (!setting.secure && exists(postfix + "sbin/smtp-source")) {
-        peers.push_back(
-            {"smtp-source", count,
-             command("LD_LIBRARY_PATH='" + postfix + "lib/postfix' '" + postfix +
-                     "sbin/smtp-source' -d -s 1 -l 1024 -f ann@a.test -t bob@b.test -m " +
-                     std::to_string(count) + " 127.0.0.1:" + port),
-             1.2});
+        peers.push_back({"smtp-source", count,
+                         command("LD_LIBRARY_PATH=" + shell_word(postfix + "lib/postfix") + " " +
+                                 shell_word(postfix + "sbin/smtp-source") +
+                                 " -d -s 1 -l 1024 -f ann@a.test -t bob@b.test -m " +
+                                 std::to_string(count) + " 127.0.0.1:" + port),
+                         1.2});
     }
     add_curl(peers, setting, count, 1.6, port + " " + std::to_string(count));
     if (!setting.secure) {
         peers.push_back({"smtplib", count_of_slow,
-                         command("/usr/bin/python3 '" + root + "/bench/smtplib_mail.py' " + port +
-                                 " " + std::to_string(count_of_slow))});
+                         command("/usr/bin/python3 " + shell_word(root + "/bench/smtplib_mail.py") +
+                                 " " + port + " " + std::to_string(count_of_slow))});
     }
     compare("Messages of 1 KB to one recipient; client and server share a CPU. This library and "
             "the bare "
