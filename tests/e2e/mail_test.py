@@ -111,6 +111,22 @@ class Aiosmtpd(unittest.TestCase):
             self.assertEqual(call(start(self.server.port), "threads 4", *lines), [0, 0])
 
 
+class ManySessions(unittest.TestCase):
+    @unittest.skipIf(os.environ.get("QUOREL_SANITIZE"), "a sanitizer has memory of its own")
+    def test_takes_a_thousand_sessions_in_200_MiB(self):
+        server = Server()
+        self.addCleanup(server.close)
+        with tempfile.NamedTemporaryFile() as file:
+            file.write(bytes(1000))
+            file.flush()
+            calls = [call for session in range(1, 1001) for call in
+                     (start(server.port, session=session),
+                      mail("bob@b.test", file=file.name, session=session))]
+            before, *statuses, after = call("memory", *calls, "memory")
+        self.assertEqual(statuses.count(0), 2000, statuses[:9])
+        self.assertLess(after - before, 200 * 1024)
+
+
 class AiosmtpdWithLogin(Aiosmtpd):
     options = {
         "auth_required": True, "auth_require_tls": False,

@@ -4,6 +4,8 @@
 // type code and its bytes, at least one, in hexadecimal digits, separated by blanks. At the end the
 // library is unloaded, and standard error gets the number of threads and descriptors that are left.
 //
+// A line "memory" prints the size of the process's address space in KiB.
+//
 // After a line "threads N" the calls of all lines that follow are made over and over by N threads,
 // each beginning elsewhere, and soon the program exits while they do. An exit handler, older than
 // the library, then stops the default session and prints the status as for any other call.
@@ -12,6 +14,7 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <map>
 #include <sstream>
@@ -118,6 +121,13 @@ std::ptrdiff_t entries(const char* folder) {
     return std::distance(begin(found), end(found));
 }
 
+size_t kilobytes_of_address_space() {
+    std::ifstream status("/proc/self/statm");
+    size_t pages = 0;
+    status >> pages;
+    return pages * static_cast<size_t>(sysconf(_SC_PAGESIZE)) / 1024;
+}
+
 }  // namespace
 
 int main(int, char** arguments) {
@@ -129,6 +139,10 @@ int main(int, char** arguments) {
     }
     for (std::string line; std::getline(std::cin, line);) {
         if (line.starts_with("threads ")) exit_beside_threads(std::stoul(line.substr(8)));
+        if (line == "memory") {
+            std::cout << kilobytes_of_address_space() << std::endl;
+            continue;
+        }
         Call call = parsed(line);
         if (call.procedure == nullptr) return 2;
         make(call);
