@@ -22,6 +22,8 @@ class LineReader {
     LineReader& operator=(const LineReader&) = delete;
 
     a_bool is_open() const { return _file != nullptr; }
+    /// Whether reading failed, so that the end was not that of the file.
+    a_bool has_failed() const { return std::ferror(_file) != 0; }
     /// The next line without its end, valid until the next call; null at the end.
     const char* Next() {
         size_t length = 0;
@@ -84,7 +86,7 @@ a_bool NIListReader::ReadIPv4(NetworkInterface_list& list) const {
         if (!TakeName(line, *entry) || !entry->_getInterfaceInfo(AF_INET)) continue;
         list.append(entry.release());
     }
-    return true;
+    return !lines.has_failed();
 }
 
 // "fe8000000000000000fc00fffe000001 04 40 20 80     eth0": address, interface index, prefix length,
@@ -113,13 +115,14 @@ a_bool NIListReader::ParseIPv6(const char* line, NetworkInterface& entry) {
     return true;
 }
 
-void NIListReader::ReadIPv6(NetworkInterface_list& list) const {
+a_bool NIListReader::ReadIPv6(NetworkInterface_list& list) const {
     LineReader lines(_source.if_inet6);
-    if (!lines.is_open()) return;
+    if (!lines.is_open()) return true;
     while (const char* line = lines.Next()) {
         auto entry = std::make_unique<NetworkInterface>();
         if (ParseIPv6(line, *entry)) list.append(entry.release());
     }
+    return !lines.has_failed();
 }
 
 void NIListReader::AppendMadeUpLoopback(NetworkInterface_list& list) {
@@ -140,8 +143,10 @@ void NIListReader::AppendMadeUpLoopback(NetworkInterface_list& list) {
 }
 
 a_bool NIListReader::Read(NetworkInterface_list& list, unsigned long& count) const {
-    if (!ReadIPv4(list)) return false;
-    if (TcpUtil::IsIPv6Supported()) ReadIPv6(list);
+    if (!ReadIPv4(list) || (TcpUtil::IsIPv6Supported() && !ReadIPv6(list))) {
+        list.delete_all();
+        return false;
+    }
     if (!HasLoopback(list)) AppendMadeUpLoopback(list);
     count = Length(list);
     return true;
