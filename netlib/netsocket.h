@@ -9,7 +9,7 @@
 /// gone fails with EPIPE without a signal (netlib/unixsocket.h).
 /// A socket that is closed, or was never opened, fails every operation with EBADF at once.
 /// Buffers, yield arguments and option values are the caller's and only looked at during the call;
-/// a null buffer goes with length 0 alone.
+/// a null buffer goes with length 0 alone. Lengths are at most INT_MAX, as results are counts.
 /// Threads: a socket object is used by one thread at a time; no operation locks.
 
 #include "netlib/unixsocket.h"
