@@ -91,7 +91,8 @@ class Socket : public c_utils_link {
     virtual int set_Nagle_algorithm(a_bool flag);
     /// What the last failed operation failed with, as an errno value; the type is ET_POSIX.
     virtual UTErrorCode getLastError();
-    /// As recv with IPAddress. `*fromlen` is the room at `from` and becomes the length stored.
+    /// As recv with IPAddress. `*fromlen` is the room at `from` and becomes the length stored; both
+    /// may be null, as may `to` below where the socket has a peer.
     virtual int recv(char* buf, unsigned int len, sockaddr_storage* from, socklen_t* fromlen);
     virtual int send(const char* buf, unsigned int len, const sockaddr_storage* to,
                      socklen_t tolen);
