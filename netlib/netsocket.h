@@ -9,7 +9,7 @@
 /// gone fails with EPIPE without a signal (netlib/unixsocket.h).
 /// A socket that is closed, or was never opened, fails every operation with EBADF at once.
 /// Buffers, yield arguments and option values are the caller's and only looked at during the call;
-/// a null buffer goes with length 0 alone.
+/// a null buffer goes with length 0 alone. Lengths are at most INT_MAX, as results are counts.
 /// Threads: a socket object is used by one thread at a time; no operation locks.
 
 #include "netlib/unixsocket.h"
@@ -91,7 +91,8 @@ class Socket : public c_utils_link {
     virtual int set_Nagle_algorithm(a_bool flag);
     /// What the last failed operation failed with, as an errno value; the type is ET_POSIX.
     virtual UTErrorCode getLastError();
-    /// As recv with IPAddress. `*fromlen` is the room at `from` and becomes the length stored.
+    /// As recv with IPAddress. `*fromlen` is the room at `from` and becomes the length stored; both
+    /// may be null, as may `to` below where the socket has a peer.
     virtual int recv(char* buf, unsigned int len, sockaddr_storage* from, socklen_t* fromlen);
     virtual int send(const char* buf, unsigned int len, const sockaddr_storage* to,
                      socklen_t tolen);

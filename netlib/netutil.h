@@ -57,7 +57,7 @@ a_bool Resolve(const char* text, IPAddress& ip, eAddressType type);
 /// The same, then sets the port of `ip` to `port`.
 a_bool Resolve(const char* text, uint16 port, IPAddress& ip, eAddressType type);
 /// Appends every address of `text` to `list`; the caller owns and deletes the entries, also those
-/// of a list that was not empty before.
+/// of a list that was not empty before. A failure leaves the list as it was.
 a_bool ResolveAll(const char* text, IPAddress_list& list, eAddressType type);
 
 /// Writes the host name of `ip` into `buf` of `buflen` bytes, terminated. False when `ip` is not

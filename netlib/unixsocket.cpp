@@ -148,7 +148,8 @@ ssize_t unix_recvmsg(SOCKET s, msghdr* message, int flags) {
 }
 
 int unix_poll(pollfd* fds, nfds_t count, int timeout_in_ms) {
-    if (std::any_of(fds, fds + count, [](const pollfd& wanted) { return wanted.fd < 0; })) {
+    for (nfds_t i = 0; i < count; ++i) {
+        if (fds[i].fd >= 0) continue;
         errno = EBADF;
         return -1;
     }

@@ -105,6 +105,9 @@ TEST_F(MadeUpList, counts_lines) {
     unlink(_dev.c_str());
     unsigned long count = 0;
     EXPECT_TRUE(_reader.CountLines() == -1 && !_reader.Read(_list, count));
+    // A folder opens, but is not read.
+    for (const a_ni_source& source : {a_ni_source{.dev = "/"}, a_ni_source{.if_inet6 = "/"}})
+        EXPECT_TRUE(!NIListReader(source).Read(_list, count) && _list.is_empty());
 }
 
 /// What a list says of an entry, with the name cut as the kernel's IPv6 list is read.

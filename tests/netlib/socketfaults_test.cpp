@@ -48,6 +48,10 @@ constexpr Operation connect_invalid = [](Socket& s) {
     none.setValid(true);  // of no family
     return s.connect(none);
 };
+constexpr Operation bind = [](Socket& s) { return s.bind(IPAddress(uint32{INADDR_LOOPBACK})); };
+constexpr Operation listen = [](Socket& s) { return s.listen(1); };
+constexpr Operation set_option = [](Socket& s) { return s.allow_broadcast(); };
+constexpr Operation get_name = [](Socket& s) { return IPAddress(s).isValid() ? 0 : -1; };
 constexpr Operation bind_invalid = [](Socket& s) { return s.bind(IPAddress()); };
 constexpr Operation accept = [](Socket& s) {
     IPAddress peer;
@@ -162,21 +166,8 @@ TEST(SocketFaults, end_in_their_result_and_error_code) {
 }
 
 TEST(SocketFaults, a_closed_socket_fails_with_EBADF_at_once_whoever_has_its_number_now) {
-    constexpr Operation all[] = {
-        recv,
-        recv_from,
-        send,
-        send_to,
-        send_and_stop,
-        connect,
-        accept,
-        ioctl,
-        wait,
-        [](Socket& s) { return s.bind(IPAddress(uint32{INADDR_LOOPBACK})); },
-        [](Socket& s) { return s.listen(1); },
-        [](Socket& s) { return s.allow_broadcast(); },
-        [](Socket& s) { return IPAddress(s).isValid() ? 0 : -1; },
-    };
+    constexpr Operation all[] = {recv,   recv_from, send,  send_to, send_and_stop, connect, bind,
+                                 listen, accept,    ioctl, wait,    set_option,    get_name};
     SOCKET ends[2];
     ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_DGRAM, 0, ends));
     Socket plain(ends[0], SOCK_UDP, false);

@@ -7,7 +7,7 @@
 
 /// Converts text from one character set to another (POSIX iconv), or passes it on as it is: when
 /// the sets are the same, when one is not known (null), when US-ASCII goes into a set based on it,
-/// and when the system has no conversion between the two.
+/// and when the system has no conversion between the two, or no memory for one.
 ///
 /// Threads: an object is used by one thread at a time.
 class CharsetConverter {

@@ -198,20 +198,15 @@ TEST_F(Posixio, reports_other_failures_and_asks_nothing_for_length_zero) {
 
 TEST_F(Posixio, every_open_is_close_on_exec_and_takes_no_terminal_from_the_start) {
     const std::string path = scratch.file_with("data", "abc"), fresh = scratch.file("fresh");
-    const auto expect_opened = [](int fd, int flags) {
+    const auto opened = [](int fd, int flags) {
         EXPECT_EQ(open_flags, flags | O_CLOEXEC | O_NOCTTY);
         EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
+        return fd;
     };
-    const std::pair<std::function<int()>, int> opens[] = {
-        {[&] { return _posix_open(path.c_str(), O_RDONLY, 0); }, O_RDONLY},
-        {[&] { return _posix_sopen(path.c_str(), O_RDWR, POSIX_SHARE_NONE, 0); }, O_RDWR},
-        {[&] { return _posix_creat(path.c_str(), 0600); }, O_WRONLY | O_CREAT | O_TRUNC},
-    };
-    for (const auto& [open, flags] : opens) {
-        const int fd = open();
-        expect_opened(fd, flags);
-        _posix_close(fd);
-    }
+    const char* const at = path.c_str();
+    _posix_close(opened(_posix_open(at, O_RDONLY, 0), O_RDONLY));
+    _posix_close(opened(_posix_sopen(at, O_RDWR, POSIX_SHARE_NONE, 0), O_RDWR));
+    _posix_close(opened(_posix_creat(at, 0600), O_WRONLY | O_CREAT | O_TRUNC));
     const std::pair<const char*, int> modes[] = {{"wx", O_WRONLY | O_CREAT | O_TRUNC | O_EXCL},
                                                  {"ro", O_RDONLY},
                                                  {"rb+", O_RDWR},
@@ -219,7 +214,7 @@ TEST_F(Posixio, every_open_is_close_on_exec_and_takes_no_terminal_from_the_start
     for (const auto& [mode, flags] : modes) {
         std::FILE* const stream = _posix_fopen(fresh.c_str(), mode);
         ASSERT_NE(stream, nullptr) << mode;
-        expect_opened(fileno(stream), flags);
+        opened(fileno(stream), flags);
         fclose(stream);
     }
     for (const char* mode : {"", "x", "r,ccs=UTF-8"})
