@@ -12,11 +12,11 @@
 
 /// A TimedSocket that knows of whole replies and of whole flights of bytes.
 ///
-/// On it a whole reply has a time-out too. The time-out of each recv alone does
-/// not bound a reply that arrives a byte at a time.
-///
 /// A reply has one time-out for its first bytes and one, from then on, for the rest. It is overdue
-/// when that has passed.
+/// when that has passed. (The time-out of each recv alone does not bound a reply that arrives a
+/// byte at a time.)
+///
+/// A flight is what is sent before an answer is awaited; see isFlightOneSegment().
 class SMTPSocket final : public TimedSocket {
   public:
     using TimedSocket::recv;
