@@ -94,6 +94,7 @@ int run(const XpcallOptions& options) {
     const bool called = frame.call(error);
     running = nullptr;
     if (!called) return complain(error);
+    if (!frame.warning().empty()) fprintf(stderr, "xpcall: warning: %s\n", frame.warning().c_str());
 
     const int status = report(frame, procedure, asked, output);
     if (fflush(stdout) == 0 && ferror(stdout) == 0) return status;
