@@ -253,6 +253,7 @@ bool CallFrame::call(std::string& error) {
         return false;
     }
     if (!_state->complete(error) || !_state->keeps_rules(error)) return false;
+    const FileCheck file(_state->procedure.file, _state->arguments);
 
     an_extfn_api api = {
         .get_value = [](void* handle, std::uint32_t number, an_extfn_value* value) -> std::int16_t {
@@ -273,7 +274,10 @@ bool CallFrame::call(std::string& error) {
     procedure(&api, _state.get());
     _state->end_stray_child();
     _state->cancel.own(nullptr);
-    return true;
+
+    const std::string doubt = result() && result()->as_int() == 0 ? file.doubt() : "";
+    if (!doubt.empty()) error = std::string(_state->procedure.name) + ": status 0, but " + doubt;
+    return doubt.empty();
 }
 
 const std::string& CallFrame::warning() const {

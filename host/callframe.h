@@ -71,7 +71,8 @@ class CallFrame {
 
     /// Runs the procedure. False, with a sentence in `error` that says what to do, when a required
     /// argument is missing, the procedure's rules refuse the arguments as they are together, or the
-    /// library does not export the procedure; nothing was called then.
+    /// library does not export the procedure; nothing was called then and result() is empty. False
+    /// also when the procedure gave 0 and a file shows that not all was done; result() is that 0.
     bool call(std::string& error);
 
     /// After call(): a sentence for the person who made it, about something that was done as asked

@@ -124,7 +124,7 @@ constexpr Parameter stopsmtp_parameters[] = {
 };
 
 constexpr StatusMeaning write_file_statuses[] = {
-    {0, "the whole value was written"},
+    {0, "every byte was handed over; a regular file now has that size"},
     {1, "not written: the file cannot be opened, the contents are empty, or a value is NULL"},
 };
 
@@ -177,6 +177,7 @@ constexpr Procedure table[] = {
      .summary = "writes a value into a file of this machine, which then holds nothing else",
      .result = Result::Status,
      .parameters = write_file_parameters,
+     .file = {.size = FileRule::Size::AsGiven, .name = 1, .contents = 2},
      .statuses = write_file_statuses,
      .otherwise = "an unknown status"},
     {.name = "xp_sprintf",
@@ -209,6 +210,7 @@ constexpr Procedure table[] = {
      .result = Result::Status,
      .parameters = sendmail_parameters,
      .guard = guard_message,
+     .file = {.size = FileRule::Size::AsBefore, .name = mail_file},
      .statuses = sendmail_statuses,
      .otherwise = "an unknown status"},
     {.name = "xp_stopsmtp",

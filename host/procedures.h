@@ -12,6 +12,7 @@
 
 #include "extdll/extfn.h"
 #include "host/content.h"
+#include "host/filesize.h"
 #include "host/mailguards.h"
 
 namespace host {
@@ -69,6 +70,7 @@ struct Procedure {
     /// The rules beyond those of single parameters.
     std::span<const Need> needs = {};
     Guard guard = nullptr;  ///< null: none
+    FileRule file = {};
 
     /// True for a call that may run long and registers a cancellation record.
     bool cancellable = false;

@@ -20,7 +20,7 @@ PATIENCE = 60  # seconds until a test gives up; nothing waits that long when all
 UP, CTRL_A, CTRL_U = "\033[A", "\001", "\025"
 # A command that Ctrl-C at the terminal does not reach, so that only a real cancel ends it.
 STUBBORN = 'trap "" INT; echo pid $$; exec sleep 600'
-WRITTEN = "status 0: the whole value was written\n"
+WRITTEN = "status 0: every byte was handed over; a regular file now has that size\n"
 
 # A background job ignores SIGINT, and so would the programs that it starts.
 signal.signal(signal.SIGINT, signal.default_int_handler)

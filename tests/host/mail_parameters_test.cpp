@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 
+#include <csignal>
 #include <set>
 #include <sstream>
 
@@ -11,6 +12,7 @@
 #include "host/hostname.h"
 #include "tests/host/fakeprocedure.h"
 #include "tests/netlib/smtppeer.h"
+#include "tests/scratch.h"
 
 // A session that was started leaves a small record behind by design, and the library is unloaded
 // before leaks are looked for, so that it cannot be told by name.
@@ -288,5 +290,47 @@ TEST(MailParameters, a_message_that_does_not_fit_is_refused) {
                 "\\(message\\) is too long: there is no memory");
 }
 #endif
+
+TEST(FileSize, bears_out_a_status_of_0) {
+    const ScratchFolder folder;
+    const std::string file = folder.file("f");
+    rlimit usual{};
+    getrlimit(RLIMIT_FSIZE, &usual);
+    signal(SIGXFSZ, SIG_IGN);
+    for (const rlim_t room : {0U, 2U, 5U}) {
+        NamedCall call("xp_write_file");
+        ASSERT_TRUE(call.set("name", file) && call.set("contents", "hello"));
+        const rlimit limit = {room, usual.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        const bool done = call.frame.call(call.error);
+        setrlimit(RLIMIT_FSIZE, &usual);
+        EXPECT_EQ(done, room == 5);
+        EXPECT_EQ(call.error, room == 5 ? ""
+                                        : "xp_write_file: status 0, but the file holds " +
+                                              std::to_string(room) + " of 5 bytes");
+        EXPECT_EQ(call.frame.result()->as_int(), 0);
+    }
+    NamedCall device("xp_write_file");
+    ASSERT_TRUE(device.set("name", "/dev/null") && device.set("contents", "hello"));
+    EXPECT_EQ(device.status(), 0);
+
+    SMTPPeer peer;
+    NamedCall start("xp_startsmtp");
+    EXPECT_TRUE(start.set("host", "127.0.0.1"));
+    EXPECT_TRUE(start.set("port", std::to_string(peer.port())));
+    ASSERT_EQ(start.status(), 0);
+    for (const std::uintmax_t size : {5U, 3U}) {
+        NamedCall mail("xp_sendmail");
+        ASSERT_TRUE(mail.set("recipient", "bob@b.test") && mail.set("include_file", file));
+        // The first argument has been read, the file has not.
+        mail.frame.on_progress = [&](std::uint64_t) { std::filesystem::resize_file(file, size); };
+        EXPECT_EQ(mail.frame.call(mail.error), size == 5);
+        EXPECT_THAT(mail.error, testing::StartsWith(
+                                    size == 5 ? ""
+                                              : "xp_sendmail: status 0, but the attached file had "
+                                                "5 bytes before the call and 3 after"));
+    }
+    EXPECT_EQ(NamedCall("xp_stopsmtp").status(), 0);
+}
 
 }  // namespace
