@@ -6,37 +6,11 @@
 #include <cstring>
 #include <vector>
 
+#include "host/callarguments.h"
 #include "host/cancelrecord.h"
 #include "host/text.h"
 
 namespace host {
-
-namespace {
-
-bool is_text(a_sql_data_type type) {
-    return type == EXTFN_TYPE_CHAR || type == EXTFN_TYPE_STRING || type == EXTFN_TYPE_LONGCHAR;
-}
-
-struct Argument {
-    bool given = false;
-    std::string owned;                      // storage of `bytes`, unless they were lent
-    std::optional<std::string_view> bytes;  // empty: NULL; never a null pointer
-
-    void own(std::string value) {
-        owned = std::move(value);
-        lend(owned);
-    }
-    void lend(std::string_view value) {
-        given = true;
-        bytes = value.data() == nullptr ? std::string_view("") : value;
-    }
-    void set_null() {
-        given = true;
-        bytes.reset();
-    }
-};
-
-}  // namespace
 
 std::optional<std::int32_t> Value::as_int() const {
     std::int32_t number = 0;
@@ -60,27 +34,33 @@ struct CallFrame::State {
     const std::uint32_t piece_size;
     const CallFrame* frame = nullptr;  // whose callbacks a running call uses
 
-    std::vector<Argument> arguments;         // by number - 1; OUT parameters stay NULL
+    CallArguments arguments;                 // OUT parameters stay NULL
     std::optional<Value> result;             // number 0
     std::vector<std::optional<Value>> outs;  // by number - 1
+    std::string warning;
     std::uint64_t moved = 0;
     pid_t process = 0;  // that made the call
     CancelRecord cancel;
 
     [[nodiscard]] bool exists(std::uint32_t number) const {
-        return number >= 1 && number <= arguments.size();
+        return number >= 1 && number <= arguments.count();
     }
 
     [[nodiscard]] bool is_out(std::uint32_t number) const {
         return procedure.parameter(number).direction == Direction::Out;
     }
 
-    Argument* in_parameter(std::uint32_t number, std::string_view bytes, std::string& error);
-    [[nodiscard]] bool fits(std::uint32_t number, std::string_view bytes, std::string& error) const;
-    [[nodiscard]] bool accept_null(std::uint32_t number, Argument& argument,
-                                   std::string& error) const;
-    [[nodiscard]] std::string describe(std::uint32_t number) const;
+    // What the procedure sees; the others are the host's own.
+    [[nodiscard]] bool is_passed(std::uint32_t number) const {
+        return exists(number) && procedure.parameter(number).content != Content::Switch;
+    }
+
+    [[nodiscard]] bool takes(std::uint32_t number, std::string_view bytes,
+                             std::string& error) const;
+    [[nodiscard]] bool accept_null(std::uint32_t number, std::string& error);
+    [[nodiscard]] bool accept_number(std::uint32_t number, const Value& value, std::string& error);
     [[nodiscard]] bool complete(std::string& error) const;
+    [[nodiscard]] bool keeps_rules(std::string& error);
 
     bool read(std::uint32_t number, an_extfn_value& value);
     bool read_on(std::uint32_t number, std::uint32_t offset, an_extfn_value& value);
@@ -92,87 +72,85 @@ struct CallFrame::State {
     void end_stray_child() const;
 };
 
-std::string CallFrame::State::describe(std::uint32_t number) const {
-    std::string text(procedure.name);
-    text +=
-        ": parameter " + std::to_string(number) + " (" + procedure.parameter_name(number) + ") ";
-    return text;
-}
-
-bool CallFrame::State::fits(std::uint32_t number, std::string_view bytes,
-                            std::string& error) const {
-    if (bytes.size() > UINT32_MAX) {
-        error = describe(number) + "takes less than 4 GiB";
-        return false;
-    }
-    const Content content = procedure.parameter(number).content;
-    if (content == Content::Any) {
-        // The procedures use text as C strings: it would be cut at a zero byte unnoticed.
-        if (!is_text(procedure.parameter(number).type)) return true;
-        if (bytes.find('\0') == std::string_view::npos) return true;
-        error = describe(number) + "is text and takes no zero byte";
-        return false;
-    }
-    constexpr std::string_view breaks("\r\n\0", 3);
-    if (bytes.find_first_of(breaks) != std::string_view::npos) {
-        error = describe(number) + "takes no line breaks and no zero bytes";
-        return false;
-    }
-    if (content == Content::Address && bytes.find_first_of("<>") != std::string_view::npos) {
-        error = describe(number) + "takes bare addresses, without < and >";
-        return false;
-    }
-    return true;
-}
-
-Argument* CallFrame::State::in_parameter(std::uint32_t number, std::string_view bytes,
-                                         std::string& error) {
+// What fits an IN parameter, as far as its bytes tell.
+bool CallFrame::State::takes(std::uint32_t number, std::string_view bytes,
+                             std::string& error) const {
     if (!exists(number)) {
-        error = std::string(procedure.name) + " takes " + std::to_string(arguments.size()) +
-                (arguments.size() == 1 ? " parameter" : " parameters") +
+        error = std::string(procedure.name) + " takes " + std::to_string(arguments.count()) +
+                (arguments.count() == 1 ? " parameter" : " parameters") +
                 ", there is no parameter " + std::to_string(number);
-        return nullptr;
+    } else if (is_out(number)) {
+        error = procedure.describe(number) + "is an OUT parameter, it takes no value";
+    } else if (bytes.size() > UINT32_MAX) {
+        error = procedure.describe(number) + "takes less than 4 GiB";
+    } else {
+        const std::string_view wrong = complaint(procedure.parameter(number).content, bytes);
+        if (wrong.empty()) return true;
+        error = procedure.describe(number).append(wrong);
     }
-    if (is_out(number)) {
-        error = describe(number) + "is an OUT parameter, it takes no value";
-        return nullptr;
-    }
-    return fits(number, bytes, error) ? &arguments[number - 1] : nullptr;
+    return false;
 }
 
 // Without a connection's number a procedure takes another parameter for it, and a mail session
 // would go without the TLS that was asked for.
-bool CallFrame::State::accept_null(std::uint32_t number, Argument& argument,
-                                   std::string& error) const {
+bool CallFrame::State::accept_null(std::uint32_t number, std::string& error) {
     if (procedure.parameter(number).absent == Absent::Connection) {
-        error = describe(number) + "is not NULL; leave it out for this connection";
+        error = procedure.describe(number) + "is not NULL; leave it out for this connection";
         return false;
     }
-    argument.set_null();
+    arguments.set_null(number);
+    return true;
+}
+
+bool CallFrame::State::accept_number(std::uint32_t number, const Value& value, std::string& error) {
+    const Content content = procedure.parameter(number).content;
+    std::optional<std::int32_t> wanted = value.as_int();
+    if (!wanted && content == Content::Switch) wanted = parse_switch(*value.bytes);
+    if (!wanted) wanted = parse_number<std::int32_t>(*value.bytes);
+    const NumberRange range = number_range(content);
+    if (!wanted || *wanted < range.lowest || *wanted > range.highest) {
+        error = procedure.describe(number).append("takes ").append(range.words);
+        return false;
+    }
+    arguments.own(number, *Value::number(*wanted).bytes);
     return true;
 }
 
 bool CallFrame::State::complete(std::string& error) const {
-    for (std::uint32_t number = 1; number <= arguments.size(); ++number) {
-        if (is_out(number) || arguments[number - 1].given) continue;
-        error = describe(number) + "is missing; give " +
+    for (std::uint32_t number = 1; number <= arguments.count(); ++number) {
+        if (is_out(number) || arguments.given(number)) continue;
+        error = procedure.describe(number) + "is missing; give " +
                 std::string(procedure.parameter(number).meaning);
         return false;
     }
     return true;
 }
 
+bool CallFrame::State::keeps_rules(std::string& error) {
+    for (const Need& need : procedure.needs) {
+        const CallArguments::Bytes& bytes = arguments[need.parameter];
+        if (!bytes || bytes->empty() || arguments[need.other]) continue;
+        error = procedure.describe(need.parameter) + "does nothing without " +
+                procedure.parameter_name(need.other) + "; give both, or neither";
+        return false;
+    }
+    if (procedure.guard == nullptr) return true;
+    const std::optional<Refusal> refusal = procedure.guard(arguments, warning);
+    if (refusal) error = procedure.describe(refusal->parameter) + refusal->reason;
+    return !refusal;
+}
+
 bool CallFrame::State::read(std::uint32_t number, an_extfn_value& value) {
-    if (!exists(number)) return false;
+    if (!is_passed(number)) return false;
     value = {};
     value.type = procedure.parameter(number).type;
-    if (arguments[number - 1].bytes) fill(number, 0, value);
+    if (arguments[number]) fill(number, 0, value);
     return true;
 }
 
 bool CallFrame::State::read_on(std::uint32_t number, std::uint32_t offset, an_extfn_value& value) {
-    if (!exists(number)) return false;
-    const std::optional<std::string_view>& bytes = arguments[number - 1].bytes;
+    if (!is_passed(number)) return false;
+    const CallArguments::Bytes& bytes = arguments[number];
     // There is no piece behind the end: a procedure could ask for an empty one for ever.
     if (!bytes || offset >= bytes->size()) return false;
     value.type = procedure.parameter(number).type;
@@ -182,7 +160,7 @@ bool CallFrame::State::read_on(std::uint32_t number, std::uint32_t offset, an_ex
 
 // A number is one piece, whatever the size of pieces.
 void CallFrame::State::fill(std::uint32_t number, std::uint32_t offset, an_extfn_value& value) {
-    const std::string_view bytes = *arguments[number - 1].bytes;
+    const std::string_view bytes = *arguments[number];
     const auto length = static_cast<std::uint32_t>(bytes.size());
     const bool whole = value.type == EXTFN_TYPE_INT32;
     value.data = const_cast<char*>(bytes.data() + offset);
@@ -238,43 +216,32 @@ CallFrame::CallFrame(const Library& library, const Procedure& procedure, std::in
                      std::uint32_t piece_size)
     : _state(std::make_unique<State>(library, procedure, piece_size)) {
     _state->frame = this;
-    for (std::uint32_t number = 1; number <= _state->arguments.size(); ++number) {
-        Argument& argument = _state->arguments[number - 1];
+    CallArguments& arguments = _state->arguments;
+    for (std::uint32_t number = 1; number <= arguments.count(); ++number) {
         const Absent absent = procedure.parameter(number).absent;
-        if (absent == Absent::Null) argument.set_null();
-        if (absent == Absent::Connection) argument.own(*Value::number(connection).bytes);
+        if (absent == Absent::Null) arguments.set_null(number);
+        if (absent == Absent::Connection) arguments.own(number, *Value::number(connection).bytes);
     }
 }
 
 CallFrame::~CallFrame() = default;
 
 bool CallFrame::set_argument(std::uint32_t number, Value value, std::string& error) {
-    const bool is_text = value.bytes && value.type != EXTFN_TYPE_INT32;
-    Argument* argument =
-        _state->in_parameter(number, is_text ? std::string_view(*value.bytes) : "", error);
-    if (argument == nullptr) return false;
-    if (value.is_null()) return _state->accept_null(number, *argument, error);
     const std::optional<std::int32_t> given = value.as_int();
-    if (_state->procedure.parameter(number).type != EXTFN_TYPE_INT32) {
-        argument->own(given ? std::to_string(*given) : std::move(*value.bytes));
-        return true;
-    }
-    const std::optional<std::int32_t> wanted =
-        given ? given : parse_number<std::int32_t>(*value.bytes);
-    if (!wanted) {
-        error = _state->describe(number) + "takes a whole number from -2147483648 to 2147483647";
-        return false;
-    }
-    argument->own(*Value::number(*wanted).bytes);
+    const bool is_text = value.bytes && !given;
+    if (!_state->takes(number, is_text ? std::string_view(*value.bytes) : "", error)) return false;
+    if (value.is_null()) return _state->accept_null(number, error);
+    if (_state->procedure.parameter(number).type == EXTFN_TYPE_INT32)
+        return _state->accept_number(number, value, error);
+    _state->arguments.own(number, given ? std::to_string(*given) : std::move(*value.bytes));
     return true;
 }
 
 bool CallFrame::lend_argument(std::uint32_t number, std::string_view bytes, std::string& error) {
-    Argument* argument = _state->in_parameter(number, bytes, error);
-    if (argument == nullptr) return false;
+    if (!_state->takes(number, bytes, error)) return false;
     if (_state->procedure.parameter(number).type == EXTFN_TYPE_INT32)
         return set_argument(number, Value::text(std::string(bytes), EXTFN_TYPE_STRING), error);
-    argument->lend(bytes);
+    _state->arguments.lend(number, bytes);
     return true;
 }
 
@@ -285,7 +252,8 @@ bool CallFrame::call(std::string& error) {
                 "; use a library and a host of one build";
         return false;
     }
-    if (!_state->complete(error)) return false;
+    if (!_state->complete(error) || !_state->keeps_rules(error)) return false;
+    const FileCheck file(_state->procedure.file, _state->arguments);
 
     an_extfn_api api = {
         .get_value = [](void* handle, std::uint32_t number, an_extfn_value* value) -> std::int16_t {
@@ -306,7 +274,14 @@ bool CallFrame::call(std::string& error) {
     procedure(&api, _state.get());
     _state->end_stray_child();
     _state->cancel.own(nullptr);
-    return true;
+
+    const std::string doubt = result() && result()->as_int() == 0 ? file.doubt() : "";
+    if (!doubt.empty()) error = std::string(_state->procedure.name) + ": status 0, but " + doubt;
+    return doubt.empty();
+}
+
+const std::string& CallFrame::warning() const {
+    return _state->warning;
 }
 
 void CallFrame::cancel() {

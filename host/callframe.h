@@ -52,8 +52,8 @@ class CallFrame {
     /// Gives IN parameter `number` its value, with the declared type in place of the value's own. A
     /// number argument given to a string parameter arrives as its decimal text and the other way
     /// round. False with a sentence in `error` when there is no such parameter, it is an OUT
-    /// parameter, text is no number where a number is called for, or it holds what the parameter's
-    /// `content` forbids, or the number of the connection is NULL.
+    /// parameter, text is no number where a number is called for, it is not what the parameter's
+    /// `content` asks for, or the number of the connection is NULL.
     bool set_argument(std::uint32_t number, Value value, std::string& error);
 
     /// The same for a long value that the caller keeps: `bytes` is not copied and stays readable
@@ -70,8 +70,14 @@ class CallFrame {
     std::function<bool(const void* data, std::uint32_t length, bool append)> on_result;
 
     /// Runs the procedure. False, with a sentence in `error` that says what to do, when a required
-    /// argument is missing or the library does not export the procedure; nothing was called then.
+    /// argument is missing, the procedure's rules refuse the arguments as they are together, or the
+    /// library does not export the procedure; nothing was called then and result() is empty. False
+    /// also when the procedure gave 0 and a file shows that not all was done; result() is that 0.
     bool call(std::string& error);
+
+    /// After call(): a sentence for the person who made it, about something that was done as asked
+    /// and should not be taken for more than it is. Mostly empty.
+    [[nodiscard]] const std::string& warning() const;
 
     /// Ends what the running call waits for; a cancel that comes before the call reaches a
     /// cancellable point takes effect there. Harmless when nothing is running.

@@ -1,6 +1,8 @@
 #include "host/procedures.h"
 
 #include <algorithm>
+#include <initializer_list>
+#include <utility>
 
 #include "host/text.h"
 
@@ -16,12 +18,12 @@ using enum Content;
 constexpr std::uint32_t format_values = 50;
 
 constexpr Parameter read_file_parameters[] = {
-    {"name", In, EXTFN_TYPE_STRING, Refuse, "the file to read", Content::Any, true},
+    {"name", In, EXTFN_TYPE_STRING, Refuse, "the file to read", Text, true},
 };
 
 constexpr Parameter write_file_parameters[] = {
-    {"name", In, EXTFN_TYPE_STRING, Refuse, "the file to write", Content::Any, true},
-    {"contents", In, EXTFN_TYPE_BINARY, Refuse, "the bytes to write, one at least"},
+    {"name", In, EXTFN_TYPE_STRING, Refuse, "the file to write", Text, true},
+    {"contents", In, EXTFN_TYPE_BINARY, Refuse, "the bytes to write, one at least", Bytes},
 };
 
 // xp_sprintf asks for every value up to the first NULL one and fails where a number does not exist,
@@ -46,33 +48,43 @@ constexpr Parameter cmdshell_parameters[] = {
 constexpr Parameter startsmtp_parameters[] = {
     {"sender", In, EXTFN_TYPE_CHAR, Null, "the address that mail comes from", Address},
     {"host", In, EXTFN_TYPE_CHAR, Refuse, "the mail server's name or address", Line},
-    {"port", In, EXTFN_TYPE_INT32, Null, "its port; 25 if left out"},
+    {"port", In, EXTFN_TYPE_INT32, Null, "its port; 25 if left out", Port},
     {"timeout", In, EXTFN_TYPE_INT32, Null,
      "seconds for each wait, 60 if left out; 0 or less waits for ever; no effect with "
      "trusted_cert"},
-    {"sender_name", In, EXTFN_TYPE_CHAR, Null, "the sender's name", Line},
-    {"auth_username", In, EXTFN_TYPE_CHAR, Null, "the user to log in as", Line},
-    {"auth_password", In, EXTFN_TYPE_CHAR, Null, "the user's password", Line},
+    {"sender_name", In, EXTFN_TYPE_CHAR, Null, "the sender's name", Name},
+    {"auth_username", In, EXTFN_TYPE_CHAR, Null, "the user to log in as; needs a password", Line},
+    {"auth_password", In, EXTFN_TYPE_CHAR, Null,
+     "the user's password; without trusted_cert only for this machine itself", Line},
     {"trusted_cert", In, EXTFN_TYPE_CHAR, Null, "a file of trusted certificates; asks for TLS",
      Line},
     {"cert_company", In, EXTFN_TYPE_CHAR, Null, "the company (O) in the server's certificate",
      Line},
     {"cert_unit", In, EXTFN_TYPE_CHAR, Null, "the unit (OU) in it", Line},
-    {"cert_name", In, EXTFN_TYPE_CHAR, Null, "the name (CN, or host name) in it", Line},
+    {"cert_name", In, EXTFN_TYPE_CHAR, Null,
+     "the name (CN, or host name) in it; the host's if left out, none checked if empty", Line},
     {"cid", In, EXTFN_TYPE_INT32, Connection, "the connection that the session belongs to"},
+    {"allow_plaintext_auth", In, EXTFN_TYPE_INT32, Null,
+     "1 lets the password cross the network in the clear", Switch},
+};
+
+constexpr Need startsmtp_needs[] = {
+    {start_username, start_password},    {start_password, start_username},
+    {start_company, start_trusted_cert}, {start_unit, start_trusted_cert},
+    {start_name, start_trusted_cert},
 };
 
 constexpr Parameter sendmail_parameters[] = {
     {"recipient", In, EXTFN_TYPE_CHAR, Null, "addresses, separated by ;", Address},
-    {"subject", In, EXTFN_TYPE_CHAR, Null, "the subject", Line},
+    {"subject", In, EXTFN_TYPE_CHAR, Null, "the subject", Header},
     {"cc_recipient", In, EXTFN_TYPE_CHAR, Null, "addresses for copies", Address},
     {"bcc_recipient", In, EXTFN_TYPE_CHAR, Null, "addresses for blind copies", Address},
     {"query", In, EXTFN_TYPE_CHAR, Null, "not used"},
-    {"message", In, EXTFN_TYPE_CHAR, Null, "the text"},
+    {"message", In, EXTFN_TYPE_CHAR, Null, "the text; its line ends become CRLF"},
     {"unused7", In, EXTFN_TYPE_CHAR, Null, "not used"},
     {"unused8", In, EXTFN_TYPE_CHAR, Null, "not used"},
     {"unused9", In, EXTFN_TYPE_CHAR, Null, "not used"},
-    {"include_file", In, EXTFN_TYPE_CHAR, Null, "a file to attach", Line, true},
+    {"include_file", In, EXTFN_TYPE_CHAR, Null, "a file to attach", Attachment, true},
     {"unused11", In, EXTFN_TYPE_CHAR, Null, "not used"},
     {"unused12", In, EXTFN_TYPE_CHAR, Null, "not used"},
     {"unused13", In, EXTFN_TYPE_CHAR, Null, "not used"},
@@ -81,16 +93,38 @@ constexpr Parameter sendmail_parameters[] = {
     {"unused16", In, EXTFN_TYPE_CHAR, Null, "not used"},
     {"type", In, EXTFN_TYPE_CHAR, Null, "not used"},
     {"unused18", In, EXTFN_TYPE_CHAR, Null, "not used"},
-    {"content_type", In, EXTFN_TYPE_CHAR, Null, "the text's type, or ASIS", Line},
+    {"content_type", In, EXTFN_TYPE_CHAR, Null, "the text's type, or ASIS", Header},
     {"cid", In, EXTFN_TYPE_INT32, Connection, "the connection that the session belongs to"},
+    {"raw", In, EXTFN_TYPE_INT32, Null, "1 leaves the line ends of the message as they are",
+     Switch},
 };
+
+// Whether the numbers that the guards go by are those of the parameters with these names.
+constexpr bool
+are_numbers(std::span<const Parameter> rows,
+            std::initializer_list<std::pair<std::uint32_t, std::string_view>> numbers) {
+    return std::all_of(numbers.begin(), numbers.end(), [rows](const auto& number) {
+        return rows[number.first - 1].name == number.second;
+    });
+}
+static_assert(are_numbers(startsmtp_parameters, {{start_host, "host"},
+                                                 {start_username, "auth_username"},
+                                                 {start_password, "auth_password"},
+                                                 {start_trusted_cert, "trusted_cert"},
+                                                 {start_company, "cert_company"},
+                                                 {start_unit, "cert_unit"},
+                                                 {start_name, "cert_name"},
+                                                 {start_plaintext, "allow_plaintext_auth"}}));
+static_assert(are_numbers(sendmail_parameters, {{mail_message, "message"},
+                                                {mail_file, "include_file"},
+                                                {mail_raw, "raw"}}));
 
 constexpr Parameter stopsmtp_parameters[] = {
     {"cid", In, EXTFN_TYPE_INT32, Connection, "the connection that the session belongs to"},
 };
 
 constexpr StatusMeaning write_file_statuses[] = {
-    {0, "the whole value was written"},
+    {0, "every byte was handed over; a regular file now has that size"},
     {1, "not written: the file cannot be opened, the contents are empty, or a value is NULL"},
 };
 
@@ -143,6 +177,7 @@ constexpr Procedure table[] = {
      .summary = "writes a value into a file of this machine, which then holds nothing else",
      .result = Result::Status,
      .parameters = write_file_parameters,
+     .file = {.size = FileRule::Size::AsGiven, .name = 1, .contents = 2},
      .statuses = write_file_statuses,
      .otherwise = "an unknown status"},
     {.name = "xp_sprintf",
@@ -166,12 +201,16 @@ constexpr Procedure table[] = {
      .summary = "opens a session with a mail server, for this connection",
      .result = Result::Status,
      .parameters = startsmtp_parameters,
+     .needs = startsmtp_needs,
+     .guard = guard_start,
      .statuses = startsmtp_statuses,
      .otherwise = "an unknown status"},
     {.name = "xp_sendmail",
      .summary = "sends a message over the session of this connection",
      .result = Result::Status,
      .parameters = sendmail_parameters,
+     .guard = guard_message,
+     .file = {.size = FileRule::Size::AsBefore, .name = mail_file},
      .statuses = sendmail_statuses,
      .otherwise = "an unknown status"},
     {.name = "xp_stopsmtp",
@@ -210,6 +249,15 @@ std::string Procedure::parameter_name(std::uint32_t number) const {
     if (repeats != 0 && number >= parameters.size())
         text += std::to_string(number - parameters.size() + 1);
     return text;
+}
+
+std::string Procedure::describe(std::uint32_t number) const {
+    std::string text(name);
+    return text.append(": parameter ")
+        .append(std::to_string(number))
+        .append(" (")
+        .append(parameter_name(number))
+        .append(") ");
 }
 
 std::uint32_t Procedure::parameter_number(std::string_view wanted) const {

@@ -11,6 +11,9 @@
 #include <string_view>
 
 #include "extdll/extfn.h"
+#include "host/content.h"
+#include "host/filesize.h"
+#include "host/mailguards.h"
 
 namespace host {
 
@@ -23,15 +26,6 @@ enum class Absent {
     Connection  ///< the number of the calling SQL connection
 };
 
-/// What a text parameter may hold. The mail procedures paste addresses, names and subjects into
-/// the dialogue and the message as they are, where a line break would begin a command or a header
-/// line of the caller's choosing.
-enum class Content {
-    Any,
-    Line,    ///< no CR, LF or zero byte
-    Address  ///< the same, and no "<" or ">"
-};
-
 // The fields stand in the order in which a row reads.
 // NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding)
 struct Parameter {
@@ -40,7 +34,7 @@ struct Parameter {
     a_sql_data_type type;
     Absent absent;
     std::string_view meaning;  ///< a few words for help texts
-    Content content = Content::Any;
+    Content content = Content::Text;
     bool names_file = false;  ///< the value is a file's name, which the procedure opens
 };
 
@@ -57,6 +51,14 @@ struct StatusMeaning {
     std::string_view meaning;
 };
 
+/// A parameter that means nothing to the procedure unless another one is given too.
+struct Need {
+    std::uint32_t parameter;
+    std::uint32_t other;
+};
+
+// The fields stand in the order in which a row reads.
+// NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding)
 struct Procedure {
     std::string_view name;
     std::string_view summary;  ///< one line, what it does
@@ -66,6 +68,11 @@ struct Procedure {
     /// many parameters, named by the row's name followed by 1, 2, …
     std::span<const Parameter> parameters = {};
     std::uint32_t repeats = 0;
+
+    /// The rules beyond those of single parameters.
+    std::span<const Need> needs = {};
+    Guard guard = nullptr;  ///< null: none
+    FileRule file = {};
 
     /// True for a call that may run long and registers a cancellation record.
     bool cancellable = false;
@@ -81,6 +88,8 @@ struct Procedure {
     [[nodiscard]] std::uint32_t parameter_count() const;
     /// Row that declares parameter `number` (1 … parameter_count()).
     [[nodiscard]] const Parameter& parameter(std::uint32_t number) const;
+    /// What an error about parameter `number` begins with: "xp_startsmtp: parameter 2 (host) ".
+    [[nodiscard]] std::string describe(std::uint32_t number) const;
     /// The name of parameter `number`: its row's, with 1, 2, … added in a repeated row.
     [[nodiscard]] std::string parameter_name(std::uint32_t number) const;
     /// Number of the parameter called `name` (case ignored, "value7" for a repeated row), 0 if
@@ -94,7 +103,7 @@ struct Procedure {
 /// The procedure called `name`, case ignored; null when there is none.
 [[nodiscard]] const Procedure* find_procedure(std::string_view name);
 
-/// A status of `procedure` in words ("the whole value was written"), for people. Never empty.
+/// A status of `procedure` in words ("the session is open"), for people. Never empty.
 [[nodiscard]] std::string_view explain_status(const Procedure& procedure, std::int32_t status);
 
 }  // namespace host

@@ -18,6 +18,10 @@ namespace host {
 /// Equality as SQL compares identifiers: ASCII letters without regard to case.
 [[nodiscard]] bool same_name(std::string_view a, std::string_view b);
 
+/// A setting as people write it: 1, true, on, yes, or 0, false, off, no, in any case; nothing for
+/// anything else.
+[[nodiscard]] std::optional<bool> parse_switch(std::string_view text);
+
 /// The number that `text` is from its first to its last byte, in decimal; nothing when it is none
 /// or does not fit.
 template <typename Number>

@@ -93,7 +93,11 @@ int run(const XpcallOptions& options) {
     if (procedure.cancellable) handle_signals();
     const bool called = frame.call(error);
     running = nullptr;
-    if (!called) return complain(error);
+    if (!called) {
+        complain(error);
+        return frame.result() ? EXIT_FAILED : EXIT_NOT_CALLED;
+    }
+    if (!frame.warning().empty()) fprintf(stderr, "xpcall: warning: %s\n", frame.warning().c_str());
 
     const int status = report(frame, procedure, asked, output);
     if (fflush(stdout) == 0 && ferror(stdout) == 0) return status;

@@ -1,7 +1,9 @@
 #include "host/sqlite/dotcommands.h"
 
 #include <cstdio>
+#include <optional>
 
+#include "host/mailguards.h"
 #include "host/nearestname.h"
 #include "host/sqlite/display.h"
 #include "host/sqlite/procedurehelp.h"
@@ -24,6 +26,7 @@ In SQL the procedures are functions too: SELECT xp_cmdshell('true');
   .help PROCEDURE  one of them
   .print TEXT      prints the text, as a heading in a script
   .quit            ends the shell, as Ctrl-D does
+  .raw on|off      leaves the line ends of messages alone, or makes them CRLF (off)
 
 Ctrl-C cancels what runs, or voids the input. Tab completes names. An entry that
 begins with a space is not kept in the history, nor one that gives a password.
@@ -57,6 +60,16 @@ DotResult print(std::string_view text, std::string& /*error*/) {
     return DotResult::Done;
 }
 
+DotResult set_raw(std::string_view setting, std::string& error) {
+    const std::optional<bool> raw = parse_switch(setting);
+    if (!raw) {
+        error = ".raw takes on or off";
+        return DotResult::Wrong;
+    }
+    send_raw_by_default(*raw);
+    return DotResult::Done;
+}
+
 DotResult quit(std::string_view /*rest*/, std::string& /*error*/) {
     return DotResult::Quit;
 }
@@ -67,10 +80,8 @@ struct Command {
 };
 
 constexpr Command commands[] = {
-    {".help", help},
-    {".print", print},
-    {".procedures", list_procedures},
-    {".quit", quit},
+    {".help", help}, {".print", print}, {".procedures", list_procedures},
+    {".quit", quit}, {".raw", set_raw},
 };
 
 std::string_view trim(std::string_view text) {

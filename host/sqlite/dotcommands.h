@@ -1,7 +1,8 @@
 #ifndef QUOREL_HOST_SQLITE_DOTCOMMANDS_H
 #define QUOREL_HOST_SQLITE_DOTCOMMANDS_H
 
-/// The shell's commands to itself: .help, .help PROCEDURE, .print, .procedures, .quit.
+/// The shell's commands to itself: .help, .help PROCEDURE, .print, .procedures, .quit,
+/// .raw.
 
 #include <string>
 #include <string_view>

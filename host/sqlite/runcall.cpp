@@ -1,6 +1,7 @@
 #include "host/sqlite/runcall.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
@@ -8,6 +9,7 @@
 #include "host/callframe.h"
 #include "host/nearestname.h"
 #include "host/sqlite/callresult.h"
+#include "host/sqlite/display.h"
 #include "host/sqlite/interrupt.h"
 #include "host/sqlite/procedurehelp.h"
 #include "host/sqlite/runsql.h"
@@ -186,6 +188,8 @@ bool CallRun::_run_procedure() {
     _session.progress.end();
     if (!called) return _fail(error, _call.procedure);
     leave_echoed_line();
+    if (!frame.warning().empty())
+        fprintf(stderr, "quorelsql: warning: %s\n", display_text(frame.warning()).c_str());
     show_call_result(*_procedure, frame, _bytes);
     return true;
 }

@@ -97,6 +97,7 @@ int run_sql_call(sqlite3* db, const SqlFunction& function, CallFrame& frame,
     const bool called =
         function.procedure->cancellable ? call_interruptibly(db, frame, error) : frame.call(error);
     if (!called) return SQLITE_ERROR;
+    if (!frame.warning().empty()) sqlite3_log(SQLITE_WARNING, "%s", frame.warning().c_str());
     return frame.cancelled() ? SQLITE_INTERRUPT : SQLITE_OK;
 }
 

@@ -20,7 +20,7 @@ PATIENCE = 60  # seconds until a test gives up; nothing waits that long when all
 UP, CTRL_A, CTRL_U = "\033[A", "\001", "\025"
 # A command that Ctrl-C at the terminal does not reach, so that only a real cancel ends it.
 STUBBORN = 'trap "" INT; echo pid $$; exec sleep 600'
-WRITTEN = "status 0: the whole value was written\n"
+WRITTEN = "status 0: every byte was handed over; a regular file now has that size\n"
 
 # A background job ignores SIGINT, and so would the programs that it starts.
 signal.signal(signal.SIGINT, signal.default_int_handler)
@@ -102,6 +102,9 @@ class Batch(Scratch):
              r"parameter 2 \(subject\) takes no line breaks"),
             ("SELECT xp_sendmail('b@b.test> RCPT TO:<eve@e.test')",
              r"parameter 1 \(recipient\) takes bare addresses, without < and >"),
+            ("SELECT xp_startsmtp('a@a.test', 'h', 25, 60, NULL, 'u', 'p')",
+             r"parameter 7 \(auth_password\) would cross the network in the clear"),
+            (".raw", ".raw takes on or off"),
             (".frob", "no command .frob; .help lists them"),
             (".help xp_scan", "did you mean xp_scanf?"),
         ):
@@ -118,17 +121,22 @@ class Batch(Scratch):
         status, out, error = self.run_sql("-c", f"""
             CALL xp_startsmtp(host => '127.0.0.1', port => {server.port}, sender => 'ann@a.test');
             CALL xp_sendmail(subject => 'Hi', recipient => 'bob@b.test', include_file => 'file');
+            CALL xp_sendmail(recipient => 'bob@b.test', message => 'a' || char(10) || 'b');
+            .raw on
+            CALL xp_sendmail(recipient => 'bob@b.test', message => 'a' || char(10) || 'b');
             CALL xp_stopsmtp(); CALL xp_sendmail(recipient => 'eve@e.test')""")
         self.assertEqual((status, error), (0, ""))
-        self.assertEqual(out, "status 0: the session is open\n"
-                              "status 0: the mail server took the message\n"
+        self.assertEqual(out, "status 0: the session is open\n" + 3 * "status 0: the mail server took the message\n" +
                               "status 0: the session is closed\n"
                               "status 5: no session was started on this connection, "
                               "or there is no recipient\n")
-        [(sender, recipients, message)] = server.messages
+        [(sender, recipients, message), (_, _, whole), (_, _, raw)] = server.messages
         self.assertEqual((sender, recipients), ("ann@a.test", ["bob@b.test"]))
         self.assertIn(b"\r\nSubject: Hi\r\n", message)
         self.assertIn(b64encode(b"attached"), message)
+        self.assertIn(b"Content-Type: multipart/mixed", message, "without a text, too")
+        self.assertIn(b"\r\na\r\nb\r\n", whole)
+        self.assertIn(b"\r\na\nb\r\n", raw)
 
     def test_a_script_stops_at_its_first_error_and_names_the_line(self):
         self.write("script.sql", "-- first\nSELECT 1;\n\nCALL xp_read_file(\n  'a',\n  'b');\nSELECT 2;\n")

@@ -430,19 +430,26 @@ class Hosts(Tls):
         call = ("CALL xp_startsmtp(sender => 'ann@a.test', host => '127.0.0.1', port => {}, trusted_cert "
                 "=> '{}', cert_company => 'Example', cert_unit => 'Mail', cert_name => '{}')")
         arguments = ["ann@a.test", "127.0.0.1", str(port), "null", "null", "null", "null", self.trust]
+        # An address is in no certificate; an empty name switches the check off.
+        any_name = [*arguments, "null", "null", ""]
         select = "SELECT xp_startsmtp({}) AS status".format(
-            ", ".join(word if word == "null" else f"'{word}'" for word in arguments))
+            ", ".join(word if word == "null" else f"'{word}'" for word in any_name))
         opened, refused = "status 0: the session is open\n", "status 105: not secured: "
-        for command, said in (
-            ([QUORELSQL, "-c", call.format(port, self.trust, "localhost")], opened),
-            ([QUORELSQL, "-c", call.format(port, self.trust, "elsewhere")], refused),
-            ([QUORELSQL, "-c", select], " status\n--------\n      0\n(1 row)\n\n"),
-            ([XPCALL, "xp_startsmtp", *arguments], opened),
-            ([XPCALL, "xp_startsmtp", *arguments[:-1], "/nowhere"], refused),
+        warning = "xpcall: warning: cert_name is empty: any server with a certificate"
+        for command, said, warned in (
+            ([QUORELSQL, "-c", call.format(port, self.trust, "localhost")], opened, ""),
+            ([QUORELSQL, "-c", call.format(port, self.trust, "elsewhere")], refused, ""),
+            ([QUORELSQL, "-c", call.format(port, self.trust, "")], opened,
+             warning.replace("xpcall", "quorelsql")),
+            ([QUORELSQL, "-c", select], " status\n--------\n      0\n(1 row)\n\n", ""),
+            ([XPCALL, "xp_startsmtp", *any_name], opened, warning),
+            ([XPCALL, "xp_startsmtp", *arguments], "", "xpcall: xp_startsmtp: parameter 11 (cert_name)"),
+            ([XPCALL, "xp_startsmtp", *arguments[:-1], "/nowhere", *any_name[-3:]], refused, warning),
         ):
             done = subprocess.run(command, capture_output=True, text=True, timeout=60,
                                   env={**os.environ, "QUOREL_LIBRARY": LIBRARY})
             self.assertTrue(done.stdout.startswith(said), done)
+            self.assertTrue(done.stderr.startswith(warned), done)
 
 
 if __name__ == "__main__":

@@ -41,7 +41,7 @@ class Xpcall(unittest.TestCase):
             file.write(data)
         for piece in "1", "32768", "4000000000":
             self.check(["--piece", piece, "xp_write_file", "copy", "@in"], 0,
-                       b"status 0: the whole value was written\n")
+                       b"status 0: every byte was handed over; a regular file now has that size\n")
             self.check(["xp_read_file", "copy"], 0, data, b"76801 bytes\n")
         self.check(["xp_read_file", "/dev/null"], 0, b"", b"0 bytes\n")
         self.check(["xp_read_file", "missing"], 1, b"",
@@ -49,6 +49,13 @@ class Xpcall(unittest.TestCase):
         self.check(["xp_write_file", "copy", "null"], 1,
                    b"status 1: not written: the file cannot be opened, the contents are empty, "
                    b"or a value is NULL\n")
+
+    def test_a_status_of_0_does_not_hide_what_was_not_written(self):
+        done = subprocess.run(["sh", "-c", "trap '' XFSZ; ulimit -f 0; exec \"$0\" xp_write_file f hello",
+                               XPCALL], cwd=self.folder, env=self.environment, capture_output=True,
+                              timeout=60)
+        self.assertEqual((done.returncode, done.stdout, done.stderr), (
+            1, b"", b"xpcall: xp_write_file: status 0, but the file holds 0 of 5 bytes\n"))
 
     def test_values_and_statuses_come_on_standard_output(self):
         self.check(["xp_sprintf", "out", "%s%%%s", "int:-7", "text:null"], 0, b"text = -7%null\n")

@@ -286,6 +286,25 @@ TEST(TextArgument, a_secret_does_not_outlive_its_argument) {
     }
 }
 
+TEST(TextArgument, takes_no_more_than_the_host_announced) {
+    for (const uint32 second_piece : {75U, 150U, 151U, 400U}) {
+        FakeHost host;
+        host.give(7, pattern(1000)).piece_size = 100;
+        host.announced_length = 250;
+        host.on_get_piece = [&] { host.piece_size = second_piece; };
+        an_extfn_api api = host.api();
+        const ExternalCall call(&api, &host);
+        // Its own memory holds such a text; what is written behind it shows.
+        struct {
+            TextArgument argument;
+            char behind[256] = {};
+        } memory;
+        EXPECT_EQ(memory.argument.read(call, 7) == TextArgument::Outcome::Read, second_piece <= 150)
+            << second_piece;
+        EXPECT_THAT(memory.behind, testing::Each('\0'));
+    }
+}
+
 TEST(MailProcedures, the_older_interface_sets_nothing) {
     FakeHost host;
     EXPECT_THAT(host.call(xp_startmail), IsEmpty());

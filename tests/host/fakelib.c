@@ -80,6 +80,29 @@ EXPORT void fake_trace(an_extfn_api* api, void* handle) {
     set(api, handle, 2, lengths, 0);
 }
 
+/* Spells the arguments that there are, but for NULLs, as the result: "1=text 2=5 ". */
+EXPORT void fake_spell(an_extfn_api* api, void* handle) {
+    an_extfn_value value;
+    set(api, handle, 0, "", 0);
+    for (uint32_t number = 1; api->get_value(handle, number, &value) != 0; ++number) {
+        char text[32];
+        if (value.data == NULL) continue;
+        snprintf(text, sizeof text, "%u=", number);
+        set(api, handle, 0, text, 1);
+        if (value.type == EXTFN_TYPE_INT32) {
+            snprintf(text, sizeof text, "%d", *(const int32_t*)value.data);
+            set(api, handle, 0, text, 1);
+        } else {
+            uint32_t offset = 0;
+            do {
+                api->set_value(handle, 0, &value, 1);
+                offset += value.piece_len;
+            } while (api->get_piece(handle, number, &value, offset) != 0);
+        }
+        set(api, handle, 0, " ", 1);
+    }
+}
+
 /* Does what a host must refuse, and one thing that it must not, with a digit for each; value 2 is
  * started over for them, in pieces and from memory that is reused at once. */
 EXPORT void fake_probe(an_extfn_api* api, void* handle) {
