@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include "host/sqlite/query.h"
+
 namespace host {
 
 namespace {
@@ -25,18 +27,11 @@ int is_open_database(sqlite3* db, const std::string& file, bool& found) {
     struct stat64 status {};
     if (stat64(file.c_str(), &status) != 0) return SQLITE_OK;
 
-    sqlite3_stmt* databases = nullptr;
-    int code = sqlite3_prepare_v2(db, "PRAGMA database_list", -1, &databases, nullptr);
-    if (code != SQLITE_OK) return code;
-    while (!found && (code = sqlite3_step(databases)) == SQLITE_ROW) {
-        constexpr int file_column = 2;
-        const auto* path =
-            reinterpret_cast<const char*>(sqlite3_column_text(databases, file_column));
-        // Databases in memory and temporary ones have none.
-        found = path != nullptr && *path != '\0' && is_part_of(status, path);
-    }
-    sqlite3_finalize(databases);
-    return found || code == SQLITE_DONE ? SQLITE_OK : code;
+    std::vector<AttachedDatabase> databases;
+    if (const int code = list_databases(db, databases); code != SQLITE_OK) return code;
+    for (const AttachedDatabase& database : databases)
+        found = found || (!database.file.empty() && is_part_of(status, database.file));
+    return SQLITE_OK;
 }
 
 }  // namespace host

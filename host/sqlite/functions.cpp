@@ -3,6 +3,7 @@
 #include <atomic>
 #include <memory>
 
+#include "host/sqlite/directcall.h"
 #include "host/sqlite/interruptible.h"
 #include "host/sqlite/sqlcall.h"
 
@@ -57,6 +58,28 @@ const SqlFunction& function_of(sqlite3_context* context) {
     return *static_cast<const SqlFunction*>(sqlite3_user_data(context));
 }
 
+// check_direct_call(), once in a run of a statement: SQLite lets go of this note when the run ends.
+// A slot below zero belongs to the statement and not to an argument, which a version of SQLite that
+// has none of these would forget at once.
+int check_run(sqlite3_context* context, const SqlFunction& function, std::string& error) {
+    constexpr int slots = -0x51550000;
+    const auto number = static_cast<int>(function.procedure - procedures().data());
+    const int slot = slots - number;
+    if (sqlite3_get_auxdata(context, slot) == &function) return SQLITE_OK;
+    const int code =
+        check_direct_call(sqlite3_context_db_handle(context), function.procedure->name, error);
+    if (code == SQLITE_OK)
+        sqlite3_set_auxdata(context, slot, const_cast<SqlFunction*>(&function), nullptr);
+    return code;
+}
+
+int run(sqlite3_context* context, const SqlFunction& function, CallFrame& frame,
+        std::span<sqlite3_value* const> values, std::string& error) {
+    const int code = check_run(context, function, error);
+    if (code != SQLITE_OK) return code;
+    return run_sql_call(sqlite3_context_db_handle(context), function, frame, values, error);
+}
+
 // A procedure that hands back bytes. They stop coming when the statement is interrupted.
 void call_for_bytes(sqlite3_context* context, int count, sqlite3_value** values) {
     const SqlFunction& function = function_of(context);
@@ -68,7 +91,7 @@ void call_for_bytes(sqlite3_context* context, int count, sqlite3_value** values)
         return !probe.interrupted() && blob.take(data, length, append);
     };
     std::string error;
-    int code = run_sql_call(db, function, frame, {values, static_cast<std::size_t>(count)}, error);
+    int code = run(context, function, frame, {values, static_cast<std::size_t>(count)}, error);
     if (code == SQLITE_OK) code = probe.interrupted() ? SQLITE_INTERRUPT : blob.error();
     if (code != SQLITE_OK) return fail(context, code, error);
     if (frame.result() && frame.result()->is_null()) return sqlite3_result_null(context);
@@ -80,8 +103,8 @@ void call_for_value(sqlite3_context* context, int count, sqlite3_value** values)
     const SqlFunction& function = function_of(context);
     CallFrame frame(*function.library, *function.procedure, function.connection);
     std::string error;
-    const int code = run_sql_call(sqlite3_context_db_handle(context), function, frame,
-                                  {values, static_cast<std::size_t>(count)}, error);
+    const int code =
+        run(context, function, frame, {values, static_cast<std::size_t>(count)}, error);
     if (code != SQLITE_OK) return fail(context, code, error);
     if (function.procedure->result == Result::Status) return hand_over(context, frame.result());
     for (std::uint32_t number = 1; number <= function.procedure->parameter_count(); ++number)
@@ -99,6 +122,14 @@ int register_scalar_function(sqlite3* db, const SqlFunction& function) {
         nullptr, [](void* owned) { delete static_cast<SqlFunction*>(owned); });
 }
 
+int register_stand_in(sqlite3* db) {
+    const auto refuse = [](sqlite3_context* context, int, sqlite3_value**) {
+        sqlite3_result_error(context, "this function does nothing", -1);
+    };
+    return sqlite3_create_function_v2(db, stand_in_name, -1, SQLITE_UTF8 | SQLITE_DIRECTONLY,
+                                      nullptr, refuse, nullptr, nullptr, nullptr);
+}
+
 }  // namespace
 
 int quorel_sqlite_register(sqlite3* db, const Library& library, std::int32_t connection,
@@ -109,7 +140,7 @@ int quorel_sqlite_register(sqlite3* db, const Library& library, std::int32_t con
                                              : register_scalar_function(db, function);
         if (code != SQLITE_OK) return code;
     }
-    return SQLITE_OK;
+    return register_stand_in(db);
 }
 
 std::int32_t quorel_sqlite_next_connection() {

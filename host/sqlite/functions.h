@@ -19,8 +19,9 @@ struct sqlite3;
 ///  - A procedure with repeated OUT parameters is a table-valued function with one row for each
 ///    value that is not NULL, in the column `value`.
 ///
-/// The functions work only in top-level SQL (SQLITE_DIRECTONLY): a view or trigger of a database
-/// file cannot call them. sqlite3_interrupt ends a running command or a read.
+/// The functions work only in a statement of the program's own, never for a database's schema, and
+/// not while a schema names them: host/sqlite/directcall.h has the rules. sqlite3_interrupt ends a
+/// running command or a read.
 ///
 /// `on_progress`, unless it is empty, hears of each piece of a file that is read or written: how
 /// many bytes of it have moved so far.

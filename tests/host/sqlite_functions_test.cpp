@@ -4,6 +4,7 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <thread>
 
 #include "host/library.h"
@@ -117,6 +118,86 @@ TEST(SqlFunctions, leave_the_open_database_alone) {
     EXPECT_EQ(db.run("VACUUM INTO '" + folder.file("copy") + "'; SELECT length(xp_read_file('" +
                      folder.file("copy") + "')) > 0"),
               "1;");
+}
+
+TEST(SqlFunctions, are_refused_while_a_schema_may_call_them) {
+    struct Case {
+        const char* before;
+        const char* sql;
+        const char* answer;
+    };
+    for (const Case& c : {
+             Case{"CREATE TABLE my_xp_sprintf(xp_sprintfs)", "SELECT xp_sprintf('a')", "a;"},
+             {"CREATE TABLE \"a\nb\"(a /* XP_sprintf */); CREATE INDEX i ON \"a\nb\"(a)",
+              "SELECT xp_sprintf('a')",
+              "xp_sprintf is refused while table \"a?b\" of database main names it: what a schema "
+              "says must not run; drop or rename what names it, or leave that database out"},
+             {"CREATE TABLE t(a /* xp_sprintf */)",
+              "SELECT value, xp_cmdshell('exit 3') FROM xp_scanf('b', '%s')", "b|3;"},
+             {"CREATE TABLE t(a /* xp_sprintf */); DROP TABLE t", "SELECT xp_sprintf('a')", "a;"},
+             {"CREATE TEMP VIEW v AS SELECT xp_sprintf('a')", "SELECT * FROM v",
+              "xp_sprintf is refused while view \"v\" of database temp"},
+             {"CREATE TEMP VIEW v AS SELECT * FROM xp_scanf('a', '%s')", "SELECT * FROM v",
+              "xp_scanf is refused while view \"v\" of database temp"},
+             {"ATTACH ':memory:' AS 'a\"b'; CREATE TABLE \"a\"\"b\".t(a /* xp_sprintf */)",
+              "SELECT xp_sprintf('a')", "xp_sprintf is refused while table \"t\" of database a\"b"},
+             // The text on file is another than that in memory.
+             {"CREATE TABLE t(a, CHECK(xp_sprintf('x') = 'x')); PRAGMA writable_schema = ON;"
+              "UPDATE sqlite_master SET sql = 'CREATE TABLE t(a)'",
+              "INSERT INTO t VALUES(xp_sprintf('a'))",
+              "xp_sprintf is refused since the schema in memory calls it"},
+             {"CREATE TABLE t(a, CHECK(xp_sprintf('x') = 'x')); PRAGMA writable_schema = ON;"
+              "UPDATE sqlite_master SET sql = 'CREATE TABLE t(a)'",
+              "INSERT INTO t VALUES('a')",
+              "xp_sprintf is refused since the statement does not name it"},
+             // An empty index over what is searched.
+             {"CREATE VIEW v AS SELECT 1 AS xp_sprintf; CREATE TABLE t(a, b, c);"
+              "CREATE INDEX i ON t(a, b, c); PRAGMA writable_schema = ON;"
+              "UPDATE sqlite_master SET tbl_name = 'sqlite_master',"
+              " sql = 'CREATE INDEX i ON sqlite_master(sql, type, name)' WHERE name = 'i';"
+              "PRAGMA writable_schema = RESET",
+              "SELECT xp_sprintf('a')", "xp_sprintf is refused while view \"v\""},
+         }) {
+        Database db;
+        ASSERT_EQ(db.run(c.before), "") << c.before;
+        EXPECT_THAT(db.run(c.sql), testing::StartsWith(c.answer)) << c.before;
+    }
+}
+
+TEST(SqlFunctions, want_a_statement_of_their_own) {
+    Database db;
+    db.run("CREATE TABLE t(a); INSERT INTO t VALUES('x')");
+    // A function that runs what it is given, as SQLite's own programs have them.
+    const auto eval = [](sqlite3_context* context, int, sqlite3_value** values) {
+        const auto* sql = reinterpret_cast<const char*>(sqlite3_value_text(values[0]));
+        char* message = nullptr;
+        sqlite3_exec(sqlite3_context_db_handle(context), sql, nullptr, nullptr, &message);
+        sqlite3_result_text(context, message, -1, SQLITE_TRANSIENT);
+        sqlite3_free(message);
+    };
+    sqlite3_create_function(db.handle(), "eval", 1, SQLITE_UTF8, nullptr, eval, nullptr, nullptr);
+    EXPECT_EQ(db.run("SELECT eval('SELECT xp_sprintf(1)')"),
+              "xp_sprintf is refused inside another statement, whose text may be a stranger's; "
+              "call it in a statement of its own;");
+
+    // What rests between two rows, and an open BLOB, are nobody's callers.
+    sqlite3_blob* blob = nullptr;
+    sqlite3_stmt* resting = nullptr;
+    ASSERT_EQ(sqlite3_blob_open(db.handle(), "main", "t", "a", 1, 0, &blob), SQLITE_OK);
+    ASSERT_EQ(sqlite3_prepare_v2(db.handle(), "SELECT a FROM t", -1, &resting, nullptr), SQLITE_OK);
+    ASSERT_EQ(sqlite3_step(resting), SQLITE_ROW);
+    EXPECT_EQ(db.run("SELECT xp_sprintf('a')"), "a;");
+    sqlite3_blob_close(blob);
+    sqlite3_finalize(resting);
+
+    const auto deny = [](void*, int, const char* table, const char*, const char*, const char*) {
+        return table != nullptr && strcmp(table, "sqlite_master") == 0 ? SQLITE_DENY : SQLITE_OK;
+    };
+    sqlite3_set_authorizer(db.handle(), deny, nullptr);
+    EXPECT_EQ(
+        db.run("SELECT xp_sprintf('a')"),
+        "xp_sprintf is refused since SQLite does not tell the schema of database main: access "
+        "to sqlite_master.sql is prohibited");
 }
 
 TEST(SqlFunctions, keep_within_the_connections_length_limit) {
