@@ -84,7 +84,7 @@ int run(sqlite3_context* context, const SqlFunction& function, CallFrame& frame,
 void call_for_bytes(sqlite3_context* context, int count, sqlite3_value** values) {
     const SqlFunction& function = function_of(context);
     sqlite3* db = sqlite3_context_db_handle(context);
-    CallFrame frame(*function.library, *function.procedure, function.connection);
+    CallFrame frame(function.connection->library, *function.procedure, function.connection->number);
     BlobBuilder blob(db);
     InterruptProbe probe(db);
     frame.on_result = [&blob, &probe](const void* data, std::uint32_t length, bool append) {
@@ -101,7 +101,7 @@ void call_for_bytes(sqlite3_context* context, int count, sqlite3_value** values)
 // A procedure that hands back its status, or the value of its OUT parameter.
 void call_for_value(sqlite3_context* context, int count, sqlite3_value** values) {
     const SqlFunction& function = function_of(context);
-    CallFrame frame(*function.library, *function.procedure, function.connection);
+    CallFrame frame(function.connection->library, *function.procedure, function.connection->number);
     std::string error;
     const int code =
         run(context, function, frame, {values, static_cast<std::size_t>(count)}, error);
@@ -134,8 +134,9 @@ int register_stand_in(sqlite3* db) {
 
 int quorel_sqlite_register(sqlite3* db, const Library& library, std::int32_t connection,
                            const std::function<void(std::uint64_t moved)>& on_progress) {
+    const auto shared = std::make_shared<const SqlConnection>(library, connection);
     for (const Procedure& procedure : procedures()) {
-        const SqlFunction function{&library, &procedure, connection, on_progress};
+        const SqlFunction function{shared, &procedure, on_progress};
         const int code = function.is_table() ? register_table_function(db, function)
                                              : register_scalar_function(db, function);
         if (code != SQLITE_OK) return code;

@@ -26,7 +26,8 @@ struct sqlite3;
 /// `on_progress`, unless it is empty, hears of each piece of a file that is read or written: how
 /// many bytes of it have moved so far.
 ///
-/// `library` is not owned and outlives the connection. Returns SQLITE_OK or SQLite's error code.
+/// Closing `db` stops the mail session of `connection`, if it has one, as end_mail_session() of
+/// host/sqlite/mailsession.h does. `library` is copied. Returns SQLITE_OK or SQLite's error code.
 int quorel_sqlite_register(sqlite3* db, const host::Library& library, std::int32_t connection,
                            const std::function<void(std::uint64_t moved)>& on_progress = {});
 
