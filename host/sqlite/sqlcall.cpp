@@ -19,7 +19,8 @@ int refuse_open_database(sqlite3* db, std::string_view name, std::string& error)
     bool is_open = false;
     const int code = is_open_database(db, std::string(name), is_open);
     if (!is_open) return code;
-    error = "that file is this connection's open database; copy it with VACUUM INTO";
+    error = "this program has that file in use, as it has an open database's; "
+            "copy a database with VACUUM INTO";
     return SQLITE_ERROR;
 }
 

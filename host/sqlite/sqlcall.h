@@ -49,7 +49,7 @@ struct SqlFunction {
 /// Gives `frame` the bytes of `value` as argument `number`: a BLOB's own, the text of anything
 /// else. They are used in place, so the value must outlive the frame unchanged. SQLITE_OK;
 /// SQLITE_NOMEM; or SQLITE_ERROR with a sentence in `error`, also where the argument names a file
-/// of `db` itself; or another error code of SQLite's.
+/// of an open database; or another error code of SQLite's.
 int give_argument(sqlite3* db, CallFrame& frame, const Procedure& procedure, std::uint32_t number,
                   sqlite3_value* value, std::string& error);
 

@@ -173,7 +173,7 @@ class Batch(Scratch):
         for call in "xp_read_file((SELECT name FROM t))", "xp_write_file('./a.db', 'x')":
             status, out, error = self.run_sql("a.db", "-c", f"CALL {call}")
             self.assertEqual((status, out), (1, ""))
-            self.assertRegex(error, "this connection's open database; copy it with VACUUM INTO")
+            self.assertRegex(error, "an open database's; copy a database with VACUUM INTO")
         writer = f"'{QUORELSQL}' a.db -c 'DELETE FROM t'"
         self.assertEqual(self.run_sql("a.db", "-c", f"""
             CALL xp_cmdshell((SELECT replace("{writer}", 'a.db', name) FROM t))"""),

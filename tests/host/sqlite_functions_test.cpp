@@ -102,19 +102,35 @@ TEST(SqlFunctions, say_how_they_are_called) {
         EXPECT_EQ(db.run(row.sql), row.answer) << row.sql;
 }
 
-TEST(SqlFunctions, leave_the_open_database_alone) {
+TEST(SqlFunctions, leave_open_databases_alone) {
     const ScratchFolder folder;
     Database db(PRODUCT_LIBRARY, folder.file("db"));
     db.run("PRAGMA journal_mode = WAL; CREATE TABLE t(a); ATTACH '" + folder.file("other") +
            "' AS other; CREATE TABLE other.t(a)");
-    ASSERT_EQ(symlink(folder.file("db").c_str(), folder.file("alias").c_str()), 0);
-    const std::string refusal =
-        "that file is this connection's open database; copy it with VACUUM INTO";
-    for (const char* name : {"db", "db-wal", "db-shm", "other", "alias"}) {
+    // Another connection of the program's, which knows nothing of the procedures.
+    sqlite3* stranger = nullptr;
+    ASSERT_EQ(sqlite3_open(folder.file("strange").c_str(), &stranger), SQLITE_OK);
+    sqlite3_exec(stranger, "CREATE TABLE t(a)", nullptr, nullptr, nullptr);
+    const auto link = [&folder](const char* target, const char* name) {
+        ASSERT_EQ(symlink(folder.file(target).c_str(), folder.file(name).c_str()), 0);
+    };
+    link("db", "alias");
+    link("strange-journal", "journal to be");
+    link(".", "way");
+    const std::string refusal = "this program has that file in use, as it has an open database's; "
+                                "copy a database with VACUUM INTO";
+    for (const char* name : {"db", "db-wal", "db-shm", "db-journal", "other", "other-wal", "alias",
+                             "strange", "strange-journal", "journal to be", "way/strange-wal"}) {
         const std::string file = "'" + folder.file(name) + "'";
         EXPECT_EQ(db.run("SELECT xp_read_file(" + file + ")"), refusal) << name;
         EXPECT_EQ(db.run("SELECT xp_write_file(" + file + ", 'x')"), refusal) << name;
     }
+    sqlite3_close(stranger);
+    // A file that the program reads or writes for itself is none.
+    std::ofstream writer(folder.file("plain"));
+    std::ifstream reader(folder.file("plain"));
+    for (const char* name : {"plain", "strange", "strange-journal", "plain-journal"})
+        EXPECT_EQ(db.run("SELECT xp_write_file('" + folder.file(name) + "', 'x')"), "0;") << name;
     EXPECT_EQ(db.run("VACUUM INTO '" + folder.file("copy") + "'; SELECT length(xp_read_file('" +
                      folder.file("copy") + "')) > 0"),
               "1;");
