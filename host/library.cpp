@@ -13,8 +13,22 @@ namespace {
 
 constexpr const char* library_name = "libquorel_static.so";
 
-// Where the library lies as seen from the host's folder: beside it, installed, and in a build tree.
-constexpr const char* library_folders[] = {"", "../lib/", "../extdll/", "../../extdll/"};
+// Where the library lies as seen from the host's folder: beside it, installed (as this build would
+// be, and in the folders that distributions have), and in a build tree.
+constexpr const char* library_folders[] = {
+    "",
+    QUOREL_LIBRARY_FOLDER,
+#if defined(__i386__)
+    "../lib/i386-linux-gnu/",
+    "../lib32/",
+#elif defined(__x86_64__)
+    "../lib/x86_64-linux-gnu/",
+    "../lib64/",
+#endif
+    "../lib/",
+    "../extdll/",
+    "../../extdll/",
+};
 
 // The file that this code was linked into. The dynamic linker knows an extension by the path that
 // it was loaded from, and the program itself by an empty name.

@@ -24,9 +24,9 @@ class Library {
          std::string_view remedy = "build it with tools/demo, or name its file in QUOREL_LIBRARY");
 
     /// Where a host looks when it is told nothing: QUOREL_LIBRARY if set, else
-    /// libquorel_static.so beside the host's own file (executable or extension), else in the lib
-    /// folder beside the host's folder, else where a build tree keeps it. Names the place beside
-    /// the host when there is none anywhere.
+    /// libquorel_static.so beside the host's own file (executable or extension), else in the
+    /// library folder of an installation whose programs' folder is the host's, else where a build
+    /// tree keeps it. Names the place beside the host when there is none anywhere.
     static std::string default_path();
 
     [[nodiscard]] bool loaded() const { return _handle != nullptr; }

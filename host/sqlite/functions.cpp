@@ -6,6 +6,7 @@
 #include "host/sqlite/directcall.h"
 #include "host/sqlite/interruptible.h"
 #include "host/sqlite/sqlcall.h"
+#include "host/utf8.h"
 
 namespace {
 
@@ -50,8 +51,8 @@ void hand_over(sqlite3_context* context, const std::optional<Value>& value) {
     if (!value || value->is_null()) return sqlite3_result_null(context);
     if (const std::optional<std::int32_t> number = value->as_int())
         return sqlite3_result_int(context, *number);
-    sqlite3_result_text(context, value->bytes->data(), static_cast<int>(value->bytes->size()),
-                        SQLITE_TRANSIENT);
+    const std::string_view text = without_cut_character(*value->bytes);
+    sqlite3_result_text(context, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
 }
 
 const SqlFunction& function_of(sqlite3_context* context) {

@@ -18,6 +18,7 @@ struct sqlite3;
 ///  - A procedure with one OUT parameter returns that value as text.
 ///  - A procedure with repeated OUT parameters is a table-valued function with one row for each
 ///    value that is not NULL, in the column `value`.
+///  - Text that the library cut in the middle of a character ends before that character.
 ///
 /// The functions work only in a statement of the program's own, never for a database's schema, and
 /// not while a schema names them: host/sqlite/directcall.h has the rules. sqlite3_interrupt ends a

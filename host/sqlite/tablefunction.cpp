@@ -3,6 +3,7 @@
 
 #include "host/sqlite/directcall.h"
 #include "host/sqlite/sqlcall.h"
+#include "host/utf8.h"
 
 namespace host {
 
@@ -118,7 +119,8 @@ int filter(sqlite3_vtab_cursor* base, int, const char*, int count, sqlite3_value
     for (std::uint32_t number = 1; number <= function.procedure->parameter_count(); ++number) {
         if (function.procedure->parameter(number).direction != Direction::Out) continue;
         const std::optional<Value>& value = frame.out(number);
-        if (value && !value->is_null()) cursor.rows.push_back(*value->bytes);
+        if (value && !value->is_null())
+            cursor.rows.emplace_back(without_cut_character(*value->bytes));
     }
     return SQLITE_OK;
 }

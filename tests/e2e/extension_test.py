@@ -251,6 +251,17 @@ class Extension(unittest.TestCase):
         self.assertEqual(shell("SELECT xp_cmdshell('exit 6')", extension=moved, QUOREL_LIBRARY=""),
                          ("6\n", ""))
 
+    def test_programs_find_the_library_where_it_is_installed(self):
+        os.mkdir(f"{self.folder}/bin")
+        program = shutil.copy(QUORELSQL, f"{self.folder}/bin")
+        for folder in "lib", "lib64", "lib/x86_64-linux-gnu":
+            os.makedirs(f"{self.folder}/{folder}", exist_ok=True)
+            library = shutil.copy(LIBRARY, f"{self.folder}/{folder}")
+            done = subprocess.run([program, "-c", "CALL xp_cmdshell('exit 6')"], timeout=60,
+                                  capture_output=True, env={**os.environ, "QUOREL_LIBRARY": ""})
+            os.remove(library)
+            self.assertIn(b"status 6:", done.stdout, (folder, done.stderr))
+
 
 if __name__ == "__main__":
     unittest.main(argv=sys.argv[:1])

@@ -72,6 +72,12 @@ TEST(SqlFunctions, give_results_of_the_kind_that_the_procedure_has) {
              {"SELECT typeof(xp_read_file('/dev/null'))", "blob;"},
              {"SELECT xp_sprintf('%s-%s-%s', 'a', 1.5, x'62')", "a-1.5-b;"},
              {"SELECT xp_sprintf(NULL), xp_sprintf('%d', 1)", "NULL|NULL;"},
+             {"SELECT length(xp_sprintf('%252s€', '')), length(xp_sprintf('%251s€', '')) FROM f",
+              "252|252;"},
+             {"SELECT hex(xp_sprintf('%s', x'61e282')), hex(xp_sprintf('%s', x'e28261')),"
+              " hex(xp_sprintf('%s', x'80'))",
+              "61|E28261|80;"},
+             {"SELECT hex(value) FROM xp_scanf(x'f09f9820c3a4', '%s %s')", ";C3A4;"},
              {"SELECT xp_cmdshell('exit 3'), xp_cmdshell('exit 4', 'no_output')", "3|4;"},
              {"SELECT rowid, value, input FROM xp_scanf('12 abc', '%s %s %s')",
               "1|12|12 abc;2|abc|12 abc;"},
