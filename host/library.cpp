@@ -6,7 +6,6 @@
 
 #include <climits>
 #include <cstdlib>
-#include <utility>
 
 namespace host {
 
@@ -14,8 +13,22 @@ namespace {
 
 constexpr const char* library_name = "libquorel_static.so";
 
-// Where the library lies as seen from the host's folder: beside it, installed, and in a build tree.
-constexpr const char* library_folders[] = {"", "../lib/", "../extdll/", "../../extdll/"};
+// Where the library lies as seen from the host's folder: beside it, installed (as this build would
+// be, and in the folders that distributions have), and in a build tree.
+constexpr const char* library_folders[] = {
+    "",
+    QUOREL_LIBRARY_FOLDER,
+#if defined(__i386__)
+    "../lib/i386-linux-gnu/",
+    "../lib32/",
+#elif defined(__x86_64__)
+    "../lib/x86_64-linux-gnu/",
+    "../lib64/",
+#endif
+    "../lib/",
+    "../extdll/",
+    "../../extdll/",
+};
 
 // The file that this code was linked into. The dynamic linker knows an extension by the path that
 // it was loaded from, and the program itself by an empty name.
@@ -49,33 +62,20 @@ std::string load_failure(const std::string& path, std::string_view remedy) {
 
 }  // namespace
 
-Library::Library(Library&& other) noexcept
-    : _handle(std::exchange(other._handle, nullptr)),
-      _cancel(std::exchange(other._cancel, nullptr)) {}
-
-Library& Library::operator=(Library&& other) noexcept {
-    std::swap(_handle, other._handle);
-    std::swap(_cancel, other._cancel);
-    return *this;
-}
-
-Library::~Library() {
-    if (_handle != nullptr) dlclose(_handle);
-}
-
 Library Library::load(std::string path, std::string& error, std::string_view remedy) {
     if (path.empty()) path = default_path();
     // A bare name is a file of this folder, not one for the dynamic linker to search for.
     if (path.find('/') == std::string::npos) path.insert(0, "./");
 
     Library library;
-    library._handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (library._handle == nullptr) {
+    void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) {
         error = load_failure(path, remedy);
         return {};
     }
-    auto* version = symbol<an_extfn_use_new_api_fn>(library._handle, "extfn_use_new_api");
-    library._cancel = symbol<an_extfn_cancel_fn>(library._handle, "extfn_cancel");
+    library._handle = {handle, dlclose};
+    auto* version = symbol<an_extfn_use_new_api_fn>(handle, "extfn_use_new_api");
+    library._cancel = symbol<an_extfn_cancel_fn>(handle, "extfn_cancel");
     if (version == nullptr || library._cancel == nullptr) {
         error = path + " is not a procedure library: it lacks " +
                 (version == nullptr ? "extfn_use_new_api" : "extfn_cancel") + "; name " +
@@ -106,7 +106,7 @@ std::string Library::default_path() {
 
 an_extfn_proc* Library::procedure(std::string_view name) const {
     if (_handle == nullptr) return nullptr;
-    return symbol<an_extfn_proc>(_handle, std::string(name).c_str());
+    return symbol<an_extfn_proc>(_handle.get(), std::string(name).c_str());
 }
 
 }  // namespace host

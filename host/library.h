@@ -3,6 +3,7 @@
 
 /// The loaded procedure library, as a host sees it: plain symbols behind dlopen.
 
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -10,16 +11,10 @@
 
 namespace host {
 
-/// Owns one dlopen handle. Movable, not copyable. All members but load() are safe on any thread.
+/// A loaded library, or none. Copies share it, and the last one that goes unloads it. All members
+/// but load() are safe on any thread.
 class Library {
   public:
-    Library() = default;
-    Library(Library&& other) noexcept;
-    Library& operator=(Library&& other) noexcept;
-    Library(const Library&) = delete;
-    Library& operator=(const Library&) = delete;
-    ~Library();
-
     /// Loads the library at `path`, or, when `path` is empty, the one that default_path() names,
     /// and checks that it speaks interface version 2. On failure returns an empty Library and puts
     /// a sentence that says what to do into `error`; `remedy` is what this host's user can do about
@@ -29,9 +24,9 @@ class Library {
          std::string_view remedy = "build it with tools/demo, or name its file in QUOREL_LIBRARY");
 
     /// Where a host looks when it is told nothing: QUOREL_LIBRARY if set, else
-    /// libquorel_static.so beside the host's own file (executable or extension), else in the lib
-    /// folder beside the host's folder, else where a build tree keeps it. Names the place beside
-    /// the host when there is none anywhere.
+    /// libquorel_static.so beside the host's own file (executable or extension), else in the
+    /// library folder of an installation whose programs' folder is the host's, else where a build
+    /// tree keeps it. Names the place beside the host when there is none anywhere.
     static std::string default_path();
 
     [[nodiscard]] bool loaded() const { return _handle != nullptr; }
@@ -43,7 +38,7 @@ class Library {
     void cancel(void* cancel_handle) const { _cancel(cancel_handle); }
 
   private:
-    void* _handle = nullptr;
+    std::shared_ptr<void> _handle;
     an_extfn_cancel_fn* _cancel = nullptr;
 };
 

@@ -3,8 +3,10 @@
 #include <atomic>
 #include <memory>
 
+#include "host/sqlite/directcall.h"
 #include "host/sqlite/interruptible.h"
 #include "host/sqlite/sqlcall.h"
+#include "host/utf8.h"
 
 namespace {
 
@@ -49,26 +51,48 @@ void hand_over(sqlite3_context* context, const std::optional<Value>& value) {
     if (!value || value->is_null()) return sqlite3_result_null(context);
     if (const std::optional<std::int32_t> number = value->as_int())
         return sqlite3_result_int(context, *number);
-    sqlite3_result_text(context, value->bytes->data(), static_cast<int>(value->bytes->size()),
-                        SQLITE_TRANSIENT);
+    const std::string_view text = without_cut_character(*value->bytes);
+    sqlite3_result_text(context, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
 }
 
 const SqlFunction& function_of(sqlite3_context* context) {
     return *static_cast<const SqlFunction*>(sqlite3_user_data(context));
 }
 
+// check_direct_call(), once in a run of a statement: SQLite lets go of this note when the run ends.
+// A slot below zero belongs to the statement and not to an argument, which a version of SQLite that
+// has none of these would forget at once.
+int check_run(sqlite3_context* context, const SqlFunction& function, std::string& error) {
+    constexpr int slots = -0x51550000;
+    const auto number = static_cast<int>(function.procedure - procedures().data());
+    const int slot = slots - number;
+    if (sqlite3_get_auxdata(context, slot) == &function) return SQLITE_OK;
+    const int code =
+        check_direct_call(sqlite3_context_db_handle(context), function.procedure->name, error);
+    if (code == SQLITE_OK)
+        sqlite3_set_auxdata(context, slot, const_cast<SqlFunction*>(&function), nullptr);
+    return code;
+}
+
+int run(sqlite3_context* context, const SqlFunction& function, CallFrame& frame,
+        std::span<sqlite3_value* const> values, std::string& error) {
+    const int code = check_run(context, function, error);
+    if (code != SQLITE_OK) return code;
+    return run_sql_call(sqlite3_context_db_handle(context), function, frame, values, error);
+}
+
 // A procedure that hands back bytes. They stop coming when the statement is interrupted.
 void call_for_bytes(sqlite3_context* context, int count, sqlite3_value** values) {
     const SqlFunction& function = function_of(context);
     sqlite3* db = sqlite3_context_db_handle(context);
-    CallFrame frame(*function.library, *function.procedure, function.connection);
+    CallFrame frame(function.connection->library, *function.procedure, function.connection->number);
     BlobBuilder blob(db);
     InterruptProbe probe(db);
     frame.on_result = [&blob, &probe](const void* data, std::uint32_t length, bool append) {
         return !probe.interrupted() && blob.take(data, length, append);
     };
     std::string error;
-    int code = run_sql_call(db, function, frame, {values, static_cast<std::size_t>(count)}, error);
+    int code = run(context, function, frame, {values, static_cast<std::size_t>(count)}, error);
     if (code == SQLITE_OK) code = probe.interrupted() ? SQLITE_INTERRUPT : blob.error();
     if (code != SQLITE_OK) return fail(context, code, error);
     if (frame.result() && frame.result()->is_null()) return sqlite3_result_null(context);
@@ -78,10 +102,10 @@ void call_for_bytes(sqlite3_context* context, int count, sqlite3_value** values)
 // A procedure that hands back its status, or the value of its OUT parameter.
 void call_for_value(sqlite3_context* context, int count, sqlite3_value** values) {
     const SqlFunction& function = function_of(context);
-    CallFrame frame(*function.library, *function.procedure, function.connection);
+    CallFrame frame(function.connection->library, *function.procedure, function.connection->number);
     std::string error;
-    const int code = run_sql_call(sqlite3_context_db_handle(context), function, frame,
-                                  {values, static_cast<std::size_t>(count)}, error);
+    const int code =
+        run(context, function, frame, {values, static_cast<std::size_t>(count)}, error);
     if (code != SQLITE_OK) return fail(context, code, error);
     if (function.procedure->result == Result::Status) return hand_over(context, frame.result());
     for (std::uint32_t number = 1; number <= function.procedure->parameter_count(); ++number)
@@ -99,17 +123,26 @@ int register_scalar_function(sqlite3* db, const SqlFunction& function) {
         nullptr, [](void* owned) { delete static_cast<SqlFunction*>(owned); });
 }
 
+int register_stand_in(sqlite3* db) {
+    const auto refuse = [](sqlite3_context* context, int, sqlite3_value**) {
+        sqlite3_result_error(context, "this function does nothing", -1);
+    };
+    return sqlite3_create_function_v2(db, stand_in_name, -1, SQLITE_UTF8 | SQLITE_DIRECTONLY,
+                                      nullptr, refuse, nullptr, nullptr, nullptr);
+}
+
 }  // namespace
 
 int quorel_sqlite_register(sqlite3* db, const Library& library, std::int32_t connection,
                            const std::function<void(std::uint64_t moved)>& on_progress) {
+    const auto shared = std::make_shared<const SqlConnection>(library, connection);
     for (const Procedure& procedure : procedures()) {
-        const SqlFunction function{&library, &procedure, connection, on_progress};
+        const SqlFunction function{shared, &procedure, on_progress};
         const int code = function.is_table() ? register_table_function(db, function)
                                              : register_scalar_function(db, function);
         if (code != SQLITE_OK) return code;
     }
-    return SQLITE_OK;
+    return register_stand_in(db);
 }
 
 std::int32_t quorel_sqlite_next_connection() {

@@ -18,14 +18,17 @@ struct sqlite3;
 ///  - A procedure with one OUT parameter returns that value as text.
 ///  - A procedure with repeated OUT parameters is a table-valued function with one row for each
 ///    value that is not NULL, in the column `value`.
+///  - Text that the library cut in the middle of a character ends before that character.
 ///
-/// The functions work only in top-level SQL (SQLITE_DIRECTONLY): a view or trigger of a database
-/// file cannot call them. sqlite3_interrupt ends a running command or a read.
+/// The functions work only in a statement of the program's own, never for a database's schema, and
+/// not while a schema names them: host/sqlite/directcall.h has the rules. sqlite3_interrupt ends a
+/// running command or a read.
 ///
 /// `on_progress`, unless it is empty, hears of each piece of a file that is read or written: how
 /// many bytes of it have moved so far.
 ///
-/// `library` is not owned and outlives the connection. Returns SQLITE_OK or SQLite's error code.
+/// Closing `db` stops the mail session of `connection`, if it has one, as end_mail_session() of
+/// host/sqlite/mailsession.h does. `library` is copied. Returns SQLITE_OK or SQLite's error code.
 int quorel_sqlite_register(sqlite3* db, const host::Library& library, std::int32_t connection,
                            const std::function<void(std::uint64_t moved)>& on_progress = {});
 

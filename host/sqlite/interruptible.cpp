@@ -4,8 +4,9 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <csignal>
 #include <mutex>
+
+#include "host/sqlite/quietthread.h"
 
 namespace host {
 
@@ -18,17 +19,7 @@ class Worker {
   public:
     explicit Worker(CallFrame& frame) : _frame(frame) {}
 
-    bool start() {
-        // A new thread inherits the signal mask. The program's handlers must run on its own
-        // threads.
-        sigset_t all;
-        sigset_t before;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before);
-        const int failure = pthread_create(&_thread, nullptr, &Worker::run, this);
-        pthread_sigmask(SIG_SETMASK, &before, nullptr);
-        return failure == 0;
-    }
+    bool start() { return start_quiet_thread(&Worker::run, this, &_thread); }
 
     // True when the call has ended within the interval.
     bool ended_within(std::chrono::milliseconds interval) {

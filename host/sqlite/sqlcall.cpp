@@ -4,6 +4,7 @@
 
 #include "host/sqlite/databasefiles.h"
 #include "host/sqlite/interruptible.h"
+#include "host/sqlite/mailsession.h"
 
 namespace host {
 
@@ -18,11 +19,16 @@ int refuse_open_database(sqlite3* db, std::string_view name, std::string& error)
     bool is_open = false;
     const int code = is_open_database(db, std::string(name), is_open);
     if (!is_open) return code;
-    error = "that file is this connection's open database; copy it with VACUUM INTO";
+    error = "this program has that file in use, as it has an open database's; "
+            "copy a database with VACUUM INTO";
     return SQLITE_ERROR;
 }
 
 }  // namespace
+
+SqlConnection::~SqlConnection() {
+    end_mail_session(library, number);
+}
 
 bool SqlFunction::is_table() const {
     return procedure->repeats != 0 && procedure->parameters.back().direction == Direction::Out;
@@ -94,6 +100,7 @@ int run_sql_call(sqlite3* db, const SqlFunction& function, CallFrame& frame,
             return code;
 
     if (function.procedure->moves_bytes()) frame.on_progress = function.on_progress;
+    note_mail_call(*function.procedure, function.connection->number);
     const bool called =
         function.procedure->cancellable ? call_interruptibly(db, frame, error) : frame.call(error);
     if (!called) return SQLITE_ERROR;

@@ -4,6 +4,7 @@
 /// What scalar and table-valued functions share: from SQL arguments to a finished call.
 
 #include <functional>
+#include <memory>
 #include <span>
 #include <string>
 #include <vector>
@@ -14,11 +15,23 @@
 
 namespace host {
 
-/// One procedure as an SQL function of one connection. `library` and `procedure` are not owned.
+/// What a connection's functions have in common; it goes with the last of them, when the connection
+/// is closed.
+struct SqlConnection {
+    Library library;
+    std::int32_t number;
+
+    SqlConnection(const Library& its_library, std::int32_t its_number)
+        : library(its_library), number(its_number) {}
+    SqlConnection(const SqlConnection&) = delete;
+    SqlConnection& operator=(const SqlConnection&) = delete;
+    ~SqlConnection();
+};
+
+/// One procedure as an SQL function of one connection. `procedure` is not owned.
 struct SqlFunction {
-    const Library* library;
+    std::shared_ptr<const SqlConnection> connection;
     const Procedure* procedure;
-    std::int32_t connection;
     std::function<void(std::uint64_t moved)> on_progress = {};
 
     /// True where the values come back as rows: the OUT parameters repeat.
@@ -36,7 +49,7 @@ struct SqlFunction {
 /// Gives `frame` the bytes of `value` as argument `number`: a BLOB's own, the text of anything
 /// else. They are used in place, so the value must outlive the frame unchanged. SQLITE_OK;
 /// SQLITE_NOMEM; or SQLITE_ERROR with a sentence in `error`, also where the argument names a file
-/// of `db` itself; or another error code of SQLite's.
+/// of an open database; or another error code of SQLite's.
 int give_argument(sqlite3* db, CallFrame& frame, const Procedure& procedure, std::uint32_t number,
                   sqlite3_value* value, std::string& error);
 

@@ -1,7 +1,9 @@
 #include <algorithm>
 #include <memory>
 
+#include "host/sqlite/directcall.h"
 #include "host/sqlite/sqlcall.h"
+#include "host/utf8.h"
 
 namespace host {
 
@@ -16,6 +18,7 @@ struct Table : sqlite3_vtab {
 struct Cursor : sqlite3_vtab_cursor {
     std::vector<std::string> rows;
     std::size_t row = 0;
+    bool checked = false;                   // a cursor lives in one run of one statement
     std::vector<sqlite3_value*> arguments;  // owned copies, for the hidden columns
 
     Cursor() : sqlite3_vtab_cursor{} {}
@@ -90,24 +93,34 @@ int close(sqlite3_vtab_cursor* cursor) {
     return SQLITE_OK;
 }
 
+int check_call(const Table& table, Cursor& cursor, std::string& error) {
+    if (cursor.checked) return SQLITE_OK;
+    const int code = check_direct_table(table.db, table.function.procedure->name, error);
+    cursor.checked = code == SQLITE_OK;
+    return code;
+}
+
 int filter(sqlite3_vtab_cursor* base, int, const char*, int count, sqlite3_value** values) {
     auto& cursor = *static_cast<Cursor*>(base);
     auto& table = *static_cast<Table*>(base->pVtab);
     const SqlFunction& function = table.function;
     cursor.clear();
+    std::string error;
+    if (const int code = check_call(table, cursor, error); code != SQLITE_OK)
+        return code == SQLITE_ERROR ? fail(&table, error) : code;
     for (int i = 0; i < count; ++i) {
         cursor.arguments.push_back(sqlite3_value_dup(values[i]));
         if (cursor.arguments.back() == nullptr) return SQLITE_NOMEM;
     }
-    CallFrame frame(*function.library, *function.procedure, function.connection);
-    std::string error;
+    CallFrame frame(function.connection->library, *function.procedure, function.connection->number);
     const int code = run_sql_call(table.db, function, frame, cursor.arguments, error);
     if (code == SQLITE_ERROR) return fail(&table, error);
     if (code != SQLITE_OK) return code;
     for (std::uint32_t number = 1; number <= function.procedure->parameter_count(); ++number) {
         if (function.procedure->parameter(number).direction != Direction::Out) continue;
         const std::optional<Value>& value = frame.out(number);
-        if (value && !value->is_null()) cursor.rows.push_back(*value->bytes);
+        if (value && !value->is_null())
+            cursor.rows.emplace_back(without_cut_character(*value->bytes));
     }
     return SQLITE_OK;
 }

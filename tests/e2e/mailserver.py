@@ -10,6 +10,7 @@ class Server:
 
     def __init__(self, **options):
         self.messages = []
+        self.quits = 0  # clients that said it
         self.loop = asyncio.new_event_loop()
         self.server = self.loop.run_until_complete(self.loop.create_server(
             lambda: SMTP(self, loop=self.loop, **options), "127.0.0.1", 0))
@@ -20,6 +21,10 @@ class Server:
     async def handle_DATA(self, server, session, envelope):
         self.messages.append((envelope.mail_from, envelope.rcpt_tos, envelope.original_content))
         return "250 OK"
+
+    async def handle_QUIT(self, server, session, envelope):
+        self.quits += 1
+        return "221 Bye"
 
     def close(self):
         self.loop.call_soon_threadsafe(self.loop.stop)

@@ -4,6 +4,7 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <thread>
 
 #include "host/library.h"
@@ -71,6 +72,12 @@ TEST(SqlFunctions, give_results_of_the_kind_that_the_procedure_has) {
              {"SELECT typeof(xp_read_file('/dev/null'))", "blob;"},
              {"SELECT xp_sprintf('%s-%s-%s', 'a', 1.5, x'62')", "a-1.5-b;"},
              {"SELECT xp_sprintf(NULL), xp_sprintf('%d', 1)", "NULL|NULL;"},
+             {"SELECT length(xp_sprintf('%252s€', '')), length(xp_sprintf('%251s€', '')) FROM f",
+              "252|252;"},
+             {"SELECT hex(xp_sprintf('%s', x'61e282')), hex(xp_sprintf('%s', x'e28261')),"
+              " hex(xp_sprintf('%s', x'80'))",
+              "61|E28261|80;"},
+             {"SELECT hex(value) FROM xp_scanf(x'f09f9820c3a4', '%s %s')", ";C3A4;"},
              {"SELECT xp_cmdshell('exit 3'), xp_cmdshell('exit 4', 'no_output')", "3|4;"},
              {"SELECT rowid, value, input FROM xp_scanf('12 abc', '%s %s %s')",
               "1|12|12 abc;2|abc|12 abc;"},
@@ -101,22 +108,118 @@ TEST(SqlFunctions, say_how_they_are_called) {
         EXPECT_EQ(db.run(row.sql), row.answer) << row.sql;
 }
 
-TEST(SqlFunctions, leave_the_open_database_alone) {
+TEST(SqlFunctions, leave_open_databases_alone) {
     const ScratchFolder folder;
     Database db(PRODUCT_LIBRARY, folder.file("db"));
     db.run("PRAGMA journal_mode = WAL; CREATE TABLE t(a); ATTACH '" + folder.file("other") +
            "' AS other; CREATE TABLE other.t(a)");
-    ASSERT_EQ(symlink(folder.file("db").c_str(), folder.file("alias").c_str()), 0);
-    const std::string refusal =
-        "that file is this connection's open database; copy it with VACUUM INTO";
-    for (const char* name : {"db", "db-wal", "db-shm", "other", "alias"}) {
+    // Another connection of the program's, which knows nothing of the procedures.
+    sqlite3* stranger = nullptr;
+    ASSERT_EQ(sqlite3_open(folder.file("strange").c_str(), &stranger), SQLITE_OK);
+    sqlite3_exec(stranger, "CREATE TABLE t(a)", nullptr, nullptr, nullptr);
+    const auto link = [&folder](const char* target, const char* name) {
+        ASSERT_EQ(symlink(folder.file(target).c_str(), folder.file(name).c_str()), 0);
+    };
+    link("db", "alias");
+    link("strange-journal", "journal to be");
+    link(".", "way");
+    const std::string refusal = "this program has that file in use, as it has an open database's; "
+                                "copy a database with VACUUM INTO";
+    for (const char* name : {"db", "db-wal", "db-shm", "db-journal", "other", "other-wal", "alias",
+                             "strange", "strange-journal", "journal to be", "way/strange-wal"}) {
         const std::string file = "'" + folder.file(name) + "'";
         EXPECT_EQ(db.run("SELECT xp_read_file(" + file + ")"), refusal) << name;
         EXPECT_EQ(db.run("SELECT xp_write_file(" + file + ", 'x')"), refusal) << name;
     }
+    sqlite3_close(stranger);
+    // A file that the program reads or writes for itself is none.
+    std::ofstream writer(folder.file("plain"));
+    std::ifstream reader(folder.file("plain"));
+    for (const char* name : {"plain", "strange", "strange-journal", "plain-journal"})
+        EXPECT_EQ(db.run("SELECT xp_write_file('" + folder.file(name) + "', 'x')"), "0;") << name;
     EXPECT_EQ(db.run("VACUUM INTO '" + folder.file("copy") + "'; SELECT length(xp_read_file('" +
                      folder.file("copy") + "')) > 0"),
               "1;");
+}
+
+TEST(SqlFunctions, are_refused_while_a_schema_may_call_them) {
+    struct Case {
+        const char* before;
+        const char* sql;
+        const char* answer;
+    };
+    for (const Case& c : {
+             Case{"CREATE TABLE my_xp_sprintf(xp_sprintfs)", "SELECT xp_sprintf('a')", "a;"},
+             {"CREATE TABLE \"a\nb\"(a /* XP_sprintf */); CREATE INDEX i ON \"a\nb\"(a)",
+              "SELECT xp_sprintf('a')",
+              "xp_sprintf is refused while table \"a?b\" of database main names it: what a schema "
+              "says must not run; drop or rename what names it, or leave that database out"},
+             {"CREATE TABLE t(a /* xp_sprintf */)",
+              "SELECT value, xp_cmdshell('exit 3') FROM xp_scanf('b', '%s')", "b|3;"},
+             {"CREATE TABLE t(a /* xp_sprintf */); DROP TABLE t", "SELECT xp_sprintf('a')", "a;"},
+             {"CREATE TEMP VIEW v AS SELECT xp_sprintf('a')", "SELECT * FROM v",
+              "xp_sprintf is refused while view \"v\" of database temp"},
+             {"CREATE TEMP VIEW v AS SELECT * FROM xp_scanf('a', '%s')", "SELECT * FROM v",
+              "xp_scanf is refused while view \"v\" of database temp"},
+             {"ATTACH ':memory:' AS 'a\"b'; CREATE TABLE \"a\"\"b\".t(a /* xp_sprintf */)",
+              "SELECT xp_sprintf('a')", "xp_sprintf is refused while table \"t\" of database a\"b"},
+             // The text on file is another than that in memory.
+             {"CREATE TABLE t(a, CHECK(xp_sprintf('x') = 'x')); PRAGMA writable_schema = ON;"
+              "UPDATE sqlite_master SET sql = 'CREATE TABLE t(a)'",
+              "INSERT INTO t VALUES(xp_sprintf('a'))",
+              "xp_sprintf is refused since the schema in memory calls it"},
+             {"CREATE TABLE t(a, CHECK(xp_sprintf('x') = 'x')); PRAGMA writable_schema = ON;"
+              "UPDATE sqlite_master SET sql = 'CREATE TABLE t(a)'",
+              "INSERT INTO t VALUES('a')",
+              "xp_sprintf is refused since the statement does not name it"},
+             // An empty index over what is searched.
+             {"CREATE VIEW v AS SELECT 1 AS xp_sprintf; CREATE TABLE t(a, b, c);"
+              "CREATE INDEX i ON t(a, b, c); PRAGMA writable_schema = ON;"
+              "UPDATE sqlite_master SET tbl_name = 'sqlite_master',"
+              " sql = 'CREATE INDEX i ON sqlite_master(sql, type, name)' WHERE name = 'i';"
+              "PRAGMA writable_schema = RESET",
+              "SELECT xp_sprintf('a')", "xp_sprintf is refused while view \"v\""},
+         }) {
+        Database db;
+        ASSERT_EQ(db.run(c.before), "") << c.before;
+        EXPECT_THAT(db.run(c.sql), testing::StartsWith(c.answer)) << c.before;
+    }
+}
+
+TEST(SqlFunctions, want_a_statement_of_their_own) {
+    Database db;
+    db.run("CREATE TABLE t(a); INSERT INTO t VALUES('x')");
+    // A function that runs what it is given, as SQLite's own programs have them.
+    const auto eval = [](sqlite3_context* context, int, sqlite3_value** values) {
+        const auto* sql = reinterpret_cast<const char*>(sqlite3_value_text(values[0]));
+        char* message = nullptr;
+        sqlite3_exec(sqlite3_context_db_handle(context), sql, nullptr, nullptr, &message);
+        sqlite3_result_text(context, message, -1, SQLITE_TRANSIENT);
+        sqlite3_free(message);
+    };
+    sqlite3_create_function(db.handle(), "eval", 1, SQLITE_UTF8, nullptr, eval, nullptr, nullptr);
+    EXPECT_EQ(db.run("SELECT eval('SELECT xp_sprintf(1)')"),
+              "xp_sprintf is refused inside another statement, whose text may be a stranger's; "
+              "call it in a statement of its own;");
+
+    // What rests between two rows, and an open BLOB, are nobody's callers.
+    sqlite3_blob* blob = nullptr;
+    sqlite3_stmt* resting = nullptr;
+    ASSERT_EQ(sqlite3_blob_open(db.handle(), "main", "t", "a", 1, 0, &blob), SQLITE_OK);
+    ASSERT_EQ(sqlite3_prepare_v2(db.handle(), "SELECT a FROM t", -1, &resting, nullptr), SQLITE_OK);
+    ASSERT_EQ(sqlite3_step(resting), SQLITE_ROW);
+    EXPECT_EQ(db.run("SELECT xp_sprintf('a')"), "a;");
+    sqlite3_blob_close(blob);
+    sqlite3_finalize(resting);
+
+    const auto deny = [](void*, int, const char* table, const char*, const char*, const char*) {
+        return table != nullptr && strcmp(table, "sqlite_master") == 0 ? SQLITE_DENY : SQLITE_OK;
+    };
+    sqlite3_set_authorizer(db.handle(), deny, nullptr);
+    EXPECT_EQ(
+        db.run("SELECT xp_sprintf('a')"),
+        "xp_sprintf is refused since SQLite does not tell the schema of database main: access "
+        "to sqlite_master.sql is prohibited");
 }
 
 TEST(SqlFunctions, keep_within_the_connections_length_limit) {
