@@ -158,6 +158,9 @@ TEST_F(OpenSslProvider, finds_names_by_equality_in_the_cn_and_by_host_rules_in_d
 TEST_F(OpenSslProvider, reads_trusted_certificates_from_what_it_is_given) {
     const std::string empty = file("empty", ""), key = file("key", root.key_pem());
     const std::string garbage = file("garbage", pattern(900)), none = folder.file("none");
+    const std::string longest = file("longest", root.pem()), too_long = file("long", root.pem());
+    std::filesystem::resize_file(longest, 16 << 20);
+    std::filesystem::resize_file(too_long, (16 << 20) + 1);
     const std::string cut = file("cut", root.pem() + root.pem().substr(0, 300));
     const struct {
         const char* option;
@@ -172,6 +175,8 @@ TEST_F(OpenSslProvider, reads_trusted_certificates_from_what_it_is_given) {
         {"trusted_root_file", none, {QxciErrCantFindCertFile, none}},
         {"trusted_certificate", folder.file(""), {QxciErrBadCertFile, folder.file("")}},
         {"trusted_certificate", "/dev/zero", {QxciErrBadCertFile, "/dev/zero"}},
+        {"trusted_certificate", longest, no_failure},
+        {"trusted_certificate", too_long, {QxciErrBadCertFile, too_long}},
         {"trusted_certificate", empty, {QxciErrNoCertificates, empty}},
         {"trusted_certificate", key, {QxciErrNoCertificates, key}},
         {"trusted_certificate", garbage, {QxciErrBadCertFile, garbage}},
