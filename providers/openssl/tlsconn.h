@@ -45,6 +45,8 @@ class TlsConn {
         BROKEN
     };
 
+    static void note_incoming(int written, int version, int type, const void* data, size_t len,
+                              SSL* ssl, void* to);
     bool make_session();
     bool set_credentials();
     bool demand_certificate(const X509_STORE* trust);

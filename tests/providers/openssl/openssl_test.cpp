@@ -314,6 +314,7 @@ TEST_F(OpenSslProvider, takes_from_an_environment_what_it_knows) {
         {ECC_PROVIDER, "tls_type", "ecc", no_failure},
         {ECC_PROVIDER, "fips", "no", no_failure},
         {ECC_PROVIDER, "fips", "yes", {QxciErrFipsNotSupportedByAlgorithm, ""}},
+        {RSA_PROVIDER, "FIPS", "On", {QxciErrFipsNotSupportedByAlgorithm, ""}},
         {RSA_PROVIDER, "fips", "maybe", {QxciErrOptionError, "FIPS"}},
     };
     for (const auto& row : rows) {
@@ -408,6 +409,26 @@ TEST_F(OpenSslProvider, ends_with_peers_that_speak_no_tls) {
     faulty.in = std::string("\x17\x03\x03\x00\x20", 5) + pattern(32);
     EXPECT_EQ(second.read(text), QXCI_IO_ERROR);
     EXPECT_EQ(second.failure.first, QxciErrOpenSSLError);
+}
+
+TEST_F(OpenSslProvider, bears_a_thousand_records_in_a_row_without_data) {
+    Peer peer(good);
+    TestProvider provider;
+    Session session(provider, peer, trust);
+    std::string text;
+    SSL_set_num_tickets(peer.ssl, 0);
+    peer.answer();
+    for (const int updates : {1000, 1000, 1001}) {
+        for (int i = 0; i < updates; i++) {
+            SSL_key_update(peer.ssl, SSL_KEY_UPDATE_NOT_REQUESTED);
+            SSL_do_handshake(peer.ssl);
+        }
+        SSL_write(peer.ssl, "x", 1);
+        peer.answer();
+        EXPECT_EQ(session.read(text), updates > 1000 ? QXCI_IO_ERROR : QXCI_IO_OK);
+    }
+    EXPECT_EQ(text, "xx");
+    EXPECT_EQ(session.failure.first, QxciErrOpenSSLError);
 }
 
 TEST_F(OpenSslProvider, notices_a_reset_and_an_end_wherever_they_come) {
