@@ -40,7 +40,7 @@ bool TlsConn::make_session() {
     if (bio == nullptr) return error.fail(QxciErrNoMemory);
     SSL_set_bio(_ssl.get(), bio.get(), bio.get());
     static_cast<void>(bio.release());
-    SSL_set_app_data(_ssl.get(), this);
+    if (SSL_set_app_data(_ssl.get(), this) != 1) return error.fail(QxciErrNoMemory);
     SSL_set_msg_callback(_ssl.get(), note_incoming);
     SSL_set_msg_callback_arg(_ssl.get(), &_bio);
     if (_stream.side() == QXCI_CLIENT) {
@@ -141,20 +141,22 @@ a_qxci_io_result TlsConn::judge(int result, a_dbqxci_error code) {
         return standing();
     }
     if (reason == SSL_ERROR_SSL || _bio.flooded()) {
+        const unsigned long newest = ERR_peek_last_error();
         error.fail_openssl(code);
-        return broken();
+        return broken(newest);
     }
     const bool waits = reason == SSL_ERROR_WANT_READ && !_bio.gave_up();
     return waits && _bio.flush() ? QXCI_IO_WOULD_BLOCK : broken();
 }
 
-/// The session cannot go on; the reason is that of the connection unless there is one already.
-a_qxci_io_result TlsConn::broken() {
+/// The session cannot go on; the reason is that of the connection unless there is one already. The
+/// log gets OpenSSL's error.
+a_qxci_io_result TlsConn::broken(unsigned long openssl_error) {
     _state = BROKEN;
     if (_bio.gave_up()) error.fail(QxciErrConnectionClosed);
     error.fail(QxciErrIOError);
     char text[256] = "TLS: the connection is broken";
-    if (ERR_peek_last_error() != 0) ERR_error_string_n(ERR_peek_last_error(), text, sizeof text);
+    if (openssl_error != 0) ERR_error_string_n(openssl_error, text, sizeof text);
     log(LOG_FAILURE, text);
     return QXCI_IO_ERROR;
 }

@@ -57,7 +57,7 @@ class TlsConn {
     a_qxci_io_result begin();
     a_qxci_io_result handshake();
     a_qxci_io_result judge(int result, a_dbqxci_error code);
-    a_qxci_io_result broken();
+    a_qxci_io_result broken(unsigned long openssl_error = 0);
     void log(int level, const char* text) const;
     void log_session() const;
 
