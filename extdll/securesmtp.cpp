@@ -135,9 +135,6 @@ int SecureSMTPClient::_MakeTlsConnection() {
     }
     _tlscontext.reset(new (std::nothrow) TlsContext{_socket});
     if (_tlscontext == nullptr) return SMTP_NO_MEMORY;
-    // The end of the handshake and the greeting after it follow each other without an answer in
-    // between, so that Nagle's algorithm would hold the greeting back.
-    _socket.set_Nagle_algorithm(true);
     err.Clear();
     _tlsconn.reset(new (std::nothrow)
                        TlsConnection(_qxci_stream.get(), _qxcienv, &socket_callbacks,
@@ -150,7 +147,6 @@ int SecureSMTPClient::_MakeTlsConnection() {
 // no TLS error.
 int SecureSMTPClient::_IntroduceSecurely(const char* sender, const char* sender_name, int timeout) {
     const int result = _Introduce(sender, sender_name, timeout, SMTP_NOT_SECURE);
-    _socket.set_Nagle_algorithm(false);
     return result != SMTP_OK && _HasTlsFailed() ? SMTP_NOT_SECURE : result;
 }
 

@@ -24,10 +24,11 @@ class SecureSMTPClient : public SMTPClient {
     ~SecureSMTPClient() override;
 
     /// What the server's certificate must be: issued under one of those in the file `certfile`, and
-    /// its subject's company, unit and name equal to what is given here; each may be null. Without
-    /// a file the others are ignored, and the provider decides what it trusts. To be called before
-    /// Connect(), which passes them to the provider.
-    /// Where there is no memory for a copy, Connect() says so and does nothing else.
+    /// with `company` and `unit` as O and OU of its subject, and `name` as its CN or among the
+    /// hosts that it is for; each may be null. Without a file the others are ignored, and the
+    /// provider decides what it trusts. To be called before Connect(), which passes them to the
+    /// provider. Where there is no memory for a copy, Connect() says so and does nothing else.
+    ///
     /// Kept: a null `certfile` leaves the file of an earlier call in place, and the copy of an
     /// earlier file is never freed.
     void SetTrustedCertificate(const char* certfile, const char* company, const char* unit,

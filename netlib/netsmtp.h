@@ -213,7 +213,6 @@ class SMTPClient {
     a_bool _MakeBuffers(a_bool attaches);
     void _GiveBackBuffers();
     void _SendText(const char* text);
-    void _PushLastSegment();
     int _Abandon(int result);
 };
 

@@ -43,7 +43,7 @@ char* copy_reply_text(const char* line, size_t length) {
 int SMTPClient::_ProcessResponse(char* buf, size_t buflen, int* code, a_bool is_ehlo) {
     if (is_ehlo) _DeleteEhloResponses();
     if (buf == nullptr) return SMTP_NO_MEMORY;
-    _socket.beginReply();
+    const SMTPSocket::Reply reply(_socket);
     for (int lines = 0; lines < most_reply_lines; ++lines) {
         const size_t length = _ReadLine(buf, buflen);
         if (_socket.didTimeout() || _socket.isReplyOverdue()) return SMTP_TIMED_OUT;

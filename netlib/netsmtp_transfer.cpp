@@ -1,10 +1,8 @@
 // One message on its way: RFC 5321, section 3.3, and the attachment as a section of RFC 2046.
 //
 // What the server sees is fixed to the byte; how it is cut into segments is this file's choice. The
-// text, the attachment and the closing dot are joined into large writes. Of a message that takes
-// more than one segment the last is pushed, for under Nagle's algorithm it would otherwise wait for
-// a delayed acknowledgement; one that leaves in a single segment has nothing before it to wait for,
-// since the reply to DATA acknowledged all.
+// text, the attachment and the closing dot are joined into large writes, the last of which the
+// socket pushes where it would wait (netlib/smtpsocket.h).
 
 #include <cstdio>
 #include <cstring>
@@ -122,7 +120,6 @@ int SMTPClient::_SendRecipient(const char* address) {
 
 int SMTPClient::_SendContent(const char* text, const char* boundary, const char* path,
                              UTIStream& file) {
-    _socket.beginFlight();
     _joined->begin();
     a_bool open_line = false;
     _SendRawText(text, std::strlen(text), &open_line);
@@ -133,20 +130,11 @@ int SMTPClient::_SendContent(const char* text, const char* boundary, const char*
     }
     _sendData(".\r\n", 3);
     _joined->end();
-    _PushLastSegment();
     // Without a time-out nothing would end the wait for an answer that may never come.
     if (_write_failed && !_socket.hasTimeout()) return SMTP_BAD_REPLY;
     const int result = _Expect(REPLY_COMPLETED);
     // A server that accepts what did not reach it whole has not accepted this message.
     return result == SMTP_OK && _write_failed ? SMTP_BAD_REPLY : result;
-}
-
-// Linux sends what it holds back when the option is set (tcp(7)), and queued data stays exempt from
-// Nagle's algorithm when it is cleared again.
-void SMTPClient::_PushLastSegment() {
-    if (_write_failed || _socket.isFlightOneSegment()) return;
-    _socket.set_Nagle_algorithm(true);
-    _socket.set_Nagle_algorithm(false);
 }
 
 int SMTPClient::_Abandon(int result) {

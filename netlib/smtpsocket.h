@@ -16,7 +16,10 @@
 /// when that has passed. (The time-out of each recv alone does not bound a reply that arrives a
 /// byte at a time.)
 ///
-/// A flight is what is sent before an answer is awaited; see isFlightOneSegment().
+/// Nagle's algorithm (RFC 896), which is on, holds a segment back while an earlier one is not
+/// acknowledged, and a peer that has nothing to say acknowledges late. So what was sent is pushed
+/// before an answer is awaited, unless it left in a single segment with nothing before it: the
+/// reply to a command acknowledges the command.
 class SMTPSocket final : public TimedSocket {
   public:
     using TimedSocket::recv;
@@ -30,28 +33,31 @@ class SMTPSocket final : public TimedSocket {
         TimedSocket::setTimeout(timeout_in_ms);
     }
     a_bool hasTimeout() const { return _reply_timeout > 0; }
-    /// What is received from here on belongs to a new reply.
-    void beginReply() {
-        _reads = 0;
-        _overdue = false;
-    }
+    /// While it lives, what is received belongs to a new reply, and what is sent is TLS's own.
+    class Reply {
+      public:
+        explicit Reply(SMTPSocket& socket) : _socket(socket) { _socket.begin_reply(); }
+        ~Reply() { _socket.end_reply(); }
+        Reply(const Reply&) = delete;
+        Reply& operator=(const Reply&) = delete;
+
+      private:
+        SMTPSocket& _socket;
+    };
+
     /// Whether the reply ran out of time; every recv fails with ETIMEDOUT then.
     a_bool isReplyOverdue() const { return _overdue; }
 
-    /// What is sent from here on is a flight of its own.
-    void beginFlight() { _flight_sends = _flight_bytes = 0; }
-    /// Whether the flight left in a single segment, which Nagle's algorithm (RFC 896) does not hold
-    /// back when all before it is acknowledged.
-    a_bool isFlightOneSegment() { return _flight_sends == 1 && _flight_bytes <= segment_size(); }
-
     int send(const char* buf, unsigned int len) override {
-        ++_flight_sends;
-        _flight_bytes += len;
+        _unacknowledged.add(len);
+        if (_in_reply) _own_words.add(len);
+        _pushed = false;
         return TimedSocket::send(buf, len);
     }
 
     // One read brings most replies, so that the clock is looked at only from the second on.
     int recv(char* buf, unsigned int len) override {
+        push();
         if (_reads++ == 0 || !hasTimeout()) return TimedSocket::recv(buf, len);
         if (_reads == 2) _first_read.sample();
         const int32 left = time_left();
@@ -67,6 +73,36 @@ class SMTPSocket final : public TimedSocket {
     }
 
   private:
+    struct a_flight {
+        void add(unsigned int len) {
+            ++sends;
+            bytes += len;
+        }
+        uint64 sends = 0, bytes = 0;
+    };
+
+    void begin_reply() {
+        _reads = 0;
+        _overdue = false;
+        _in_reply = true;
+        _own_words = {};
+    }
+    // Nobody has answered what TLS said by itself, to a request for new keys for instance.
+    void end_reply() {
+        _in_reply = false;
+        _unacknowledged = _own_words;
+    }
+
+    // Linux sends what it holds back when the option is set (tcp(7)), and queued data stays exempt
+    // from Nagle's algorithm when it is cleared again.
+    void push() {
+        if (_pushed) return;
+        _pushed = true;
+        if (_unacknowledged.sends == 1 && _unacknowledged.bytes <= segment_size()) return;
+        set_Nagle_algorithm(true);
+        set_Nagle_algorithm(false);
+    }
+
     /// The most that a segment of this connection holds; asked once. 0 when that is not known.
     unsigned int segment_size() {
         if (_segment_size == unknown) {
@@ -89,11 +125,13 @@ class SMTPSocket final : public TimedSocket {
     static constexpr auto unknown = std::numeric_limits<unsigned int>::max();
 
     unsigned int _segment_size = unknown;
-    unsigned int _flight_sends = 0;  // since beginFlight()
-    unsigned int _flight_bytes = 0;
+    a_flight _unacknowledged;  // what may not be acknowledged yet
+    a_flight _own_words;       // of that, what TLS said during the reply
+    a_bool _in_reply = false;
+    a_bool _pushed = true;  // nothing was sent since the last push
     int32 _reply_timeout = 0;
     a_bool _overdue = false;
-    uint32 _reads = 0;         // since beginReply()
+    uint32 _reads = 0;         // of this reply
     a_timer_tick _first_read;  // when the first of them was over
 };
 
