@@ -92,7 +92,7 @@ typedef enum a_cancel_fn {
     CANCEL_CMDSHELL = 0 /* the command that xp_cmdshell is waiting for */
 } a_cancel_fn;
 
-/* The record that set_cancel hands to the host. Opaque to the host. */
+/* The record that set_cancel hands to the host, which may read it and does not change it. */
 typedef struct a_cancel_info {
     a_cancel_fn fn;
     union {

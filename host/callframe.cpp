@@ -81,6 +81,7 @@ struct CallFrame::State {
                                    std::string& error) const;
     [[nodiscard]] std::string describe(std::uint32_t number) const;
     [[nodiscard]] bool complete(std::string& error) const;
+    [[nodiscard]] bool without_gap(std::string& error) const;
 
     bool read(std::uint32_t number, an_extfn_value& value);
     bool read_on(std::uint32_t number, std::uint32_t offset, an_extfn_value& value);
@@ -157,6 +158,23 @@ bool CallFrame::State::complete(std::string& error) const {
         if (is_out(number) || arguments[number - 1].given) continue;
         error = describe(number) + "is missing; give " +
                 std::string(procedure.parameter(number).meaning);
+        return false;
+    }
+    return true;
+}
+
+// The first NULL among repeated values ends them; one behind it would be lost without a word.
+bool CallFrame::State::without_gap(std::string& error) const {
+    if (procedure.repeats == 0) return true;
+    std::uint32_t gap = 0;
+    for (auto number = static_cast<std::uint32_t>(procedure.parameters.size());
+         number <= arguments.size(); ++number) {
+        const bool null = !arguments[number - 1].bytes;
+        if (null && gap == 0) gap = number;
+        if (null || gap == 0) continue;
+        error = describe(gap) +
+                "is NULL, which ends the values: " + procedure.parameter_name(number) +
+                " would be lost; leave no gap";
         return false;
     }
     return true;
@@ -285,7 +303,7 @@ bool CallFrame::call(std::string& error) {
                 "; use a library and a host of one build";
         return false;
     }
-    if (!_state->complete(error)) return false;
+    if (!_state->complete(error) || !_state->without_gap(error)) return false;
 
     an_extfn_api api = {
         .get_value = [](void* handle, std::uint32_t number, an_extfn_value* value) -> std::int16_t {
@@ -303,7 +321,10 @@ bool CallFrame::call(std::string& error) {
                          void* record) { static_cast<State*>(handle)->cancel.own(record); },
     };
     _state->process = getpid();
-    procedure(&api, _state.get());
+    {
+        const OrphansStay until_it_ends;
+        procedure(&api, _state.get());
+    }
     _state->end_stray_child();
     _state->cancel.own(nullptr);
     return true;

@@ -70,11 +70,13 @@ class CallFrame {
     std::function<bool(const void* data, std::uint32_t length, bool append)> on_result;
 
     /// Runs the procedure. False, with a sentence in `error` that says what to do, when a required
-    /// argument is missing or the library does not export the procedure; nothing was called then.
+    /// argument is missing, a NULL stands before the last of repeated values, or the library does
+    /// not export the procedure; nothing was called then.
     bool call(std::string& error);
 
-    /// Ends what the running call waits for; a cancel that comes before the call reaches a
-    /// cancellable point takes effect there. Harmless when nothing is running.
+    /// Ends what the running call waits for: a command with all that it started. A cancel that
+    /// comes before the call reaches a cancellable point takes effect there. Harmless when nothing
+    /// is running.
     void cancel();
     [[nodiscard]] bool cancelled() const;
 

@@ -14,12 +14,11 @@ from base64 import b64encode
 import pexpect
 
 from mailserver import Server
+from stubborn import STUBBORN
 
 QUORELSQL = os.path.abspath(sys.argv[1])
 PATIENCE = 60  # seconds until a test gives up; nothing waits that long when all is well
 UP, CTRL_A, CTRL_U = "\033[A", "\001", "\025"
-# A command that Ctrl-C at the terminal does not reach, so that only a real cancel ends it.
-STUBBORN = 'trap "" INT; echo pid $$; exec sleep 600'
 WRITTEN = "status 0: the whole value was written\n"
 
 # A background job ignores SIGINT, and so would the programs that it starts.
@@ -225,7 +224,8 @@ class Batch(Scratch):
                     continue
                 pid = int(shell.stdout.readline().split()[1])
                 shell.send_signal(ending)
-                self.assertEqual(shell.wait(PATIENCE), -ending, call)
+                shell.communicate(timeout=PATIENCE)
+                self.assertEqual(shell.returncode, -ending, call)
                 self.assert_gone(pid)
 
 
