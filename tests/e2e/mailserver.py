@@ -6,10 +6,12 @@ from aiosmtpd.smtp import SMTP
 
 
 class Server:
-    """aiosmtpd on a loopback port, in a thread; keeps (sender, recipients, bytes) per message."""
+    """aiosmtpd on a loopback port, in a thread; keeps (sender, recipients, bytes) per message
+    and counts the QUITs."""
 
     def __init__(self, **options):
         self.messages = []
+        self.quits = 0
         self.loop = asyncio.new_event_loop()
         self.server = self.loop.run_until_complete(self.loop.create_server(
             lambda: SMTP(self, loop=self.loop, **options), "127.0.0.1", 0))
@@ -20,6 +22,10 @@ class Server:
     async def handle_DATA(self, server, session, envelope):
         self.messages.append((envelope.mail_from, envelope.rcpt_tos, envelope.original_content))
         return "250 OK"
+
+    async def handle_QUIT(self, server, session, envelope):
+        self.quits += 1
+        return "221 Bye"
 
     def close(self):
         self.loop.call_soon_threadsafe(self.loop.stop)
