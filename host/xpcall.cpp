@@ -88,9 +88,11 @@ int make_call(const Library& library, const XpcallCall& call, std::uint32_t piec
             return output.write_piece(data, length);
         };
     std::string error;
-    running = &frame;
     // A signal ends any other call with the process.
-    if (procedure.cancellable) handle_signals();
+    if (procedure.cancellable) {
+        running = &frame;
+        handle_signals();
+    }
     const bool called = frame.call(error);
     running = nullptr;
     if (!called) return complain(error);

@@ -28,6 +28,7 @@ void Csv::_print_heading() {
     if (_heading.empty()) return;
     std::vector<Field> names;
     const std::vector<std::string> heading = std::exchange(_heading, {});
+    names.reserve(heading.size());
     for (const std::string& name : heading) names.push_back(Field::of(Field::Kind::Text, name));
     add(names);
 }

@@ -19,8 +19,8 @@ std::vector<std::string> column_names(sqlite3_stmt* statement) {
 }
 
 std::vector<Field> current_row(sqlite3_stmt* statement) {
-    std::vector<Field> row;
-    for (int i = 0; i < sqlite3_column_count(statement); ++i) row.push_back(field_of(statement, i));
+    std::vector<Field> row(static_cast<std::size_t>(sqlite3_column_count(statement)));
+    for (std::size_t i = 0; i < row.size(); ++i) row[i] = field_of(statement, static_cast<int>(i));
     return row;
 }
 

@@ -16,7 +16,7 @@ namespace host {
 
 namespace {
 
-// A script that reads itself.
+// How deep .read goes: a script may read itself.
 constexpr int most_scripts_inside = 20;
 
 // The statements of one source, which arrive in parts.
