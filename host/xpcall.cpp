@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/argument.h"
+#include "host/startup.h"
 #include "host/xpcalloptions.h"
 #include "host/xpcallreport.h"
 
@@ -160,8 +161,7 @@ int run(const XpcallOptions& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // A parent that ignores it has its children ignore it, and then no command's status is known.
-    signal(SIGCHLD, SIG_DFL);
+    start_program();
     XpcallOptions options;
     int status = EXIT_SUCCEEDED;
     if (!read_command_line(argc, argv, options, status)) return flush_output(status);

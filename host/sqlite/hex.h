@@ -20,9 +20,9 @@ void write_hex(std::string_view bytes, Put put) {
     put('\'');
 }
 
-/// The same to a stream.
+/// The same to a stream that this thread alone uses.
 inline void print_hex(FILE* out, std::string_view bytes) {
-    write_hex(bytes, [out](char c) { fputc(c, out); });
+    write_hex(bytes, [out](char c) { putc_unlocked(c, out); });
 }
 
 }  // namespace host

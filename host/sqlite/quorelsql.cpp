@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <clocale>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <new>
@@ -15,6 +14,7 @@
 #include "host/sqlite/script.h"
 #include "host/sqlite/session.h"
 #include "host/sqlite/terminal.h"
+#include "host/startup.h"
 
 namespace {
 
@@ -64,8 +64,7 @@ int run_with(const host::Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // A parent that ignores it has its children ignore it, and then no command's status is known.
-    signal(SIGCHLD, SIG_DFL);
+    host::start_program();
     std::set_new_handler(give_up);
     const host::Options options = host::parse_options(argc, argv);
     use_utf8();

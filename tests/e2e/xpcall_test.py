@@ -128,6 +128,13 @@ class Xpcall(unittest.TestCase):
             with open("/dev/full", "w") as full:
                 self.check(arguments, 1, None, b"xpcall: cannot write to standard output: No space.*",
                            stdout=full)
+        server = Server()
+        self.addCleanup(server.close)
+        self.environment["ASAN_OPTIONS"] = "detect_leaks=0"
+        self.check(["--calls", "xp_startsmtp", "ann@a.test", "127.0.0.1", f"int:{server.port}", "+",
+                    "xp_sendmail", "bob@b.test"], 1, None, b"xpcall: cannot write .* Bad file .*",
+                   stdout=None, preexec_fn=lambda: os.close(1))
+        self.assertEqual(server.messages, [])
 
     def test_a_signal_ends_what_cannot_be_cancelled(self):
         os.mkfifo(os.path.join(self.folder, "pipe"))
