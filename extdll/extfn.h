@@ -94,7 +94,7 @@ typedef enum a_cancel_fn {
     CANCEL_CMDSHELL = 0 /* the command that xp_cmdshell is waiting for */
 } a_cancel_fn;
 
-/* The record that set_cancel hands to the host. Opaque to the host. */
+/* The record that set_cancel hands to the host, which may read it and does not change it. */
 typedef struct a_cancel_info {
     a_cancel_fn fn;
     union {
@@ -113,9 +113,9 @@ typedef void an_extfn_cancel_fn(void* cancel_handle);
  * call the procedures. Safe on any thread. */
 __attribute__((visibility("default"))) an_extfn_use_new_api_fn extfn_use_new_api;
 
-/* Cancels what a running procedure registered: ends the command of xp_cmdshell with SIGKILL, after
- * which that call returns by itself. A null record, or one of an unknown kind, is ignored. Reports
- * nothing, frees nothing. Safe on any thread and in a signal handler. */
+/* Cancels what a running procedure registered: ends the shell of xp_cmdshell with SIGKILL, but not
+ * what it has started, after which that call returns by itself. A null record, or one of an unknown
+ * kind, is ignored. Reports nothing, frees nothing. Safe on any thread and in a signal handler. */
 __attribute__((visibility("default"))) an_extfn_cancel_fn extfn_cancel;
 
 #ifdef __cplusplus

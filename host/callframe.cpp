@@ -61,6 +61,7 @@ struct CallFrame::State {
     [[nodiscard]] bool accept_number(std::uint32_t number, const Value& value, std::string& error);
     [[nodiscard]] bool complete(std::string& error) const;
     [[nodiscard]] bool keeps_rules(std::string& error);
+    [[nodiscard]] bool without_gap(std::string& error) const;
 
     bool read(std::uint32_t number, an_extfn_value& value);
     bool read_on(std::uint32_t number, std::uint32_t offset, an_extfn_value& value);
@@ -138,6 +139,23 @@ bool CallFrame::State::keeps_rules(std::string& error) {
     const std::optional<Refusal> refusal = procedure.guard(arguments, warning);
     if (refusal) error = procedure.describe(refusal->parameter) + refusal->reason;
     return !refusal;
+}
+
+// The first NULL among repeated values ends them; one behind it would be lost without a word.
+bool CallFrame::State::without_gap(std::string& error) const {
+    if (procedure.repeats == 0) return true;
+    std::uint32_t gap = 0;
+    for (auto number = static_cast<std::uint32_t>(procedure.parameters.size());
+         number <= arguments.count(); ++number) {
+        const bool null = !arguments[number];
+        if (null && gap == 0) gap = number;
+        if (null || gap == 0) continue;
+        error = procedure.describe(gap) +
+                "is NULL, which ends the values: " + procedure.parameter_name(number) +
+                " would be lost; leave no gap";
+        return false;
+    }
+    return true;
 }
 
 bool CallFrame::State::read(std::uint32_t number, an_extfn_value& value) {
@@ -252,7 +270,8 @@ bool CallFrame::call(std::string& error) {
                 "; use a library and a host of one build";
         return false;
     }
-    if (!_state->complete(error) || !_state->keeps_rules(error)) return false;
+    if (!_state->complete(error) || !_state->without_gap(error) || !_state->keeps_rules(error))
+        return false;
     const FileCheck file(_state->procedure.file, _state->arguments);
 
     an_extfn_api api = {
@@ -271,7 +290,10 @@ bool CallFrame::call(std::string& error) {
                          void* record) { static_cast<State*>(handle)->cancel.own(record); },
     };
     _state->process = getpid();
-    procedure(&api, _state.get());
+    {
+        const OrphansStay until_it_ends;
+        procedure(&api, _state.get());
+    }
     _state->end_stray_child();
     _state->cancel.own(nullptr);
 

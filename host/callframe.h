@@ -70,17 +70,19 @@ class CallFrame {
     std::function<bool(const void* data, std::uint32_t length, bool append)> on_result;
 
     /// Runs the procedure. False, with a sentence in `error` that says what to do, when a required
-    /// argument is missing, the procedure's rules refuse the arguments as they are together, or the
-    /// library does not export the procedure; nothing was called then and result() is empty. False
-    /// also when the procedure gave 0 and a file shows that not all was done; result() is that 0.
+    /// argument is missing, a NULL stands before the last of repeated values, the procedure's rules
+    /// refuse the arguments as they are together, or the library does not export the procedure;
+    /// nothing was called then and result() is empty. False also when the procedure gave 0 and a
+    /// file shows that not all was done; result() is that 0.
     bool call(std::string& error);
 
     /// After call(): a sentence for the person who made it, about something that was done as asked
     /// and should not be taken for more than it is. Mostly empty.
     [[nodiscard]] const std::string& warning() const;
 
-    /// Ends what the running call waits for; a cancel that comes before the call reaches a
-    /// cancellable point takes effect there. Harmless when nothing is running.
+    /// Ends what the running call waits for: a command with all that it started. A cancel that
+    /// comes before the call reaches a cancellable point takes effect there. Harmless when nothing
+    /// is running.
     void cancel();
     [[nodiscard]] bool cancelled() const;
 

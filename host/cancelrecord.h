@@ -2,10 +2,12 @@
 #define QUOREL_HOST_CANCELRECORD_H
 
 #include <sched.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
 
+#include "host/commandprocess.h"
 #include "host/library.h"
 
 namespace host {
@@ -21,26 +23,42 @@ class CancelRecord {
 
     /// Takes a record (or null) in place of the one held, which is freed once nobody uses it,
     /// unless it is the same one: a canceller raises _users before it looks at the record, so after
-    /// the exchange either it sees the new record or this thread sees that it is busy.
+    /// the exchange either it sees none or this thread sees that it is busy.
     void own(void* record) {
-        void* old = _record.exchange(record);
+        void* old = _record.exchange(nullptr);
         while (_users.load() != 0) sched_yield();
         if (old != record) free(old);
-        if (record != nullptr && _cancelled.load()) _library.cancel(record);
+        _command = HeldProcess(command_of(record), getpid());
+        _record.store(record);
+        if (record != nullptr && _cancelled.load()) _cancel(record);
     }
 
-    /// From any thread, and from a signal handler. A record that comes later is cancelled too.
+    /// Ends the command and all that it started. From any thread, and from a signal handler. A
+    /// record that comes later is cancelled too.
     void cancel() {
         _cancelled.store(true);
         _users.fetch_add(1);
-        if (void* record = _record.load()) _library.cancel(record);
+        if (void* record = _record.load()) _cancel(record);
         _users.fetch_sub(1);
     }
 
     [[nodiscard]] bool cancelled() const { return _cancelled.load(); }
 
   private:
+    static pid_t command_of(const void* record) {
+        const auto* info = static_cast<const a_cancel_info*>(record);
+        return info != nullptr && info->fn == CANCEL_CMDSHELL ? info->handle.cmd_pid : 0;
+    }
+
+    // The library ends the process that it started; what that one has started is ours to find. A
+    // command that was waited for in the meantime has left its number to others.
+    void _cancel(void* record) {
+        end_descendants(_command);
+        if (_command.pid() == 0 || _command.send(0)) _library.cancel(record);
+    }
+
     const Library& _library;
+    HeldProcess _command;  // changes only while there is no record
     std::atomic<void*> _record{nullptr};
     std::atomic<int> _users{0};
     std::atomic<bool> _cancelled{false};

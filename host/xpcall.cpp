@@ -1,4 +1,4 @@
-// xpcall: calls one exported procedure from the command line.
+// xpcall: calls exported procedures from the command line.
 
 #include <atomic>
 #include <cerrno>
@@ -6,8 +6,12 @@
 #include <cstdio>
 #include <cstring>
 #include <deque>
+#include <set>
+#include <string>
+#include <vector>
 
 #include "host/argument.h"
+#include "host/startup.h"
 #include "host/xpcalloptions.h"
 #include "host/xpcallreport.h"
 
@@ -15,17 +19,17 @@ namespace {
 
 using namespace host;
 
-// The connection number of every call: a process makes one.
+// The connection number of every call: they share one mail session.
 constexpr std::int32_t connection = 1;
 
 // Gives the frame its arguments, some of which `files` lends to it, and notes which parameters were
 // asked for with "out".
-bool give_arguments(CallFrame& frame, const XpcallOptions& options, std::deque<FileBytes>& files,
+bool give_arguments(CallFrame& frame, const XpcallCall& call, std::deque<FileBytes>& files,
                     std::vector<bool>& asked) {
-    const Procedure& procedure = *options.procedure;
+    const Procedure& procedure = *call.procedure;
     asked.resize(procedure.parameter_count() + 1);
-    for (std::uint32_t number = 1; number <= options.arguments.size(); ++number) {
-        const std::string& text = options.arguments[number - 1];
+    for (std::uint32_t number = 1; number <= call.arguments.size(); ++number) {
+        const std::string& text = call.arguments[number - 1];
         const bool is_out = number <= procedure.parameter_count() &&
                             procedure.parameter(number).direction == Direction::Out;
         std::string error;
@@ -63,6 +67,7 @@ void handle_signals() {
     struct sigaction action {};
     action.sa_handler = cancel_running;
     action.sa_flags = SA_RESTART;
+    sigfillset(&action.sa_mask);  // a second signal finds the first one's work done
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
         struct sigaction before {};
         sigaction(number, nullptr, &before);
@@ -71,26 +76,24 @@ void handle_signals() {
     }
 }
 
-int run(const XpcallOptions& options) {
-    std::string error;
-    const Library library =
-        Library::load(options.library, error, "build it with tools/demo or name it with --lib");
-    if (!library.loaded()) return complain(error);
-
-    const Procedure& procedure = *options.procedure;
+int make_call(const Library& library, const XpcallCall& call, std::uint32_t piece) {
+    const Procedure& procedure = *call.procedure;
     std::deque<FileBytes> files;
-    CallFrame frame(library, procedure, connection, options.piece);
+    CallFrame frame(library, procedure, connection, piece);
     std::vector<bool> asked;
-    if (!give_arguments(frame, options, files, asked)) return EXIT_NOT_CALLED;
+    if (!give_arguments(frame, call, files, asked)) return EXIT_NOT_CALLED;
 
     Output output;
     if (procedure.result == Result::Bytes)
         frame.on_result = [&output](const void* data, std::uint32_t length, bool) {
             return output.write_piece(data, length);
         };
-    running = &frame;
+    std::string error;
     // A signal ends any other call with the process.
-    if (procedure.cancellable) handle_signals();
+    if (procedure.cancellable) {
+        running = &frame;
+        handle_signals();
+    }
     const bool called = frame.call(error);
     running = nullptr;
     if (!called) {
@@ -100,16 +103,71 @@ int run(const XpcallOptions& options) {
     if (!frame.warning().empty()) fprintf(stderr, "xpcall: warning: %s\n", frame.warning().c_str());
 
     const int status = report(frame, procedure, asked, output);
+    return frame.cancelled() ? EXIT_FAILED : status;
+}
+
+// The mail sessions that calls have started and not stopped. At its end it stops them.
+class MailSessions {
+  public:
+    explicit MailSessions(const Library& library) : _library(library) {}
+    MailSessions(const MailSessions&) = delete;
+    MailSessions& operator=(const MailSessions&) = delete;
+    ~MailSessions() {
+        const Procedure& stop = *find_procedure("xp_stopsmtp");
+        std::string ignored;
+        for (const std::string& number : _open) {
+            CallFrame frame(_library, stop, connection);
+            frame.set_argument(stop.parameter_number("cid"), Value::text(number, EXTFN_TYPE_STRING),
+                               ignored);
+            frame.call(ignored);
+        }
+    }
+
+    void note(const XpcallCall& call) {
+        if (call.procedure->name == "xp_startsmtp") _open.insert(_number(call));
+        if (call.procedure->name == "xp_stopsmtp") _open.erase(_number(call));
+    }
+
+  private:
+    static std::string _number(const XpcallCall& call) {
+        const std::uint32_t place = call.procedure->parameter_number("cid");
+        if (place > call.arguments.size()) return std::to_string(connection);
+        const std::string& written = call.arguments[place - 1];
+        return written.substr(written.rfind(':') + 1);
+    }
+
+    const Library& _library;
+    std::set<std::string> _open;  // by connection number
+};
+
+// What a call handed back has its place before the output of a command that the next one runs.
+int flush_output(int status) {
     if (fflush(stdout) == 0 && ferror(stdout) == 0) return status;
     complain(std::string("cannot write to standard output: ") + strerror(errno));
     return EXIT_FAILED;
 }
 
+int run(const XpcallOptions& options) {
+    std::string error;
+    const Library library =
+        Library::load(options.library, error, "build it with tools/demo or name it with --lib");
+    if (!library.loaded()) return complain(error);
+
+    MailSessions sessions(library);
+    for (const XpcallCall& call : options.calls) {
+        const int status = flush_output(make_call(library, call, options.piece));
+        if (status != EXIT_NOT_CALLED) sessions.note(call);
+        if (status != EXIT_SUCCEEDED) return status;
+    }
+    return EXIT_SUCCEEDED;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    start_program();
     XpcallOptions options;
     int status = EXIT_SUCCEEDED;
-    if (!read_command_line(argc, argv, options, status)) return status;
+    if (!read_command_line(argc, argv, options, status)) return flush_output(status);
     return run(options);
 }

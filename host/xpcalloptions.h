@@ -10,15 +10,20 @@
 
 namespace host {
 
+/// One call as written.
+struct XpcallCall {
+    const Procedure* procedure = nullptr;
+    std::vector<std::string> arguments;
+};
+
 struct XpcallOptions {
     std::string library;  ///< empty: the one that Library::default_path() names
     std::uint32_t piece = CallFrame::default_piece;
-    const Procedure* procedure = nullptr;
-    std::vector<std::string> arguments;  ///< as written
+    std::vector<XpcallCall> calls;  ///< to be made in this order
 };
 
-/// Reads the command line; prints what is asked for, or what is wrong with it. True when there is a
-/// call to make; otherwise `status` is the exit status.
+/// Reads the command line; prints what is asked for, or what is wrong with it. True when there are
+/// calls to make, all of procedures that exist; otherwise `status` is the exit status.
 bool read_command_line(int argc, char** argv, XpcallOptions& options, int& status);
 
 }  // namespace host

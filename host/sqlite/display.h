@@ -1,30 +1,28 @@
 #ifndef QUOREL_HOST_SQLITE_DISPLAY_H
 #define QUOREL_HOST_SQLITE_DISPLAY_H
 
-/// Values as a person reads them on a terminal.
-
-#include <sqlite3.h>
+/// Values and messages as a person reads them.
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
 
+#include "host/sqlite/field.h"
+
 namespace host {
 
-/// Text on one line: control characters and bytes that are not UTF-8 appear as escapes (\n, \x1b),
-/// so a value can neither break a table nor command the terminal. Of a text longer than
-/// longest_text, its beginning and its length.
-[[nodiscard]] std::string display_text(std::string_view text);
+/// Text on one line: what is_hidden(), and bytes that are not UTF-8, appear as escapes (\n, \x1b,
+/// \u202e), so it can neither break a table nor command the terminal. Characters in `kept` stay as
+/// they are.
+[[nodiscard]] std::string display_text(std::string_view text, std::string_view kept = {});
+
+/// A value on one line. A text is escaped as display_text() does, a backslash is doubled, and the
+/// text NULL is \x4eULL: what is shown stands for one value only. A BLOB is x'00ff'. With `cut`, of
+/// a text longer than longest_text and a BLOB longer than blob_head, the beginning and the length.
+[[nodiscard]] std::string display_value(const Field& field, bool cut);
 inline constexpr std::size_t longest_text = 65536;
-
-/// A blob of `length` bytes that begins with `head`: x'00ff', or its first blob_head bytes and the
-/// length where it is longer. `head` holds at least the lesser of both.
-[[nodiscard]] std::string display_blob(std::string_view head, std::uint64_t length);
 inline constexpr std::size_t blob_head = 16;
-
-/// A column of a row of SQLite's.
-[[nodiscard]] std::string display_column(sqlite3_stmt* statement, int column);
 
 /// "512 bytes", "1.5 MiB".
 [[nodiscard]] std::string display_size(std::uint64_t bytes);

@@ -16,6 +16,8 @@ namespace {
 pthread_t main_thread;
 sqlite3* database;
 bool ends_when_idle;
+bool takes_interrupts;
+int depth;  // of Runnings
 
 std::atomic<CallFrame*> running_call;
 std::atomic<bool> running;
@@ -78,13 +80,15 @@ void mask_interrupt(int how) {
 
 // A signal that the program was started to ignore is for somebody else: a background job of a
 // script is not Ctrl-C's, nor is one under nohup SIGHUP's.
-void handle(int signal_number, void (*handler)(int)) {
+bool handle(int signal_number, void (*handler)(int)) {
     struct sigaction action {};
-    if (sigaction(signal_number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) return;
+    if (sigaction(signal_number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN)
+        return false;
     action = {};
     action.sa_handler = handler;
     action.sa_flags = SA_RESTART;
-    sigaction(signal_number, &action, nullptr);
+    sigfillset(&action.sa_mask);  // a second signal finds the first one's work done
+    return sigaction(signal_number, &action, nullptr) == 0;
 }
 
 }  // namespace
@@ -93,8 +97,12 @@ void catch_signals(sqlite3* db, bool idle_ends) {
     main_thread = pthread_self();
     database = db;
     ends_when_idle = idle_ends;
-    handle(SIGINT, on_interrupt);
+    takes_interrupts = handle(SIGINT, on_interrupt);
     for (const int signal_number : {SIGTERM, SIGHUP, SIGALRM}) handle(signal_number, on_end);
+}
+
+bool can_interrupt() {
+    return takes_interrupts;
 }
 
 bool interrupted() {
@@ -107,13 +115,14 @@ void leave_echoed_line() {
 }
 
 Running::Running() {
+    if (depth++ > 0) return;
     pressed.store(false);
     echoed = 0;
     running.store(true);
 }
 
 Running::~Running() {
-    running.store(false);
+    if (--depth == 0) running.store(false);
     if (ending != 0) end_by(ending);
 }
 

@@ -24,6 +24,9 @@ namespace host {
 /// a signal came.
 void catch_signals(sqlite3* db, bool idle_ends);
 
+/// False when SIGINT was left as it was: the program was started to ignore it.
+[[nodiscard]] bool can_interrupt();
+
 /// True when Ctrl-C was pressed since the last Running began.
 [[nodiscard]] bool interrupted();
 
@@ -32,6 +35,7 @@ void catch_signals(sqlite3* db, bool idle_ends);
 void leave_echoed_line();
 
 /// A statement runs; forgets earlier interrupts. At its end the program ends, if a signal said so.
+/// One inside another is a part of it: a script's statement, which ends with the script.
 class Running {
   public:
     Running();

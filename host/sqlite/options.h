@@ -5,14 +5,18 @@
 
 #include <optional>
 #include <string>
+#include <vector>
+
+#include "host/sqlite/rowprinter.h"
 
 namespace host {
 
 struct Options {
     std::string database = ":memory:";
-    std::string library;                 ///< empty: the one that Library::default_path() names
-    std::optional<std::string> command;  ///< -c
-    std::optional<std::string> script;   ///< a file, "-" for standard input
+    std::string library;                ///< empty: the one that Library::default_path() names
+    std::vector<std::string> commands;  ///< each -c
+    std::optional<std::string> script;  ///< a file, "-" for standard input
+    Mode mode = Mode::Table;
 
     /// What to do instead of running: the exit status once help, the version or an error is
     /// printed.

@@ -40,6 +40,13 @@ bool taken_by_another() {
            (mode.c_lflag & ECHO) == 0 || tcgetpgrp(terminal) != getpgrp();
 }
 
+// The hints name keys, which a user may have changed.
+bool has_key(int which, char key) {
+    termios mode{};
+    return tcgetattr(terminal, &mode) == 0 && (mode.c_lflag & ISIG) != 0 &&
+           mode.c_cc[which] == static_cast<cc_t>(key);
+}
+
 bool understands_escapes() {
     const char* term = getenv("TERM");
     return term != nullptr && *term != '\0' && strcmp(term, "dumb") != 0;
@@ -147,8 +154,13 @@ std::string Progress::_text() const {
     std::string text = _what + ": ";
     if (bytes > 0) text += display_size(bytes) + ", ";
     text += elapsed_text(elapsed);
-    const std::string& hint = interrupted() ? ends_at_once : _hint;
-    if (!hint.empty()) text += " (" + hint + ")";
+    constexpr char control_c = 'C' & 0x1F;
+    constexpr char control_backslash = '\\' & 0x1F;
+    if (interrupted()) {
+        if (has_key(VQUIT, control_backslash)) text += " (" + ends_at_once + ")";
+    } else if (!_hint.empty() && can_interrupt() && has_key(VINTR, control_c)) {
+        text += " (" + _hint + ")";
+    }
     return text;
 }
 

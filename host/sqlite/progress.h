@@ -33,7 +33,8 @@ class Progress {
     Progress& operator=(const Progress&) = delete;
     ~Progress();
 
-    /// Something called `what` starts. `hint` follows the time, in parentheses, unless it is empty.
+    /// Something called `what` starts. `hint`, which tells about Ctrl-C, follows the time in
+    /// parentheses, unless it is empty or Ctrl-C is not the key that interrupts.
     void begin(std::string what, std::string hint, Place place);
 
     /// From now on bytes are shown too: `bytes` in all since begin(). Cheap.

@@ -8,16 +8,21 @@ quorel_library(host_sqlite_shell
   SOURCES
     callresult.cpp
     callstatement.cpp
+    csv.cpp
     display.cpp
     dotcommands.cpp
+    field.cpp
     interrupt.cpp
+    json.cpp
     lineeditor.cpp
     options.cpp
     procedurehelp.cpp
     progress.cpp
+    rowprinter.cpp
     runcall.cpp
     runsql.cpp
     runstatement.cpp
+    schema.cpp
     script.cpp
     secrets.cpp
     session.cpp
@@ -25,6 +30,7 @@ quorel_library(host_sqlite_shell
     statements.cpp
     table.cpp
     terminal.cpp
+    utf8.cpp
   DEPENDS host_frame host_sqlite quorel_sqlite_dep quorel_libedit_dep)
 target_compile_definitions(host_sqlite_shell PRIVATE QUOREL_VERSION="${PROJECT_VERSION}")
 

@@ -6,12 +6,15 @@
 #include <clocale>
 #include <cstdio>
 #include <cstring>
+#include <new>
+#include <string_view>
 
 #include "host/sqlite/interrupt.h"
 #include "host/sqlite/options.h"
 #include "host/sqlite/script.h"
 #include "host/sqlite/session.h"
 #include "host/sqlite/terminal.h"
+#include "host/startup.h"
 
 namespace {
 
@@ -21,31 +24,51 @@ void use_utf8() {
     if (strcmp(nl_langinfo(CODESET), "UTF-8") != 0) setlocale(LC_CTYPE, "C.UTF-8");
 }
 
-int run(host::Session& session, const host::Options& options) {
-    if (options.command) return run_command(session, *options.command);
-    if (options.script && *options.script != "-") return run_script_file(session, *options.script);
-    if (!session.interactive) return run_standard_input(session);
-    run_terminal(session);
-    return 0;
+// What a file or a pipe gives may be larger than this process.
+[[noreturn]] void give_up() {
+    constexpr std::string_view message = "quorelsql: out of memory\n";
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, message.data(), message.size());
+    _exit(1);
 }
 
-}  // namespace
+host::Ran run(host::Session& session, const host::Options& options) {
+    if (session.interactive) {
+        run_terminal(session);
+        return host::Ran::Done;
+    }
+    if (!options.commands.empty()) return run_commands(session, options.commands);
+    if (!options.script || *options.script == "-") return run_standard_input(session);
+    std::string error;
+    const host::Ran ran = run_script_file(session, *options.script, error);
+    if (!error.empty()) fprintf(stderr, "quorelsql: %s\n", error.c_str());
+    return ran;
+}
 
-int main(int argc, char** argv) {
-    const host::Options options = host::parse_options(argc, argv);
-    if (options.exit) return *options.exit;
-    use_utf8();
-
+int run_with(const host::Options& options) {
     host::Session session;
-    session.interactive = !options.command && !options.script && isatty(STDIN_FILENO) != 0 &&
-                          isatty(STDOUT_FILENO) != 0;
+    session.interactive = options.commands.empty() && !options.script &&
+                          isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0;
+    session.bail = !session.interactive;
+    session.style.mode = options.mode;
+    session.style.terminal = isatty(STDOUT_FILENO) != 0;
     std::string error;
     if (!session.open(options.database, options.library, error)) {
         fprintf(stderr, "quorelsql: %s\n", error.c_str());
         return 1;
     }
     host::catch_signals(session.db, !session.interactive);
-    const int status = run(session, options);
+    const bool failed = run(session, options) == host::Ran::Failed || session.failed;
+    return failed && !session.interactive ? 1 : 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    host::start_program();
+    std::set_new_handler(give_up);
+    const host::Options options = host::parse_options(argc, argv);
+    use_utf8();
+    const int status = options.exit ? *options.exit : run_with(options);
     if (fflush(stdout) == 0 && ferror(stdout) == 0) return status;
     perror("quorelsql: cannot write");
     return 1;

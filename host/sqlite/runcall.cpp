@@ -32,7 +32,8 @@ using OwnedValue = std::unique_ptr<sqlite3_value, ValueDeleter>;
 class CallRun {
   public:
     CallRun(Session& session, std::string_view text, StatementError& error)
-        : _session(session), _text(text), _error(error) {}
+        : _session(session), _text(text), _error(error),
+          _bytes(session.style.cuts() ? blob_head : std::string::npos) {}
 
     bool run() {
         return parse_call(_text, _call, _error) && _find_procedure() && _number_arguments() &&
@@ -134,7 +135,7 @@ bool CallRun::_evaluate(Given& given) {
         return _fail("there are no variables here; OUT parameters are not given, they are shown",
                      given.expression);
     if (code == SQLITE_OK) {
-        _session.progress.begin("evaluating an argument", "Ctrl-C cancels", Progress::Place::Edge);
+        _session.progress.begin("evaluating an argument", cancel_hint(sql), Progress::Place::Edge);
         const bool row = sqlite3_step(raw) == SQLITE_ROW;
         _session.progress.end();
         if (row) return _copy_value(given, sqlite3_column_value(raw, 0));
@@ -192,7 +193,7 @@ bool CallRun::_run_procedure() {
     leave_echoed_line();
     if (!frame.warning().empty())
         fprintf(stderr, "quorelsql: warning: %s\n", display_text(frame.warning()).c_str());
-    show_call_result(*_procedure, frame, _bytes);
+    show_call_result(_session.style, *_procedure, frame, _bytes);
     return true;
 }
 

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <limits>
 
-#include "host/sqlite/display.h"
+#include "host/procedures.h"
 #include "host/sqlite/interrupt.h"
-#include "host/sqlite/table.h"
+#include "host/sqlite/rowprinter.h"
 
 namespace host {
 
@@ -18,33 +18,46 @@ std::vector<std::string> column_names(sqlite3_stmt* statement) {
     return names;
 }
 
-std::vector<Cell> current_row(sqlite3_stmt* statement) {
-    std::vector<Cell> row;
-    for (int i = 0; i < sqlite3_column_count(statement); ++i) {
-        const int type = sqlite3_column_type(statement, i);
-        row.push_back(
-            {display_column(statement, i), type == SQLITE_INTEGER || type == SQLITE_FLOAT});
-    }
+std::vector<Field> current_row(sqlite3_stmt* statement) {
+    std::vector<Field> row(static_cast<std::size_t>(sqlite3_column_count(statement)));
+    for (std::size_t i = 0; i < row.size(); ++i) row[i] = field_of(statement, static_cast<int>(i));
     return row;
 }
 
 bool print_rows(Session& session, sqlite3_stmt* statement) {
-    Table table(stdout, column_names(statement));
-    table.before_print = [&session] {
-        session.progress.end();
-        leave_echoed_line();
-    };
+    const std::unique_ptr<RowPrinter> rows =
+        make_row_printer(session.style, stdout, column_names(statement), [&session] {
+            session.progress.end();
+            leave_echoed_line();
+        });
     int code = sqlite3_step(statement);
-    for (; code == SQLITE_ROW; code = sqlite3_step(statement)) table.add(current_row(statement));
+    for (; code == SQLITE_ROW; code = sqlite3_step(statement)) {
+        const std::vector<Field> row = current_row(statement);
+        // A text that could not be converted would be shown as an empty one.
+        if (sqlite3_errcode(session.db) == SQLITE_NOMEM) break;
+        rows->add(row);
+    }
     if (code != SQLITE_DONE) {
-        table.abandon();
+        rows->abandon();
         return false;
     }
-    if (sqlite3_column_count(statement) > 0) table.finish();
+    if (sqlite3_column_count(statement) > 0) rows->finish();
     return true;
 }
 
 }  // namespace
+
+// What a schema calls is refused, so all that a statement can call stands in its text.
+std::string cancel_hint(std::string_view sql) {
+    const std::string text(sql);
+    const bool reachable =
+        std::none_of(procedures().begin(), procedures().end(), [&text](const Procedure& procedure) {
+            const std::string anywhere = "%" + std::string(procedure.name) + "%";
+            return !procedure.cancellable &&
+                   sqlite3_strlike(anywhere.c_str(), text.c_str(), 0) == 0;
+        });
+    return reachable ? "Ctrl-C cancels" : "";
+}
 
 StatementError sqlite_error(sqlite3* db, std::size_t skip) {
     const auto offset = static_cast<std::size_t>(std::max(sqlite3_error_offset(db), 0));
@@ -66,7 +79,7 @@ bool run_sql(Session& session, std::string_view sql, StatementError& error) {
     }
     if (statement == nullptr) return true;
 
-    session.progress.begin("running", "Ctrl-C cancels", Progress::Place::Edge);
+    session.progress.begin("running", cancel_hint(sql), Progress::Place::Edge);
     const bool done = print_rows(session, statement.get());
     session.progress.end();
     if (!done) error = sqlite_error(session.db);

@@ -28,8 +28,8 @@ void report(const Statement& statement, const std::string& source, const Stateme
 }
 
 Ran run(Session& session, const std::string& text, StatementError& error) {
-    if (text.starts_with('.')) {
-        const DotResult result = run_dot_command(text, error.message);
+    if (is_dot_command(text)) {
+        const DotResult result = run_dot_command(session, text, error.message);
         if (result == DotResult::Quit) return Ran::Quit;
         return result == DotResult::Done ? Ran::Done : Ran::Failed;
     }
@@ -51,7 +51,8 @@ Ran run_statement(Session& session, const Statement& statement, const std::strin
     fflush(stdout);
     StatementError error;
     const Ran ran = run(session, statement.text, error);
-    if (ran == Ran::Failed) report(statement, source, error);
+    if (ran == Ran::Failed) session.failed = true;
+    if (!error.message.empty()) report(statement, source, error);
     fflush(stdout);
     return ran;
 }

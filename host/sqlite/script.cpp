@@ -16,12 +16,15 @@ namespace host {
 
 namespace {
 
+// How deep .read goes: a script may read itself.
+constexpr int most_scripts_inside = 20;
+
 // The statements of one source, which arrive in parts.
 class Script {
   public:
     Script(Session& session, std::string source) : _session(session), _source(std::move(source)) {}
 
-    // False when the script is over: a statement failed or said .quit.
+    // False when the script is over.
     bool feed(std::string_view lines) {
         _splitter.add(lines);
         while (const std::optional<Statement> statement = _splitter.next())
@@ -29,10 +32,10 @@ class Script {
         return true;
     }
 
-    int finish() {
-        if (_over) return _status;
+    Ran finish() {
+        if (_over) return _result;
         if (const std::optional<Statement> statement = _splitter.rest()) _run(*statement);
-        return _status;
+        return _result;
     }
 
   private:
@@ -40,8 +43,9 @@ class Script {
         const Ran ran = run_statement(_session, statement, _source);
         if (ran == Ran::Done && interrupted())
             fprintf(stderr, "quorelsql: %s:%zu: interrupted\n", _source.c_str(), statement.line);
-        _status = ran == Ran::Failed || interrupted() ? 1 : 0;
-        _over = _status != 0 || ran == Ran::Quit;
+        if (ran == Ran::Quit || ran == Ran::Failed) _result = ran;
+        if (interrupted()) _result = Ran::Failed;
+        _over = ran == Ran::Quit || interrupted() || (ran == Ran::Failed && _session.bail);
         return !_over;
     }
 
@@ -49,13 +53,13 @@ class Script {
     const std::string _source;
     StatementSplitter _splitter;
     bool _over = false;
-    int _status = 0;
+    Ran _result = Ran::Done;
 };
 
 // Says so, with errno's reason.
-int fail_to_read_standard_input() {
+Ran fail_to_read_standard_input() {
     fprintf(stderr, "quorelsql: cannot read standard input: %s\n", strerror(errno));
-    return 1;
+    return Ran::Failed;
 }
 
 // Standard input as a stream of our own. In its place comes an empty one, so that a command which
@@ -73,25 +77,34 @@ FILE* take_standard_input() {
 
 }  // namespace
 
-int run_command(Session& session, const std::string& sql) {
-    Script script(session, "-c");
-    script.feed(sql);
-    return script.finish();
+Ran run_commands(Session& session, const std::vector<std::string>& commands) {
+    Ran result = Ran::Done;
+    for (std::size_t i = 0; i < commands.size(); ++i) {
+        Script script(session, commands.size() == 1 ? "-c" : "-c " + std::to_string(i + 1));
+        script.feed(commands[i]);
+        const Ran ran = script.finish();
+        if (ran != Ran::Done) result = ran;
+        if (ran == Ran::Quit || interrupted() || (ran == Ran::Failed && session.bail)) break;
+    }
+    return result;
 }
 
-int run_script_file(Session& session, const std::string& file) {
+Ran run_script_file(Session& session, const std::string& file, std::string& error) {
     FileBytes text;
-    std::string error;
-    if (!text.read(file, error)) {
-        fprintf(stderr, "quorelsql: %s\n", error.c_str());
-        return 1;
+    if (!text.read(file, error)) return Ran::Failed;
+    if (session.scripts_inside == most_scripts_inside) {
+        error = file + ": scripts run scripts too deep";
+        return Ran::Failed;
     }
+    ++session.scripts_inside;
     Script script(session, file);
     script.feed(text.view());
-    return script.finish();
+    const Ran result = script.finish();
+    --session.scripts_inside;
+    return result;
 }
 
-int run_standard_input(Session& session) {
+Ran run_standard_input(Session& session) {
     FILE* in = take_standard_input();
     if (in == nullptr) return fail_to_read_standard_input();
     Script script(session, "standard input");
@@ -101,10 +114,10 @@ int run_standard_input(Session& session) {
     for (ssize_t length = 0; !over && (length = getline(&line, &size, in)) > 0;)
         over = !script.feed({line, static_cast<std::size_t>(length)});
     // What cannot be read to its end has no statement that is whole.
-    const int status = !over && feof(in) == 0 ? fail_to_read_standard_input() : script.finish();
+    const Ran result = !over && feof(in) == 0 ? fail_to_read_standard_input() : script.finish();
     free(line);
     fclose(in);
-    return status;
+    return result;
 }
 
 }  // namespace host

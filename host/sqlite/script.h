@@ -4,17 +4,21 @@
 /// Statements that nobody types: from the command line, a file, or standard input.
 
 #include <string>
+#include <vector>
 
+#include "host/sqlite/runstatement.h"
 #include "host/sqlite/session.h"
 
 namespace host {
 
-/// Each runs statement by statement, stops at the first one that fails or at Ctrl-C, and returns
-/// the program's exit status: 0 or 1.
-int run_command(Session& session, const std::string& sql);
-int run_script_file(Session& session, const std::string& file);
+/// Each runs statement by statement, up to one that says .quit, to Ctrl-C, or, where the session
+/// says `bail`, to the first one that fails. Failed when any of them did, and when it was
+/// interrupted.
+Ran run_commands(Session& session, const std::vector<std::string>& commands);
+/// A sentence in `error` where the file itself is the reason.
+Ran run_script_file(Session& session, const std::string& file, std::string& error);
 /// Commands that the script runs find their standard input empty.
-int run_standard_input(Session& session);
+Ran run_standard_input(Session& session);
 
 }  // namespace host
 

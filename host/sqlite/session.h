@@ -10,6 +10,7 @@
 
 #include "host/library.h"
 #include "host/sqlite/progress.h"
+#include "host/sqlite/rowprinter.h"
 
 namespace host {
 
@@ -30,6 +31,10 @@ class Session {
     sqlite3* db = nullptr;
     std::int32_t connection = 0;  ///< the number that procedures know this connection by
     bool interactive = false;     ///< a person types the statements
+    OutputStyle style;
+    bool bail = true;        ///< what comes in a file or on the command line ends with an error
+    bool failed = false;     ///< a statement has failed
+    int scripts_inside = 0;  ///< how deep .read is in scripts of scripts
     Progress progress;
 };
 

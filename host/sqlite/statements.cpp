@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "host/sqlite/dotcommands.h"
 #include "host/sqlite/sqltext.h"
 
 namespace host {
@@ -37,7 +38,8 @@ void StatementSplitter::clear() {
 }
 
 std::optional<std::size_t> StatementSplitter::_find_end() {
-    if (_text[_begin] == '.') return std::min(_text.find('\n', _begin), _text.size());
+    const std::size_t line_end = std::min(_text.find('\n', _begin), _text.size());
+    if (is_dot_command(std::string_view(_text).substr(_begin, line_end - _begin))) return line_end;
 
     while (_scanned < _text.size()) {
         if (!_closing.empty()) {

@@ -10,8 +10,8 @@
 
 namespace host {
 
-/// One statement, from its first byte that is no blank or comment to its semicolon. One that begins
-/// with a dot is a command to the shell and ends with its line instead.
+/// One statement, from its first byte that is no blank or comment to its semicolon. A
+/// command to the shell ends with its line instead.
 struct Statement {
     std::string text;
     std::size_t line = 1;  ///< where it begins in the whole stream

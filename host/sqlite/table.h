@@ -10,44 +10,39 @@
 
 #include <cstddef>
 #include <cstdio>
-#include <functional>
 #include <string>
-#include <string_view>
 #include <vector>
+
+#include "host/sqlite/rowprinter.h"
 
 namespace host {
 
-struct Cell {
-    std::string text;    ///< as display_text() makes it
-    bool right = false;  ///< numbers stand at the right
-};
-
 /// Prints as it goes: the first rows are held back to find the widths of the columns, later ones
-/// use those widths, so memory stays bounded whatever comes.
-class Table {
+/// use those widths, so memory stays bounded whatever comes. Without headings there is no count
+/// either.
+class Table : public RowPrinter {
   public:
-    /// `out` is not owned. `columns` are displayed as display_text() makes them.
-    Table(FILE* out, const std::vector<std::string>& columns);
+    Table(const OutputStyle& style, FILE* out, const std::vector<std::string>& columns,
+          std::function<void()> before_print);
 
-    /// Called once, before anything is printed.
-    std::function<void()> before_print;
-
-    void add(std::vector<Cell> row);
-
-    /// Prints what is held back and the count. Nothing may follow.
-    void finish();
-
-    /// In place of finish() when the rows ended with a failure: prints what is held back, if there
-    /// is any, without a count.
-    void abandon();
+    void add(std::span<const Field> row) override;
+    void finish() override;
+    void abandon() override;
 
   private:
+    struct Cell {
+        std::string text;
+        bool right = false;  // numbers stand at the right
+    };
     using Row = std::vector<Cell>;
 
     void _print_held();
-    void _print_row(const Row& row) const;
+    void _print_rule();
+    void _print_row(const Row& row);
+    static void _append_cell(std::string& line, const Cell& cell, std::size_t width, bool last);
 
-    FILE* _out;
+    const bool _headings;
+    const bool _cuts;
     Row _heading;
     std::vector<Row> _held;
     std::size_t _held_bytes = 0;

@@ -3,6 +3,7 @@
     extension_test.py EXTENSION LIBRARY QUORELSQL
 """
 import os
+import select
 import shutil
 import socket
 import sqlite3
@@ -14,6 +15,7 @@ import time
 import unittest
 
 from mailserver import Server
+from stubborn import STUBBORN
 
 EXTENSION, LIBRARY, QUORELSQL = (os.path.abspath(path) for path in sys.argv[1:4])
 os.environ["QUOREL_LIBRARY"] = LIBRARY
@@ -175,19 +177,24 @@ class Extension(unittest.TestCase):
         with open("/proc/self/maps") as maps:
             self.assertIn(EXTENSION, maps.read())
 
-    def test_interrupt_ends_a_command(self):
-        os.mkfifo(self.file)
+    def test_interrupt_ends_a_command_and_all_that_it_started(self):
         connection = connect()
+        out, command_out = os.pipe()
+        self.addCleanup(os.close, out)
+        os.set_inheritable(command_out, True)
 
         def interrupt_when_running():
-            open(self.file).close()
+            self.assertIn(b"pid", os.read(out, 100))
             connection.interrupt()
 
         thread = threading.Thread(target=interrupt_when_running)
         thread.start()
         with self.assertRaisesRegex(sqlite3.OperationalError, "^interrupted$"):
-            connection.execute("SELECT xp_cmdshell(?)", (f": > '{self.file}'; exec sleep 60",))
+            connection.execute("SELECT xp_cmdshell(?)", (f"exec >&{command_out}; {STUBBORN}",))
         thread.join()
+        os.close(command_out)
+        self.assertTrue(select.select([out], [], [], 60)[0], "none of them lives on")
+        self.assertEqual(os.read(out, 1), b"")
         self.assertEqual(connection.execute("SELECT xp_cmdshell('exit 4')").fetchone(), (4,))
         self.assertEqual(len(os.listdir("/proc/self/task")), 1, "no thread is left behind")
 

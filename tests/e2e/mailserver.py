@@ -6,11 +6,12 @@ from aiosmtpd.smtp import SMTP
 
 
 class Server:
-    """aiosmtpd on a loopback port, in a thread; keeps (sender, recipients, bytes) per message."""
+    """aiosmtpd on a loopback port, in a thread; keeps (sender, recipients, bytes) per message
+    and counts the QUITs."""
 
     def __init__(self, **options):
         self.messages = []
-        self.quits = 0  # clients that said it
+        self.quits = 0
         self.loop = asyncio.new_event_loop()
         self.server = self.loop.run_until_complete(self.loop.create_server(
             lambda: SMTP(self, loop=self.loop, **options), "127.0.0.1", 0))

@@ -2,6 +2,9 @@
 
     quorelsql_test.py QUORELSQL
 """
+import csv
+import io
+import json
 import os
 import signal
 import stat
@@ -14,12 +17,11 @@ from base64 import b64encode
 import pexpect
 
 from mailserver import Server
+from stubborn import STUBBORN
 
 QUORELSQL = os.path.abspath(sys.argv[1])
 PATIENCE = 60  # seconds until a test gives up; nothing waits that long when all is well
 UP, CTRL_A, CTRL_U = "\033[A", "\001", "\025"
-# A command that Ctrl-C at the terminal does not reach, so that only a real cancel ends it.
-STUBBORN = 'trap "" INT; echo pid $$; exec sleep 600'
 WRITTEN = "status 0: every byte was handed over; a regular file now has that size\n"
 
 # A background job ignores SIGINT, and so would the programs that it starts.
@@ -49,10 +51,10 @@ class Scratch(unittest.TestCase):
 
 
 class Batch(Scratch):
-    def run_sql(self, *arguments, stdin="", stdout=subprocess.PIPE):
+    def run_sql(self, *arguments, stdin="", stdout=subprocess.PIPE, **options):
         done = subprocess.run([QUORELSQL, *arguments], input=stdin, stdout=stdout, text=True,
                               stderr=subprocess.PIPE, cwd=self.folder, env=self.environment,
-                              timeout=PATIENCE)
+                              timeout=PATIENCE, **options)
         return done.returncode, done.stdout, done.stderr
 
     def test_shows_what_each_kind_of_procedure_hands_back(self):
@@ -92,6 +94,8 @@ class Batch(Scratch):
             ("CALL xp_write_file('a', content => 1)", "no parameter content; its parameters: .*contents"),
             ("CALL xp_cmdshell('a', 'b', 'c')", "too many arguments .* command, output"),
             ("CALL xp_cmdshell('a', command => 'b')", "command is given twice"),
+            ("CALL xp_sprintf('%s%s', 'a', value3 => 'c')", r"\(value2\) is NULL, .*value3 would be lost"),
+            ("SELECT xp_sprintf('%s%s', NULL, 'b')", r"\(value1\) is NULL, .*value2 would be lost"),
             ("CALL xp_scanf('a', 'b', value3 => 'c')", "value3.* is an OUT parameter"),
             ("CALL xp_sprintf(@out, '%s')", "no variables here"),
             ("CALL xp_read_file(b)", "no such column: b"),
@@ -167,6 +171,44 @@ class Batch(Scratch):
         self.assertEqual(self.run_sql("-c", 'SELECT [\033[31m]')[2],
                          "quorelsql: -c:1: no such column: \\x1b[31m\n")
 
+    def test_gives_programs_all_of_it_in_the_form_they_want(self):
+        script = "CREATE TABLE t(a); CREATE VIEW v AS SELECT 1; INSERT INTO t VALUES(zeroblob(50000));"
+        self.assertEqual(self.run_sql("a.db", "-c", script), (0, "", ""))
+        whole = f"x'{'00' * 50000}'"
+        self.assertIn(whole, self.run_sql("a.db", "-c", "SELECT a FROM t")[1], "a table in a pipe")
+        self.write("read", "x" * 40)
+        self.assertIn("78" * 40, self.run_sql("-c", "CALL xp_read_file('read')")[1])
+        for option, sql, rows in (
+                ("-json", "SELECT a FROM t", [{"a": whole}]),
+                ("-json", "CALL xp_cmdshell('exit 3')", [
+                    {"status": 3, "meaning": "the command ended with this exit status"}]),
+                ("-json", "CALL xp_scanf('é b', '%s %s')", [{"value1": "é", "value2": "b"}]),
+                ("-csv", "CALL xp_write_file('c', 'x')", [
+                    ["status", "meaning"], ["0", "the whole value was written"]]),
+                ("-csv", ".headers off\nSELECT a, NULL FROM t", [[whole, ""]])):
+            status, out, error = self.run_sql("a.db", option, "-c", sql)
+            read = json.loads if option == "-json" else lambda text: [*csv.reader(io.StringIO(text))]
+            self.assertEqual((status, read(out), error), (0, rows, ""), sql)
+        self.assertEqual(self.run_sql("a.db", "-c", ".tables", "-c", ".schema T", "-c", ".mode line",
+                                      "-c", "SELECT 1 AS a, 2 AS bb", "-c", "quit", "-c", "x"), (
+            0, "t\nv\nCREATE TABLE t(a);\n a = 1\nbb = 2\n", ""))
+
+    def test_scripts_run_scripts_and_may_go_on_after_an_error(self):
+        self.write("inner.sql", "SELEC;\n.print inner\n")
+        self.write("outer.sql", ".print outer\n.read inner.sql\n.print on\n")
+        self.write("self.sql", ".read self.sql\n")
+        syntax = 'inner.sql:1: near "SELEC": syntax error\n'
+        for arguments, expected in (
+                (["outer.sql"], (1, "outer\n", "quorelsql: " + syntax)),
+                (["-c", ".bail off", "-c", ".read outer.sql"],
+                 (1, "outer\ninner\non\n", "quorelsql: " + syntax)),
+                (["-c", ".read none"],
+                 (1, "", "quorelsql: -c:1: cannot read none: No such file or directory\n")),
+                (["self.sql"], (1, "", "quorelsql: self.sql:1: self.sql: scripts run scripts too deep\n")),
+                (["-c", ".mode box"],
+                 (1, "", "quorelsql: -c:1: the modes are table, line, csv, json\n"))):
+            self.assertEqual(self.run_sql(*arguments), expected, arguments)
+
     def test_keeps_a_database_file_which_cannot_reach_the_procedures(self):
         script = "CREATE VIEW v AS SELECT xp_cmdshell('echo owned');"
         self.assertEqual(self.run_sql("a.db", "-c", script), (0, "", ""))
@@ -181,14 +223,9 @@ class Batch(Scratch):
         for call in "xp_read_file((SELECT name FROM t))", "xp_write_file('./a.db', 'x')":
             status, out, error = self.run_sql("a.db", "-c", f"CALL {call}")
             self.assertEqual((status, out), (1, ""))
-<<<<<<< HEAD
-            self.assertRegex(error, "this connection's open database; copy it with VACUUM INTO")
+            self.assertRegex(error, "an open database's; copy a database with VACUUM INTO")
         self.environment["QUORELSQL"] = QUORELSQL
         writer = """'"$QUORELSQL" a.db -c ''DELETE FROM t'''"""
-=======
-            self.assertRegex(error, "an open database's; copy a database with VACUUM INTO")
-        writer = f"'{QUORELSQL}' a.db -c 'DELETE FROM t'"
->>>>>>> hosts1
         self.assertEqual(self.run_sql("a.db", "-c", f"""
             CALL xp_cmdshell((SELECT replace({writer}, 'a.db', name) FROM t))"""),
                          (0, "status 0: the command succeeded\n", ""))
@@ -197,7 +234,7 @@ class Batch(Scratch):
         self.assertIn("--lib FILE", self.run_sql("--help")[1])
         self.assertRegex(self.run_sql("--version")[1], r"\Aquorelsql \d+\.\d+\.\d+ \(SQLite 3")
         for arguments, message in ((["-z"], "unknown option -z"), (["--frob"], "unknown option --frob"),
-                                   (["-c"], "-c needs a value"), (["a", "b", "c"], "too many names"),
+                                   (["-c"], "-c needs a value"), (["-jsn"], "unknown option -jsn"), (["a", "b", "c"], "too many names"),
                                    (["-c", "SELECT 1", "a.sql"], "not both")):
             status, out, error = self.run_sql(*arguments)
             self.assertEqual((status, out), (2, ""))
@@ -207,9 +244,16 @@ class Batch(Scratch):
         self.assertRegex(error, "cannot load ./none.so: .*name its file with --lib")
 
     def test_notices_that_its_output_is_lost(self):
-        with open("/dev/full", "w") as full:
-            status, _, error = self.run_sql("-c", "SELECT 1", stdout=full)
-        self.assertEqual((status, error), (1, "quorelsql: cannot write: No space left on device\n"))
+        for arguments in ["-c", "SELECT 1"], ["-c", ".help"], ["--help"], ["--version"]:
+            with open("/dev/full", "w") as full:
+                status, _, error = self.run_sql(*arguments, stdout=full)
+            self.assertEqual((status, error),
+                             (1, "quorelsql: cannot write: No space left on device\n"), arguments)
+
+    def test_waits_for_its_command_though_its_parent_ignores_children(self):
+        ignore = lambda: signal.signal(signal.SIGCHLD, signal.SIG_IGN)
+        self.assertEqual(self.run_sql("-c", "CALL xp_cmdshell('exit 3')", preexec_fn=ignore)[1],
+                         "status 3: the command ended with this exit status\n")
 
     def test_an_interrupt_ends_the_command_and_the_script(self):
         for statement, shown in (("CALL", "cancelled; status 2: .*"), ("SELECT", "")):
@@ -239,7 +283,8 @@ class Batch(Scratch):
                     continue
                 pid = int(shell.stdout.readline().split()[1])
                 shell.send_signal(ending)
-                self.assertEqual(shell.wait(PATIENCE), -ending, call)
+                shell.communicate(timeout=PATIENCE)
+                self.assertEqual(shell.returncode, -ending, call)
                 self.assert_gone(pid)
 
 
@@ -335,7 +380,7 @@ class Terminal(Scratch):
                 with open(self.path("pipe"), "wb") as pipe:
                     pipe.write(bytes(3 << 20))
                     pipe.flush()
-                    shell.expect(what + r": 3\.0 MiB, \d+\.\d s")
+                    shell.expect(what + r": 3\.0 MiB, \d+\.\d s *[\r\033]")  # no word of Ctrl-C
                 shell.expect(answer)
             for statement, what in (("CALL", "xp_cmdshell"), ("SELECT", "running")):
                 shell.sendline(f"{statement} xp_cmdshell('read line <pipe');")
@@ -343,6 +388,25 @@ class Terminal(Scratch):
                 open(self.path("pipe"), "w").close()
                 shell.expect(self.PROMPT)
             self.leave(shell)
+
+    def test_promises_no_ctrl_c_to_who_ignores_it(self):
+        os.mkfifo(self.path("pipe"))
+        shell = self.start(preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_IGN))
+        shell.sendline("CALL xp_cmdshell('read line <pipe');")
+        shell.expect(r"xp_cmdshell: \d+\.\d s *[\r\033]")
+        open(self.path("pipe"), "w").close()
+        shell.expect(self.PROMPT)
+        self.leave(shell)
+
+    def test_understands_the_words_of_other_shells_and_hides_nothing(self):
+        for word in "quit", "EXIT;", "\\q", ".exit":
+            shell = self.start()
+            self.ask(shell, "help", "A statement ends")
+            for mode in "table", "line", "csv", "json":
+                self.ask(shell, f".mode {mode}\rSELECT char(0x202e) AS x;", r".*\\u202e")
+            self.ask(shell, f".mode table\rSELECT zeroblob(17);", r"x'0{32}…' \(17 bytes\)")
+            shell.sendline(word)
+            shell.expect(pexpect.EOF)
 
     def test_works_without_a_terminal_description(self):
         del self.environment["TERM"]

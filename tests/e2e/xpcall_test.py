@@ -10,6 +10,9 @@ import sys
 import tempfile
 import unittest
 
+from mailserver import Server
+from stubborn import STUBBORN
+
 XPCALL, LIBRARY = (os.path.abspath(path) for path in sys.argv[1:3])
 
 # A background job ignores SIGINT, and so would the programs that it starts.
@@ -23,13 +26,13 @@ class Xpcall(unittest.TestCase):
         self.folder = folder.name
         self.environment = {**os.environ, "QUOREL_LIBRARY": LIBRARY}
 
-    def start(self, *arguments):
+    def start(self, *arguments, stdout=subprocess.PIPE, **options):
         return subprocess.Popen([XPCALL, *arguments], cwd=self.folder, env=self.environment,
-                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+                                stdout=stdout, stderr=subprocess.PIPE, **options)
 
-    def check(self, arguments, status, output, note=b""):
+    def check(self, arguments, status, output, note=b"", **options):
         """`output` is standard output to the byte, `note` a pattern for all of standard error."""
-        process = self.start(*arguments)
+        process = self.start(*arguments, **options)
         out, err = process.communicate(timeout=60)
         self.assertEqual(out, output, arguments)
         self.assertRegex(err, b"(?s)^" + note + b"$", arguments)
@@ -75,7 +78,7 @@ class Xpcall(unittest.TestCase):
             file.truncate(1 << 40)  # no block of it exists
         for arguments, note in (
                 (["xp_write_file", "f", "@huge"], b"xpcall: huge is too large for this ..-bit program\n"),
-                ([], b"xpcall calls one procedure.*"),
+                ([], b"xpcall calls procedures.*"),
                 (["--piece", "0", "xp_cmdshell", "true"], b"xpcall: --piece takes a number.*"),
                 (["--colour"], b".*Try xpcall --help.\n"),
                 (["xp_nothing"], b"xpcall: there is no procedure xp_nothing .xpcall --list shows all.\n"),
@@ -83,6 +86,10 @@ class Xpcall(unittest.TestCase):
                 (["xp_write_file", "f"], b"xpcall: xp_write_file: parameter 2 .contents. is missing;.*"),
                 (["xp_read_file", "f", "g"], b"xpcall: .* takes 1 parameter, there is no parameter 2\n"),
                 (["xp_sprintf", "%s", "a"], b"xpcall: .* is an OUT parameter; write out in .*"),
+                (["xp_sprintf", "out", "%s", "a", "null", "b"],
+                 b"xpcall: xp_sprintf: parameter 4 .value2. is NULL, .*: value3 would be lost; .*"),
+                (["--calls", "xp_cmdshell", "touch f", "+"], b"xpcall: a call is missing.*"),
+                (["--calls", "xp_cmdshell", "touch f", "+", "xp_no"], b"xpcall: .*no procedure xp_no.*"),
                 (["xp_read_file", "out"], b"xpcall: argument 1 .* is not an OUT parameter; .*"),
                 (["xp_write_file", "f", "@missing"], b"xpcall: cannot read missing: No such file.*"),
                 (["xp_cmdshell", "int:1.5"], b"xpcall: int: takes a whole number.*"),
@@ -90,18 +97,55 @@ class Xpcall(unittest.TestCase):
                  b"xpcall: cannot load /missing.so: .*; build it with tools/demo or name it with --lib\n")):
             self.check(arguments, 2, b"", note)
 
-    def test_control_c_cancels_the_running_command(self):
-        process = self.start("xp_cmdshell", "echo running; exec sleep 60")
-        self.assertEqual(process.stdout.readline(), b"running\n")
-        process.send_signal(signal.SIGINT)
-        out, err = process.communicate(timeout=30)
-        self.assertRegex(out, rb"^status 2: .* was killed, .*\n$")
-        self.assertEqual(err, b"cancelled\n")
-        self.assertEqual(process.returncode, 1)
+    def test_a_signal_cancels_the_running_command_with_all_that_it_started(self):
+        for ending in signal.SIGINT, signal.SIGTERM, signal.SIGHUP:
+            process = self.start("--calls", "xp_cmdshell", STUBBORN, "+", "xp_cmdshell", "echo on")
+            self.assertRegex(process.stdout.readline(), b"^pid")
+            process.send_signal(ending)
+            out, err = process.communicate(timeout=30)  # until the last of them has ended
+            self.assertRegex(out, rb"^status 2: .* was killed, .*\n$")
+            self.assertEqual((process.returncode, err), (1, b"cancelled\n"))
+
+    def test_several_calls_share_a_session_and_end_with_the_first_that_fails(self):
+        server = Server()
+        self.addCleanup(server.close)
+        # A session that was started leaves a small record behind by design.
+        self.environment["ASAN_OPTIONS"] = "detect_leaks=0"
+        start = ["--calls", "xp_startsmtp", "ann@a.test", "127.0.0.1", f"int:{server.port}", "+"]
+        opened, sent = b"status 0: the session is open\n", b"status 0: the mail server took .*\n"
+        for number, more in enumerate((
+                (["xp_stopsmtp"], 0, b"status 0: the session is closed\n"),
+                (["xp_cmdshell", "exit 3", "+", "xp_read_file", "file"], 1, b"status 3: .*\n"),
+                (["xp_write_file", "file", "@none", "+", "xp_read_file", "file"], 2, b""))):
+            rest, status, output = more
+            process = self.start(*start, "xp_sendmail", "bob@b.test", "text:+", "+", *rest)
+            out, _ = process.communicate(timeout=60)
+            self.assertRegex(out, b"^" + opened + sent + output + b"$", rest)
+            self.assertEqual(process.returncode, status, rest)
+            self.assertEqual(len(server.messages), number + 1)
+            self.assertEqual(server.quits, number + 1, "a session that was left open is stopped")
+        self.check(["xp_sprintf", "out", "%s%s", "+", "a"], 0, b"text = +a\n")
+
+    def test_waits_for_its_command_though_its_parent_ignores_children(self):
+        self.check(["xp_cmdshell", "exit 3"], 1, b"status 3: the command ended with this exit status\n",
+                   preexec_fn=lambda: signal.signal(signal.SIGCHLD, signal.SIG_IGN))
+
+    def test_notices_that_its_output_is_lost(self):
+        for arguments in ["--help"], ["--list"], ["xp_cmdshell", "true"]:
+            with open("/dev/full", "w") as full:
+                self.check(arguments, 1, None, b"xpcall: cannot write to standard output: No space.*",
+                           stdout=full)
+        server = Server()
+        self.addCleanup(server.close)
+        self.environment["ASAN_OPTIONS"] = "detect_leaks=0"
+        self.check(["--calls", "xp_startsmtp", "ann@a.test", "127.0.0.1", f"int:{server.port}", "+",
+                    "xp_sendmail", "bob@b.test"], 1, None, b"xpcall: cannot write .* Bad file .*",
+                   stdout=None, preexec_fn=lambda: os.close(1))
+        self.assertEqual(server.messages, [])
 
     def test_a_signal_ends_what_cannot_be_cancelled(self):
         os.mkfifo(os.path.join(self.folder, "pipe"))
-        process = self.start("xp_read_file", "pipe")
+        process = self.start("--calls", "xp_cmdshell", "true", "+", "xp_read_file", "pipe")
         with open(os.path.join(self.folder, "pipe"), "wb"):
             process.send_signal(signal.SIGTERM)
             self.assertEqual(process.wait(timeout=60), -signal.SIGTERM)

@@ -63,6 +63,8 @@ TEST(StatementSplitter, cuts_at_the_semicolons_that_end_a_statement) {
           "2:SELECT 2;"}},
         {".help it's; odd\nSELECT 1;", {"1:.help it's; odd", "2:SELECT 1;"}},
         {"CALL a('x;'); .quit", {"1:CALL a('x;');", "1:.quit"}},
+        {"help\nQuit ;\n\\q; SELECT 1\nexit", {"1:help", "2:Quit ;", "3:\\q; SELECT 1", "4:exit"}},
+        {"SELECT\nquit\nFROM exit; help;", {"1:SELECT\nquit\nFROM exit;", "3:help;"}},
         {"SELECT 'open;\n", {"1:SELECT 'open;\n"}},
         {"-- nothing\n  /* at all */ ", {}},
         {";;", {"1:;", "1:;"}},
