@@ -1,6 +1,7 @@
 #include "kovcert/tlssession.h"
 
 #include <new>
+#include <optional>
 
 #include "utils/unix/timelib.h"
 
@@ -11,19 +12,18 @@ namespace {
 class Patience {
   public:
     void begin() {
-        if (!_start.is_valid()) _start.sample();
+        if (!_start) _start = a_timer_tick::now();
     }
 
     // A clock that goes backwards leaves all the time in the world.
     bool exhausted() const {
         constexpr uint64 limit_in_ms = 31000;
-        a_timer_tick now;
-        now.sample();
-        return now >= _start && (now - _start).milliSeconds() >= limit_in_ms;
+        const a_timer_tick now = a_timer_tick::now();
+        return now >= *_start && (now - *_start).milliSeconds() >= limit_in_ms;
     }
 
   private:
-    a_timer_tick _start;
+    std::optional<a_timer_tick> _start;
 };
 
 }  // namespace

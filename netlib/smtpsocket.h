@@ -59,7 +59,7 @@ class SMTPSocket final : public TimedSocket {
     int recv(char* buf, unsigned int len) override {
         push();
         if (_reads++ == 0 || !hasTimeout()) return TimedSocket::recv(buf, len);
-        if (_reads == 2) _first_read.sample();
+        if (_reads == 2) _first_read = a_timer_tick::now();
         const int32 left = time_left();
         if (left == 0) {
             _overdue = true;
@@ -115,8 +115,7 @@ class SMTPSocket final : public TimedSocket {
         return _segment_size;
     }
     int32 time_left() const {
-        a_timer_tick now;
-        now.sample();
+        const a_timer_tick now = a_timer_tick::now();
         const uint64 passed = now < _first_read ? 0 : (now - _first_read).milliSeconds();
         const auto limit = static_cast<uint64>(_reply_timeout);
         return static_cast<int32>(limit - std::min(passed, limit));

@@ -1,6 +1,7 @@
 #include "netlib/timedsocket.h"
 
 #include <cerrno>
+#include <optional>
 
 #include "netlib/ipaddress.h"
 
@@ -29,7 +30,7 @@ a_bool stop_at_once(void*) {
 // that found the socket not ready: reading it costs as much as the attempt.
 template <class Operation>
 int TimedSocket::_until_timeout(int8 rw_flag, Operation operation) {
-    a_timer_tick start;
+    std::optional<a_timer_tick> start;
     _timed_out = false;
     a_socket_wait_code wait = SOCKET_WAIT_IDLE;
     while (wait == SOCKET_WAIT_OK || wait == SOCKET_WAIT_IDLE) {
@@ -37,10 +38,10 @@ int TimedSocket::_until_timeout(int8 rw_flag, Operation operation) {
         const int result = operation();
         if (result != -1) return result;
         if (!worth_waiting(_peek_error())) return -1;
-        if (!start.is_valid()) start.sample();
+        if (!start) start = a_timer_tick::now();
         // A socket that is ready again and again and yet refuses never comes to an idle slice.
-        if (wait == SOCKET_WAIT_OK && _past_timeout(start)) return -1;
-        wait = _wait_for_activity(rw_flag, start);
+        if (wait == SOCKET_WAIT_OK && _past_timeout(*start)) return -1;
+        wait = _wait_for_activity(rw_flag, *start);
     }
     return -1;
 }

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -153,13 +154,13 @@ int unix_poll(pollfd* fds, nfds_t count, int timeout_in_ms) {
         errno = EBADF;
         return -1;
     }
-    a_timer_tick start;
+    std::optional<a_timer_tick> start;
     int left_in_ms = timeout_in_ms;
     return repeat_interrupted([&] {
         const int ready = poll(fds, count, left_in_ms);
         if (ready == -1 && timeout_in_ms > 0) {
-            if (!start.is_valid()) start.sample();
-            const auto passed = static_cast<int64>(elapsed_since(start).milliSeconds());
+            if (!start) start = a_timer_tick::now();
+            const auto passed = static_cast<int64>(elapsed_since(*start).milliSeconds());
             left_in_ms = static_cast<int>(std::max<int64>(timeout_in_ms - passed, 0));
         }
         return ready;

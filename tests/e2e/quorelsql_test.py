@@ -108,7 +108,7 @@ class Batch(Scratch):
              r"parameter 1 \(recipient\) takes bare addresses, without < and >"),
             ("SELECT xp_startsmtp('a@a.test', 'h', 25, 60, NULL, 'u', 'p')",
              r"parameter 7 \(auth_password\) would cross the network in the clear"),
-            (".raw", ".raw takes on or off"),
+            (".raw", "say on or off"),
             (".frob", "no command .frob; .help lists them"),
             (".help xp_scan", "did you mean xp_scanf?"),
         ):
@@ -184,7 +184,7 @@ class Batch(Scratch):
                     {"status": 3, "meaning": "the command ended with this exit status"}]),
                 ("-json", "CALL xp_scanf('é b', '%s %s')", [{"value1": "é", "value2": "b"}]),
                 ("-csv", "CALL xp_write_file('c', 'x')", [
-                    ["status", "meaning"], ["0", "the whole value was written"]]),
+                    ["status", "meaning"], ["0", "every byte was handed over; a regular file now has that size"]]),
                 ("-csv", ".headers off\nSELECT a, NULL FROM t", [[whole, ""]])):
             status, out, error = self.run_sql("a.db", option, "-c", sql)
             read = json.loads if option == "-json" else lambda text: [*csv.reader(io.StringIO(text))]

@@ -69,6 +69,13 @@ class a_timer_tick final : public a_tick {
     /// Takes the current time.
     void sample();
 
+    /// The current time.
+    static a_timer_tick now() {
+        a_timer_tick tick;
+        tick.sample();
+        return tick;
+    }
+
     a_timer_tick operator+(const a_timer_tick& other) const {
         return moved_to(_tick + other._tick);
     }
