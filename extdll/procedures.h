@@ -45,14 +45,16 @@ an_extfn_proc xp_cmdshell;
 /// The mail procedures keep one session per connection number; calls without a number share a
 /// default session. Calls on one session take turns, those on different sessions do not wait for
 /// each other. Their status is one of a_mail_status (extdll/sendmail.h) or a_smtp_result
-/// (netlib/netsmtp.h).
+/// (netlib/netsmtp.h). 0 means that it was done; where memory ran out the status is 15, and the
+/// server has not received a part of anything as if it were the whole.
 ///
 /// xp_startsmtp(1 sender, 2 host, 3 port, 4 timeout in seconds, 5 sender_name, 6 auth_username,
 /// 7 auth_password, 8 trusted_cert, 9 cert_company, 10 cert_unit, 11 cert_name, 12 connection
 /// number) → 0: status. Defaults for NULL: sender "", port 25, timeout 60; without user or password
 /// no login; with a trusted_cert the session is secured by TLS. A timeout of 0 or less means no
 /// limit, and with a trusted_cert there is none whatever the timeout. Status 2 when one of the
-/// first seven cannot be read, for a NULL host, and when one of 8 … 11 can be read only in part.
+/// first seven cannot be read, for a NULL host, and when one of 8 … 11 can be read only in part,
+/// since what asked for TLS must not be lost.
 /// Without argument 12, or with NULL there, argument 8 is the connection number, whatever its type,
 /// and there is no TLS: a host always passes a number. A session that is open is closed first.
 an_extfn_proc xp_startsmtp;
@@ -60,7 +62,9 @@ an_extfn_proc xp_startsmtp;
 /// xp_sendmail(1 recipient, 2 subject, 3 cc_recipient, 4 bcc_recipient, 5 query, 6 message, 7 … 9,
 /// 10 include_file, 11 … 16, 17 type, 18, 19 content_type, 20 connection number) → 0: status. The
 /// first nineteen must exist; only values of EXTFN_TYPE_CHAR and EXTFN_TYPE_LONGCHAR count, others
-/// are as NULL. Recipients are separated by ";". Arguments 5, 7 … 9 and 11 … 18 have no effect.
+/// are as NULL. Recipients are separated by ";". Arguments 5, 7 … 9 and 11 … 18 have no effect. The
+/// include_file is opened before the server hears of the message: a file that cannot be read gives
+/// 12 and nothing is sent.
 an_extfn_proc xp_sendmail;
 
 /// xp_stopsmtp(1 connection number) → 0: status.

@@ -442,6 +442,27 @@ TEST(MailProcedures, without_a_mutex_nothing_starts_and_nothing_is_there) {
     EXPECT_EQ(nullptr, registry.FindState(7));
 }
 
+// In a process of its own, whose library ends.
+int end_of_the_library() {
+    FakeHost host;
+    give_int(host, 1, std::nullopt);
+    host.on_set = ut_end_lasting;  // too early: a call is running
+    EXPECT_EQ(0, status_of(host, xp_stopsmtp));
+    EXPECT_EQ(100, start(1, 7));
+    EXPECT_EQ(25, mail(7));
+    ut_end_lasting();
+    for (const std::optional<int32> cid : {std::optional<int32>(), std::optional(7)}) {
+        EXPECT_EQ(15, start(1, cid));
+        EXPECT_EQ(5, mail(cid));
+        EXPECT_EQ(3, stop(cid));
+    }
+    return testing::Test::HasFailure() ? 1 : 0;
+}
+
+TEST(MailProcedures, are_polite_after_the_end_of_the_library_and_put_it_off_before) {
+    EXPECT_EXIT(_exit(end_of_the_library()), testing::ExitedWithCode(0), "");
+}
+
 size_t entries(const char* path) {
     const std::filesystem::directory_iterator folder(path);
     return static_cast<size_t>(std::distance(begin(folder), end(folder)));
