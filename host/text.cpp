@@ -1,11 +1,11 @@
 #include "host/text.h"
 
-#include <strings.h>
+#include <algorithm>
 
 namespace host {
 
 bool same_name(std::string_view a, std::string_view b) {
-    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
+    return std::ranges::equal(a, b, {}, to_lower, to_lower);
 }
 
 }  // namespace host

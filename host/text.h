@@ -9,6 +9,12 @@
 
 namespace host {
 
+/// The lower-case letter of an ASCII letter; every other byte unchanged. Unlike tolower() it gives
+/// the same answer in every locale: in a Turkish one "I" has another small letter than "i".
+[[nodiscard]] constexpr char to_lower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
 /// Equality as SQL compares identifiers: ASCII letters without regard to case.
 [[nodiscard]] bool same_name(std::string_view a, std::string_view b);
 

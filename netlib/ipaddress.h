@@ -4,6 +4,7 @@
 /// The endpoint address of the network layer: an IPv4 or IPv6 socket address (RFC 791, RFC 4291)
 /// with its port and, for IPv6, its scope id, plus a flag that says whether it means anything.
 ///
+/// A null text or socket address gives an address that is not valid, a null buffer a false result.
 /// No operation reports an error code. Failure shows as isValid() false, a false result, 0 from
 /// getPortNumber() and getScopeId(), or -1 from the conversion to int.
 ///

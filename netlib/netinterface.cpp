@@ -24,10 +24,11 @@ a_bool SameBytes(const IPAddress& a, const IPAddress& b) {
 
 /// Writes a hardware address as pairs of hex digits with `sep` between them.
 a_bool HexText(const a_byte* bytes, a_bool last_first, const char* sep, char* buf, size_t len) {
+    if (buf == nullptr) return false;
     size_t used = 0;
     for (size_t i = 0; i < mac_bytes; ++i) {
         const a_byte byte = bytes[last_first ? mac_bytes - 1 - i : i];
-        const char* const before = i == 0 ? "" : sep;
+        const char* const before = i == 0 || sep == nullptr ? "" : sep;
         const int written = std::snprintf(buf + used, len - used, "%s%02x", before, byte);
         if (written < 0 || static_cast<size_t>(written) >= len - used) return false;
         used += static_cast<size_t>(written);
@@ -94,7 +95,7 @@ a_bool NetworkInterface::isSameEntry(const NetworkInterface& other) const {
 
 void NetworkInterface::setName(const char* name, size_t length) {
     length = std::min(length, sizeof _name - 1);
-    std::memcpy(_name, name, length);
+    if (length != 0) std::memcpy(_name, name, length);
     _name[length] = '\0';
 }
 

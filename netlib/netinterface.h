@@ -34,7 +34,7 @@ class NetworkInterface : public c_utils_link {
     /// The IPv4 broadcast address; for IPv6 the all-nodes address ff02::1 with the interface's
     /// scope id, or ::1 for loopback.
     IPAddress getBroadcastAddress() const { return _broadcast; }
-    /// The same as text (IPAddress::toString), with the scope id but without port.
+    /// The same as text (IPAddress::toString), with the scope id but without port; false for null.
     a_bool getIPAddress(char* buf, size_t buflen) const;
     a_bool getNetMask(char* buf, size_t buflen) const;
     a_bool getBroadcastAddress(char* buf, size_t buflen) const;
@@ -57,7 +57,7 @@ class NetworkInterface : public c_utils_link {
     // Identity and state
 
     const char* getName() const { return _name; }
-    /// At most 255 characters; more are cut.
+    /// At most 255 characters; more are cut. `name` is null with length 0 alone.
     void setName(const char* name, size_t length);
     const char* getDNSSuffix() const { return _dns_suffix; }
     /// The kernel's index; 0 when it has none.
@@ -79,8 +79,8 @@ class NetworkInterface : public c_utils_link {
     a_bool checkUpdateFlag() const { return _update_flag; }
 
     /// The six bytes of the hardware address in hex: last to first with ":" between them, or first
-    /// to last with `sep`. False when `buf` of `len` bytes is too small. The reader of this system
-    /// does not fetch hardware addresses: they are zero.
+    /// to last with `sep`, null for none. False when `buf` of `len` bytes is null or too small. The
+    /// reader of this system does not fetch hardware addresses: they are zero.
     a_bool getMACAddress(char* buf, size_t len) const;
     a_bool getMACAddressInTransOrder(char* buf, size_t len, const char* sep) const;
 

@@ -6,9 +6,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include <strings.h>
-
 #include "netlib/netsmtp.h"
+#include "utils/etc/utascii.h"
 #include "utils/locale/utlocale.h"
 
 namespace {
@@ -54,7 +53,7 @@ void append_part_header(Buffer& message, const char* content_type) {
     constexpr char own_header[] = "asis";
     if (content_type == nullptr) {
         message.append_all({"Content-Type: text/plain; charset=", ls_os_charset_label(), "\r\n"});
-    } else if (strncasecmp(content_type, own_header, sizeof own_header - 1) == 0) {
+    } else if (ut_equal_nocase(content_type, own_header, sizeof own_header - 1)) {
         return;
     } else {
         message.append_all({"Content-Type: ", content_type, ";\r\n"});

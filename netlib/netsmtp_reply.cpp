@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include <strings.h>
-
 #include "netlib/netsmtp.h"
+#include "utils/etc/utascii.h"
 
 namespace {
 
@@ -95,7 +94,7 @@ const char* SMTPClient::FindServerCapability(const char* name) const {
     if (_ehlo_responses == nullptr) return nullptr;
     const size_t length = std::strlen(name);
     for (char** entry = _ehlo_responses; *entry != nullptr; ++entry) {
-        if (strncasecmp(*entry, name, length) == 0) return *entry;
+        if (ut_equal_nocase(*entry, name, length)) return *entry;
     }
     return nullptr;
 }

@@ -47,7 +47,7 @@ Socket::Socket(SOCKET s, a_socket_type type, a_bool) {
 }
 
 a_bool Socket::init(int domain, int type, int protocol) {
-    _sock = unix_socket(domain, type, protocol);
+    _Hold(unix_socket(domain, type, protocol));
     if (_sock == -1) return false;
     _closed = false;
     _isv6 = domain == AF_INET6;
@@ -72,7 +72,7 @@ a_bool Socket::init(a_socket_type type, a_bool ipv6) {
 }
 
 a_bool Socket::init(SOCKET s, a_socket_type type, a_bool ipv6) {
-    _sock = s;
+    _Hold(s);
     _closed = false;
     _type = type;
     _isv6 = ipv6;
@@ -158,6 +158,10 @@ int Socket::select(a_bool& read, a_bool& write, uint32 timeout_in_us) {
     if (write) wanted.events |= POLLOUT;
     const int ready = unix_poll(&wanted, 1, static_cast<int>(timeout_in_us / 1000));
     if (ready == -1) return -1;
+    if ((wanted.revents & POLLNVAL) != 0) {
+        errno = EBADF;
+        return -1;
+    }
     if ((wanted.revents & POLLERR) != 0) {
         errno = EIO;  // SO_ERROR says more, unless another call has taken it already
         return -1;

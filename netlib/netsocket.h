@@ -7,8 +7,9 @@
 /// with the cause in getLastError(), and leaves the socket usable. Nothing is thrown.
 /// Descriptors are close-on-exec, interrupted calls are repeated, and a send to a peer that has
 /// gone fails with EPIPE without a signal (netlib/unixsocket.h).
+/// A socket that is closed, or was never opened, fails every operation with EBADF at once.
 /// Buffers, yield arguments and option values are the caller's and only looked at during the call;
-/// a null buffer goes with length 0 alone.
+/// a null buffer goes with length 0 alone. Lengths are at most INT_MAX, as results are counts.
 /// Threads: a socket object is used by one thread at a time; no operation locks.
 
 #include "netlib/unixsocket.h"
@@ -63,8 +64,8 @@ class Socket : public c_utils_link {
                                 void* arg);
     /// Ends one direction or, with any other value, both. Does not close.
     virtual void shutdown(a_socket_shutdown_flag flag);
-    /// Gives the descriptor back; later calls do nothing, and every other operation then fails
-    /// with EBADF. Copies keep the number, which the process may use anew: they must not be used.
+    /// Gives the descriptor back; later calls do nothing. Copies keep the number, which the process
+    /// may use anew: they must not be used, but for taking them out of a SelectList.
     virtual void close();
     /// An invalid address fails with EINVAL.
     virtual int bind(const IPAddress& ip);
@@ -90,7 +91,8 @@ class Socket : public c_utils_link {
     virtual int set_Nagle_algorithm(a_bool flag);
     /// What the last failed operation failed with, as an errno value; the type is ET_POSIX.
     virtual UTErrorCode getLastError();
-    /// As recv with IPAddress. `*fromlen` is the room at `from` and becomes the length stored.
+    /// As recv with IPAddress. `*fromlen` is the room at `from` and becomes the length stored; both
+    /// may be null, as may `to` below where the socket has a peer.
     virtual int recv(char* buf, unsigned int len, sockaddr_storage* from, socklen_t* fromlen);
     virtual int send(const char* buf, unsigned int len, const sockaddr_storage* to,
                      socklen_t tolen);
@@ -107,8 +109,8 @@ class Socket : public c_utils_link {
     /// Becomes a copy of `other`; always true.
     a_bool init(const Socket& other);
 
-    /// The same descriptor.
-    a_bool operator==(const Socket& other) const { return _sock == other._sock; }
+    /// The same descriptor; a socket that was closed is still known by the one that it had.
+    a_bool operator==(const Socket& other) const { return _known_as == other._known_as; }
 
     a_socket_type getType() const { return _type; }
     a_bool is_tcp() const { return _type == SOCK_TCP; }
@@ -116,12 +118,15 @@ class Socket : public c_utils_link {
     a_bool isIPv6() const { return _isv6; }
     a_bool is_closed() const { return _closed; }
     a_bool get_blocking_state() const { return _blocking; }
+    /// -1 when closed.
     SOCKET getSocket() const { return _sock; }
 
     /// Waits until the socket can do what `read` and `write` ask for; each stays true only if it
     /// was asked for and is possible. Returns 0 when the time passes without, -1 when waiting
     /// failed or the socket has an error pending: EIO, and the error itself in SO_ERROR. The time
     /// counts in whole milliseconds.
+    /// Kept: a connection that is hung up counts as 1, with neither true unless there is more to it
+    /// (what is left to read, the end of what was sent, or room).
     int select(a_bool& read, a_bool& write, uint32 timeout_in_us);
 
   protected:
@@ -137,9 +142,12 @@ class Socket : public c_utils_link {
     int _take_pending_error();
 
   private:
+    void _Hold(SOCKET s) { _sock = _known_as = s; }
     a_bool _wait_for_room();
     template <class Value>
     int _set_option(int level, int optname, const Value& value);
+
+    SOCKET _known_as = -1;  // the last descriptor held
 };
 
 using Socket_list = c_utils_list<Socket>;

@@ -57,7 +57,7 @@ a_bool Resolve(const char* text, IPAddress& ip, eAddressType type);
 /// The same, then sets the port of `ip` to `port`.
 a_bool Resolve(const char* text, uint16 port, IPAddress& ip, eAddressType type);
 /// Appends every address of `text` to `list`; the caller owns and deletes the entries, also those
-/// of a list that was not empty before.
+/// of a list that was not empty before. A failure leaves the list as it was.
 a_bool ResolveAll(const char* text, IPAddress_list& list, eAddressType type);
 
 /// Writes the host name of `ip` into `buf` of `buflen` bytes, terminated. False when `ip` is not
@@ -93,7 +93,7 @@ uint16 GetPortNumber(const char* str);
 
 /// Writes an address as text, terminated, into `buf` of `buflen` bytes: 192.0.2.7, 192.0.2.7:25,
 /// fe80::1%2, (fe80::1%2):25. False when the text does not fit; `buf` then holds the part that was
-/// written.
+/// written. An IPv4 or IPv6 address is read as its family says, whatever `salen` is.
 /// Kept: an IPv6 address with a port stands in parentheses, and only scope ids from 1 to 999 are
 /// written.
 a_bool AddressToString(const sockaddr_storage* sa, socklen_t salen, char* buf, size_t buflen,

@@ -1,5 +1,6 @@
 #include <cstring>
 #include <memory>
+#include <new>
 
 #include "netlib/netutil.h"
 #include "netlib/netutil_internal.h"
@@ -13,7 +14,8 @@ using TcpUtil::a_ni_reading;
 
 /// Null on failure.
 std::unique_ptr<a_ni_reading> ReadInterfaces() {
-    auto reading = std::make_unique<a_ni_reading>();
+    std::unique_ptr<a_ni_reading> reading(new (std::nothrow) a_ni_reading());
+    if (reading == nullptr) return nullptr;
     if (!TcpUtil::_InternalGetNIList(reading->list, reading->count)) return nullptr;
     return reading;
 }

@@ -167,7 +167,7 @@ extern a_critical_sect SingletonCritSect;  // the count of pending Fini() calls
 extern c_utils_list<a_ni_reading>& NIList;
 
 /// Resolves as Resolve and ResolveAll do; appends all addresses, or only the first. The caller owns
-/// the entries.
+/// the entries. A failure, want of memory among them, leaves the list as it was.
 a_bool _DoResolve(const char* text, IPAddress_list& list, eAddressType type, a_bool all);
 
 /// Appends to the text in `buf` of `buflen` bytes. False when it does not fit: then as much as fits

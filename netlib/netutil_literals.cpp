@@ -5,6 +5,8 @@
 #include <cstring>
 #include <limits>
 
+#include "utils/etc/utascii.h"
+
 /// The checks of address literals. They judge character by character, in ASCII whatever the host's
 /// locale is.
 
@@ -12,16 +14,8 @@ namespace {
 
 constexpr long max_port = 65535;
 
-a_bool IsDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
-a_bool IsLetter(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
-
 a_bool IsHexDigit(char c) {
-    return IsDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+    return ut_is_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
 }
 
 a_bool IsBlank(char c) {
@@ -59,7 +53,7 @@ class IPv6Scanner {
 
     a_bool Step() {
         if (*_at == ')' || *_at == ']') return CloseBracket();
-        if (_in_scope) return IsDigit(*_at) || IsLetter(*_at) ? Advance() : false;
+        if (_in_scope) return ut_is_digit(*_at) || ut_is_letter(*_at) ? Advance() : false;
         switch (*_at) {
         case '(':
         case '[':
@@ -123,7 +117,7 @@ class IPv6Scanner {
 
     a_bool GroupDigit() {
         if (!IsHexDigit(*_at)) return false;
-        if (_group_digits == 0 && IsDigit(*_at)) _decimal_group = _at;
+        if (_group_digits == 0 && ut_is_digit(*_at)) _decimal_group = _at;
         return ++_group_digits <= max_group_digits && Advance();
     }
 
@@ -157,7 +151,7 @@ a_bool IsIPv4Address(const char* str, a_bool allow_port) {
     int dots = 0;
     a_bool in_port = false;
     for (const char* at = str; *at != '\0'; ++at) {
-        if (IsDigit(*at)) continue;
+        if (ut_is_digit(*at)) continue;
         if (*at == '.' && !in_port) {
             if (LeadingNumber(at + 1) > max_part) return false;
             ++dots;

@@ -35,7 +35,6 @@ class NameArray {
         AddOnce(entry.h_name);
         for (char** alias = entry.h_aliases; *alias != nullptr; ++alias) AddOnce(*alias);
     }
-    const char* first() const { return _count > 0 ? _names[0] : nullptr; }
     /// Null when there are none; the caller frees.
     char** Release() {
         char** const names = _names;
@@ -48,17 +47,6 @@ class NameArray {
     char** _names = nullptr;
     size_t _count = 0;
 };
-
-void AddNamesOf(const IPAddress& ip, NameArray& names) {
-    const LockIfThere lock(TcpUtil::ThreadCritSect);
-    if (!lock.is_held()) return;
-    const uint32 address = htonl(static_cast<uint32>(int(ip)));
-    const int family = ip.isIPv6() ? AF_INET6 : AF_INET;
-    HostAnswer answer;
-    const hostent* const entry =
-        NetInterface::_gethostbyaddr(&address, sizeof address, family, answer);
-    if (entry != nullptr) names.AddEntry(*entry);
-}
 
 void AddNamesOf(const char* host, NameArray& names) {
     const LockIfThere lock(TcpUtil::ThreadCritSect);
@@ -74,11 +62,16 @@ namespace TcpUtil {
 
 a_bool LookupHostName(const IPAddress& ip, char* buf, size_t buflen) {
     if (!ip.isValid() || buf == nullptr || buflen == 0) return false;
-    NameArray names;
-    AddNamesOf(ip, names);
-    if (names.first() == nullptr) return false;
+    const LockIfThere lock(ThreadCritSect);
+    if (!lock.is_held()) return false;
+    const uint32 address = htonl(static_cast<uint32>(int(ip)));
+    const int family = ip.isIPv6() ? AF_INET6 : AF_INET;
+    HostAnswer answer;
+    const hostent* const entry =
+        NetInterface::_gethostbyaddr(&address, sizeof address, family, answer);
+    if (entry == nullptr) return false;
     *buf = '\0';
-    return AppendText(buf, buflen, names.first());
+    return AppendText(buf, buflen, entry->h_name);
 }
 
 a_bool LookupHostNames(char*** names) {

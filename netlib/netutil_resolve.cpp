@@ -1,11 +1,13 @@
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include <arpa/inet.h>
 #include <net/if.h>
 
 #include "netlib/netutil.h"
 #include "netlib/netutil_internal.h"
+#include "utils/etc/utascii.h"
 
 /// Text to addresses.
 
@@ -42,7 +44,7 @@ const char* SplitOffPort(const char* text, a_target& target) {
 }
 
 a_bool ReadPort(const char* text, uint16& port) {
-    if (*text < '0' || *text > '9') return false;
+    if (!ut_is_digit(*text)) return false;
     const long number = std::strtol(text, nullptr, 10);
     if (number > 65535) return false;
     port = static_cast<uint16>(number);
@@ -107,25 +109,40 @@ class SystemAnswer {
     addrinfo* _first = nullptr;
 };
 
-/// Adds the addresses of one target to the caller's list.
+/// Takes the addresses of one target.
 class Collector {
   public:
-    Collector(IPAddress_list& list, uint16 port, a_bool all)
-        : _list(list), _port(port), _all(all) {}
+    Collector(uint16 port, a_bool all) : _port(port), _all(all) {}
+    ~Collector() { _taken.delete_all(); }
+    Collector(const Collector&) = delete;
+    Collector& operator=(const Collector&) = delete;
 
     void Add(IPAddress ip) {
         ip.setPortNumber(_port);
-        _list.append(ip.clone());
-        ++_taken;
+        auto* const entry = new (std::nothrow) IPAddress(ip);
+        if (entry == nullptr) {
+            _out_of_memory = true;
+        } else {
+            _taken.append(entry);
+        }
     }
-    a_bool is_done() const { return _taken > 0 && !_all; }
-    a_bool has_any() const { return _taken > 0; }
+    /// Whether more addresses would change anything.
+    a_bool is_done() const { return _out_of_memory || (!_all && !_taken.is_empty()); }
+    /// Whether there is nothing, and not for want of memory.
+    a_bool found_none() const { return !_out_of_memory && _taken.is_empty(); }
+    /// Moves the addresses to the end of `list`. False, with `list` as it was, when there is none,
+    /// or was no memory for one.
+    a_bool Deliver(IPAddress_list& list) {
+        if (_out_of_memory || _taken.is_empty()) return false;
+        while (IPAddress* const first = _taken.get_first()) list.append(first);
+        return true;
+    }
 
   private:
-    IPAddress_list& _list;
+    IPAddress_list _taken;
     const uint16 _port;
     const a_bool _all;
-    size_t _taken = 0;
+    a_bool _out_of_memory = false;
 };
 
 a_bool Wants(TcpUtil::eAddressType type, int family) {
@@ -141,26 +158,24 @@ IPAddress FromSockaddr(const sockaddr* sa, socklen_t len) {
 }
 
 /// Keeps the order of the system, which knows which address is the best to try (RFC 6724).
-a_bool TakeAnswer(const addrinfo* answer, TcpUtil::eAddressType type, Collector& collector) {
+void TakeAnswer(const addrinfo* answer, TcpUtil::eAddressType type, Collector& collector) {
     for (; answer != nullptr && !collector.is_done(); answer = answer->ai_next) {
         if (!Wants(type, answer->ai_family)) continue;
         collector.Add(FromSockaddr(answer->ai_addr, answer->ai_addrlen));
     }
-    return collector.has_any();
 }
 
-a_bool TakeHostEntry(const char* host, Collector& collector) {
+void TakeHostEntry(const char* host, Collector& collector) {
     const LockIfThere lock(TcpUtil::ThreadCritSect);
-    if (!lock.is_held()) return false;
+    if (!lock.is_held()) return;
     HostAnswer answer;
     const hostent* const entry = NetInterface::_gethostbyname(host, answer);
-    if (entry == nullptr || entry->h_addrtype != AF_INET) return false;
+    if (entry == nullptr || entry->h_addrtype != AF_INET) return;
     for (char** at = entry->h_addr_list; *at != nullptr && !collector.is_done(); ++at) {
         uint32 address;
         std::memcpy(&address, *at, sizeof address);
         collector.Add(IPAddress(ntohl(address)));
     }
-    return collector.has_any();
 }
 
 }  // namespace
@@ -170,21 +185,25 @@ namespace TcpUtil {
 a_bool _DoResolve(const char* text, IPAddress_list& list, eAddressType type, a_bool all) {
     a_target target;
     if (!TakeApart(text, target)) return false;
-    Collector collector(list, target.port, all);
+    Collector collector(target.port, all);
     if (std::strcmp(target.host, "255.255.255.255") == 0) {
         collector.Add(IPAddress(static_cast<uint32>(INADDR_BROADCAST)));
-        return true;
+        return collector.Deliver(list);
     }
     if (IsIPv6Supported()) {
         const SystemAnswer answer(target);
         if (answer.first() == nullptr) return false;
-        if (TakeAnswer(answer.first(), type, collector)) return true;
+        TakeAnswer(answer.first(), type, collector);
+        if (!collector.found_none()) return collector.Deliver(list);
     }
     if (type == ADDR_IPv6 || target.kind == TARGET_IPv6) return false;
-    if (target.kind == TARGET_NAME) return TakeHostEntry(target.host, collector);
-    // Kept: a literal that inet_addr refuses, as one with an empty part, is 255.255.255.255.
-    collector.Add(IPAddress(ntohl(inet_addr(target.host))));
-    return true;
+    if (target.kind == TARGET_NAME) {
+        TakeHostEntry(target.host, collector);
+    } else {
+        // Kept: a literal that inet_addr refuses, as one with an empty part, is 255.255.255.255.
+        collector.Add(IPAddress(ntohl(inet_addr(target.host))));
+    }
+    return collector.Deliver(list);
 }
 
 a_bool Resolve(const char* text, IPAddress& ip, eAddressType type) {

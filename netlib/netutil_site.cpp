@@ -1,10 +1,10 @@
 #include <cstring>
 
 #include <fcntl.h>
-#include <strings.h>
 
 #include "netlib/netutil.h"
 #include "netlib/netutil_internal.h"
+#include "utils/etc/utascii.h"
 #include "utils/unix/posixio.h"
 
 /// Whether this host sits in the site's own network.
@@ -55,7 +55,7 @@ a_bool _ConfigNamesDomain(const char* path, const char* domain) {
     const size_t length = std::strlen(domain);
     const a_file_start config(path);
     for (const char* at = config.text; *at != '\0'; ++at) {
-        if (strncasecmp(at, domain, length) == 0 && EndsName(at + length)) return true;
+        if (ut_equal_nocase(at, domain, length) && EndsName(at + length)) return true;
     }
     return false;
 }

@@ -12,16 +12,18 @@
 
 namespace {
 
-/// A socket address, seen by its family, as far as its family says that it goes.
+/// A socket address, seen by its family.
 union a_socket_address {
     sockaddr_storage sa;
     sockaddr_in sin;
     sockaddr_in6 sin6;
 };
 
-a_socket_address CopyOf(const sockaddr_storage* sa, socklen_t salen) {
+/// The family says how much there is: the length beside an address may be what a system call has
+/// left there, or nobody has set.
+a_socket_address CopyOf(const sockaddr_storage* sa) {
     a_socket_address copy = {};
-    std::memcpy(&copy, sa, salen < sizeof copy ? salen : sizeof copy);
+    std::memcpy(&copy, sa, sa->ss_family == AF_INET6 ? sizeof copy.sin6 : sizeof copy.sin);
     return copy;
 }
 
@@ -31,11 +33,11 @@ a_bool CopyText(char* buf, size_t buflen, const char* text) {
 }
 
 /// For families that inet_ntop does not know.
-a_bool OtherNumericText(const a_socket_address& address, socklen_t salen, char* buf,
-                        size_t buflen) {
+a_bool OtherNumericText(const sockaddr_storage* sa, socklen_t salen,
+                        const a_socket_address& address, char* buf, size_t buflen) {
     auto* const host = static_cast<char*>(ut_calloc(buflen + 1));
     if (host == nullptr) return false;
-    const auto* const generic = reinterpret_cast<const sockaddr*>(&address.sa);
+    const auto* const generic = reinterpret_cast<const sockaddr*>(sa);
     const auto hostlen = static_cast<socklen_t>(buflen);
     const int failed = getnameinfo(generic, salen, host, hostlen, nullptr, 0, NI_NUMERICHOST);
     const a_bool fits = CopyText(buf, buflen, failed ? inet_ntoa(address.sin.sin_addr) : host);
@@ -43,13 +45,14 @@ a_bool OtherNumericText(const a_socket_address& address, socklen_t salen, char* 
     return fits;
 }
 
-a_bool NumericText(const a_socket_address& address, socklen_t salen, char* buf, size_t buflen) {
+a_bool NumericText(const sockaddr_storage* sa, socklen_t salen, const a_socket_address& address,
+                   char* buf, size_t buflen) {
     const int family = address.sa.ss_family;
     const void* bytes = &address.sin.sin_addr;
     if (family == AF_INET6) bytes = &address.sin6.sin6_addr;
     char text[60] = {};
     if (inet_ntop(family, bytes, text, sizeof text) != nullptr) return CopyText(buf, buflen, text);
-    return OtherNumericText(address, salen, buf, buflen);
+    return OtherNumericText(sa, salen, address, buf, buflen);
 }
 
 a_bool PutParenthesisBefore(char* buf, size_t buflen) {
@@ -94,8 +97,8 @@ a_bool AppendPort(char* buf, size_t buflen, uint16 port) {
 a_bool AddressToString(const sockaddr_storage* sa, socklen_t salen, char* buf, size_t buflen,
                        a_bool include_port, a_bool include_scope) {
     if (sa == nullptr || buf == nullptr || buflen == 0) return false;
-    const a_socket_address address = CopyOf(sa, salen);
-    if (!NumericText(address, salen, buf, buflen)) return false;
+    const a_socket_address address = CopyOf(sa);
+    if (!NumericText(sa, salen, address, buf, buflen)) return false;
     const a_bool ipv6 = IsIPv6Address(buf, false);
     if (ipv6) {
         if (include_port && !PutParenthesisBefore(buf, buflen)) return false;

@@ -70,7 +70,7 @@ int SelectList::_poll(pollfd* fds, nfds_t count, uint32 timeout_ms) const {
 const pollfd* SelectList::_keep_ready(Socket_list& list, short wanted, const pollfd* result) {
     for (Socket* entry = list.get_first(); entry != nullptr; ++result) {
         Socket* following = list.next(entry);
-        if ((result->revents & POLLERR) != 0)
+        if ((result->revents & (POLLERR | POLLNVAL)) != 0)
             _error_list.append(entry);
         else if ((result->revents & wanted) == 0)
             delete entry;

@@ -20,7 +20,8 @@ class SelectList {
     void addReadSocket(const Socket& socket) { _read_list.append(new Socket(socket)); }
     void addWriteSocket(const Socket& socket) { _write_list.append(new Socket(socket)); }
 
-    /// Each removes every entry with the socket's descriptor: from one list, or from all three.
+    /// Each removes every entry with the socket's descriptor, which may be closed by then: from one
+    /// list, or from all three.
     void removeReadSocket(const Socket& socket) { _remove(_read_list, socket); }
     void removeWriteSocket(const Socket& socket) { _remove(_write_list, socket); }
     void removeSocket(const Socket& socket);
@@ -35,7 +36,10 @@ class SelectList {
 
     /// Waits until a socket is ready or the time has passed, in whole milliseconds. Returns the
     /// number of sockets that are ready or have an error, the latter moved to the end of the error
-    /// list; or -1 with errno, the lists unchanged.
+    /// list: one has an error pending, or a descriptor that is no longer open. -1 with errno leaves
+    /// the lists unchanged; EBADF says that a socket was closed when it was added.
+    /// Kept: a hang-up alone, as of a socket that was never connected, is counted and its entry
+    /// dropped.
     int select_us(uint32 timeout_us) { return _select(timeout_us / 1000); }
     int select(uint32 timeout_ms) { return _select(timeout_ms); }
 

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 
 #include "netlib/netutil.h"
 #include "utils/unix/posixio.h"
@@ -22,6 +23,8 @@ class LineReader {
     LineReader& operator=(const LineReader&) = delete;
 
     a_bool is_open() const { return _file != nullptr; }
+    /// Whether reading failed, so that the end was not that of the file.
+    a_bool has_failed() const { return std::ferror(_file) != 0; }
     /// The next line without its end, valid until the next call; null at the end.
     const char* Next() {
         size_t length = 0;
@@ -61,6 +64,11 @@ a_bool ParseAddress(const char* digits, in6_addr& address) {
     return true;
 }
 
+/// Null without memory.
+std::unique_ptr<NetworkInterface> NewEntry() {
+    return std::unique_ptr<NetworkInterface>(new (std::nothrow) NetworkInterface());
+}
+
 a_bool HasLoopback(NetworkInterface_list& list) {
     for (NetworkInterface_iter iter(list); !iter.is_past(); iter.next()) {
         if (iter.get()->isLoopback()) return true;
@@ -80,11 +88,12 @@ a_bool NIListReader::ReadIPv4(NetworkInterface_list& list) const {
     LineReader lines(_source.dev);
     if (!lines.is_open()) return false;
     while (const char* line = lines.Next()) {
-        auto entry = std::make_unique<NetworkInterface>();
+        std::unique_ptr<NetworkInterface> entry = NewEntry();
+        if (entry == nullptr) return false;
         if (!TakeName(line, *entry) || !entry->_getInterfaceInfo(AF_INET)) continue;
         list.append(entry.release());
     }
-    return true;
+    return !lines.has_failed();
 }
 
 // "fe8000000000000000fc00fffe000001 04 40 20 80     eth0": address, interface index, prefix length,
@@ -113,36 +122,47 @@ a_bool NIListReader::ParseIPv6(const char* line, NetworkInterface& entry) {
     return true;
 }
 
-void NIListReader::ReadIPv6(NetworkInterface_list& list) const {
+a_bool NIListReader::ReadIPv6(NetworkInterface_list& list) const {
     LineReader lines(_source.if_inet6);
-    if (!lines.is_open()) return;
+    if (!lines.is_open()) return true;
     while (const char* line = lines.Next()) {
-        auto entry = std::make_unique<NetworkInterface>();
+        std::unique_ptr<NetworkInterface> entry = NewEntry();
+        if (entry == nullptr) return false;
         if (ParseIPv6(line, *entry)) list.append(entry.release());
     }
+    return !lines.has_failed();
 }
 
-void NIListReader::AppendMadeUpLoopback(NetworkInterface_list& list) {
-    auto ipv4 = std::make_unique<NetworkInterface>();
-    ipv4->setName("lo0", 3);
-    ipv4->_addr = static_cast<uint32>(INADDR_LOOPBACK);
-    ipv4->_mask = uint32{0xFF000000};
-    ipv4->_setBroadcastFromMask();
-    ipv4->_supports_ipv4 = true;
-    list.append(ipv4.release());
-    if (!TcpUtil::IsIPv6Supported()) return;
-    auto ipv6 = std::make_unique<NetworkInterface>();
-    ipv6->setName("lo0", 3);
-    ipv6->_addr = IPAddress(in6addr_loopback);
-    ipv6->_broadcast = ipv6->_addr;
-    ipv6->_supports_ipv6 = true;
-    list.append(ipv6.release());
+a_bool NIListReader::AppendMadeUpLoopback(NetworkInterface_list& list, a_bool ipv6) {
+    std::unique_ptr<NetworkInterface> entry = NewEntry();
+    if (entry == nullptr) return false;
+    entry->setName("lo0", 3);
+    if (ipv6) {
+        entry->_addr = IPAddress(in6addr_loopback);
+        entry->_broadcast = entry->_addr;
+        entry->_supports_ipv6 = true;
+    } else {
+        entry->_addr = static_cast<uint32>(INADDR_LOOPBACK);
+        entry->_mask = uint32{0xFF000000};
+        entry->_setBroadcastFromMask();
+        entry->_supports_ipv4 = true;
+    }
+    list.append(entry.release());
+    return true;
+}
+
+a_bool NIListReader::ReadAll(NetworkInterface_list& list) const {
+    const a_bool ipv6 = TcpUtil::IsIPv6Supported();
+    if (!ReadIPv4(list) || (ipv6 && !ReadIPv6(list))) return false;
+    if (HasLoopback(list)) return true;
+    return AppendMadeUpLoopback(list, false) && (!ipv6 || AppendMadeUpLoopback(list, true));
 }
 
 a_bool NIListReader::Read(NetworkInterface_list& list, unsigned long& count) const {
-    if (!ReadIPv4(list)) return false;
-    if (TcpUtil::IsIPv6Supported()) ReadIPv6(list);
-    if (!HasLoopback(list)) AppendMadeUpLoopback(list);
+    if (!ReadAll(list)) {
+        list.delete_all();
+        return false;
+    }
     count = Length(list);
     return true;
 }

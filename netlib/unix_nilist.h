@@ -21,18 +21,20 @@ class NIListReader {
     explicit NIListReader(const a_ni_source& source) : _source(source) {}
 
     /// Appends every interface to the empty `list`; `count` becomes their number. When none is a
-    /// loopback interface, a made-up one is added. The caller owns the entries. False, with nothing
-    /// appended, when the first of the kernel's lists cannot be opened.
+    /// loopback interface, a made-up one is added. The caller owns the entries. False, with the
+    /// list empty, when the first of the kernel's lists cannot be opened, one cannot be read to its
+    /// end, or memory runs out.
     a_bool Read(NetworkInterface_list& list, unsigned long& count) const;
 
     /// The number of entries in the two lists; -1 when the first cannot be opened.
     int CountLines() const;
 
   private:
+    a_bool ReadAll(NetworkInterface_list& list) const;
     a_bool ReadIPv4(NetworkInterface_list& list) const;
-    void ReadIPv6(NetworkInterface_list& list) const;
+    a_bool ReadIPv6(NetworkInterface_list& list) const;
     static a_bool ParseIPv6(const char* line, NetworkInterface& entry);
-    static void AppendMadeUpLoopback(NetworkInterface_list& list);
+    static a_bool AppendMadeUpLoopback(NetworkInterface_list& list, a_bool ipv6);
 
     a_ni_source _source;
 };

@@ -72,11 +72,6 @@ int connect_within(SOCKET s, const sockaddr* name, socklen_t namelen, int32 time
 // True once there is something to read, an error included; false when waiting failed.
 bool wait_until_readable(SOCKET s) {
     constexpr int slice_in_ms = 500;
-    // poll(2) passes over negative descriptors: the wait would never end.
-    if (s < 0) {
-        errno = EBADF;
-        return false;
-    }
     pollfd wanted = {.fd = s, .events = POLLIN | POLLERR, .revents = 0};
     int ready = 0;
     while (ready == 0) ready = unix_poll(&wanted, 1, slice_in_ms);
@@ -107,7 +102,7 @@ SOCKET unix_accept(SOCKET s, sockaddr* peer, socklen_t* peerlen) {
 
 int unix_connect(SOCKET s, const sockaddr* name, socklen_t namelen, int32 timeout_in_ms) {
     sockaddr_in6 without_scope;
-    if (namelen >= sizeof without_scope && name->sa_family == AF_INET6 &&
+    if (name != nullptr && namelen >= sizeof without_scope && name->sa_family == AF_INET6 &&
         kernel_refuses_scope_ids()) {
         std::memcpy(&without_scope, name, sizeof without_scope);
         without_scope.sin6_scope_id = 0;
@@ -153,6 +148,11 @@ ssize_t unix_recvmsg(SOCKET s, msghdr* message, int flags) {
 }
 
 int unix_poll(pollfd* fds, nfds_t count, int timeout_in_ms) {
+    for (nfds_t i = 0; i < count; ++i) {
+        if (fds[i].fd >= 0) continue;
+        errno = EBADF;
+        return -1;
+    }
     a_timer_tick start;
     start.sample();
     int left_in_ms = timeout_in_ms;

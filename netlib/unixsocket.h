@@ -58,7 +58,8 @@ ssize_t unix_recvfrom(SOCKET s, void* buf, size_t len, int flags, sockaddr* from
                       socklen_t* fromlen);
 ssize_t unix_recvmsg(SOCKET s, msghdr* message, int flags);
 
-/// A negative time-out waits for ever. Interruptions do not lengthen the wait.
+/// A negative time-out waits for ever. Interruptions do not lengthen the wait. A negative
+/// descriptor fails with EBADF, where poll(2) would pass over it and wait.
 int unix_poll(pollfd* fds, nfds_t count, int timeout_in_ms);
 
 /// As Linux does it: what is left of the time-out is written back, null waits for ever.

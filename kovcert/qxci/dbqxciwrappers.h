@@ -22,8 +22,11 @@
 
 class DBQXCIEnvironment;
 
+/// For wrappers that do not keep the slot they come from.
+struct a_no_slot {};
+
 /// What all of them share. `Iface` is the table of DBQXCIInterface that has their operations.
-template <class Handle, class Table, Table DBQXCIInterface::*Iface>
+template <class Handle, class Table, Table DBQXCIInterface::*Iface, class Slot = a_no_slot>
 class DBQXCIWrapper : public c_utils_base {
   public:
     using a_handle = Handle;
@@ -46,8 +49,8 @@ class DBQXCIWrapper : public c_utils_base {
   protected:
     /// Takes over `handle` and adds a reference to `source`, which may be null. `env` gives the
     /// error record its mutex.
-    DBQXCIWrapper(Handle handle, DBQXCIEnvironment* env, DBQXCIInterface* source)
-        : _handle(handle), _iface(source) {
+    DBQXCIWrapper(Handle handle, DBQXCIEnvironment* env, DBQXCIInterface* source, Slot index = {})
+        : _handle(handle), _iface(source), _iface_index(index) {
         if (_iface != nullptr) _iface->AddRef();
         _last_error.createMutex(env);
     }
@@ -87,17 +90,19 @@ class DBQXCIWrapper : public c_utils_base {
 
     const Handle _handle;           // owned
     DBQXCIInterface* const _iface;  // one reference
+    [[no_unique_address]] const Slot _iface_index;
     DBQXCIError _last_error;
 };
 
 /// Block encryption in place.
 class DBQXCIBlockEncrypter final
-    : public DBQXCIWrapper<QXCIBlockEncrypterH, a_qxci_enc_iface, &DBQXCIInterface::_enc_iface> {
+    : public DBQXCIWrapper<QXCIBlockEncrypterH, a_qxci_enc_iface, &DBQXCIInterface::_enc_iface,
+                           _iface_index> {
   public:
     /// `index` is the slot that `source` is in.
     DBQXCIBlockEncrypter(QXCIBlockEncrypterH handle, DBQXCIEnvironment* env,
                          DBQXCIInterface* source, enum _iface_index index)
-        : DBQXCIWrapper(handle, env, source), _iface_index(index) {}
+        : DBQXCIWrapper(handle, env, source, index) {}
 
     a_qxci_byte GetAlgorithmID();  // 0 when missing
     a_qxci_result Encrypt(a_qxci_byte* data, size_t len, unsigned flags);
@@ -106,9 +111,6 @@ class DBQXCIBlockEncrypter final
     /// The library that a FIPS encrypter comes from; null for every other.
     const char* GetDLLName() const;
     using DBQXCIWrapper::GetQXCIVersion;
-
-  private:
-    const enum _iface_index _iface_index;
 };
 
 /// Hashing of data that comes in pieces.

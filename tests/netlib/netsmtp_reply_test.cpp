@@ -106,6 +106,7 @@ TEST(SmtpReply, keeps_what_a_line_says_and_never_reads_beyond_it) {
         {"250 \r\n", 0, 250, {""}},
         {"250 ", 0, 250, {""}},
         {"250", 104, 0, {}},
+        {"", 104, 0, {}},
         {"250-a\r\n251 b\r\n", 0, 251, {"a", "b"}},
         {"250-a\r\n", 104, 250, {"a"}},
         {std::string("250 a\0b\r\n", 9), 0, 250, {"a"}},
@@ -122,6 +123,7 @@ TEST(SmtpReply, keeps_what_a_line_says_and_never_reads_beyond_it) {
         TestClient client(c.reply);
         const std::unique_ptr<char[]> buf(new char[256]);  // of exactly that size, for the checker
         std::memset(buf.get(), '7', 256);
+        std::memcpy(buf.get(), "250 ", 4);  // what a former reply has left there
         int code = 0;
         EXPECT_EQ(c.result, client._ProcessResponse(buf.get(), 256, &code, true)) << c.reply;
         EXPECT_EQ(c.code, code) << c.reply;

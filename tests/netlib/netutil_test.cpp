@@ -7,6 +7,7 @@
 
 #include "tests/netlib/netlib_fixture.h"
 #include "utils/etc/utmemstream.h"
+#include "utils/utmem/utmem.h"
 
 namespace {
 
@@ -137,6 +138,40 @@ TEST_F(Resolver, keeps_the_order_of_the_system_and_takes_the_type_asked_for) {
     IPAddress ip;
     EXPECT_TRUE(TcpUtil::Resolve("host:1", 587, ip, TcpUtil::ADDR_IPv4));
     EXPECT_EQ("203.0.113.1:587", Text(ip));
+}
+
+// Calls `attempt` with one allocation after the other failing, until none is left to fail; after
+// each failure `untouched` holds.
+template <class Attempt, class Untouched>
+void FailEachAllocation(Attempt attempt, Untouched untouched) {
+    static int left;
+    static constexpr a_utmem_source source = {
+        [](size_t size) { return left-- == 0 ? nullptr : malloc(size); }, realloc, free,
+        [] { return false; }};
+    for (int number = 0; number < 100; ++number) {
+        left = number;
+        utmem_set_source(&source);
+        const bool succeeded = attempt();
+        utmem_set_source(nullptr);
+        if (succeeded) {
+            EXPECT_TRUE(number > 0 && left >= 0) << "an allocation failed unnoticed";
+            return;
+        }
+        EXPECT_TRUE(untouched()) << number;
+    }
+    ADD_FAILURE() << "never succeeds";
+}
+
+TEST_F(Resolver, without_memory_finds_nothing_and_leaves_the_list_alone) {
+    fake_system.hosts["host"] = {"2001:db8::1", "203.0.113.1"};
+    for (const char* text : {"host", "192.0.2.7", "255.255.255.255"}) {
+        IPAddress_list list;
+        FailEachAllocation([&] { return TcpUtil::ResolveAll(text, list, TcpUtil::ADDR_BOTH); },
+                           [&] { return list.is_empty(); });
+        list.delete_all();
+    }
+    FailEachAllocation([] { return TcpUtil::GetNIList(nullptr) != nullptr; },
+                       [] { return TcpUtil::NIList.is_empty(); });
 }
 
 TEST_F(Resolver, asks_again_for_IPv4_and_cuts_a_host_that_is_too_long_from_its_port) {
@@ -279,6 +314,14 @@ TEST_F(Resolver, writes_texts_of_literals) {
     other.ss_family = AF_APPLETALK;
     EXPECT_TRUE(TcpUtil::AddressToString(&other, sizeof other, buf, sizeof buf, false, false));
     EXPECT_STREQ("0.0.0.0", buf);
+    // The family says how much of an address counts, not the length that stands beside it.
+    for (const char* literal : {"(fe80::1%2):25", "192.0.2.7:25"}) {
+        IPAddress ip(literal);
+        for (const socklen_t length : {0U, 4U, 16U, 1000U}) {
+            *ip.get_sockaddr_len_ptr() = length;
+            EXPECT_EQ(literal, Text(ip)) << length;
+        }
+    }
 }
 
 TEST_F(Resolver, finds_the_sites_domain_in_the_configuration) {

@@ -105,6 +105,9 @@ TEST_F(MadeUpList, counts_lines) {
     unlink(_dev.c_str());
     unsigned long count = 0;
     EXPECT_TRUE(_reader.CountLines() == -1 && !_reader.Read(_list, count));
+    // A folder opens, but is not read.
+    for (const a_ni_source& source : {a_ni_source{.dev = "/"}, a_ni_source{.if_inet6 = "/"}})
+        EXPECT_TRUE(!NIListReader(source).Read(_list, count) && _list.is_empty());
 }
 
 /// What a list says of an entry, with the name cut as the kernel's IPv6 list is read.
@@ -206,9 +209,12 @@ TEST(Interface, writes_its_hardware_address_into_buffers_that_hold_it) {
     char buf[18];
     EXPECT_TRUE(!entry.getMACAddress(buf, 17) && entry.getMACAddress(buf, 18));
     EXPECT_STREQ("00:00:00:00:00:00", buf);
-    EXPECT_TRUE(!entry.getMACAddressInTransOrder(buf, 12, "") &&
-                entry.getMACAddressInTransOrder(buf, 13, ""));
-    EXPECT_STREQ("000000000000", buf);
+    for (const char* none : {"", static_cast<const char*>(nullptr)}) {
+        EXPECT_TRUE(!entry.getMACAddressInTransOrder(buf, 12, none) &&
+                    entry.getMACAddressInTransOrder(buf, 13, none));
+        EXPECT_STREQ("000000000000", buf);
+    }
+    EXPECT_FALSE(entry.getMACAddress(nullptr, 18));
 }
 
 }  // namespace

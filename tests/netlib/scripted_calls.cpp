@@ -36,10 +36,10 @@ int error_of(const std::string& name) {
 }
 
 std::vector<short> events_of(const std::string& text) {
-    constexpr short bits[] = {POLLIN, POLLOUT, POLLERR, POLLHUP};
+    constexpr short bits[] = {POLLIN, POLLOUT, POLLERR, POLLHUP, POLLNVAL};
     std::vector<short> events(1);
     for (const char c : text) {
-        const size_t known = std::string("RWEH").find(c);
+        const size_t known = std::string("RWEHN").find(c);
         if (c == ',') events.push_back(0);
         if (known != std::string::npos)
             events.back() = static_cast<short>(events.back() | bits[known]);

@@ -16,7 +16,7 @@
 ///     recv=5                the call returns 5
 ///     recv!EAGAIN           it fails with that error
 ///     poll:R,-,WE           readable, nothing, writable and failed: descriptor by descriptor
-///                           (R, W, E, H for POLLIN, POLLOUT, POLLERR, POLLHUP)
+///                           (R, W, E, H, N for POLLIN, POLLOUT, POLLERR, POLLHUP, POLLNVAL)
 ///     silence               a poll whose whole time-out passes without an event
 ///     pending=ECONNRESET    SO_ERROR is read and holds that error
 ///     connect!EINTR@990     ... and 990 ms pass

@@ -23,18 +23,34 @@ Socket adopted(SOCKET s) {
 
 TEST(SelectList, leaves_exactly_the_ready_sockets_and_sets_the_failed_aside) {
     SelectList list;
-    for (SOCKET s : {101, 102, 103, 104}) list.addReadSocket(adopted(s));
+    for (SOCKET s : {101, 102, 103, 104, 107}) list.addReadSocket(adopted(s));
     for (SOCKET s : {101, 105, 106}) list.addWriteSocket(adopted(s));
-    Script script("poll:R,-,RE,H,-,W,E poll!EINVAL silence");
-    EXPECT_EQ(5, list.select_us(1999999));
+    Script script("poll:R,-,RE,H,N,-,W,E poll!EINVAL silence");
+    EXPECT_EQ(6, list.select_us(1999999));
     EXPECT_EQ((Descriptors{101}), descriptors(list.getReadList()));
     EXPECT_EQ((Descriptors{105}), descriptors(list.getWriteList()));
-    EXPECT_EQ((Descriptors{103, 106}), descriptors(list.getErrorList()));
+    EXPECT_EQ((Descriptors{103, 107, 106}), descriptors(list.getErrorList()));
     EXPECT_TRUE(list.select(7) == -1 && errno == EINVAL);
     EXPECT_EQ((Descriptors{101}), descriptors(list.getReadList())) << "after a failed poll";
     EXPECT_EQ(0, list.select(0xFFFFFFFF));
     EXPECT_EQ((std::vector<int>{1999, 7, 0x7FFFFFFF}), script.poll_timeouts);
     EXPECT_TRUE(list.getReadList().is_empty());
+}
+
+TEST(SelectList, knows_a_closed_socket_and_does_not_wait_for_one) {
+    SelectList list;
+    Socket socket = adopted(101);
+    list.addReadSocket(socket);
+    list.addWriteSocket(socket);
+    Script script("close=0 poll:W");
+    socket.close();
+    list.removeReadSocket(socket);
+    EXPECT_TRUE(list.getReadList().is_empty());
+    EXPECT_EQ(1, list.select(5000)) << "the other entry stays";
+    list.addReadSocket(socket);
+    errno = 0;
+    EXPECT_TRUE(list.select(0xFFFFFFFF) == -1 && errno == EBADF);
+    EXPECT_FALSE(list.getReadList().is_empty() || list.getWriteList().is_empty());
 }
 
 TEST(SelectList, removes_by_descriptor) {

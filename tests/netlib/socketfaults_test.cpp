@@ -3,7 +3,9 @@
 
 #include <cerrno>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "netlib/ipaddress.h"
 #include "netlib/timedsocket.h"
@@ -46,6 +48,11 @@ constexpr Operation connect_invalid = [](Socket& s) {
     none.setValid(true);  // of no family
     return s.connect(none);
 };
+constexpr Operation bind = [](Socket& s) { return s.bind(IPAddress(uint32{INADDR_LOOPBACK})); };
+constexpr Operation listen = [](Socket& s) { return s.listen(1); };
+constexpr Operation set_option = [](Socket& s) { return s.allow_broadcast(); };
+constexpr Operation get_name = [](Socket& s) { return IPAddress(s).isValid() ? 0 : -1; };
+constexpr Operation bind_invalid = [](Socket& s) { return s.bind(IPAddress()); };
 constexpr Operation accept = [](Socket& s) {
     IPAddress peer;
     Socket accepted;
@@ -55,6 +62,10 @@ constexpr Operation close = [](Socket& s) { return unix_close(s.getSocket()); };
 constexpr Operation ioctl = [](Socket& s) { return s.Socket::set_blocking_state(false); };
 constexpr Operation select = [](Socket&) {
     return unix_select(0, nullptr, nullptr, nullptr, nullptr);
+};
+constexpr Operation wait = [](Socket& s) {
+    a_bool read = true, write = true;
+    return s.select(read, write, 0xFFFFFFFF);
 };
 
 struct Fault {
@@ -84,6 +95,7 @@ const Fault plain_faults[] = {
     {connect, "connect!ECONNREFUSED", -1, ECONNREFUSED},
     {connect, "connect!EISCONN", 0},
     {connect_invalid, "", -1, EINVAL},
+    {bind_invalid, "", -1, EINVAL},
     {send, "send=3 poll:W send!EAGAIN poll:W send=5", 8},
     {send, "send=3 poll:W send!EPIPE", -1, EPIPE},
     {send, "send!EAGAIN poll:E pending=ECONNRESET", -1, ECONNRESET},
@@ -91,6 +103,8 @@ const Fault plain_faults[] = {
     {send_and_stop, "send!EAGAIN", -1, EAGAIN},
     {send_and_stop, "send=3", 3},
     {send_and_go_on, "send=3 send!EAGAIN send=5", 8},
+    {wait, "poll:H", 1},
+    {wait, "poll:N", -1, EBADF},
 };
 
 // With a time-out of 1000 ms, which is four silent slices.
@@ -102,6 +116,7 @@ const Fault timed_faults[] = {
     {recv, "recv!EAGAIN poll:E pending=0", -1, EIO},
     {recv, "recv!EAGAIN poll:E getsockopt!ENOTSOCK", -1, ENOTSOCK},
     {recv, "recv!EAGAIN poll!ENOMEM pending=0", -1, ENOMEM},
+    {recv, "recv!EAGAIN poll:N getsockopt!EBADF", -1, EBADF},
     // Kept: a receive with an address waits past the time-out.
     {recv_from, "silence*10 poll:R recvfrom!EAGAIN poll:R poll:R recvfrom=5", 5},
     {send_to, "sendto!EAGAIN poll:W sendto=8", 8},
@@ -148,6 +163,30 @@ TEST(SocketFaults, end_in_their_result_and_error_code) {
         socket.setTimeout(1000);
         run(socket, fault);
     }
+}
+
+TEST(SocketFaults, a_closed_socket_fails_with_EBADF_at_once_whoever_has_its_number_now) {
+    constexpr Operation all[] = {recv,   recv_from, send,  send_to, send_and_stop, connect, bind,
+                                 listen, accept,    ioctl, wait,    set_option,    get_name};
+    SOCKET ends[2];
+    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_DGRAM, 0, ends));
+    Socket plain(ends[0], SOCK_UDP, false);
+    plain.close();
+    TimedSocket timed(ends[0], SOCK_UDP, false);
+    timed.close();
+    ASSERT_EQ(ends[0], dup(ends[1]));
+    for (Socket* const socket : std::initializer_list<Socket*>{&plain, &timed}) {
+        for (const Operation& operation : all) {
+            SCOPED_TRACE(&operation - all);
+            errno = 0;
+            EXPECT_EQ(-1, operation(*socket));
+            EXPECT_EQ(uint32{EBADF}, socket->getLastError().code());
+        }
+        socket->shutdown(SHUTDOWN_BOTH);
+        socket->close();
+    }
+    EXPECT_EQ(0, fcntl(ends[0], F_GETFL) & O_NONBLOCK);
+    for (const SOCKET end : ends) EXPECT_EQ(0, unix_close(end));
 }
 
 }  // namespace

@@ -53,7 +53,7 @@ class c_utils_link : public c_utils_base {
 /// The untyped list. Every operation takes constant time except clear().
 ///
 /// A link that is inserted leaves the list it was in first. A position handed to base_insert_after,
-/// base_insert_before or base_next must be an element of this list.
+/// base_insert_before or base_next must be an element of this list. None of them is null.
 class c_utils_list_base {
   public:
     c_utils_list_base() = default;

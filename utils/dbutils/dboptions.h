@@ -8,7 +8,8 @@
 /// quotation mark, which stands for itself when it is written twice; every other value goes on to
 /// the next ";" and may be empty. A key is not empty and holds no "=" or ";".
 ///
-/// All functions are safe on any thread.
+/// Pointers are not null but where it says so; an empty list is null. All functions are safe on any
+/// thread.
 
 #include <cstddef>
 

@@ -69,7 +69,8 @@ const char* path_of_mapping(char* line, uintptr_t address) {
         std::sscanf(line, "%" SCNxPTR "-%" SCNxPTR " %*s %*s %*s %*s %n", &first, &behind, &path);
     if (fields != 2 || path == 0 || address < first || address >= behind) return nullptr;
     line[std::strcspn(line, "\n")] = '\0';
-    return line + path;
+    // How the kernel writes a line end in a name, or what the name says itself: the loader knows.
+    return std::strstr(line + path, "\\012") == nullptr ? line + path : nullptr;
 }
 
 /// Asks the kernel, which knows the file's full path however the loader was told to find it.
@@ -86,7 +87,8 @@ bool directory_from_mappings(uintptr_t address, char* directory, size_t len) {
     return found;
 }
 
-/// Asks the loader; for a system without /proc.
+/// Asks the loader; for a system without /proc, and for a name that the kernel does not tell
+/// plainly.
 bool directory_from_loader(const void* address, char* directory, size_t len) {
     Dl_info info{};
     if (dladdr(address, &info) == 0 || directory_end(info.dli_fname) == nullptr) return false;

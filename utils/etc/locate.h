@@ -10,7 +10,8 @@
 ///   LOCATE_RESOURCE   D, D/../share/quorel, D/../../share/quorel
 ///
 /// Nothing else is: neither the current directory nor one that the environment names, so that
-/// nobody but who installs the library decides what it loads.
+/// nobody but who installs the library decides what it loads. Pointers are not null but where it
+/// says so.
 ///
 /// Threads: every function may be called from any thread.
 

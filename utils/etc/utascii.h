@@ -2,7 +2,10 @@
 #define QUOREL_UTILS_ETC_UTASCII_H
 
 /// Character tests on ASCII alone, whatever locale the host has set: the names that the library
-/// compares are protocol words, not text, and <cctype> answers differently in some locales.
+/// compares are protocol words, not text, and <cctype> and strcasecmp answer differently in some
+/// locales (a Turkish "I" is no "i"). Texts are not null.
+
+#include <cstddef>
 
 constexpr bool ut_is_digit(char c) {
     return c >= '0' && c <= '9';
@@ -16,10 +19,15 @@ constexpr char ut_to_lower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
 }
 
-/// Whether two terminated strings are equal without regard to the case of ASCII letters.
-constexpr bool ut_equal_nocase(const char* left, const char* right) {
-    while (*left != '\0' && ut_to_lower(*left) == ut_to_lower(*right)) ++left, ++right;
-    return ut_to_lower(*left) == ut_to_lower(*right);
+/// Whether two terminated strings are equal without regard to the case of ASCII letters, as far as
+/// their first `length` characters go.
+constexpr bool ut_equal_nocase(const char* left, const char* right,
+                               std::size_t length = static_cast<std::size_t>(-1)) {
+    for (; length > 0; ++left, ++right, --length) {
+        if (ut_to_lower(*left) != ut_to_lower(*right)) return false;
+        if (*left == '\0') break;
+    }
+    return true;
 }
 
 #endif

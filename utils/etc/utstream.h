@@ -76,8 +76,10 @@ class UTIStream {
     size_t get(a_byte& byte) { return get(&byte, 1); }
 
     // The integer is four bytes, least significant first. The character is UTF-8; a byte that does
-    // not begin one stands for itself. What the stream's end cuts short is consumed and leaves the
-    // value as it was, except that a character keeps the bytes that were there.
+    // not begin one stands for itself. Both may come in any number of reads. A read that gives
+    // nothing where something has come already ends the stream. What the stream's end cuts short is
+    // consumed and leaves the value as it was, except that a character keeps the bytes that were
+    // there.
     UTIStream& operator>>(a_byte& byte);
     UTIStream& operator>>(int32& value);
     UTIStream& operator>>(uint32& value);

@@ -22,6 +22,21 @@ size_t continuation_bytes(a_byte first) {
     return 0;
 }
 
+// Reads `n` bytes on top of the `done` that have come already, in as many reads as it takes;
+// returns how many there are together. A stream that gives nothing in the middle could stay so for
+// ever, and what has come cannot be given back.
+size_t get_rest(UTIStream& in, a_byte* buf, size_t done, size_t n) {
+    while (done < n) {
+        const size_t got = in.get(buf + done, n - done);
+        if (got == 0) {
+            if (done != 0) in.set_eof();
+            break;
+        }
+        done += got;
+    }
+    return done;
+}
+
 }  // namespace
 
 UTIStream& UTIStream::operator>>(a_byte& byte) {
@@ -31,7 +46,7 @@ UTIStream& UTIStream::operator>>(a_byte& byte) {
 
 UTIStream& UTIStream::operator>>(uint32& value) {
     a_byte bytes[4];
-    if (get(bytes, sizeof bytes) == sizeof bytes)
+    if (get_rest(*this, bytes, 0, sizeof bytes) == sizeof bytes)
         value = uint32{bytes[0]} | uint32{bytes[1]} << 8 | uint32{bytes[2]} << 16 |
                 uint32{bytes[3]} << 24;
     return *this;
@@ -46,8 +61,9 @@ UTIStream& UTIStream::operator>>(int32& value) {
 
 UTIStream& UTIStream::operator>>(a_mb_char& character) {
     character.length = get(character.bytes, 1);
-    if (character.length == 1)
-        character.length += get(character.bytes + 1, continuation_bytes(character.bytes[0]));
+    if (character.length == 0) return *this;
+    const size_t whole = 1 + continuation_bytes(character.bytes[0]);
+    character.length = get_rest(*this, character.bytes, 1, whole);
     return *this;
 }
 

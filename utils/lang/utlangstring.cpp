@@ -86,7 +86,7 @@ a_bool UTLangStringBase::_NeedsConversion(const CharsetConverter& converter) con
 
 size_t UTLangStringBase::GetString(uint32 id, char* buf, size_t len) {
     if (len == 0) return 0;
-    buf[0] = '\0';
+    std::memset(buf, 0, std::min(len, sizeof(uint16)));  // a terminator of either kind
     for (size_t i = 0; i < _nres; ++i) {
         const size_t length = _NeedsConversion(_conv[i]) ? _GetConverted(i, id, buf, len)
                                                          : do_get_string(i, id, buf, len);

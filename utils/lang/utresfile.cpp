@@ -94,7 +94,7 @@ a_bool UTQXResFile::UTF16Supported() {
 size_t UTQXResFile::GetString(uint32 id, char* buf, size_t len) {
     if (len == 0) return 0;
     const Text text = _Find(id);
-    if (text.length == 0) return 0;
+    if (text.start == nullptr) return 0;
     const size_t count = std::min(text.length, len - 1);
     std::memcpy(buf, text.start, count);
     buf[count] = '\0';
@@ -104,8 +104,8 @@ size_t UTQXResFile::GetString(uint32 id, char* buf, size_t len) {
 size_t UTQXResFile::GetStringUTF16(uint32 id, uint16* buf, size_t len) {
     if (len == 0) return 0;
     const Text text = _Find(id);
+    if (text.start == nullptr) return 0;
     const size_t length = text.length / sizeof(uint16);
-    if (length == 0) return 0;
     const size_t count = std::min(length, len - 1);
     std::memcpy(buf, text.start, count * sizeof(uint16));
     buf[count] = 0;

@@ -41,7 +41,7 @@ static_assert(sizeof(QXResFileImage) == 20);
 inline constexpr uint32 QX_RES_SIGNATURE = 0x4F534552;  // "RESO"
 inline constexpr uint32 QX_RES_ENDIAN = 0x12345678;
 
-/// A source of message texts, whatever it is stored in.
+/// A source of message texts, whatever it is stored in. Pointers are not null but where it says so.
 class UTResFile {
   public:
     UTResFile() = default;
@@ -50,13 +50,14 @@ class UTResFile {
     virtual ~UTResFile() = default;
 
     /// Opens the file at `path`, closing one that is open. False, with nothing open, when there is
-    /// none or it is not valid.
+    /// none or it is not valid; null names none.
     virtual a_bool Open(const char* path) = 0;
 
     /// The same; with `locate` set, `path` is a bare file name that the library's locator finds.
     virtual a_bool Open(const char* path, a_bool locate) = 0;
 
-    /// Locates and opens the file for `language`, the "_iq" variant when `iq` is set.
+    /// Locates and opens the file for `language`, the "_iq" variant when `iq` is set; false for
+    /// null.
     virtual a_bool Open(const LanguageInfo* language, a_bool iq) = 0;
 
     /// Closes the file; nothing happens when none is open.
@@ -70,7 +71,7 @@ class UTResFile {
 
     /// Copies the text of `id`, in the file's character set, into `buf`: at most `len` - 1 bytes,
     /// terminated. Returns the bytes copied; 0, with `buf` untouched, when there is none or `len`
-    /// is 0. Of `id`, the low 16 bits count.
+    /// is 0, and 0, with `buf` empty, when the text is empty. Of `id`, the low 16 bits count.
     virtual size_t GetString(uint32 id, char* buf, size_t len) = 0;
 
     /// The same in units of 16 bits, `len` and the result too.
@@ -125,8 +126,8 @@ class UTQXResFile : public UTResFile {
 
   private:
     struct Text {
-        const a_byte* start;
-        size_t length;  // 0: there is none
+        const a_byte* start;  // null: there is none
+        size_t length;
     };
 
     static constexpr size_t MAX_LEVELS = sizeof(QXResFileImage::_level_bits);

@@ -23,7 +23,7 @@
 using a_lang_parm_writer = size_t (*)(void* context, const char* parm, char* buf, size_t len);
 
 /// Formats `format` into `buf`: what does not fit into `len` - 1 bytes is cut, and the text is
-/// terminated. Returns its length; 0, with `buf` untouched, when `len` is 0.
+/// terminated. Returns its length; 0, with `buf` untouched, when `len` is 0. `format` is not null.
 ///
 /// `args` holds one argument per number from 1 to the highest that the format names, in that order
 /// and of the types that the format says; a number in between that is not named takes a string. A

@@ -13,21 +13,39 @@ bool is_identity(const CharsetInfo* from, const CharsetInfo* to) {
     return from->id == CHARSET_US_ASCII && to->id != CHARSET_UTF16;
 }
 
-/// Appends "?" in the destination's form; false when there is no room.
-bool put_replacement(const CharsetInfo* to, char** out, size_t* room) {
-    const size_t size = to->id == CHARSET_UTF16 ? 2 : 1;
-    if (*room < size) return false;
-    std::memcpy(*out, "?\0", size);
-    *out += size;
-    *room -= size;
-    return true;
+constexpr auto Failed = static_cast<size_t>(-1);
+
+void forget_state(iconv_t handle) {
+    iconv(handle, nullptr, nullptr, nullptr, nullptr);
 }
 
-/// Delivers the character that a decoder holds back because a combining one might follow it
-/// (windows-1255, windows-1258, Big5-HKSCS); false when there is no room.
-bool put_held_back(iconv_t handle, char** out, size_t* room) {
-    return iconv(handle, nullptr, nullptr, out, room) != static_cast<size_t>(-1);
-}
+/// Where the converted text goes.
+struct Output {
+    char* at;
+    size_t room;
+    const CharsetInfo* charset;
+    size_t* lost;  // may be null
+
+    /// Appends "?" in place of a character, and counts it; false when there is no room.
+    bool PutReplacement() {
+        const size_t size = charset->id == CHARSET_UTF16 ? 2 : 1;
+        if (room < size) return false;
+        std::memcpy(at, "?\0", size);
+        at += size;
+        room -= size;
+        if (lost != nullptr) ++*lost;
+        return true;
+    }
+
+    /// Delivers the character that a decoder holds back because a combining one might follow it
+    /// (windows-1255, windows-1258, Big5-HKSCS); false when there is no room.
+    bool PutHeldBack(iconv_t handle) {
+        if (iconv(handle, nullptr, nullptr, &at, &room) != Failed) return true;
+        if (errno == E2BIG) return false;
+        forget_state(handle);
+        return PutReplacement();
+    }
+};
 
 }  // namespace
 
@@ -50,24 +68,22 @@ size_t CharsetConverter::Convert(const char* text, size_t text_len, char* buf, s
                                  size_t* lost) {
     if (_handle == nullptr) {
         const size_t count = std::min(text_len, len);
-        std::memcpy(buf, text, count);
+        if (count != 0) std::memcpy(buf, text, count);
         return count;
     }
     char* in = const_cast<char*>(text);  // iconv's prototype; it does not write there
-    char* out = buf;
-    size_t room = len;
-    iconv(_handle, nullptr, nullptr, nullptr, nullptr);
-    while (iconv(_handle, &in, &text_len, &out, &room) == static_cast<size_t>(-1)) {
+    Output out = {buf, len, _to, lost};
+    forget_state(_handle);
+    while (iconv(_handle, &in, &text_len, &out.at, &out.room) == Failed) {
         const int error = errno;
-        if (error == E2BIG || !put_held_back(_handle, &out, &room)) return len - room;
-        if (error != EILSEQ || !put_replacement(_to, &out, &room)) return len - room;
+        if (error == E2BIG || !out.PutHeldBack(_handle)) return len - out.room;
+        if (error != EILSEQ || !out.PutReplacement()) return len - out.room;
         const size_t skipped = _OffendingLength(in, text_len);
         in += skipped;
         text_len -= skipped;
-        if (lost != nullptr) ++*lost;
     }
-    put_held_back(_handle, &out, &room);
-    return len - room;
+    out.PutHeldBack(_handle);
+    return len - out.room;
 }
 
 /// Bytes of the character at the start of `text` that could not be converted.

@@ -18,9 +18,7 @@ constexpr LanguageInfo Languages[] = {
 };
 
 bool starts_with_name(const char* label, const char* name, size_t length) {
-    for (size_t i = 0; i < length; ++i) {
-        if (ut_to_lower(label[i]) != ut_to_lower(name[i])) return false;
-    }
+    if (!ut_equal_nocase(label, name, length)) return false;
     return label[length] == '\0' || std::strchr("_-.@", label[length]) != nullptr;
 }
 

@@ -4,9 +4,13 @@
 /// What the operating system's locale says about text: its character set and its language.
 ///
 /// The library lives in somebody else's process, so it only looks: it never calls setlocale. The
-/// locale that the process has set counts; while that is still the one every process starts with
-/// ("C"), the locale that the environment asks for counts (POSIX.1-2008: LC_ALL, then the category,
-/// then LANG), since most hosts never set one.
+/// locale that the process has set counts. Where that still is the one every process starts with
+/// ("C"), or says no more than that one, the locale that the environment asks for counts, since
+/// most hosts never set one. In the order of POSIX.1-2008, the first of these variables that is set
+/// and not empty says which it is:
+///
+///   character set   LC_ALL, LC_CTYPE, LANG
+///   language        LC_ALL, LC_MESSAGES, LANG
 
 #include <cstddef>
 

@@ -72,14 +72,16 @@ void ut_dll_set_report(a_dll_report report) {
     dll_report.store(report);
 }
 
+// Of null, the system's calls make the host's program and everything that is loaded.
 void* ut_dll_open(const char* path) {
+    if (path == nullptr) return nullptr;
     const a_dll_report report = dll_report.load();
     if (report != nullptr) report_load(report, path);
     return dlopen(path, RTLD_NOW | RTLD_LOCAL);
 }
 
 void* ut_dll_symbol(void* dll, const char* name) {
-    return dlsym(dll, name);
+    return dll != nullptr ? dlsym(dll, name) : nullptr;
 }
 
 void ut_dll_close(void* dll) {

@@ -1,6 +1,7 @@
 #include "utils/unix/posixio.h"
 
 #include <cerrno>
+#include <cstring>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -16,6 +17,34 @@ constexpr int host_safe_flags = O_CLOEXEC | O_NOCTTY;
 
 int mark_close_on_exec(int fd) {
     return retry_interrupted([&] { return fcntl(fd, F_SETFD, FD_CLOEXEC); });
+}
+
+void close_keeping_errno(int fd) {
+    const int reason = errno;
+    _posix_close(fd);
+    errno = reason;
+}
+
+// The flags of open(2) that a mode of fopen(3) asks for; -1 for one that is none. The C library's
+// own fopen() cannot be told to leave the controlling terminal alone.
+int open_flags(const char* mode) {
+    int flags = 0;
+    switch (mode[0]) {
+    case 'r':
+        break;
+    case 'w':
+        flags = O_CREAT | O_TRUNC;
+        break;
+    case 'a':
+        flags = O_CREAT | O_APPEND;
+        break;
+    default:
+        return -1;
+    }
+    if (std::strchr(mode, ',') != nullptr) return -1;
+    if (std::strchr(mode, 'x') != nullptr) flags |= O_EXCL;
+    if (std::strchr(mode, '+') != nullptr) return flags | O_RDWR;
+    return flags | (mode[0] == 'r' ? O_RDONLY : O_WRONLY);
 }
 
 // Moves `length` bytes by repeated calls of `transfer`(bytes done so far), which moves some and
@@ -90,9 +119,7 @@ int _posix_sopen(const char* path, int flags, int share, mode_t mode) {
     const int fd = open64(path, flags | host_safe_flags, mode);
     if (fd == -1) return -1;
     if (lock_whole_file(fd, (flags & O_ACCMODE) != 0, share)) return fd;
-    const int reason = errno;
-    _posix_close(fd);
-    errno = reason;
+    close_keeping_errno(fd);
     return -1;
 }
 
@@ -101,15 +128,17 @@ int _posix_creat(const char* path, mode_t mode) {
 }
 
 std::FILE* _posix_fopen(const char* path, const char* mode) {
-    // "e" asks for close-on-exec; it goes second, since a ",ccs=" part must stay last.
-    char host_safe_mode[64];
-    const int length = std::snprintf(host_safe_mode, sizeof host_safe_mode, "%.1se%s", mode,
-                                     mode[0] == '\0' ? "" : mode + 1);
-    if (length >= static_cast<int>(sizeof host_safe_mode)) {
+    const int flags = open_flags(mode);
+    if (flags == -1) {
         errno = EINVAL;
         return nullptr;
     }
-    return retry_interrupted([&] { return fopen64(path, host_safe_mode); });
+    constexpr mode_t as_fopen_does = 0666;
+    const int fd = _posix_open(path, flags, as_fopen_does);
+    if (fd == -1) return nullptr;
+    std::FILE* const stream = fdopen(fd, mode);
+    if (stream == nullptr) close_keeping_errno(fd);
+    return stream;
 }
 
 ssize_t _posix_read(int fd, void* buffer, std::size_t length) {

@@ -9,10 +9,14 @@
 /// wide on every platform.
 ///
 /// Every descriptor made here is close-on-exec from the moment it exists, so that it never reaches
-/// a child that another thread starts at the same moment, and never becomes the host's controlling
-/// terminal. No call raises a signal in the host: a write to a pipe without reader fails with
-/// EPIPE, one beyond the file size limit with EFBIG, a background process's read from its terminal
-/// with EIO. (What a caller does with a stream of _posix_fopen is outside this layer.)
+/// a child that another thread starts at the same moment, and is opened with O_NOCTTY, so that a
+/// terminal never becomes the host's controlling one. No call raises a signal in the host: a write
+/// to a pipe without reader fails with EPIPE, one beyond the file size limit with EFBIG, a
+/// background process's read from its terminal with EIO. (What a caller does with a stream of
+/// _posix_fopen is outside this layer.)
+///
+/// A null path or buffer fails with EFAULT, as in the system; a mode and a buffer for attributes
+/// are not null.
 ///
 /// Threads: every call may be made from any thread.
 
@@ -60,7 +64,8 @@ int _posix_sopen(const char* path, int flags, int share, mode_t mode);
 /// Opens `path` for writing, created or emptied, with creation mode `mode`. Returns the descriptor.
 int _posix_creat(const char* path, mode_t mode);
 
-/// Opens a stdio stream; `mode` as for fopen(3). The caller closes it with fclose. Null on failure.
+/// Opens a stdio stream; `mode` as for fopen(3), without the C library's ",ccs=" (EINVAL). The
+/// caller closes it with fclose. Null on failure.
 std::FILE* _posix_fopen(const char* path, const char* mode);
 
 /// Reads until `length` bytes are in or the file ends. Returns the count, which is less than

@@ -11,9 +11,10 @@
 /// release memory; if so, the request is tried once more. What follows when there still is none:
 ///
 ///   null             ut_malloc, ut_calloc, ut_memdup, ut_realloc of null
-///   the process ends ut_alloc, ut_strdup, ut_realloc of a block; every operation of UTHeap alike
+///   the process ends ut_alloc, ut_strdup, ut_realloc of a block
 ///
-/// so that a non-zero ut_alloc() never returns null. In this build the hook always says no.
+/// so that a non-zero ut_alloc() never returns null. UTHeap follows the functions behind it, so
+/// that only its Realloc() of null may yield null. In this build the hook always says no.
 /// uimalloc() alone does not ask it.
 
 #include <cstddef>

@@ -211,6 +211,16 @@ TEST(Wrappers, hand_arguments_and_results_through) {
     iface->Release();
 }
 
+TEST(Wrappers, keep_the_slot_before_the_error) {
+    const Wrappers w(nullptr);
+    struct {
+        const void *handle, *iface;
+        uint32 slot;
+    } first;
+    std::memcpy(&first, &w.encrypter, sizeof first);
+    EXPECT_TRUE(first.handle == &object && first.iface == nullptr && first.slot == FIPS_IFACE);
+}
+
 TEST(Wrappers, work_with_the_built_in_provider) {
     DBQXCIEnvironment env(&callbacks, nullptr);
     DBQXCIError err;

@@ -4,6 +4,8 @@
 #include <vector>
 
 #include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "tests/scratch.h"
 
@@ -66,4 +68,22 @@ TEST(Locate, the_search_starts_beside_the_own_file_wherever_the_process_is) {
     EXPECT_FALSE(ut_locate_file(LOCATE_LIBRARY, self.filename().c_str(), path, length));
     EXPECT_FALSE(ut_locate_file(LOCATE_LIBRARY, "only-here", path, sizeof path));
     fs::current_path(before);
+}
+
+// The test before this one, in a copy of this program.
+TEST(Locate, the_folder_of_the_own_file_may_have_any_name) {
+    const ScratchFolder scratch;
+    for (const char* name : {"a b", "line\nend", "back\\012slash", "x (deleted)", "\xFF'\"$"}) {
+        fs::create_directory(scratch.file(name));
+        const std::string copy = scratch.file(name) + "/copy";
+        fs::copy_file("/proc/self/exe", copy);
+        const pid_t child = fork();
+        if (child == 0) {
+            execl(copy.c_str(), copy.c_str(), "--gtest_filter=*wherever_the_process_is", nullptr);
+            _exit(127);
+        }
+        int ended = -1;
+        waitpid(child, &ended, 0);
+        EXPECT_EQ(ended, 0) << name;
+    }
 }

@@ -94,6 +94,28 @@ TEST(PartialBufferedStream, hands_out_one_refill_and_survives_an_empty_one) {
     EXPECT_TRUE(in.eof());
 }
 
+TEST(FormattedInput, takes_values_in_pieces_and_ends_with_one_that_stalls) {
+    TestIStream in("\x78\x56\x34\x12\xFF\xFF\xFF\xFF\xE2\x82\xAC!\xE2\x82", [] { return 1; });
+    uint32 number = 0;
+    int32 minus_one = 0;
+    in >> number >> minus_one;
+    EXPECT_EQ(number, 0x12345678u);
+    EXPECT_EQ(minus_one, -1);
+    a_mb_char character;
+    for (const char* expected : {"\xE2\x82\xAC", "!", "\xE2\x82", ""}) {
+        in >> character;
+        EXPECT_EQ(std::string(character.bytes, character.bytes + character.length), expected);
+    }
+    EXPECT_TRUE(in.eof());
+    // What has not begun may still come.
+    ScriptedIStream stalling("abcd", {0, 2, 0, 2});
+    for (const bool ended : {false, true}) {
+        stalling >> number;
+        EXPECT_EQ(stalling.eof(), ended);
+        EXPECT_EQ(number, 0x12345678u);
+    }
+}
+
 TEST(PartialBufferedStream, skips_the_wrong_way_round) {
     ScriptedIStream in("0123456789abcdefghijklmnopqrstuv", {10, 15, 2, 1, 3, 1});
     in.read(0);

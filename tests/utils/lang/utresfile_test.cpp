@@ -98,6 +98,18 @@ TEST(ResFile, units_of_16_bits_are_counted_as_such) {
     EXPECT_THAT(units, testing::ElementsAre('a', 0, 9));
 }
 
+TEST(ResFile, an_empty_text_is_terminated_and_a_missing_one_leaves_the_buffer_alone) {
+    MemoryResFile file(ImageBuilder().Add(7, "").Add(9, "x").Image());
+    const std::pair<uint32, char> rows[] = {{7, '\0'}, {8, '#'}};
+    for (const auto& [id, first] : rows) {
+        char text[] = "##";
+        uint16 units[] = {'#', '#'};
+        EXPECT_EQ(file.GetString(id, text, 2) + file.GetStringUTF16(id, units, 2), 0U);
+        EXPECT_THAT(text, testing::ElementsAre(first, '#', '\0'));
+        EXPECT_THAT(units, testing::ElementsAre(first, '#'));
+    }
+}
+
 TEST(ResFile, the_description_names_the_character_set) {
     const std::string long_label(96 - sizeof("charset=;language="), ' ');
     const std::pair<std::string, const char*> rows[] = {

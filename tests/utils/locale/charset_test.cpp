@@ -7,10 +7,16 @@
 
 #include <gmock/gmock.h>
 
+#include "utils/etc/utascii.h"
 #include "utils/locale/csconvert.h"
 #include "utils/locale/language.h"
 
 namespace {
+
+static_assert(ut_equal_nocase("asIS-is", "ASis", 4) && ut_equal_nocase("asi", "ASIS", 3) &&
+              ut_equal_nocase("I", "i") && ut_equal_nocase("x", "y", 0));
+static_assert(!ut_equal_nocase("asi", "ASIS", 4) && !ut_equal_nocase("ab", "abc") &&
+              !ut_equal_nocase("@[", "`{") && !ut_equal_nocase("\xDD", "i"));
 
 std::string converted(const char* from, const char* to, const std::string& text, size_t len = 64,
                       size_t* lost = nullptr) {
@@ -84,6 +90,8 @@ TEST(CharsetConverter, converts_between_character_sets) {
         // A letter that the converter holds back, lest an accent follows, is not lost.
         {"windows-1255", "UTF-8", "a\xF9", "a\u05E9", 0},
         {"UTF-8", "Big5-HKSCS", "\u00EA", "\x88\xA7", 0},
+        {"windows-1255", "ISO-8859-1", "a\xF9", "a?", 1},
+        {"windows-1255", "US-ASCII", "\xF9\xFFz\xF9z", "??z?z", 3},
         {"UTF-8", "ISO-8859-1", "a\xE2\x82", "a", 0},
     };
     for (const auto& row : rows) {
@@ -93,4 +101,5 @@ TEST(CharsetConverter, converts_between_character_sets) {
     }
     for (size_t len = 0; len <= 6; ++len)  // what does not fit goes as a whole
         EXPECT_EQ(converted("ISO-8859-1", "UTF-8", "\xE9\xE9\xE9", len).size(), len / 2 * 2);
+    EXPECT_EQ(converted("windows-1255", "US-ASCII", "a\xF9", 1), "a");
 }

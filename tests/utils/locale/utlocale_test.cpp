@@ -9,10 +9,10 @@ namespace {
 
 /// Runs with the given locale variables; an empty one counts as unset.
 struct Environment {
-    Environment(const char* all, const char* category, const char* lang) {
+    Environment(const char* all, const char* ctype, const char* messages, const char* lang) {
         setenv("LC_ALL", all, 1);
-        setenv("LC_CTYPE", category, 1);
-        setenv("LC_MESSAGES", category, 1);
+        setenv("LC_CTYPE", ctype, 1);
+        setenv("LC_MESSAGES", messages, 1);
         setenv("LANG", lang, 1);
     }
     ~Environment() {
@@ -28,16 +28,16 @@ const char* label_of(const CharsetInfo* charset) {
 
 TEST(Locale, the_environment_names_what_the_process_has_not_set) {
     const struct {
-        const char *all, *category, *lang, *charset, *language;
+        const char *all, *ctype, *messages, *lang, *charset, *language;
     } rows[] = {
-        {"", "", "", "US-ASCII", "en"},
-        {"", "", "xx_XX.ISO-8859-2", "ISO-8859-2", "en"},
-        {"", "fr_XX.KOI8-R@euro", "ja_JP.eucJP", "KOI8-R", "fr"},
-        {"es_XX.CP1252", "fr_XX.UTF-8", "", "windows-1252", "es"},
-        {"de_XX.longer-than-the-name-of-any-character-set", "", "", "US-ASCII", "de"},
+        {"", "", "", "", "US-ASCII", "en"},
+        {"", "", "", "xx_XX.ISO-8859-2", "ISO-8859-2", "en"},
+        {"", "fr_XX.KOI8-R@euro", "it_XX.UTF-8", "ja_JP.eucJP", "KOI8-R", "it"},
+        {"es_XX.CP1252", "fr_XX.UTF-8", "fr_XX.UTF-8", "", "windows-1252", "es"},
+        {"de_XX.longer-than-the-name-of-any-character-set", "", "", "", "US-ASCII", "de"},
     };
     for (const auto& row : rows) {
-        const Environment environment(row.all, row.category, row.lang);
+        const Environment environment(row.all, row.ctype, row.messages, row.lang);
         EXPECT_STREQ(label_of(ls_detect_charset()), row.charset);
         EXPECT_STREQ(ls_detect_language()->iso_label, row.language);
         EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), "C") << "the process's locale was changed";

@@ -195,19 +195,29 @@ TEST_F(Posixio, reports_other_failures_and_asks_nothing_for_length_zero) {
     EXPECT_EQ(plan(), -EIO) << "a system call was made";
 }
 
-TEST_F(Posixio, descriptors_are_close_on_exec) {
-    const std::string path = scratch.file_with("data", "abc");
-    std::FILE* const stream = _posix_fopen(path.c_str(), "r");
-    const int descriptors[] = {_posix_open(path.c_str(), O_RDONLY, 0),
-                               _posix_creat(path.c_str(), 0600),
-                               _posix_sopen(path.c_str(), O_RDONLY, POSIX_SHARE_NONE, 0)};
-    EXPECT_EQ(open_flags, O_RDONLY | O_CLOEXEC | O_NOCTTY) << "from the start";
-    EXPECT_EQ(fcntl(fileno(stream), F_GETFD), FD_CLOEXEC);
-    for (const int fd : descriptors) {
+TEST_F(Posixio, every_open_is_close_on_exec_and_takes_no_terminal_from_the_start) {
+    const std::string path = scratch.file_with("data", "abc"), fresh = scratch.file("fresh");
+    const auto opened = [](int fd, int flags) {
+        EXPECT_EQ(open_flags, flags | O_CLOEXEC | O_NOCTTY);
         EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
-        _posix_close(fd);
+        return fd;
+    };
+    const char* const at = path.c_str();
+    _posix_close(opened(_posix_open(at, O_RDONLY, 0), O_RDONLY));
+    _posix_close(opened(_posix_sopen(at, O_RDWR, POSIX_SHARE_NONE, 0), O_RDWR));
+    _posix_close(opened(_posix_creat(at, 0600), O_WRONLY | O_CREAT | O_TRUNC));
+    const std::pair<const char*, int> modes[] = {{"wx", O_WRONLY | O_CREAT | O_TRUNC | O_EXCL},
+                                                 {"ro", O_RDONLY},
+                                                 {"rb+", O_RDWR},
+                                                 {"a+", O_RDWR | O_CREAT | O_APPEND}};
+    for (const auto& [mode, flags] : modes) {
+        std::FILE* const stream = _posix_fopen(fresh.c_str(), mode);
+        ASSERT_NE(stream, nullptr) << mode;
+        opened(fileno(stream), flags);
+        fclose(stream);
     }
-    fclose(stream);
+    for (const char* mode : {"", "x", "r,ccs=UTF-8"})
+        EXPECT_TRUE(_posix_fopen(fresh.c_str(), mode) == nullptr && errno == EINVAL) << mode;
 }
 
 bool is_pending(int signal) {
