@@ -9,6 +9,19 @@
 
 namespace {
 
+/// The memory of the OpenSSL that is linked in, of which one allocation of this thread may fail.
+thread_local int allocations_left = -1;
+void* openssl_realloc(void* memory, size_t size, const char*, int) {
+    return allocations_left-- == 0 ? nullptr : std::realloc(memory, size);
+}
+void* openssl_alloc(size_t size, const char* file, int line) {
+    return openssl_realloc(nullptr, size, file, line);
+}
+void openssl_free(void* memory, const char*, int) {
+    std::free(memory);
+}
+const int watched = CRYPTO_set_mem_functions(openssl_alloc, openssl_realloc, openssl_free);
+
 /// Descriptors, threads, and mappings of providers.
 std::array<long, 3> footprint() {
     const auto entries = [](const char* folder) {
@@ -495,6 +508,24 @@ TEST_F(OpenSslProvider, undoes_everything_when_memory_runs_out) {
         // An error goes without its parameter rather than without its code.
         const bool only_parameter = failure == a_failure(QxciErrBadCompany, "");
         EXPECT_TRUE(only_parameter || failure.first == QxciErrNoMemory) << fail_at;
+    }
+}
+
+TEST_F(OpenSslProvider, survives_that_openssl_has_no_memory) {
+    ASSERT_EQ(watched, 1);
+    TestProvider provider(LINKED, trust);
+    Wire nobody;
+    const Session session(provider, nobody, {});
+    for (int left = 0; left <= 500; left++) {
+        Peer peer(good);
+        a_qxci_error error = {};
+        allocations_left = left < 500 ? left : -1;
+        const QXCIStreamConnH conn = provider.conn_iface.create_func(
+            session.stream, &peer.callbacks, nullptr, &peer, &error);
+        allocations_left = -1;
+        EXPECT_EQ(provider.take(error) == no_failure, conn != nullptr) << left;
+        EXPECT_TRUE(conn != nullptr || left < 500) << "and works again";
+        provider.conn_iface.destroy_func(conn);
     }
 }
 
