@@ -19,10 +19,17 @@ size_t TlsWriteCallback(void* context, const char* buf, size_t buflen) {
     return static_cast<size_t>(socket_of(context).send(buf, length));
 }
 
+// Before the peer is waited for, what is queued is pushed. What TLS itself has sent, at the end of
+// the handshake or in answer to the peer, gets no reply, so that Nagle's algorithm would hold the
+// command after it back.
+//
 // A peer that has closed is success with no bytes, like one that has nothing to say.
 int TlsReadCallback(void* context, char* buf, size_t buflen, size_t* read_len) {
     const auto length = static_cast<unsigned int>(std::min<size_t>(buflen, INT_MAX));
-    const int count = socket_of(context).recv(buf, length);
+    Socket& socket = socket_of(context);
+    socket.set_Nagle_algorithm(true);
+    socket.set_Nagle_algorithm(false);
+    const int count = socket.recv(buf, length);
     *read_len = static_cast<size_t>(count);
     return count != -1;
 }
@@ -135,9 +142,6 @@ int SecureSMTPClient::_MakeTlsConnection() {
     }
     _tlscontext.reset(new (std::nothrow) TlsContext{_socket});
     if (_tlscontext == nullptr) return SMTP_NO_MEMORY;
-    // The end of the handshake and the greeting after it follow each other without an answer in
-    // between, so that Nagle's algorithm would hold the greeting back.
-    _socket.set_Nagle_algorithm(true);
     err.Clear();
     _tlsconn.reset(new (std::nothrow)
                        TlsConnection(_qxci_stream.get(), _qxcienv, &socket_callbacks,
@@ -150,7 +154,6 @@ int SecureSMTPClient::_MakeTlsConnection() {
 // no TLS error.
 int SecureSMTPClient::_IntroduceSecurely(const char* sender, const char* sender_name, int timeout) {
     const int result = _Introduce(sender, sender_name, timeout, SMTP_NOT_SECURE);
-    _socket.set_Nagle_algorithm(false);
     return result != SMTP_OK && _HasTlsFailed() ? SMTP_NOT_SECURE : result;
 }
 

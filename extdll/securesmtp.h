@@ -23,11 +23,12 @@ class SecureSMTPClient : public SMTPClient {
     /// connection if it is still open; without QUIT.
     ~SecureSMTPClient() override;
 
-    /// What the server's certificate must be: issued under one of those in the file `certfile`, its
-    /// subject's company and unit equal to what is given here, and `name` equal to a common name of
-    /// its subject or matching one of its DNS names; each may be null. Without a file the others
-    /// are ignored, and the provider decides what it trusts. To be called before Connect(), which
-    /// passes them to the provider, or, where there was no memory for a copy, says only that.
+    /// What the server's certificate must be: issued under one of those in the file `certfile`, and
+    /// with `company` and `unit` as O and OU of its subject, and `name` as its CN or among the
+    /// hosts that it is for; each may be null. Without a file the others are ignored, and the
+    /// provider decides what it trusts. To be called before Connect(), which passes them to the
+    /// provider, or, where there was no memory for a copy, says only that.
+    ///
     /// Kept: a null `certfile` leaves the file of an earlier call in place, and the copy of an
     /// earlier file is never freed.
     void SetTrustedCertificate(const char* certfile, const char* company, const char* unit,

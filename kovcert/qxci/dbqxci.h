@@ -18,9 +18,8 @@
 #include "utils/utmem/utmem.h"
 #include "utils/utmem/uttext.h"
 
-/// The environment of one owner. Init() comes before everything else; objects are deleted before
-/// Fini(), or at the latest while it runs, on whatever thread. One that comes too late leaves what
-/// it holds of the provider where it is.
+/// The environment of one owner. Init() comes before everything else, and its objects are deleted
+/// before Fini(); what becomes of one that is not stands in dbqxciwrappers.h.
 ///
 /// Choice of provider: OTHER_IFACE under gUseStub; else FIPS_IFACE in FIPS mode, but for CRC32,
 /// which is always STATIC_IFACE's; else what the tables of qxcialgorithms.h say. No FIPS provider
@@ -66,8 +65,7 @@ class DBQXCIEnvironment : public c_utils_base {
     a_qxci_result Init(bool fips, const char* component, a_qxci_user_option* options,
                        DBQXCIError* err);
 
-    /// Ends every provider's environment and closes the libraries. Objects that are deleted
-    /// meanwhile are either destroyed first or not at all. Init() may follow.
+    /// Ends every provider's environment and closes the libraries. Init() may follow.
     void Fini();
 
     /// Whether the provider that an algorithm belongs to can be loaded and has it; a null name is

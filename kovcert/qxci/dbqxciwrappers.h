@@ -6,11 +6,13 @@
 /// name, whose contract is in qxci.h.
 ///
 /// Objects come from DBQXCIEnvironment (connections from DBQXCIStream) and are the caller's, who
-/// deletes them before the environment's Fini(), which ends what they stand on.
+/// deletes them before the environment's Fini(). A deletion that Fini() overtakes, or that comes
+/// later still, is safe: the object is destroyed first, or else what it holds of the provider stays
+/// in memory for good.
 ///
 /// Threads: one object is used by one thread at a time, though not always by the same one. Using
 /// one takes no lock, so no operation runs on it while the environment finishes; deleting it does,
-/// and may happen on any thread at that time.
+/// and may happen on any thread at any time.
 
 #include <cstddef>
 #include <type_traits>
@@ -56,7 +58,7 @@ class DBQXCIWrapper : public c_utils_base {
     }
 
     /// Kept: without an entry to destroy the handle with, which is so after the environment's
-    /// Fini(), the reference is not given back, and the tables stay in memory for good.
+    /// Fini(), the reference is not given back.
     ~DBQXCIWrapper() {
         if (_iface != nullptr && _iface->DestroyHandle(Iface, _handle)) {
             _iface->Release();

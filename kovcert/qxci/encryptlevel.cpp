@@ -12,9 +12,11 @@ bool a_tls_parms::Parse(const char* parms, DBQXCIError* err) {
     const char* const type = FindQXCIOption(options, "tls_type");
     const char* const fips_value = FindQXCIOption(options, "FIPS");
     tls_type = ut_text(type != nullptr ? type : "rsa");
-    fips = fips_value != nullptr && ut_equal_nocase(fips_value, "YES");
+    const int wanted = fips_value != nullptr ? qxci_yes_or_no(fips_value) : 0;
     FreeQXCIOptions(options);
-    return true;
+    fips = wanted == 1;
+    if (wanted == -1) err->Set(QxciErrOptionError, "FIPS");
+    return wanted != -1;
 }
 
 bool c_encrypt_level::set_level(const char* algorithm, const char* parms) {

@@ -21,10 +21,10 @@ enum a_encrypt_level : uint32 {
 /// What the parameters of "tls" say about the stream.
 struct a_tls_parms {
     UTText tls_type;    // "rsa" unless given
-    bool fips = false;  // "FIPS" is "YES"
+    bool fips = false;  // "FIPS" says yes (qxci_yes_or_no() in qxci.h)
 
     /// Reads "tls_type=...;FIPS=..."; other options are for others, null is an empty text. False on
-    /// a syntax error, with the reason in `err`.
+    /// a syntax error or a "FIPS" that says neither yes nor no, with the reason in `err`.
     bool Parse(const char* parms, DBQXCIError* err);
 };
 

@@ -134,6 +134,26 @@ typedef struct a_qxci_error {
     char** parm_list;
 } a_qxci_error;
 
+/* ---- Option values --------------------------------------------------------------------------- */
+
+/* What the value of an option that is on or off says, "FIPS" being one: 1 for "yes", "y", "true",
+ * "on" or "1", 0 for "no", "n", "false", "off" or "0", without regard to case (ASCII letters), and
+ * -1 for any other text, which is QxciErrOptionError. The owner and providers read them alike. */
+static inline int qxci_yes_or_no(const char* text) {
+    static const char* const words[] = {"no",   "yes", "n",  "y", "false",
+                                        "true", "off", "on", "0", "1"};
+    for (int number = 0; number < 10; number++) {
+        const char* word = words[number];
+        const char* c = text;
+        while (*word != '\0' && *word == (*c >= 'A' && *c <= 'Z' ? *c - 'A' + 'a' : *c)) {
+            word++;
+            c++;
+        }
+        if (*word == '\0' && *c == '\0') return number % 2;
+    }
+    return -1;
+}
+
 /* ---- What the owner provides ---------------------------------------------------------------- */
 
 /* Takes a line for the owner's log. The lower the level, the more important; a negative level is

@@ -7,11 +7,18 @@ bool CallbackBio::init() {
     _in = static_cast<unsigned char*>(_memory.alloc(in_size + out_size));
     if (_in == nullptr) return false;
     _out = _in + in_size;
-    return true;
+    return make_method();
+}
+
+bool CallbackBio::make_method() {
+    _method.reset(BIO_meth_new(BIO_TYPE_SOURCE_SINK, "connection callbacks"));
+    return _method != nullptr && BIO_meth_set_write_ex(_method.get(), write_entry) == 1 &&
+           BIO_meth_set_read_ex(_method.get(), read_entry) == 1 &&
+           BIO_meth_set_ctrl(_method.get(), control_entry) == 1;
 }
 
 BioPtr CallbackBio::make_bio() {
-    BioPtr bio(method() == nullptr ? nullptr : BIO_new(method()));
+    BioPtr bio(BIO_new(_method.get()));
     if (bio == nullptr) return bio;
     BIO_set_data(bio.get(), this);
     BIO_set_init(bio.get(), 1);
@@ -71,19 +78,6 @@ size_t CallbackBio::ask(size_t len) {
     return _failed ? 0 : got;
 }
 
-BIO_METHOD* CallbackBio::method() {
-    static BIO_METHOD* const made = [] {
-        BIO_METHOD* const fresh =
-            BIO_meth_new(BIO_get_new_index() | BIO_TYPE_SOURCE_SINK, "connection callbacks");
-        if (fresh == nullptr) return fresh;
-        BIO_meth_set_write_ex(fresh, write_entry);
-        BIO_meth_set_read_ex(fresh, read_entry);
-        BIO_meth_set_ctrl(fresh, control_entry);
-        return fresh;
-    }();
-    return made;
-}
-
 int CallbackBio::write_entry(BIO* bio, const char* data, size_t len, size_t* written) {
     BIO_clear_retry_flags(bio);
     if (!static_cast<CallbackBio*>(BIO_get_data(bio))->write(data, len)) return 0;
@@ -94,8 +88,8 @@ int CallbackBio::write_entry(BIO* bio, const char* data, size_t len, size_t* wri
 int CallbackBio::read_entry(BIO* bio, char* data, size_t len, size_t* got) {
     CallbackBio& self = *static_cast<CallbackBio*>(BIO_get_data(bio));
     BIO_clear_retry_flags(bio);
-    *got = self.read(data, len);
-    if (*got == 0 && !self.failed()) BIO_set_retry_read(bio);
+    *got = self.flooded() ? 0 : self.read(data, len);
+    if (*got == 0 && !self.failed() && !self.flooded()) BIO_set_retry_read(bio);
     return *got > 0 ? 1 : 0;
 }
 

@@ -22,6 +22,12 @@ class CallbackBio {
     /// Takes the buffers; false when there is no memory.
     bool init();
 
+    // The peer has begun a record, or sent a message of a handshake; the handshake is done, or data
+    // has been read.
+    void note_record() { _records++; }
+    void note_message() { _messages++; }
+    void note_data() { _records = _messages = 0; }
+
     /// A BIO over this, which must outlive it; null when there is no memory.
     BioPtr make_bio();
 
@@ -32,12 +38,16 @@ class CallbackBio {
     bool failed() const { return _failed; }
     /// Nothing has come in for so long that the peer counts as gone.
     bool gave_up() const { return _empty_reads.gave_up(); }
+    /// More has come in a row without data than an honest peer sends: nothing goes in any more.
+    /// Otherwise requests for a new handshake or new keys, tickets, and empty records would be
+    /// answered or dropped without end, at the cost of this side's processor.
+    bool flooded() const { return _records > most_idle + 1 || _messages > most_idle; }
 
   private:
     static int write_entry(BIO* bio, const char* data, size_t len, size_t* written);
     static int read_entry(BIO* bio, char* data, size_t len, size_t* got);
     static long control_entry(BIO* bio, int command, long number, void* pointer);
-    static BIO_METHOD* method();
+    bool make_method();
 
     bool write(const char* data, size_t len);
     size_t read(char* data, size_t len);
@@ -47,14 +57,20 @@ class CallbackBio {
     // Four full records; a record is up to 16 KiB with 2 KiB of overhead (RFC 5246 section 6.2.3).
     static constexpr size_t in_size = (16 + 2) * 1024 + 5, out_size = 4 * in_size;
 
+    // Records, of which one more may be about to bring data, and messages, of which a record can
+    // hold thousands.
+    static constexpr int most_idle = 1000;
+
     const OwnerMemory& _memory;
     const a_qxci_conn_callbacks& _callbacks;
     void* const _user_data;
+    BioMethodPtr _method;
     unsigned char* _in = nullptr;   // in_size bytes; out_size more follow
     unsigned char* _out = nullptr;  // those
     size_t _in_start = 0, _in_end = 0;
     size_t _out_len = 0;
     EmptyReads _empty_reads;
+    int _records = 0, _messages = 0;
     bool _failed = false;
 };
 

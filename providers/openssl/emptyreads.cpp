@@ -1,6 +1,6 @@
 #include "providers/openssl/emptyreads.h"
 
-#include "providers/openssl/pause.h"
+#include "providers/openssl/clock.h"
 
 #include <algorithm>
 

@@ -28,9 +28,11 @@ bool ErrorRecord::fail(a_dbqxci_error code, const char* parm, uint32_t system_co
 }
 
 bool ErrorRecord::fail_openssl(a_dbqxci_error code, const char* parm) {
-    const unsigned long reason = ERR_peek_last_error();
-    if (ERR_GET_REASON(reason) == ERR_R_MALLOC_FAILURE) return fail(QxciErrNoMemory);
-    return fail(code, parm, static_cast<uint32_t>(reason));
+    const unsigned long newest = ERR_peek_last_error();
+    while (const unsigned long reason = ERR_get_error()) {
+        if (ERR_GET_REASON(reason) == ERR_R_MALLOC_FAILURE) return fail(QxciErrNoMemory);
+    }
+    return fail(code, parm, static_cast<uint32_t>(newest));
 }
 
 void ErrorRecord::give_to(a_qxci_error* to) {

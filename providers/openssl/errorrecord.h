@@ -18,8 +18,8 @@ class ErrorRecord {
     /// Records a failure; false, for the caller to return.
     bool fail(a_dbqxci_error code, const char* parm = nullptr, uint32_t system_code = 0);
 
-    /// The same with the newest error of OpenSSL on this thread as the system code. When that says
-    /// that memory ran out, so does the record.
+    /// The same with the newest of OpenSSL's errors on this thread as the system code. They are
+    /// taken off the thread; when one of them says that memory ran out, so does the record.
     bool fail_openssl(a_dbqxci_error code, const char* parm = nullptr);
 
     /// Hands the record, with its parameter, over to one of the owner's, which may be null.

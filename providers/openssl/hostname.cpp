@@ -1,5 +1,6 @@
 #include "providers/openssl/hostname.h"
 
+#include <arpa/inet.h>
 #include <cstring>
 
 namespace {
@@ -30,4 +31,19 @@ bool is_host_name(const char* name) {
     }
     // No top-level domain consists of digits, but every dotted IPv4 address ends in them.
     return is_label(last, std::strlen(last)) && last[std::strspn(last, "0123456789")] != '\0';
+}
+
+bool is_ip_address(const char* name) {
+    in_addr ignored;
+    return std::strchr(name, ':') != nullptr || inet_aton(name, &ignored) != 0;
+}
+
+an_ip_address read_ip_address(const char* name) {
+    an_ip_address address = {};
+    if (inet_pton(AF_INET, name, address.bytes) == 1) {
+        address.size = 4;
+    } else if (inet_pton(AF_INET6, name, address.bytes) == 1) {
+        address.size = 16;
+    }
+    return address;
 }

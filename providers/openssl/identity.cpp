@@ -2,6 +2,7 @@
 
 #include "providers/openssl/algorithm.h"
 #include "providers/openssl/pemtext.h"
+#include "providers/openssl/validity.h"
 
 #include <cstring>
 
@@ -26,11 +27,6 @@ bool is_key_type(const EVP_PKEY& key) {
         if (type != nullptr && EVP_PKEY_is_a(&key, type)) return true;
     }
     return false;
-}
-
-bool has_expired(const X509& certificate) {
-    return X509_cmp_current_time(X509_get0_notAfter(&certificate)) <= 0 ||
-           X509_cmp_current_time(X509_get0_notBefore(&certificate)) > 0;
 }
 
 }  // namespace
@@ -86,7 +82,8 @@ bool Identity::check(const PemText& text, ErrorRecord& error) const {
     if (X509_check_private_key(_certificate.get(), _key.get()) != 1) {
         return error.fail_openssl(QxciErrBadCert, text.source());
     }
-    return !has_expired(*_certificate) || error.fail(QxciErrSpecifiedCertExpired, text.source());
+    if (judge_dates(*_certificate) == X509_V_OK) return true;
+    return error.fail(QxciErrSpecifiedCertExpired, text.source());
 }
 
 bool Identity::apply(SSL& ssl, ErrorRecord& error) const {

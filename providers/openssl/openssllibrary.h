@@ -18,7 +18,8 @@
 
 /// Sets the library up on the first call. No configuration file is read and no module loaded
 /// whatever the environment variables of the process say, and no exit handler is registered. False
-/// when the library cannot work.
+/// when the library cannot work. OpenSSL tries each step of its set-up once: one that memory was
+/// too short for has failed until the process ends.
 bool start_openssl();
 
 template <auto Free>
@@ -30,6 +31,7 @@ struct an_openssl_deleter {
 };
 
 using BioPtr = std::unique_ptr<BIO, an_openssl_deleter<BIO_free>>;
+using BioMethodPtr = std::unique_ptr<BIO_METHOD, an_openssl_deleter<BIO_meth_free>>;
 using KeyPtr = std::unique_ptr<EVP_PKEY, an_openssl_deleter<EVP_PKEY_free>>;
 using CertPtr = std::unique_ptr<X509, an_openssl_deleter<X509_free>>;
 using StorePtr = std::unique_ptr<X509_STORE, an_openssl_deleter<X509_STORE_free>>;

@@ -1,5 +1,9 @@
 #include "providers/openssl/peercheck.h"
 
+#include "providers/openssl/hostname.h"
+#include "providers/openssl/nameconstraints.h"
+#include "providers/openssl/validity.h"
+
 #include <openssl/x509v3.h>
 
 #include <cstring>
@@ -50,17 +54,24 @@ bool subject_has(const X509& certificate, int attribute, const char* text) {
     return false;
 }
 
-/// OpenSSL would take ".example" for every name that ends so, and fall back on the CN, which counts
-/// by equality only.
-bool has_dns_name(X509& certificate, const char* name) {
+/// Whether the name is among the alternative names. A wildcard stands for a whole label (RFC 6125
+/// section 6.4.3); an IP address is never a DNS name, whatever a certificate calls it. OpenSSL
+/// would take ".example" for every name that ends so, and fall back on the CN, which counts by
+/// equality only.
+bool has_host(X509& certificate, const char* name) {
+    if (is_ip_address(name)) {
+        const an_ip_address address = read_ip_address(name);
+        return address.size > 0 && X509_check_ip(&certificate, address.bytes, address.size, 0) == 1;
+    }
+    constexpr unsigned rules =
+        X509_CHECK_FLAG_NEVER_CHECK_SUBJECT | X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS;
     return *name != '\0' && *name != '.' &&
-           X509_check_host(&certificate, name, 0, X509_CHECK_FLAG_NEVER_CHECK_SUBJECT, nullptr) ==
-               1;
+           X509_check_host(&certificate, name, 0, rules, nullptr) == 1;
 }
 
-/// An authority's name constraints hold for the CN too, which can stand for a host name even where
-/// there are DNS names (RFC 5280 section 4.2.1.10 leaves that open). Said to the context, to which
-/// a session does not pass such flags on unless it names a host.
+/// An authority's name constraints hold for a CN that looks like a host name even where there are
+/// DNS names (RFC 5280 section 4.2.1.10 leaves that open). Said to the context, to which a session
+/// does not pass such flags on unless it names a host.
 void constrain_common_name(X509_STORE_CTX& context) {
     X509_VERIFY_PARAM_set_hostflags(X509_STORE_CTX_get0_param(&context),
                                     X509_CHECK_FLAG_ALWAYS_CHECK_SUBJECT);
@@ -78,20 +89,24 @@ constexpr struct a_demand {
 
 bool meets(X509& certificate, const a_demand& demand, const char* text) {
     if (text == nullptr || subject_has(certificate, demand.attribute, text)) return true;
-    return demand.setting == SETTING_NAME && has_dns_name(certificate, text);
+    return demand.setting == SETTING_NAME && has_host(certificate, text);
 }
 
 }  // namespace
 
 bool check_peer(X509_STORE_CTX& context, const Settings& settings, ErrorRecord& error) {
     constrain_common_name(context);
-    if (X509_verify_cert(&context) != 1) return fail_verify(context, error);
+    leave_dates_aside(context);
+    if (X509_verify_cert(&context) != 1 || !judge_chain_dates(context)) {
+        return fail_verify(context, error);
+    }
     X509* const certificate = X509_STORE_CTX_get0_cert(&context);
     for (const a_demand& demand : demands) {
         const char* const text = settings.get(demand.setting).text;
         if (!meets(*certificate, demand, text)) return error.fail(demand.code, text);
     }
-    return true;
+    const char* const name = settings.get(SETTING_NAME).text;
+    return name == nullptr || judge_name(context, name) || fail_verify(context, error);
 }
 
 BioPtr subject_text(const X509& certificate) {

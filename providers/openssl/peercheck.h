@@ -8,8 +8,9 @@
 
 /// Verifies the chain of the context, then compares the certificate with what the settings demand:
 ///   company, unit   one of the subject's O, or OU, values, byte for byte in UTF-8
-///   name            one of its CN values likewise, or by the rules of host names, wildcards
-///                   included, a DNS name of the certificate
+///   name            one of its CN values likewise, or an alternative name of the certificate: an
+///                   IP address if it is one itself, else a DNS name, which may begin with "*."
+/// A name must also be one that the chain's authorities may vouch for (nameconstraints.h).
 /// False with the reason in `error`: QxciErrCertExpired or QxciErrBadCert with the subject of the
 /// certificate at fault and OpenSSL's verify result as the system code; QxciErrBadCompany,
 /// QxciErrBadUnit or QxciErrBadCommonName with what was asked for.

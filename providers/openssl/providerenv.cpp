@@ -7,17 +7,6 @@
 
 namespace {
 
-/// 1 or 0 for a text that says yes or no, -1 for any other.
-int yes_or_no(const char* text) {
-    for (const char* yes : {"YES", "Y", "TRUE", "ON", "1"}) {
-        if (same_name(text, yes)) return 1;
-    }
-    for (const char* no : {"NO", "N", "FALSE", "OFF", "0"}) {
-        if (same_name(text, no)) return 0;
-    }
-    return -1;
-}
-
 QXCIEnvironmentH create_env(const a_qxci_callbacks* callbacks, void* global_context,
                             a_qxci_user_option* options, const char*, a_qxci_error* error) {
     if (callbacks == nullptr || callbacks->alloc_cb == nullptr || callbacks->free_cb == nullptr ||
@@ -78,7 +67,7 @@ bool ProviderEnv::init(a_qxci_user_option* options, ErrorRecord& error) {
         return error.fail(QxciErrOptionError, type.option);
     }
     const a_setting_value fips = settings.get(SETTING_FIPS);
-    const int wanted = fips.text == nullptr ? 0 : yes_or_no(fips.text);
+    const int wanted = fips.text == nullptr ? 0 : qxci_yes_or_no(fips.text);
     if (wanted < 0) return error.fail(QxciErrOptionError, fips.option);
     return wanted == 0 || error.fail(QxciErrFipsNotSupportedByAlgorithm);
 }

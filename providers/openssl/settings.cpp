@@ -1,5 +1,7 @@
 #include "providers/openssl/settings.h"
 
+#include <algorithm>
+
 namespace {
 
 constexpr struct an_option {
@@ -40,12 +42,9 @@ char lower_case(char letter) {
 
 }  // namespace
 
-bool same_name(const char* a, const char* b) {
-    while (*a != '\0' && lower_case(*a) == lower_case(*b)) {
-        a++;
-        b++;
-    }
-    return lower_case(*a) == lower_case(*b);
+bool same_name(std::string_view a, std::string_view b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](char one, char other) { return lower_case(one) == lower_case(other); });
 }
 
 bool Settings::read(a_qxci_user_option* options, an_option_scope scope, ErrorRecord& error) {

@@ -7,6 +7,8 @@
 
 #include "providers/openssl/errorrecord.h"
 
+#include <string_view>
+
 enum a_setting {
     SETTING_TLS_TYPE,
     SETTING_FIPS,
@@ -73,6 +75,6 @@ class Settings {
 };
 
 /// True when the names differ in the case of ASCII letters at most, in any locale.
-bool same_name(const char* a, const char* b);
+bool same_name(std::string_view a, std::string_view b);
 
 #endif

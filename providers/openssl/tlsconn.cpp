@@ -40,7 +40,9 @@ bool TlsConn::make_session() {
     if (bio == nullptr) return error.fail(QxciErrNoMemory);
     SSL_set_bio(_ssl.get(), bio.get(), bio.get());
     static_cast<void>(bio.release());
-    SSL_set_app_data(_ssl.get(), this);
+    if (SSL_set_app_data(_ssl.get(), this) != 1) return error.fail(QxciErrNoMemory);
+    SSL_set_msg_callback(_ssl.get(), note_incoming);
+    SSL_set_msg_callback_arg(_ssl.get(), &_bio);
     if (_stream.side() == QXCI_CLIENT) {
         SSL_set_connect_state(_ssl.get());
     } else {
@@ -82,6 +84,12 @@ bool TlsConn::set_peer_name() {
     return SSL_set_tlsext_host_name(_ssl.get(), name) == 1 || error.fail(QxciErrNoMemory);
 }
 
+void TlsConn::note_incoming(int written, int, int type, const void*, size_t, SSL*, void* to) {
+    CallbackBio& bio = *static_cast<CallbackBio*>(to);
+    if (written == 0 && type == SSL3_RT_HEADER) bio.note_record();
+    if (written == 0 && type == SSL3_RT_HANDSHAKE) bio.note_message();
+}
+
 int TlsConn::verify_entry(X509_STORE_CTX* context, void*) {
     const SSL* const ssl = static_cast<SSL*>(
         X509_STORE_CTX_get_ex_data(context, SSL_get_ex_data_X509_STORE_CTX_idx()));
@@ -120,6 +128,7 @@ a_qxci_io_result TlsConn::handshake() {
     if (result != 1) return judge(result, QxciErrHandshakeFailed);
     if (!_bio.flush()) return broken();
     _state = OPEN;
+    _bio.note_data();
     log_session();
     return QXCI_IO_OK;
 }
@@ -131,21 +140,23 @@ a_qxci_io_result TlsConn::judge(int result, a_dbqxci_error code) {
         _state = ENDED;
         return standing();
     }
-    if (reason == SSL_ERROR_SSL) {
+    if (reason == SSL_ERROR_SSL || _bio.flooded()) {
+        const unsigned long newest = ERR_peek_last_error();
         error.fail_openssl(code);
-        return broken();
+        return broken(newest);
     }
     const bool waits = reason == SSL_ERROR_WANT_READ && !_bio.gave_up();
     return waits && _bio.flush() ? QXCI_IO_WOULD_BLOCK : broken();
 }
 
-/// The session cannot go on; the reason is that of the connection unless there is one already.
-a_qxci_io_result TlsConn::broken() {
+/// The session cannot go on; the reason is that of the connection unless there is one already. The
+/// log gets OpenSSL's error.
+a_qxci_io_result TlsConn::broken(unsigned long openssl_error) {
     _state = BROKEN;
     if (_bio.gave_up()) error.fail(QxciErrConnectionClosed);
     error.fail(QxciErrIOError);
     char text[256] = "TLS: the connection is broken";
-    if (ERR_peek_last_error() != 0) ERR_error_string_n(ERR_peek_last_error(), text, sizeof text);
+    if (openssl_error != 0) ERR_error_string_n(openssl_error, text, sizeof text);
     log(LOG_FAILURE, text);
     return QXCI_IO_ERROR;
 }
@@ -156,6 +167,7 @@ a_qxci_io_result TlsConn::read(a_qxci_byte* buf, size_t len, size_t* got) {
     if (len == 0) return QXCI_IO_OK;
     const int result = SSL_read_ex(_ssl.get(), buf, len, got);
     if (result != 1) return judge(result, QxciErrOpenSSLError);
+    _bio.note_data();
     _bio.flush();  // an answer to the peer; should it fail, the next operation will say so
     return QXCI_IO_OK;
 }

@@ -45,6 +45,8 @@ class TlsConn {
         BROKEN
     };
 
+    static void note_incoming(int written, int version, int type, const void* data, size_t len,
+                              SSL* ssl, void* to);
     bool make_session();
     bool set_credentials();
     bool demand_certificate(const X509_STORE* trust);
@@ -55,7 +57,7 @@ class TlsConn {
     a_qxci_io_result begin();
     a_qxci_io_result handshake();
     a_qxci_io_result judge(int result, a_dbqxci_error code);
-    a_qxci_io_result broken();
+    a_qxci_io_result broken(unsigned long openssl_error = 0);
     void log(int level, const char* text) const;
     void log_session() const;
 

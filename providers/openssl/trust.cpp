@@ -2,12 +2,22 @@
 
 #include "providers/openssl/pemtext.h"
 
+#include <cerrno>
 #include <cstring>
 
 namespace {
 
+/// OpenSSL sorts its store anew for each certificate, so that a file of tens of thousands, which
+/// may still be short enough, takes minutes.
+constexpr int most_certificates = 4096;
+
+bool is_full(const X509_STORE& store) {
+    return sk_X509_OBJECT_num(X509_STORE_get0_objects(&store)) >= most_certificates;
+}
+
 bool add(X509_STORE& store, CertPtr certificate, const PemText& text, ErrorRecord& error) {
     if (certificate == nullptr) return error.fail_openssl(QxciErrBadCertFile, text.source());
+    if (is_full(store)) return error.fail(QxciErrBadCertFile, text.source(), E2BIG);
     if (X509_STORE_add_cert(&store, certificate.get()) == 1) return true;
     return error.fail_openssl(QxciErrOpenSSLError, text.source());
 }

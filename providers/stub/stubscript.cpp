@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 #include <mutex>
+#include <pthread.h>
 #include <string_view>
 
 namespace {
@@ -153,6 +154,17 @@ a_stub_step find_step(std::string_view script, StubOperation operation, unsigned
     return {};
 }
 
+/// For std::lock_guard. std::mutex can throw, and so brings the C++ run time's reserve of memory
+/// for exceptions into the library, which stays behind at every unload.
+class Mutex {
+  public:
+    void lock() { pthread_mutex_lock(&_mutex); }
+    void unlock() { pthread_mutex_unlock(&_mutex); }
+
+  private:
+    pthread_mutex_t _mutex = PTHREAD_MUTEX_INITIALIZER;
+};
+
 /// The script of the process.
 class SharedScript {
   public:
@@ -175,7 +187,7 @@ class SharedScript {
     }
 
   private:
-    std::mutex _mutex;
+    Mutex _mutex;
     unsigned _version = 0;                      // guarded by _mutex
     char _text[QXCI_STUB_MAX_SCRIPT + 1] = {};  // guarded by _mutex
 };

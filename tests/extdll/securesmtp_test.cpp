@@ -118,9 +118,10 @@ TEST(SecureSMTPClient, says_in_TLS_what_the_plain_client_says_without) {
         SecureRelay relay(peer.port());
         wire.clear();
         EXPECT_EQ(0, session.connect(relay.port(), "user"));
-        EXPECT_THAT(wire, EndsWith("EHLOSTAR+HELLDATA-DATA")) << "no greeting waits behind HELLO";
+        EXPECT_THAT(wire, EndsWith("EHLOSTARHELL+-+-DATA+-+-DATA+-+-"));
         EXPECT_EQ(0, session.send());
-        EXPECT_THAT(wire, EndsWith("-DATADATADATADATADATA+-")) << "login, message, push";
+        EXPECT_THAT(wire, EndsWith("-DATA+-+-DATA+-+-DATA+-+-DATA+-+-+-"))
+            << "each part of the message, pushed before each read of the answer";
         EXPECT_EQ(0, session.send());
         session.client->Disconnect();
         EXPECT_EQ(nullptr, session.client->FindServerCapability("STARTTLS"));

@@ -1,24 +1,28 @@
 #include "providers/openssl/emptyreads.h"
 
-#include "providers/openssl/pause.h"
+#include "providers/openssl/clock.h"
 #include "testprovider.h"
 
 int64_t monotonic_us() {
-    return fake_pause.now_us;
+    return fake_clock.now_us;
+}
+
+int64_t calendar_s() {
+    return time(nullptr) + 86400 * fake_clock.days_ahead;
 }
 
 void sleep_us(int64_t span) {
-    fake_pause.now_us += span + fake_pause.oversleep_us;
+    fake_clock.now_us += span + fake_clock.oversleep_us;
 }
 
 namespace {
 
 /// How many empty reads it takes, and for how long they wait.
 std::pair<int, int64_t> patience(EmptyReads& reads) {
-    const int64_t start = fake_pause.now_us;
+    const int64_t start = fake_clock.now_us;
     int count = 0;
     for (; !reads.gave_up() && count < 1000; count++) reads.wait();
-    return {count, fake_pause.now_us - start};
+    return {count, fake_clock.now_us - start};
 }
 
 TEST(EmptyReads, give_up_when_a_last_look_finds_nothing) {
@@ -37,9 +41,9 @@ TEST(EmptyReads, give_up_when_a_last_look_finds_nothing) {
 
 TEST(EmptyReads, do_not_give_up_for_a_few_sleeps_that_took_too_long) {
     EmptyReads reads;
-    fake_pause.oversleep_us = 5000000;
+    fake_clock.oversleep_us = 5000000;
     EXPECT_EQ(patience(reads).first, 20);
-    fake_pause.oversleep_us = 0;
+    fake_clock.oversleep_us = 0;
 }
 
 }  // namespace

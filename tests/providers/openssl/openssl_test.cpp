@@ -9,6 +9,19 @@
 
 namespace {
 
+/// The memory of the OpenSSL that is linked in, of which one allocation of this thread may fail.
+thread_local int allocations_left = -1;
+void* openssl_realloc(void* memory, size_t size, const char*, int) {
+    return allocations_left-- == 0 ? nullptr : std::realloc(memory, size);
+}
+void* openssl_alloc(size_t size, const char* file, int line) {
+    return openssl_realloc(nullptr, size, file, line);
+}
+void openssl_free(void* memory, const char*, int) {
+    std::free(memory);
+}
+const int watched = CRYPTO_set_mem_functions(openssl_alloc, openssl_realloc, openssl_free);
+
 /// Descriptors, threads, and mappings of providers.
 std::array<long, 3> footprint() {
     const auto entries = [](const char* folder) {
@@ -81,8 +94,17 @@ TEST_F(OpenSslProvider, refuses_certificates_by_their_fault) {
     const Certificate bounded({.subject = {{"CN", "Bounded"}},
                                .key = EC_AUTHORITY,
                                .names = "",
-                               .constraints = "permitted;DNS:corp.example"},
+                               .constraints =
+                                   "permitted;DNS:corp.example,excluded;DNS:b.corp.example,"
+                                   "permitted;IP:fd00::/ff00::"},
                               &root);
+    const auto called = [](const char* name) {
+        return a_request{.subject = {{"CN", name}}, .names = "DNS:a.corp.example"};
+    };
+    const auto named = [](const char* text) { return a_setting_list{{"certificate_name", text}}; };
+    const auto bad_name = [](const std::string& name) {
+        return a_failure(QxciErrBadCert, "CN=" + name);
+    };
     const a_request inside = {.subject = {{"CN", "a.corp.example"}}, .names = "DNS:a.corp.example"};
     const a_request outside = {.names = "DNS:a.corp.example"};  // by its CN
     const a_request zero = {.subject = {{"CN", "x"}, {"O", std::string("A\0B", 3)}}};
@@ -107,6 +129,17 @@ TEST_F(OpenSslProvider, refuses_certificates_by_their_fault) {
         {{}, &old, {}, {QxciErrCertExpired, "CN=Old"}, &old},
         {inside, &bounded, {}, no_failure, &bounded},
         {outside, &bounded, {}, bad, &bounded},
+        {called("localhost"), &bounded, {}, no_failure, &bounded},
+        {called("localhost"), &bounded, named("localhost"), bad_name("localhost"), &bounded},
+        {called("x.test."), &bounded, named("x.test."), bad_name("x.test."), &bounded},
+        {called("b.corp.example."), &bounded, named("b.corp.example."), bad_name("b.corp.example."),
+         &bounded},
+        {called("C.corp.example."), &bounded, named("C.corp.example."), no_failure, &bounded},
+        {called("badcorp.example."), &bounded, named("badcorp.example."),
+         bad_name("badcorp.example."), &bounded},
+        {called("Mail Relay"), &bounded, named("Mail Relay"), no_failure, &bounded},
+        {called("fd00::7"), &bounded, named("fd00::7"), no_failure, &bounded},
+        {called("fe00::7"), &bounded, named("fe00::7"), bad_name("fe00::7"), &bounded},
         {request, &root, {{"certificate_company", "A"}, {"certificate_unit", "Mail"}}, no_failure},
         {request, &root, {{"certificate_company", "\xc3\x9c"}}, no_failure},
         {request, &root, {{"certificate_company", "a"}}, {QxciErrBadCompany, "a"}},
@@ -145,7 +178,13 @@ TEST_F(OpenSslProvider, finds_names_by_equality_in_the_cn_and_by_host_rules_in_d
         {dns("DNS:a.5"), "a.5", true, false},
         {dns("DNS:a.example"), ".example", false, false},
         {dns("DNS:a.example"), "", false, false},
-        {dns("DNS:a.example"), "127.0.0.1", false, false},
+        {dns("DNS:m*.hosts.example"), "mail.hosts.example", false, true},
+        {dns("DNS:127.0.0.1,DNS:*.0.0.1"), "127.0.0.1", false, false},
+        {dns("DNS:127.1,IP:127.0.0.1"), "127.1", false, false},
+        {dns("IP:127.0.0.1"), "127.0.0.1", true, false},
+        {dns("IP:::1"), "0:0::1", true, false},
+        {dns("DNS:#::1,IP:::2"), "::1", false, false},
+        {cn("127.0.0.1"), "127.0.0.1", true, false},
     };
     for (const auto& row : rows) {
         Peer peer(Certificate(row.request, &root));
@@ -155,9 +194,56 @@ TEST_F(OpenSslProvider, finds_names_by_equality_in_the_cn_and_by_host_rules_in_d
     }
 }
 
+TEST_F(OpenSslProvider, judges_dates_by_a_calendar_that_goes_past_2038) {
+    constexpr int in_2039 = 4700, in_2045 = 6900;
+    const a_request later = {.from_days = in_2039, .to_days = in_2045, .key = RSA2048};
+    const Certificate authority({.from_days = in_2039, .to_days = in_2045, .key = EC_AUTHORITY},
+                                nullptr);
+    const Certificate certificate(later, &authority);
+    const a_setting_list trust_later = {{"trusted_root", authority.pem()}};
+    const a_setting_list identity = {{"identity", certificate.pem() + certificate.key_pem()}};
+    const struct {
+        int day;
+        unsigned then, now;  // the codes for certificates of that time, and of this
+        unsigned own;
+    } rows[] = {
+        {0, QxciErrCertExpired, QxciErrOK, QxciErrSpecifiedCertExpired},
+        {in_2039 + 300, QxciErrOK, QxciErrCertExpired, QxciErrOK},
+        {in_2045 + 300, QxciErrCertExpired, QxciErrCertExpired, QxciErrSpecifiedCertExpired},
+    };
+    TestProvider provider;
+    for (const auto& row : rows) {
+        fake_clock.days_ahead = row.day;
+        Peer then(certificate), now(good);
+        Wire wire;
+        EXPECT_EQ(Session(provider, then, trust_later).failure.first, row.then) << row.day;
+        EXPECT_EQ(Session(provider, now, trust).failure.first, row.now) << row.day;
+        EXPECT_EQ(Session(provider, wire, identity, QXCI_SERVER).failure.first, row.own) << row.day;
+    }
+    fake_clock.days_ahead = 0;
+}
+
+TEST_F(OpenSslProvider, wants_keys_that_no_certificate_gives_away) {
+    const Certificate rsa({.key = RSA2048}, &root);
+    const std::pair<const char*, unsigned> rows[] = {
+        {"AES256-GCM-SHA384:AES128-SHA", QxciErrHandshakeFailed},
+        {"DHE-RSA-AES128-GCM-SHA256", QxciErrOK},
+        {"ECDHE-RSA-AES256-SHA", QxciErrOK},
+    };
+    for (const auto& [ciphers, code] : rows) {
+        Peer peer(rsa, TLS1_2_VERSION);
+        SSL_set_cipher_list(peer.ssl, ciphers);
+        SSL_set_dh_auto(peer.ssl, 1);
+        EXPECT_EQ(connect(peer, {}).first, code) << ciphers;
+    }
+}
+
 TEST_F(OpenSslProvider, reads_trusted_certificates_from_what_it_is_given) {
     const std::string empty = file("empty", ""), key = file("key", root.key_pem());
     const std::string garbage = file("garbage", pattern(900)), none = folder.file("none");
+    const std::string longest = file("longest", root.pem()), too_long = file("long", root.pem());
+    std::filesystem::resize_file(longest, 16 << 20);
+    std::filesystem::resize_file(too_long, (16 << 20) + 1);
     const std::string cut = file("cut", root.pem() + root.pem().substr(0, 300));
     const struct {
         const char* option;
@@ -172,6 +258,8 @@ TEST_F(OpenSslProvider, reads_trusted_certificates_from_what_it_is_given) {
         {"trusted_root_file", none, {QxciErrCantFindCertFile, none}},
         {"trusted_certificate", folder.file(""), {QxciErrBadCertFile, folder.file("")}},
         {"trusted_certificate", "/dev/zero", {QxciErrBadCertFile, "/dev/zero"}},
+        {"trusted_certificate", longest, no_failure},
+        {"trusted_certificate", too_long, {QxciErrBadCertFile, too_long}},
         {"trusted_certificate", empty, {QxciErrNoCertificates, empty}},
         {"trusted_certificate", key, {QxciErrNoCertificates, key}},
         {"trusted_certificate", garbage, {QxciErrBadCertFile, garbage}},
@@ -239,6 +327,7 @@ TEST_F(OpenSslProvider, takes_from_an_environment_what_it_knows) {
         {ECC_PROVIDER, "tls_type", "ecc", no_failure},
         {ECC_PROVIDER, "fips", "no", no_failure},
         {ECC_PROVIDER, "fips", "yes", {QxciErrFipsNotSupportedByAlgorithm, ""}},
+        {RSA_PROVIDER, "FIPS", "On", {QxciErrFipsNotSupportedByAlgorithm, ""}},
         {RSA_PROVIDER, "fips", "maybe", {QxciErrOptionError, "FIPS"}},
     };
     for (const auto& row : rows) {
@@ -335,6 +424,26 @@ TEST_F(OpenSslProvider, ends_with_peers_that_speak_no_tls) {
     EXPECT_EQ(second.failure.first, QxciErrOpenSSLError);
 }
 
+TEST_F(OpenSslProvider, bears_a_thousand_records_in_a_row_without_data) {
+    Peer peer(good);
+    TestProvider provider;
+    Session session(provider, peer, trust);
+    std::string text;
+    SSL_set_num_tickets(peer.ssl, 0);
+    peer.answer();
+    for (const int updates : {1000, 1000, 1001}) {
+        for (int i = 0; i < updates; i++) {
+            SSL_key_update(peer.ssl, SSL_KEY_UPDATE_NOT_REQUESTED);
+            SSL_do_handshake(peer.ssl);
+        }
+        SSL_write(peer.ssl, "x", 1);
+        peer.answer();
+        EXPECT_EQ(session.read(text), updates > 1000 ? QXCI_IO_ERROR : QXCI_IO_OK);
+    }
+    EXPECT_EQ(text, "xx");
+    EXPECT_EQ(session.failure.first, QxciErrOpenSSLError);
+}
+
 TEST_F(OpenSslProvider, notices_a_reset_and_an_end_wherever_they_come) {
     const auto talk = [&](Peer& peer) {
         TestProvider provider;
@@ -363,9 +472,9 @@ TEST_F(OpenSslProvider, notices_a_reset_and_an_end_wherever_they_come) {
             Peer peer(good);
             peer.limit = limit;
             peer.end = end;
-            const int64_t start = fake_pause.now_us;
+            const int64_t start = fake_clock.now_us;
             EXPECT_EQ(talk(peer), a_failure(code, "")) << limit;
-            EXPECT_LE(fake_pause.now_us - start, 2000000);
+            EXPECT_LE(fake_clock.now_us - start, 2000000);
             EXPECT_LE(peer.reads, 200);  // it sleeps in between
         }
     }
@@ -399,6 +508,24 @@ TEST_F(OpenSslProvider, undoes_everything_when_memory_runs_out) {
         // An error goes without its parameter rather than without its code.
         const bool only_parameter = failure == a_failure(QxciErrBadCompany, "");
         EXPECT_TRUE(only_parameter || failure.first == QxciErrNoMemory) << fail_at;
+    }
+}
+
+TEST_F(OpenSslProvider, survives_that_openssl_has_no_memory) {
+    ASSERT_EQ(watched, 1);
+    TestProvider provider(LINKED, trust);
+    Wire nobody;
+    const Session session(provider, nobody, {});
+    for (int left = 0; left <= 500; left++) {
+        Peer peer(good);
+        a_qxci_error error = {};
+        allocations_left = left < 500 ? left : -1;
+        const QXCIStreamConnH conn = provider.conn_iface.create_func(
+            session.stream, &peer.callbacks, nullptr, &peer, &error);
+        allocations_left = -1;
+        EXPECT_EQ(provider.take(error) == no_failure, conn != nullptr) << left;
+        EXPECT_TRUE(conn != nullptr || left < 500) << "and works again";
+        provider.conn_iface.destroy_func(conn);
     }
 }
 

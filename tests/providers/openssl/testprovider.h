@@ -32,13 +32,14 @@ struct Options : std::vector<a_qxci_user_option> {
     a_qxci_user_option* list() { return empty() ? nullptr : data(); }
 };
 
-/// The provider that is linked in, and its clock: only its sleeps make time pass.
+/// The provider that is linked in, and its clocks: only its sleeps make time pass.
 constexpr const char* LINKED = nullptr;
-struct a_fake_pause {
+struct a_fake_clock {
     std::atomic<int64_t> now_us = 0;
     std::atomic<int64_t> oversleep_us = 0;  // that each sleep takes longer
+    std::atomic<int64_t> days_ahead = 0;    // of the calendar
 };
-inline a_fake_pause fake_pause;
+inline a_fake_clock fake_clock;
 
 class TestProvider {
   public:

@@ -1,9 +1,12 @@
 #include "providers/stub/qxcistub.h"
 #include "tests/kovcert/builtin/owner.h"
+#include "tests/scratch.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <string>
 #include <vector>
 
@@ -411,6 +414,20 @@ TEST(StubObjects, hash_encrypt_and_sign_after_a_fashion) {
     p.sig.destroy_func(signer);
     EXPECT_EQ(p.sig.create_func(p.env, nullptr, &p.error), nullptr);
     EXPECT_EQ(p.creation_error(), "29");
+}
+
+TEST(Stub, leaves_nothing_behind_when_it_is_unloaded) {
+    constexpr size_t rounds = 50;
+    const ScratchFolder folder;
+    // The stub itself is linked in and stays.
+    const std::string copy = folder.file_with("copy.so", bytes_of(STUB_FILE));
+    const size_t before = mallinfo2().uordblks;
+    for (size_t i = 0; i < rounds; i++) {
+        void* const library = dlopen(copy.c_str(), RTLD_NOW);
+        ASSERT_NE(library, nullptr) << dlerror();
+        EXPECT_EQ(dlclose(library), 0);
+    }
+    EXPECT_LT(mallinfo2().uordblks, before + rounds * 1000);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "providers/openssl/pause.h"
+#include "providers/openssl/clock.h"
 
 #include <time.h>
 
@@ -6,6 +6,10 @@ int64_t monotonic_us() {
     timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
     return static_cast<int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
+}
+
+int64_t calendar_s() {
+    return time(nullptr);
 }
 
 void sleep_us(int64_t span) {
