@@ -36,14 +36,28 @@ a_qxci_result DBQXCIEnvironment::Init(bool fips, const char* component, a_qxci_u
                                       DBQXCIError* err) {
     Fini();
     _fips_mode = fips;
-    _component = ut_text(component);
     _options = options;
     if (fips) _fips_opt = {"FIPS", "YES", true, nullptr};
-    _dll_name_opt = ut_text(FindQXCIOption(options, "dll_name"));
-    for (DBQXCIInterface*& slot : _interfaces) slot = new DBQXCIInterface;
-    if (_loadInterface(fips ? FIPS_IFACE : STATIC_IFACE, err)) return QXCI_OK;
+    if (!_SetUp(component, FindQXCIOption(options, "dll_name"))) {
+        err->Set(QxciErrNoMemory);
+    } else if (_loadInterface(fips ? FIPS_IFACE : STATIC_IFACE, err)) {
+        return QXCI_OK;
+    }
     Fini();
     return QXCI_ERROR;
+}
+
+// False when there is no memory for it all.
+bool DBQXCIEnvironment::_SetUp(const char* component, const char* dll_name) {
+    _component = ut_try_text(component);
+    _dll_name_opt = ut_try_text(dll_name);
+    if (component != nullptr && _component == nullptr) return false;
+    if (dll_name != nullptr && _dll_name_opt == nullptr) return false;
+    for (DBQXCIInterface*& slot : _interfaces) {
+        slot = new (std::nothrow) DBQXCIInterface;
+        if (slot == nullptr) return false;
+    }
+    return true;
 }
 
 void DBQXCIEnvironment::Fini() {

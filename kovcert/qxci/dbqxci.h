@@ -118,6 +118,7 @@ class DBQXCIEnvironment : public c_utils_base {
     a_qxci_version GetQXCIVersion() const { return _vers; }
 
   private:
+    bool _SetUp(const char* component, const char* dll_name);
     template <class Key>
     bool _IsSupported(const a_qxci_algorithm* table, Key key,
                       bool (*a_qxci_env_iface::*entry)(QXCIEnvironmentH, Key));
