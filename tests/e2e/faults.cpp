@@ -110,17 +110,17 @@ const std::map<void*, Block>& faults::taken() {
 
 #define HOOK extern "C" __attribute__((visibility("default")))
 
-#define ALLOCATES(type, name, parameters, arguments, old)                \
-    HOOK type* name parameters {                                         \
-        if (meets(#name, once)) return fail<type*>(nullptr, ENOMEM);     \
-        give_back(old);                                                  \
-        return static_cast<type*>(take(__interceptor_##name arguments)); \
+#define ALLOCATES(type, name, parameters, arguments, old)               \
+    HOOK type name parameters {                                         \
+        if (meets(#name, once)) return fail<type>(nullptr, ENOMEM);     \
+        give_back(old);                                                 \
+        return static_cast<type>(take(__interceptor_##name arguments)); \
     }
 
-ALLOCATES(void, malloc, (size_t n), (n), nullptr)
-ALLOCATES(void, calloc, (size_t count, size_t n), (count, n), nullptr)
-ALLOCATES(void, realloc, (void* block, size_t n), (block, n), block)
-ALLOCATES(char, strdup, (const char* text), (text), nullptr)
+ALLOCATES(void*, malloc, (size_t n), (n), nullptr)
+ALLOCATES(void*, calloc, (size_t count, size_t n), (count, n), nullptr)
+ALLOCATES(void*, realloc, (void* block, size_t n), (block, n), block)
+ALLOCATES(char*, strdup, (const char* text), (text), nullptr)
 
 HOOK void free(void* block) {
     give_back(block);

@@ -116,7 +116,7 @@ std::string read_file(World& world) {
         if (!set.append) read.clear();
         read += set.bytes.value_or("NULL");
     }
-    return read == contents ? "whole" : read.substr(0, 10);
+    return read == contents ? "whole" : read == "NULL" ? read : "not whole";
 }
 
 std::string write_file(World& world) {
@@ -349,7 +349,7 @@ struct Process {
 };
 
 Process start(const Case& c, faults::Report* report, int slot) {
-    const Process process = {fork(), scratch->file("output" + std::to_string(slot))};
+    Process process = {fork(), scratch->file("output" + std::to_string(slot))};
     if (process.id != 0) return process;
     const int output = open(process.output.c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0600);
     dup2(output, STDOUT_FILENO);
@@ -401,7 +401,7 @@ int main(int count, char** arguments) {
         return wanted.size() <= i || wanted[i] == what;
     };
     const int only = wanted.size() > 3 ? std::atoi(wanted[3].c_str()) : 0;
-    const ScratchFolder folder;
+    static const ScratchFolder folder;
     scratch = &folder;
     std::ofstream(folder.file("contents")) << contents;
     setenv("QX_USE_QXCI_STUB", "1", 1);
