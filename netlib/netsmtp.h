@@ -102,8 +102,8 @@ class SMTPClient {
     /// the call for a time-out per 64 KiB.
     ///
     /// A command that cannot be sent ends the message at once. When the message itself breaks off,
-    /// nothing more is written, but the answer that may still come is awaited, for its time-outs;
-    /// without a time-out it is not. Even if it accepts (250, too early), the result is
+    /// nothing more is written and no answer awaited, not even one that accepts (250, too early):
+    /// the result is SMTP_TIMED_OUT where the server took nothing for a time-out, else
     /// SMTP_BAD_REPLY.
     ///
     /// After a failure the server was told to forget the message (RSET), and the session remains

@@ -130,11 +130,9 @@ int SMTPClient::_SendContent(const char* text, const char* boundary, const char*
     }
     _sendData(".\r\n", 3);
     _joined->end();
-    // Without a time-out nothing would end the wait for an answer that may never come.
-    if (_write_failed && !_socket.hasTimeout()) return SMTP_BAD_REPLY;
-    const int result = _Expect(REPLY_COMPLETED);
-    // A server that accepts what did not reach it whole has not accepted this message.
-    return result == SMTP_OK && _write_failed ? SMTP_BAD_REPLY : result;
+    if (!_write_failed) return _Expect(REPLY_COMPLETED);
+    // No answer counts: even one that accepts came too early to mean the whole message.
+    return _socket.didTimeout() ? SMTP_TIMED_OUT : SMTP_BAD_REPLY;
 }
 
 int SMTPClient::_Abandon(int result) {

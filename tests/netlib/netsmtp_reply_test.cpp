@@ -181,16 +181,12 @@ TEST(SmtpText, doubles_dots_that_begin_lines_up_to_a_zero_byte) {
 
 TEST(SmtpText, that_never_left_is_not_accepted_whatever_the_server_says) {
     const struct {
-        int good_sends, timeout, result, replies;
-    } cases[] = {
-        {1000, 0, 0, 4}, {1000, 1, 0, 4}, {3, 1, 104, 4}, {3, 0, 104, 3},
-        {2, 1, 104, 2},  {1, 1, 104, 1},  {0, 1, 104, 0},
-    };
+        int good_sends, result, replies;
+    } cases[] = {{1000, 0, 4}, {3, 104, 3}, {2, 104, 2}, {1, 104, 1}, {0, 104, 0}};
     const std::string envelope = "MAIL FROM:<>\r\nRCPT TO:<>\r\nDATA\r\n";
     for (const auto& c : cases) {
         TestClient client({{"250 ok\r\n"}, {"250 ok\r\n"}, {"354 go on\r\n"}, {"250 taken\r\n"}});
         client.socket.good_sends = c.good_sends;
-        client._socket.setTimeout(c.timeout);
         const auto send = [&](const char* to) {
             return client.SendMessage(nullptr, "x", &to, 1, nullptr, 0, nullptr, 0, nullptr,
                                       nullptr);
