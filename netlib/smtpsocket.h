@@ -32,7 +32,6 @@ class SMTPSocket final : public TimedSocket {
         _reply_timeout = timeout_in_ms;
         TimedSocket::setTimeout(timeout_in_ms);
     }
-    a_bool hasTimeout() const { return _reply_timeout > 0; }
     /// While it lives, what is received belongs to a new reply, and what is sent is TLS's own.
     class Reply {
       public:
@@ -58,7 +57,7 @@ class SMTPSocket final : public TimedSocket {
     // One read brings most replies, so that the clock is looked at only from the second on.
     int recv(char* buf, unsigned int len) override {
         push();
-        if (_reads++ == 0 || !hasTimeout()) return TimedSocket::recv(buf, len);
+        if (_reads++ == 0 || _reply_timeout <= 0) return TimedSocket::recv(buf, len);
         if (_reads == 2) _first_read = a_timer_tick::now();
         const int32 left = time_left();
         if (left == 0) {
