@@ -505,7 +505,7 @@ TEST_F(OpenSslProvider, undoes_everything_when_memory_runs_out) {
             Peer peer(good);
             failure = Session(provider, peer, {{"certificate_company", "x"}}).failure;
         }
-        if (!provider.ran_out()) {
+        if (!provider.owner.ran_out()) {
             EXPECT_EQ(failure, a_failure(QxciErrBadCompany, "x"));
             EXPECT_GT(fail_at, 8);
             break;
@@ -598,7 +598,7 @@ TEST_F(OpenSslProvider, keeps_to_the_small_print_of_its_tables) {
         EXPECT_EQ(streams.get_algorithm_id_func(stream), QXCI_STREAM_RSA_TLS);
         EXPECT_TRUE(streams.is_synchronous_func(stream));
         Options options(twice);
-        EXPECT_EQ(streams.init_func(stream, QXCI_CLIENT, options.list()), QXCI_OK);
+        EXPECT_EQ(streams.init_func(stream, QXCI_CLIENT, options.head()), QXCI_OK);
         EXPECT_TRUE(options[0].used && !options[1].used);
         EXPECT_EQ(streams.init_func(stream, QXCI_CLIENT, nullptr), QXCI_ERROR);
         EXPECT_EQ(streams.get_last_error_func(stream)->code, QxciErrInitError);
@@ -620,7 +620,7 @@ TEST_F(OpenSslProvider, keeps_to_the_small_print_of_its_tables) {
     EXPECT_THAT(told.log, testing::StartsWith("TLSv1.3 with "));
     silent.callbacks.log_cb = nullptr;
     EXPECT_EQ(Session(p, silent, trust).failure, no_failure);
-    EXPECT_EQ(p.log, told.log);  // the environment's takes what the connection's does not
+    EXPECT_EQ(p.owner.log, told.log);  // the environment's takes what the connection's does not
     mute.callbacks.read_cb = nullptr;
     EXPECT_EQ(Session(p, mute, trust).failure, a_failure(QxciErrInitError, ""));
 }
