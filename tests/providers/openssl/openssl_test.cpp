@@ -473,7 +473,8 @@ TEST_F(OpenSslProvider, notices_a_reset_and_an_end_wherever_they_come) {
     ASSERT_GT(sound.taken, 500U);
     for (const auto& [end, code] : {std::pair(QXCI_IO_ERROR, QxciErrIOError),
                                     std::pair(QXCI_IO_WOULD_BLOCK, QxciErrConnectionClosed)}) {
-        for (size_t limit = 0; limit < sound.taken; limit += 31) {
+        // Signatures and tickets may be a few bytes shorter next time.
+        for (size_t limit = 0; limit + 16 < sound.taken; limit += 31) {
             Peer peer(good);
             peer.limit = limit;
             peer.end = end;
