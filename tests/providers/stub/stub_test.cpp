@@ -228,9 +228,8 @@ TEST(StubScript, arranges_every_operation_of_a_connection) {
     };
     for (const auto& c : cases) {
         Stub provider;
-        Options options;
-        options.add("stub_script", c.script);
-        End client(provider, QXCI_CLIENT, options.head(), server_hello);
+        End client(provider, QXCI_CLIENT, Options().add("stub_script", c.script).head(),
+                   server_hello);
         if (c.results == nullptr) {
             EXPECT_EQ(client.conn, nullptr);
             EXPECT_EQ(provider.creation_error(), "28 stub_script");
@@ -269,9 +268,7 @@ TEST(StubScript, arranges_the_handshake) {
     };
     for (const auto& c : cases) {
         Stub provider;
-        Options options;
-        options.add("stub_script", c.script);
-        End client(provider, QXCI_CLIENT, options.head(),
+        End client(provider, QXCI_CLIENT, Options().add("stub_script", c.script).head(),
                    server_hello + "QXCI-STUB DATA_ 00001\nx");
         const bool made = client.conn != nullptr;
         std::string results = made ? "made;" : provider.creation_error();
@@ -283,10 +280,10 @@ TEST(StubScript, arranges_the_handshake) {
 
 TEST(StubScript, comes_from_the_nearest_that_has_one) {
     Stub provider("read give env");
-    Options own, inits;
-    own.add("stub_script", "read give own");
+    Options inits;
     inits.add("stub_script", "read give stream; init fail 5,6,7");
-    End of_own(provider, QXCI_CLIENT, own.head(), server_hello);
+    End of_own(provider, QXCI_CLIENT, Options().add("stub_script", "read give own").head(),
+               server_hello);
     End of_env(provider, QXCI_CLIENT, nullptr, server_hello);
     EXPECT_EQ(of_own.read(), "ok: own");
     EXPECT_EQ(of_env.read(), "ok: env");
@@ -326,8 +323,6 @@ TEST(StubScript, is_well_formed_or_refused) {
 
 TEST(StubScript, makes_creations_and_operations_fail) {
     const a_qxci_byte key[32] = {};
-    Options signing;
-    signing.add("stub_key", "k");
     Stub provider("object fail 1,2,3; stream fail 4");
     const auto failure = [&](const void* handle) {
         EXPECT_EQ(handle, nullptr);
@@ -338,7 +333,8 @@ TEST(StubScript, makes_creations_and_operations_fail) {
     EXPECT_EQ(failure(provider.enc.create_func(provider.env, "AES256", key, 32, nullptr,
                                                &provider.error)),
               "1 2 3");
-    EXPECT_EQ(failure(provider.sig.create_func(provider.env, signing.head(), &provider.error)),
+    EXPECT_EQ(failure(provider.sig.create_func(provider.env, Options().add("stub_key", "k").head(),
+                                               &provider.error)),
               "1 2 3");
     EXPECT_EQ(failure(provider.stream(QXCI_CLIENT)), "4");
 
@@ -400,9 +396,8 @@ TEST(StubObjects, hash_encrypt_and_sign_after_a_fashion) {
     EXPECT_NE(std::memcmp(hash, again, len), 0);
     p.pw_hash.destroy_func(hasher);
 
-    Options options;
-    options.add("stub_key", "k");
-    const QXCISignatureHandlerH signer = p.sig.create_func(p.env, options.head(), &p.error);
+    const QXCISignatureHandlerH signer =
+        p.sig.create_func(p.env, Options().add("stub_key", "k").head(), &p.error);
     char signature[32];
     len = sizeof signature;
     EXPECT_EQ(p.sig.create_connsig_func(signer, "ab", "c", signature, &len), QXCI_OK);
