@@ -5,7 +5,7 @@
 /// out, and sessions over wires in memory.
 
 #include "tests/kovcert/builtin/owner.h"
-#include "wire.h"
+#include "tests/providers/wire.h"
 
 #include <gtest/gtest.h>
 

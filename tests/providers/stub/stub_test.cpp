@@ -1,8 +1,8 @@
 #include "providers/stub/qxcistub.h"
 #include "tests/kovcert/builtin/owner.h"
+#include "tests/providers/wire.h"
 #include "tests/scratch.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -37,15 +37,16 @@ class Stub : public Provider {
     a_qxci_conn_iface conns = {};
 };
 
-/// One end of a connection whose bytes lie in strings.
-class End {
+/// One end of a connection.
+class End : public Wire {
   public:
     End(Stub& from, a_qxci_side side, a_qxci_user_option* options = nullptr,
         std::string incoming = "")
-        : in(std::move(incoming)), _provider(from), _stream(from.stream(side)) {
-        conn = from.conns.create_func(_stream, &_callbacks, options, this, &from.error);
+        : _provider(from), _stream(from.stream(side)) {
+        in = std::move(incoming);
+        conn = from.conns.create_func(_stream, &callbacks, options, this, &from.error);
     }
-    ~End() {
+    ~End() override {
         close();
         _provider.streams.destroy_func(_stream);
     }
@@ -68,11 +69,12 @@ class End {
     }
     std::string flush() { return in_words(_provider.conns.flush_writes_func(conn)); }
 
-    std::string in;            // arrives when it is read
-    std::string out;           // has been sent
-    size_t at_most = 1 << 20;  // bytes in one call of read_cb
-    bool stutters = false;     // nothing arrives every other time
-    bool fails = false;        // both callbacks
+    /// From now on both callbacks fail.
+    void fail() {
+        limit = taken;
+        end = QXCI_IO_ERROR;
+    }
+
     QXCIStreamConnH conn;
 
   private:
@@ -89,27 +91,8 @@ class End {
         }
     }
 
-    static a_qxci_io_result receive(void* user_data, unsigned char* buf, unsigned len,
-                                    unsigned* got) {
-        End& end = *static_cast<End*>(user_data);
-        if (end.fails) return QXCI_IO_ERROR;
-        end._stuttered = end.stutters && !end._stuttered;
-        *got = static_cast<unsigned>(
-            end.in.copy(reinterpret_cast<char*>(buf), std::min<size_t>(len, end.at_most)));
-        if (end._stuttered || *got == 0) return QXCI_IO_WOULD_BLOCK;
-        end.in.erase(0, *got);
-        return QXCI_IO_OK;
-    }
-    static a_qxci_io_result send(void* user_data, const unsigned char* data, unsigned len) {
-        End& end = *static_cast<End*>(user_data);
-        end.out.append(reinterpret_cast<const char*>(data), len);
-        return end.fails ? QXCI_IO_ERROR : QXCI_IO_OK;
-    }
-
     Stub& _provider;
     const QXCIStreamH _stream;
-    bool _stuttered = false;
-    const a_qxci_conn_callbacks _callbacks = {receive, send, nullptr, nullptr, nullptr};
 };
 
 const std::string server_hello = "QXCI-STUB HELLO 00007\nserver\n";
@@ -204,7 +187,7 @@ TEST(StubConn, gives_up_when_nothing_comes_or_goes) {
     EXPECT_EQ(client.write("x"), "error 12");
     failing.in = server_hello;
     EXPECT_EQ(failing.write("x"), "ok");
-    failing.fails = true;
+    failing.fail();
     EXPECT_EQ(failing.read(), "error 8");
 }
 
