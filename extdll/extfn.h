@@ -115,8 +115,8 @@ __attribute__((visibility("default"))) an_extfn_use_new_api_fn extfn_use_new_api
 
 /* Cancels what a running procedure registered: ends the shell of xp_cmdshell with SIGKILL, but not
  * what it has started, after which that call returns by itself. A null record, one of an unknown
- * kind, and one with a process id below 1, which would be a whole process group, is ignored. Reports
- * nothing, frees nothing. Safe on any thread and in a signal handler. */
+ * kind, and one with a process id below 1, which would be a whole process group, is ignored.
+ * Reports nothing, frees nothing. Safe on any thread and in a signal handler. */
 __attribute__((visibility("default"))) an_extfn_cancel_fn extfn_cancel;
 
 #ifdef __cplusplus

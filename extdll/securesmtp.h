@@ -25,9 +25,10 @@ class SecureSMTPClient : public SMTPClient {
 
     /// What the server's certificate must be: issued under one of those in the file `certfile`, its
     /// subject's company and unit equal to what is given here, and `name` equal to a common name of
-    /// its subject or matching one of the hosts that it is for; each may be null. Without a file the
-    /// others are ignored, and the provider decides what it trusts. To be called before Connect(),
-    /// which passes them to the provider, or, where there was no memory for a copy, says only that.
+    /// its subject or matching one of the hosts that it is for; each may be null. Without a file
+    /// the others are ignored, and the provider decides what it trusts. To be called before
+    /// Connect(), which passes them to the provider, or, where there was no memory for a copy, says
+    /// only that.
     ///
     /// Kept: a null `certfile` leaves the file of an earlier call in place, and the copy of an
     /// earlier file is never freed.

@@ -22,10 +22,15 @@ class CallbackBio {
     /// Takes the buffers; false when there is no memory.
     bool init();
 
-    // The peer has begun a record, or sent a message of a handshake; the handshake is done, or data
-    // has been read.
+    // The peer has begun a record, or sent a message of a handshake; a record of data has gone out,
+    // which the peer may take for a reason to want new keys; the handshake is done, or data has
+    // been read.
     void note_record() { _records++; }
     void note_message() { _messages++; }
+    void note_sent() {
+        _records--;
+        _messages--;
+    }
     void note_data() { _records = _messages = 0; }
 
     /// A BIO over this, which must outlive it; null when there is no memory.
@@ -38,7 +43,7 @@ class CallbackBio {
     bool failed() const { return _failed; }
     /// Nothing has come in for so long that the peer counts as gone.
     bool gave_up() const { return _empty_reads.gave_up(); }
-    /// More has come in a row without data than an honest peer sends: nothing goes in any more.
+    /// More has come without data, in or out, than an honest peer sends: nothing goes in any more.
     /// Otherwise requests for a new handshake or new keys, tickets, and empty records would be
     /// answered or dropped without end, at the cost of this side's processor.
     bool flooded() const { return _records > most_idle + 1 || _messages > most_idle; }
@@ -70,7 +75,7 @@ class CallbackBio {
     size_t _in_start = 0, _in_end = 0;
     size_t _out_len = 0;
     EmptyReads _empty_reads;
-    int _records = 0, _messages = 0;
+    int64_t _records = 0, _messages = 0;  // since data was read, less what has gone out
     bool _failed = false;
 };
 

@@ -179,6 +179,7 @@ a_qxci_io_result TlsConn::write(const a_qxci_byte* data, size_t len) {
         const int result = SSL_write_ex(_ssl.get(), data + _taken, len - _taken, &count);
         if (result != 1) return judge(result, QxciErrOpenSSLError);
         _taken += count;
+        _bio.note_sent();
     }
     _taken = 0;
     return _bio.flush() ? QXCI_IO_OK : broken();

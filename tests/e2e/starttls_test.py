@@ -6,6 +6,7 @@
 PROVIDER is the provider library that the library finds where it lies; PLANTED is one that says when
 it is loaded and is of another version.
 """
+import contextlib
 import logging
 import os
 import re
@@ -254,10 +255,11 @@ class Delivery(Tls):
                 pump(talk.connection, server, sent.extend)
 
         def pump(source, target, note=len):
-            while data := source.recv(65536):
-                note(data)
-                target.sendall(data)
-            target.shutdown(socket.SHUT_WR)
+            with contextlib.suppress(OSError):  # whoever has left needs no good-bye
+                while data := source.recv(65536):
+                    note(data)
+                    target.sendall(data)
+                target.shutdown(socket.SHUT_WR)
 
         def answer():
             for said in program.stdout:

@@ -24,34 +24,23 @@ long now = 1000000;
 constexpr a_timelib_clock fake_clock = {[] { return now; }, [] { return uint64{0}; },
                                         [] { return 100L; }};
 
-void* allocate(void*, size_t size) {
-    return malloc(size);
-}
-void* reallocate(void*, void* memory, size_t size) {
-    return realloc(memory, size);
-}
-void release(void*, void* memory) {
-    free(memory);
-}
-
-// A mutex that tells whether it is held, and that it is not taken twice.
-void* make_mutex(void*) {
-    return new int(0);
-}
-void delete_mutex(void*, void* mutex) {
-    EXPECT_EQ(0, *static_cast<int*>(mutex));
-    delete static_cast<int*>(mutex);
-}
-void take_mutex(void*, void* mutex) {
-    EXPECT_EQ(1, ++*static_cast<int*>(mutex));
-}
-void give_mutex(void*, void* mutex) {
-    EXPECT_EQ(0, --*static_cast<int*>(mutex));
-}
-
-constexpr a_qxci_callbacks process_callbacks = {allocate,   reallocate, release,      nullptr,
-                                                nullptr,    make_mutex, delete_mutex, take_mutex,
-                                                give_mutex, nullptr};
+// Its mutexes tell whether they are held, and that they are not taken twice.
+constexpr a_qxci_callbacks process_callbacks = {
+    .alloc_cb = [](void*, size_t size) { return std::malloc(size); },
+    .realloc_cb = [](void*, void* memory, size_t size) { return std::realloc(memory, size); },
+    .free_cb = [](void*, void* memory) { std::free(memory); },
+    .log_cb = nullptr,
+    .threadid_cb = nullptr,
+    .mutex_create_cb = [](void*) -> void* { return new int(0); },
+    .mutex_destroy_cb =
+        [](void*, void* mutex) {
+            EXPECT_EQ(0, *static_cast<int*>(mutex));
+            delete static_cast<int*>(mutex);
+        },
+    .mutex_get_cb = [](void*, void* mutex) { EXPECT_EQ(1, ++*static_cast<int*>(mutex)); },
+    .mutex_give_cb = [](void*, void* mutex) { EXPECT_EQ(0, --*static_cast<int*>(mutex)); },
+    .create_thread_cb = nullptr,
+};
 
 std::string record(const char* kind, const std::string& payload) {
     char header[32];

@@ -153,6 +153,14 @@ class Faults(Case):
             run = qxres("--list", self.write("damaged", damaged))
             self.assertEqual((run.returncode, len(run.stderr.splitlines())), (1, 1), damaged[:20])
 
+    def test_a_small_image_cannot_claim_gigabytes(self):
+        image = struct.pack("<5I", 0x4F534552, 0x12345678, 0, 16, 20)
+        image += struct.pack("<I", 20 + (4 << 16)) * (1 << 16) + b"\xff\xff" + b"x" * 65535
+        file = self.write("image", image)
+        run = qxres("--list", file, preexec_fn=lambda: resource.setrlimit(
+            resource.RLIMIT_AS, (1 << 30, 1 << 30)))
+        self.assert_refused(run, f"{file}: 0: longer than 511 bytes")
+
     def test_an_image_is_there_whole_or_not_at_all(self):
         source, out = self.write("s", HEAD), self.folder / "out"
         for output, fault in ((out, "File too large"), (self.folder, "Not a regular file"),

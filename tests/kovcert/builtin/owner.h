@@ -2,17 +2,20 @@
 #define QUOREL_TESTS_KOVCERT_BUILTIN_OWNER_H
 
 /// The owner's side of the provider interface: memory that is counted, can run out at a chosen
-/// allocation, and is searched for a secret when it comes back; option lists; and an environment of
-/// the provider that is linked in.
+/// allocation, and is searched for a secret when it comes back; a log; option lists; and an
+/// environment of the provider that is linked in.
 
 #include "kovcert/qxci/qxci.h"
 
+#include <atomic>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <gtest/gtest.h>
 #include <string>
+#include <utility>
+#include <vector>
 
 class Owner {
   public:
@@ -34,6 +37,7 @@ class Owner {
     /// Text that must not be in memory that is freed.
     std::string secret;
     bool saw_secret = false;
+    std::string log;
 
   private:
     static constexpr size_t header = 16;  // holds the size and keeps the alignment
@@ -62,16 +66,26 @@ class Owner {
         std::free(start);
     }
 
+    static int write_log(void* context, int, const char* text, const a_qxci_byte*, unsigned) {
+        static_cast<Owner*>(context)->log += text;
+        return 0;
+    }
+
     const int _fail_at;
-    int _allocations = 0;
-    int _live = 0;
-    const a_qxci_callbacks _callbacks = {alloc,   nullptr, free,    nullptr, nullptr,
-                                         nullptr, nullptr, nullptr, nullptr, nullptr};
+    std::atomic<int> _allocations = 0, _live = 0;
+    const a_qxci_callbacks _callbacks = {alloc,   nullptr, free,    write_log, nullptr,
+                                         nullptr, nullptr, nullptr, nullptr,   nullptr};
 };
 
-/// A list of options that is built in order.
+using a_setting_list = std::vector<std::pair<std::string, std::string>>;
+
+/// A list of options that is built in order, of texts that live longer.
 class Options {
   public:
+    Options() = default;
+    explicit Options(const a_setting_list& settings) {
+        for (const auto& [name, value] : settings) add(name.c_str(), value.c_str());
+    }
     Options& add(const char* name, const char* value) {
         _list.push_back({name, value, false, nullptr});
         if (_list.size() > 1) _list[_list.size() - 2].next = &_list.back();

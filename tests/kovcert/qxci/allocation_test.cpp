@@ -29,13 +29,12 @@ bool created(Object* object) {
 const a_qxci_byte key[32] = {};
 
 bool create_connection(DBQXCIEnvironment& env, DBQXCIError& error) {
-    Options for_stream, for_conn;
-    for_stream.add("stub_script", "conn ok");
+    Options for_conn;
     for_conn.add("stub_script", "read* block").add("certificate_name", "localhost");
     const std::unique_ptr<DBQXCIStream> stream(
         env.CreateStreamWithID(nullptr, nullptr, QXCI_STREAM_RSA_TLS, &error));
     if (stream == nullptr) return false;
-    if (stream->Init(QXCI_CLIENT, for_stream.head()) != QXCI_OK) {
+    if (stream->Init(QXCI_CLIENT, Options().add("stub_script", "conn ok").head()) != QXCI_OK) {
         error.CloneFrom(stream->GetLastError());
         return false;
     }
@@ -53,18 +52,15 @@ bool create_signer(DBQXCIEnvironment& env, DBQXCIError& error) {
 bool create_signer_of_stub(DBQXCIEnvironment& env, DBQXCIError& error) {
     if (!env._loadInterface(OTHER_IFACE, &error)) return false;
     const c_utils_ref<DBQXCIInterface> iface(env._getInterface(OTHER_IFACE));
-    Options options;
-    options.add("stub_key", "k");
-    return created(qxci_create<DBQXCISignatureHandler>({&env, iface.get(), OTHER_IFACE},
-                                                       iface->_sig_iface.create_func, &error,
-                                                       iface->_qxci_env, options.head()));
+    return created(qxci_create<DBQXCISignatureHandler>(
+        {&env, iface.get(), OTHER_IFACE}, iface->_sig_iface.create_func, &error, iface->_qxci_env,
+        Options().add("stub_key", "k").head()));
 }
 
 /// Fails however much memory there is, with parameters, which may not get through.
 bool fail_with_parameters(DBQXCIEnvironment& env, DBQXCIError& error) {
-    Options options;
-    options.add("no_option", "");
-    EXPECT_FALSE(created(env.CreateBlockEncrypter("AES", key, 16, options.head(), &error)));
+    EXPECT_FALSE(created(
+        env.CreateBlockEncrypter("AES", key, 16, Options().add("no_option", "").head(), &error)));
     if (error.getErrorCode() != QxciErrBadOption) return false;
     const char* const parm = error.GetParm(0);
     EXPECT_TRUE(parm == nullptr || std::string(parm) == "no_option");

@@ -8,17 +8,9 @@
 #include <gtest/gtest.h>
 
 #include "kovcert/qxci/dbqxci.h"
+#include "tests/kovcert/builtin/owner.h"
 
 namespace {
-
-void* take(void*, size_t size) {
-    return std::malloc(size);
-}
-void give(void*, void* memory) {
-    std::free(memory);
-}
-constexpr a_qxci_callbacks callbacks = {take,    nullptr, give,    nullptr, nullptr,
-                                        nullptr, nullptr, nullptr, nullptr, nullptr};
 
 a_utmem_source no_memory = {[](size_t) -> void* { return nullptr; }, std::realloc, std::free,
                             [] { return false; }};
@@ -40,7 +32,8 @@ struct Wrappers {
           stream(handle<QXCIStreamH>(), &env, source),
           conn(handle<QXCIStreamConnH>(), &env, source) {}
 
-    DBQXCIEnvironment env{&callbacks, nullptr};
+    Owner owner;
+    DBQXCIEnvironment env{owner.callbacks(), &owner};
     DBQXCIBlockEncrypter encrypter;
     DBQXCIBlockHasher hasher;
     DBQXCIPasswordHasher password;
@@ -156,7 +149,8 @@ void fill(DBQXCIInterface& iface) {
 TEST(Wrappers, hand_arguments_and_results_through) {
     auto* const iface = new DBQXCIInterface;
     fill(*iface);
-    DBQXCIEnvironment env(&callbacks, nullptr);
+    Owner owner;
+    DBQXCIEnvironment env(owner.callbacks(), &owner);
     DBQXCIError err;
     calls.clear();
     {
@@ -222,7 +216,8 @@ TEST(Wrappers, keep_the_slot_before_the_error) {
 }
 
 TEST(Wrappers, work_with_the_built_in_provider) {
-    DBQXCIEnvironment env(&callbacks, nullptr);
+    Owner owner;
+    DBQXCIEnvironment env(owner.callbacks(), &owner);
     DBQXCIError err;
     ASSERT_EQ(env.Init(false, "test", nullptr, &err), QXCI_OK);
     // FIPS 197, C.1

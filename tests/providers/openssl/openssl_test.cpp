@@ -431,16 +431,21 @@ TEST_F(OpenSslProvider, bears_a_thousand_records_in_a_row_without_data) {
     std::string text;
     SSL_set_num_tickets(peer.ssl, 0);
     peer.answer();
-    for (const int updates : {1000, 1000, 1001}) {
+    // What has gone out may be a reason for one of them each.
+    for (const auto& [updates, written] : {std::pair(1000, 0), {1000, 0}, {1500, 500}, {1001, 0}}) {
+        for (int i = 0; i < written; i++) session.write("y");
         for (int i = 0; i < updates; i++) {
             SSL_key_update(peer.ssl, SSL_KEY_UPDATE_NOT_REQUESTED);
             SSL_do_handshake(peer.ssl);
         }
         SSL_write(peer.ssl, "x", 1);
         peer.answer();
-        EXPECT_EQ(session.read(text), updates > 1000 ? QXCI_IO_ERROR : QXCI_IO_OK);
+        text.clear();
+        EXPECT_EQ(session.read(text), updates == 1001 ? QXCI_IO_ERROR : QXCI_IO_OK) << updates;
+        while (written > 0 && session.read(text) == QXCI_IO_OK) {
+        }
+        EXPECT_EQ(text.size(), updates == 1001 ? 0U : 1U + written);
     }
-    EXPECT_EQ(text, "xx");
     EXPECT_EQ(session.failure.first, QxciErrOpenSSLError);
 }
 
@@ -468,7 +473,8 @@ TEST_F(OpenSslProvider, notices_a_reset_and_an_end_wherever_they_come) {
     ASSERT_GT(sound.taken, 500U);
     for (const auto& [end, code] : {std::pair(QXCI_IO_ERROR, QxciErrIOError),
                                     std::pair(QXCI_IO_WOULD_BLOCK, QxciErrConnectionClosed)}) {
-        for (size_t limit = 0; limit < sound.taken; limit += 31) {
+        // Signatures and tickets may be a few bytes shorter next time.
+        for (size_t limit = 0; limit + 16 < sound.taken; limit += 31) {
             Peer peer(good);
             peer.limit = limit;
             peer.end = end;
@@ -500,7 +506,7 @@ TEST_F(OpenSslProvider, undoes_everything_when_memory_runs_out) {
             Peer peer(good);
             failure = Session(provider, peer, {{"certificate_company", "x"}}).failure;
         }
-        if (!provider.ran_out()) {
+        if (!provider.owner.ran_out()) {
             EXPECT_EQ(failure, a_failure(QxciErrBadCompany, "x"));
             EXPECT_GT(fail_at, 8);
             break;
@@ -593,7 +599,7 @@ TEST_F(OpenSslProvider, keeps_to_the_small_print_of_its_tables) {
         EXPECT_EQ(streams.get_algorithm_id_func(stream), QXCI_STREAM_RSA_TLS);
         EXPECT_TRUE(streams.is_synchronous_func(stream));
         Options options(twice);
-        EXPECT_EQ(streams.init_func(stream, QXCI_CLIENT, options.list()), QXCI_OK);
+        EXPECT_EQ(streams.init_func(stream, QXCI_CLIENT, options.head()), QXCI_OK);
         EXPECT_TRUE(options[0].used && !options[1].used);
         EXPECT_EQ(streams.init_func(stream, QXCI_CLIENT, nullptr), QXCI_ERROR);
         EXPECT_EQ(streams.get_last_error_func(stream)->code, QxciErrInitError);
@@ -615,7 +621,7 @@ TEST_F(OpenSslProvider, keeps_to_the_small_print_of_its_tables) {
     EXPECT_THAT(told.log, testing::StartsWith("TLSv1.3 with "));
     silent.callbacks.log_cb = nullptr;
     EXPECT_EQ(Session(p, silent, trust).failure, no_failure);
-    EXPECT_EQ(p.log, told.log);  // the environment's takes what the connection's does not
+    EXPECT_EQ(p.owner.log, told.log);  // the environment's takes what the connection's does not
     mute.callbacks.read_cb = nullptr;
     EXPECT_EQ(Session(p, mute, trust).failure, a_failure(QxciErrInitError, ""));
 }

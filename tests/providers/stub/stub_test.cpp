@@ -1,8 +1,8 @@
 #include "providers/stub/qxcistub.h"
 #include "tests/kovcert/builtin/owner.h"
+#include "tests/providers/wire.h"
 #include "tests/scratch.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -37,15 +37,16 @@ class Stub : public Provider {
     a_qxci_conn_iface conns = {};
 };
 
-/// One end of a connection whose bytes lie in strings.
-class End {
+/// One end of a connection.
+class End : public Wire {
   public:
     End(Stub& from, a_qxci_side side, a_qxci_user_option* options = nullptr,
         std::string incoming = "")
-        : in(std::move(incoming)), _provider(from), _stream(from.stream(side)) {
-        conn = from.conns.create_func(_stream, &_callbacks, options, this, &from.error);
+        : _provider(from), _stream(from.stream(side)) {
+        in = std::move(incoming);
+        conn = from.conns.create_func(_stream, &callbacks, options, this, &from.error);
     }
-    ~End() {
+    ~End() override {
         close();
         _provider.streams.destroy_func(_stream);
     }
@@ -68,11 +69,12 @@ class End {
     }
     std::string flush() { return in_words(_provider.conns.flush_writes_func(conn)); }
 
-    std::string in;            // arrives when it is read
-    std::string out;           // has been sent
-    size_t at_most = 1 << 20;  // bytes in one call of read_cb
-    bool stutters = false;     // nothing arrives every other time
-    bool fails = false;        // both callbacks
+    /// From now on both callbacks fail.
+    void fail() {
+        limit = taken;
+        end = QXCI_IO_ERROR;
+    }
+
     QXCIStreamConnH conn;
 
   private:
@@ -89,27 +91,8 @@ class End {
         }
     }
 
-    static a_qxci_io_result receive(void* user_data, unsigned char* buf, unsigned len,
-                                    unsigned* got) {
-        End& end = *static_cast<End*>(user_data);
-        if (end.fails) return QXCI_IO_ERROR;
-        end._stuttered = end.stutters && !end._stuttered;
-        *got = static_cast<unsigned>(
-            end.in.copy(reinterpret_cast<char*>(buf), std::min<size_t>(len, end.at_most)));
-        if (end._stuttered || *got == 0) return QXCI_IO_WOULD_BLOCK;
-        end.in.erase(0, *got);
-        return QXCI_IO_OK;
-    }
-    static a_qxci_io_result send(void* user_data, const unsigned char* data, unsigned len) {
-        End& end = *static_cast<End*>(user_data);
-        end.out.append(reinterpret_cast<const char*>(data), len);
-        return end.fails ? QXCI_IO_ERROR : QXCI_IO_OK;
-    }
-
     Stub& _provider;
     const QXCIStreamH _stream;
-    bool _stuttered = false;
-    const a_qxci_conn_callbacks _callbacks = {receive, send, nullptr, nullptr, nullptr};
 };
 
 const std::string server_hello = "QXCI-STUB HELLO 00007\nserver\n";
@@ -204,7 +187,7 @@ TEST(StubConn, gives_up_when_nothing_comes_or_goes) {
     EXPECT_EQ(client.write("x"), "error 12");
     failing.in = server_hello;
     EXPECT_EQ(failing.write("x"), "ok");
-    failing.fails = true;
+    failing.fail();
     EXPECT_EQ(failing.read(), "error 8");
 }
 
@@ -228,9 +211,8 @@ TEST(StubScript, arranges_every_operation_of_a_connection) {
     };
     for (const auto& c : cases) {
         Stub provider;
-        Options options;
-        options.add("stub_script", c.script);
-        End client(provider, QXCI_CLIENT, options.head(), server_hello);
+        End client(provider, QXCI_CLIENT, Options().add("stub_script", c.script).head(),
+                   server_hello);
         if (c.results == nullptr) {
             EXPECT_EQ(client.conn, nullptr);
             EXPECT_EQ(provider.creation_error(), "28 stub_script");
@@ -269,9 +251,7 @@ TEST(StubScript, arranges_the_handshake) {
     };
     for (const auto& c : cases) {
         Stub provider;
-        Options options;
-        options.add("stub_script", c.script);
-        End client(provider, QXCI_CLIENT, options.head(),
+        End client(provider, QXCI_CLIENT, Options().add("stub_script", c.script).head(),
                    server_hello + "QXCI-STUB DATA_ 00001\nx");
         const bool made = client.conn != nullptr;
         std::string results = made ? "made;" : provider.creation_error();
@@ -283,10 +263,10 @@ TEST(StubScript, arranges_the_handshake) {
 
 TEST(StubScript, comes_from_the_nearest_that_has_one) {
     Stub provider("read give env");
-    Options own, inits;
-    own.add("stub_script", "read give own");
+    Options inits;
     inits.add("stub_script", "read give stream; init fail 5,6,7");
-    End of_own(provider, QXCI_CLIENT, own.head(), server_hello);
+    End of_own(provider, QXCI_CLIENT, Options().add("stub_script", "read give own").head(),
+               server_hello);
     End of_env(provider, QXCI_CLIENT, nullptr, server_hello);
     EXPECT_EQ(of_own.read(), "ok: own");
     EXPECT_EQ(of_env.read(), "ok: env");
@@ -326,8 +306,6 @@ TEST(StubScript, is_well_formed_or_refused) {
 
 TEST(StubScript, makes_creations_and_operations_fail) {
     const a_qxci_byte key[32] = {};
-    Options signing;
-    signing.add("stub_key", "k");
     Stub provider("object fail 1,2,3; stream fail 4");
     const auto failure = [&](const void* handle) {
         EXPECT_EQ(handle, nullptr);
@@ -338,7 +316,8 @@ TEST(StubScript, makes_creations_and_operations_fail) {
     EXPECT_EQ(failure(provider.enc.create_func(provider.env, "AES256", key, 32, nullptr,
                                                &provider.error)),
               "1 2 3");
-    EXPECT_EQ(failure(provider.sig.create_func(provider.env, signing.head(), &provider.error)),
+    EXPECT_EQ(failure(provider.sig.create_func(provider.env, Options().add("stub_key", "k").head(),
+                                               &provider.error)),
               "1 2 3");
     EXPECT_EQ(failure(provider.stream(QXCI_CLIENT)), "4");
 
@@ -400,9 +379,8 @@ TEST(StubObjects, hash_encrypt_and_sign_after_a_fashion) {
     EXPECT_NE(std::memcmp(hash, again, len), 0);
     p.pw_hash.destroy_func(hasher);
 
-    Options options;
-    options.add("stub_key", "k");
-    const QXCISignatureHandlerH signer = p.sig.create_func(p.env, options.head(), &p.error);
+    const QXCISignatureHandlerH signer =
+        p.sig.create_func(p.env, Options().add("stub_key", "k").head(), &p.error);
     char signature[32];
     len = sizeof signature;
     EXPECT_EQ(p.sig.create_connsig_func(signer, "ab", "c", signature, &len), QXCI_OK);

@@ -1,5 +1,5 @@
-#ifndef QUOREL_TESTS_PROVIDERS_OPENSSL_WIRE_H
-#define QUOREL_TESTS_PROVIDERS_OPENSSL_WIRE_H
+#ifndef QUOREL_TESTS_PROVIDERS_WIRE_H
+#define QUOREL_TESTS_PROVIDERS_WIRE_H
 
 /// What a connection's callbacks work on: a wire in memory on which, by itself, nobody answers.
 
@@ -18,6 +18,8 @@ class Wire {
     std::string out;                             // all that the provider has written
     size_t limit = SIZE_MAX;                     // bytes that arrive before the end
     a_qxci_io_result end = QXCI_IO_WOULD_BLOCK;  // what reads then give
+    size_t at_most = SIZE_MAX;                   // bytes that arrive in one read
+    bool stutters = false;                       // nothing arrives every other time
     bool only_whole = false;  // nothing arrives until all that is asked for is there
     Wire* other = nullptr;    // gets what is written
     bool welcome = true;      // what clients are
@@ -45,13 +47,17 @@ class Wire {
         Wire& wire = *static_cast<Wire*>(user_data);
         wire.reads++;
         if (wire.in.empty()) wire.answer();
-        const size_t count = std::min({wire.in.size(), wire.limit - wire.taken, size_t{len}});
+        const size_t count =
+            std::min({wire.in.size(), wire.limit - wire.taken, size_t{len}, wire.at_most});
+        wire._stuttered = wire.stutters && !wire._stuttered;
         if (wire.taken == wire.limit) return wire.end;
-        if (count == 0 || (wire.only_whole && count < len)) return QXCI_IO_WOULD_BLOCK;
+        *got = static_cast<unsigned>(wire.got_instead >= 0 ? wire.got_instead : int(count));
+        if (wire._stuttered || count == 0 || (wire.only_whole && count < len)) {
+            return QXCI_IO_WOULD_BLOCK;
+        }
         wire.in.copy(reinterpret_cast<char*>(buf), count);
         wire.in.erase(0, count);
         wire.taken += count;
-        *got = static_cast<unsigned>(wire.got_instead >= 0 ? wire.got_instead : int(count));
         return QXCI_IO_OK;
     }
     static a_qxci_io_result write(void* user_data, const unsigned char* data, unsigned len) {
@@ -70,6 +76,8 @@ class Wire {
     static int judge(void* user_data, const a_qxci_byte*, unsigned) {
         return static_cast<Wire*>(user_data)->welcome ? 1 : 0;
     }
+
+    bool _stuttered = false;
 };
 
 #endif
