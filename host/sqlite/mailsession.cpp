@@ -71,7 +71,7 @@ void end_mail_session(const Library& library, std::int32_t connection) {
     auto given = std::make_unique<std::shared_ptr<Farewell>>(farewell);
     // Without a thread the session stays: its server could hold the closing connection for ever.
     if (!start_quiet_thread(run, given.get())) return;
-    given.release();
+    static_cast<void>(given.release());  // the thread owns it now
     std::unique_lock lock(farewell->mutex);
     farewell->changed.wait_for(lock, std::chrono::seconds(longest_farewell),
                                [&farewell] { return farewell->over; });
