@@ -143,7 +143,10 @@ std::string scan(World& world) {
 }
 
 std::string run_command(World& world) {
-    const std::string file = long_name("run" + std::to_string(getpid()));
+    // A file of its own: the command of a call that failed to wait for it may run still.
+    static int runs = 0;
+    const std::string file =
+        long_name("run" + std::to_string(getpid()) + "." + std::to_string(++runs));
     const pid_t parent = getpid();
     std::ofstream(file) << "";
     world.host.give(1, "echo ran >" + file + "; exit 3");
