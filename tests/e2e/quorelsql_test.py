@@ -128,12 +128,14 @@ class Batch(Scratch):
             CALL xp_sendmail(recipient => 'bob@b.test', message => 'a' || char(10) || 'b');
             .raw on
             CALL xp_sendmail(recipient => 'bob@b.test', message => 'a' || char(10) || 'b');
+            CALL xp_startsmtp(host => '127.0.0.1', port => {server.port}, cid => 77);
             CALL xp_stopsmtp(); CALL xp_sendmail(recipient => 'eve@e.test')""")
         self.assertEqual((status, error), (0, ""))
         self.assertEqual(out, "status 0: the session is open\n" + 3 * "status 0: the mail server took the message\n" +
-                              "status 0: the session is closed\n"
+                              "status 0: the session is open\nstatus 0: the session is closed\n"
                               "status 5: no session was started on this connection, "
                               "or there is no recipient\n")
+        self.assertEqual(server.quits, 2, "under another number too")
         [(sender, recipients, message), (_, _, whole), (_, _, raw)] = server.messages
         self.assertEqual((sender, recipients), ("ann@a.test", ["bob@b.test"]))
         self.assertIn(b"\r\nSubject: Hi\r\n", message)

@@ -1,0 +1,84 @@
+#include "host/mailsession.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <utility>
+
+#include "host/quietthread.h"
+
+namespace host {
+
+namespace {
+
+// Connections may close until the process is gone, so this stays.
+struct Sessions {
+    std::mutex mutex;
+    std::map<std::int32_t, std::set<std::int32_t>> started;  // their numbers, by connection
+};
+
+Sessions& sessions() {
+    static auto& all = *new Sessions;
+    return all;
+}
+
+std::set<std::int32_t> take_sessions(std::int32_t connection) {
+    const std::lock_guard lock(sessions().mutex);
+    const auto node = sessions().started.extract(connection);
+    return node ? std::move(node.mapped()) : std::set<std::int32_t>();
+}
+
+// Shared by the thread that says good-bye and the one that waits for it.
+struct Farewell {
+    Library library;
+    const std::set<std::int32_t> sessions;
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool over = false;  // guarded by mutex
+};
+
+void stop_session(const Library& library, std::int32_t session) {
+    CallFrame frame(library, *find_procedure("xp_stopsmtp"), session);
+    std::string ignored;
+    frame.call(ignored);
+}
+
+void* run(void* given) {
+    const std::unique_ptr<std::shared_ptr<Farewell>> owned(
+        static_cast<std::shared_ptr<Farewell>*>(given));
+    Farewell& farewell = **owned;
+    for (const std::int32_t session : farewell.sessions) stop_session(farewell.library, session);
+    // In time, so that it is not this thread that unloads the library while the program ends.
+    farewell.library = {};
+    const std::lock_guard lock(farewell.mutex);
+    farewell.over = true;
+    farewell.changed.notify_one();
+    return nullptr;
+}
+
+}  // namespace
+
+void note_mail_call(const Procedure& procedure, const CallFrame& frame, std::int32_t connection) {
+    if (procedure.name != "xp_startsmtp") return;
+    const std::lock_guard lock(sessions().mutex);
+    sessions().started[connection].insert(frame.connection().value_or(connection));
+}
+
+void end_mail_sessions(const Library& library, std::int32_t connection) {
+    std::set<std::int32_t> started = take_sessions(connection);
+    if (started.empty()) return;
+    auto farewell =
+        std::shared_ptr<Farewell>(new Farewell{library, std::move(started), {}, {}, false});
+    auto given = std::make_unique<std::shared_ptr<Farewell>>(farewell);
+    // Without a thread the sessions stay: a server could hold the closing connection for ever.
+    if (!start_quiet_thread(run, given.get())) return;
+    given.release();
+    std::unique_lock lock(farewell->mutex);
+    farewell->changed.wait_for(lock, std::chrono::seconds(longest_farewell),
+                               [&farewell] { return farewell->over; });
+}
+
+}  // namespace host
