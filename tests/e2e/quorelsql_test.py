@@ -109,6 +109,7 @@ class Batch(Scratch):
             ("SELECT xp_startsmtp('a@a.test', 'h', 25, 60, NULL, 'u', 'p')",
              r"parameter 7 \(auth_password\) would cross the network in the clear"),
             (".raw", "say on or off"),
+            (".read ", "say which file"),
             (".frob", "no command .frob; .help lists them"),
             (".help xp_scan", "did you mean xp_scanf?"),
         ):
