@@ -302,6 +302,13 @@ bool CallFrame::call(std::string& error) {
     return doubt.empty();
 }
 
+std::optional<std::int32_t> CallFrame::connection() const {
+    for (std::uint32_t number = 1; number <= _state->arguments.count(); ++number)
+        if (_state->procedure.parameter(number).absent == Absent::Connection)
+            return Value::text(std::string(*_state->arguments[number]), EXTFN_TYPE_INT32).as_int();
+    return std::nullopt;
+}
+
 const std::string& CallFrame::warning() const {
     return _state->warning;
 }

@@ -76,6 +76,9 @@ class CallFrame {
     /// file shows that not all was done; result() is that 0.
     bool call(std::string& error);
 
+    /// The connection number that the procedure receives; nothing where it takes none.
+    [[nodiscard]] std::optional<std::int32_t> connection() const;
+
     /// After call(): a sentence for the person who made it, about something that was done as asked
     /// and should not be taken for more than it is. Mostly empty.
     [[nodiscard]] const std::string& warning() const;

@@ -1,11 +1,11 @@
 #include "host/nearestname.h"
 
 #include <algorithm>
-#include <cctype>
 #include <numeric>
 #include <vector>
 
 #include "host/procedures.h"
+#include "host/text.h"
 
 namespace host {
 
@@ -13,13 +13,12 @@ namespace {
 
 // How many characters must be inserted, dropped or replaced to turn `a` into `b`, case ignored.
 std::size_t edit_distance(std::string_view a, std::string_view b) {
-    const auto lower = [](char c) { return tolower(static_cast<unsigned char>(c)); };
     std::vector<std::size_t> row(b.size() + 1);
     std::iota(row.begin(), row.end(), std::size_t{0});
     for (std::size_t i = 0; i < a.size(); ++i) {
         std::size_t diagonal = row[0]++;
         for (std::size_t j = 0; j < b.size(); ++j) {
-            const std::size_t replaced = diagonal + (lower(a[i]) == lower(b[j]) ? 0 : 1);
+            const std::size_t replaced = diagonal + (to_lower(a[i]) == to_lower(b[j]) ? 0 : 1);
             diagonal = row[j + 1];
             row[j + 1] = std::min({replaced, diagonal + 1, row[j] + 1});
         }

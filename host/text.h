@@ -9,8 +9,16 @@
 
 namespace host {
 
-/// The lower-case letter of an ASCII letter; every other byte unchanged. Unlike tolower() it gives
-/// the same answer in every locale: in a Turkish one "I" has another small letter than "i".
+// Unlike those of <cctype>, these give the same answer in every locale: in a Turkish one "I" has
+// another small letter than "i", and elsewhere single bytes beyond ASCII are letters.
+
+[[nodiscard]] constexpr bool is_digit(char c) {
+    return c >= '0' && c <= '9';
+}
+[[nodiscard]] constexpr bool is_letter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+/// The lower-case letter of an ASCII letter; every other byte unchanged.
 [[nodiscard]] constexpr char to_lower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }

@@ -6,11 +6,11 @@
 #include <cstdio>
 #include <cstring>
 #include <deque>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "host/argument.h"
+#include "host/mailsession.h"
 #include "host/startup.h"
 #include "host/xpcalloptions.h"
 #include "host/xpcallreport.h"
@@ -89,6 +89,7 @@ int make_call(const Library& library, const XpcallCall& call, std::uint32_t piec
             return output.write_piece(data, length);
         };
     std::string error;
+    note_mail_call(procedure, frame, connection);
     // A signal ends any other call with the process.
     if (procedure.cancellable) {
         running = &frame;
@@ -106,38 +107,16 @@ int make_call(const Library& library, const XpcallCall& call, std::uint32_t piec
     return frame.cancelled() ? EXIT_FAILED : status;
 }
 
-// The mail sessions that calls have started and not stopped. At its end it stops them.
+// At its end the mail sessions stop that calls have started.
 class MailSessions {
   public:
     explicit MailSessions(const Library& library) : _library(library) {}
     MailSessions(const MailSessions&) = delete;
     MailSessions& operator=(const MailSessions&) = delete;
-    ~MailSessions() {
-        const Procedure& stop = *find_procedure("xp_stopsmtp");
-        std::string ignored;
-        for (const std::string& number : _open) {
-            CallFrame frame(_library, stop, connection);
-            frame.set_argument(stop.parameter_number("cid"), Value::text(number, EXTFN_TYPE_STRING),
-                               ignored);
-            frame.call(ignored);
-        }
-    }
-
-    void note(const XpcallCall& call) {
-        if (call.procedure->name == "xp_startsmtp") _open.insert(_number(call));
-        if (call.procedure->name == "xp_stopsmtp") _open.erase(_number(call));
-    }
+    ~MailSessions() { end_mail_sessions(_library, connection); }
 
   private:
-    static std::string _number(const XpcallCall& call) {
-        const std::uint32_t place = call.procedure->parameter_number("cid");
-        if (place > call.arguments.size()) return std::to_string(connection);
-        const std::string& written = call.arguments[place - 1];
-        return written.substr(written.rfind(':') + 1);
-    }
-
     const Library& _library;
-    std::set<std::string> _open;  // by connection number
 };
 
 // What a call handed back has its place before the output of a command that the next one runs.
@@ -153,10 +132,9 @@ int run(const XpcallOptions& options) {
         Library::load(options.library, error, "build it with tools/demo or name it with --lib");
     if (!library.loaded()) return complain(error);
 
-    MailSessions sessions(library);
+    const MailSessions stopped_at_the_end(library);
     for (const XpcallCall& call : options.calls) {
         const int status = flush_output(make_call(library, call, options.piece));
-        if (status != EXIT_NOT_CALLED) sessions.note(call);
         if (status != EXIT_SUCCEEDED) return status;
     }
     return EXIT_SUCCEEDED;

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "host/sqlite/query.h"
+#include "host/text.h"
 
 namespace host {
 
@@ -11,8 +12,7 @@ namespace {
 // What SQLite lets stand in a name, but for bytes beyond ASCII: to SQLite a byte order mark is
 // white space, in front of a name too.
 bool continues_name(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
-           c == '$';
+    return is_letter(c) || is_digit(c) || c == '_' || c == '$';
 }
 
 bool names_at(std::string_view sql, std::size_t at, std::string_view name) {

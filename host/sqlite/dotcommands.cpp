@@ -95,6 +95,10 @@ DotResult set_raw(Session& /*session*/, std::string_view rest, std::string& erro
 }
 
 DotResult read(Session& session, std::string_view rest, std::string& error) {
+    if (rest.empty()) {
+        error = "say which file";
+        return DotResult::Wrong;
+    }
     switch (run_script_file(session, std::string(rest), error)) {
     case Ran::Done:
         return DotResult::Done;

@@ -27,8 +27,8 @@ struct sqlite3;
 /// `on_progress`, unless it is empty, hears of each piece of a file that is read or written: how
 /// many bytes of it have moved so far.
 ///
-/// Closing `db` stops the mail session of `connection`, if it has one, as end_mail_session() of
-/// host/sqlite/mailsession.h does. `library` is copied. Returns SQLITE_OK or SQLite's error code.
+/// Closing `db` ends the mail session of `connection`, if it has one, as end_mail_sessions() of
+/// host/mailsession.h does. `library` is copied. Returns SQLITE_OK or SQLite's error code.
 int quorel_sqlite_register(sqlite3* db, const host::Library& library, std::int32_t connection,
                            const std::function<void(std::uint64_t moved)>& on_progress = {});
 

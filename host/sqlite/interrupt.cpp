@@ -23,7 +23,8 @@ std::atomic<CallFrame*> running_call;
 std::atomic<bool> running;
 std::atomic<bool> pressed;
 volatile sig_atomic_t echoed;
-volatile sig_atomic_t ending;  // the signal that ends the program once nothing runs
+volatile sig_atomic_t ending;   // the signal that ends the program once nothing runs
+volatile sig_atomic_t alarmed;  // one alarm has come since
 static_assert(std::atomic<CallFrame*>::is_always_lock_free);
 static_assert(std::atomic<bool>::is_always_lock_free);
 
@@ -41,32 +42,32 @@ void end_by(int signal_number) {
     raise(signal_number);
 }
 
-void on_interrupt(int signal_number) {
-    const int saved = errno;
-    if (pthread_equal(pthread_self(), main_thread) == 0) {
-        pthread_kill(main_thread, signal_number);
-    } else if (ends_when_idle && (!running.load() || pressed.load())) {
-        end_by(signal_number);
-    } else {
-        echoed = 1;
-        cancel_what_runs();
-    }
-    errno = saved;
+// Cancels what runs, so that the end of the program leaves no command of its behind. Who waits for
+// something else is not waited for. An interrupt is lost on a statement that is about to begin, so
+// the first alarm brings another one. Further signals hasten nothing: whoever sends one may well
+// send several at once, and a command takes a moment to end.
+void end_soon(int signal_number) {
+    constexpr unsigned interval = 1;  // second
+    if (ending != 0 && signal_number != SIGALRM) return;
+    if (alarmed) return end_by(ending);
+    alarmed = ending != 0;
+    if (ending == 0) ending = signal_number;
+    cancel_what_runs();
+    alarm(interval);
 }
 
-// Cancels what runs, so that the end of the program leaves no command of its behind. Who waits for
-// something else is not waited for.
-void on_end(int signal_number) {
-    constexpr unsigned patience = 1;  // seconds
+void on_signal(int signal_number) {
     const int saved = errno;
+    const bool cancels = signal_number == SIGINT && !(ends_when_idle && pressed.load());
     if (pthread_equal(pthread_self(), main_thread) == 0) {
         pthread_kill(main_thread, signal_number);
-    } else if (!running.load() || ending != 0) {
-        end_by(ending != 0 ? ending : signal_number);
-    } else {
-        ending = signal_number;
+    } else if (!running.load() && (signal_number != SIGINT || ends_when_idle)) {
+        end_by(signal_number);
+    } else if (cancels) {
+        echoed = 1;
         cancel_what_runs();
-        alarm(patience);
+    } else {
+        end_soon(signal_number);
     }
     errno = saved;
 }
@@ -80,12 +81,12 @@ void mask_interrupt(int how) {
 
 // A signal that the program was started to ignore is for somebody else: a background job of a
 // script is not Ctrl-C's, nor is one under nohup SIGHUP's.
-bool handle(int signal_number, void (*handler)(int)) {
+bool handle(int signal_number) {
     struct sigaction action {};
     if (sigaction(signal_number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN)
         return false;
     action = {};
-    action.sa_handler = handler;
+    action.sa_handler = on_signal;
     action.sa_flags = SA_RESTART;
     sigfillset(&action.sa_mask);  // a second signal finds the first one's work done
     return sigaction(signal_number, &action, nullptr) == 0;
@@ -97,8 +98,9 @@ void catch_signals(sqlite3* db, bool idle_ends) {
     main_thread = pthread_self();
     database = db;
     ends_when_idle = idle_ends;
-    takes_interrupts = handle(SIGINT, on_interrupt);
-    for (const int signal_number : {SIGTERM, SIGHUP, SIGALRM}) handle(signal_number, on_end);
+    takes_interrupts = handle(SIGINT);
+    signal(SIGALRM, SIG_DFL);  // nobody else's
+    for (const int signal_number : {SIGTERM, SIGHUP, SIGALRM}) handle(signal_number);
 }
 
 bool can_interrupt() {

@@ -13,12 +13,11 @@ struct sqlite3;
 namespace host {
 
 /// Takes SIGINT over. While a Running lives, it interrupts `db` (not owned, stays open). At other
-/// times it is noted and otherwise ignored, or, with `idle_ends`, it ends the program as usual; so
-/// does a second one during the same Running then, when the first did not help.
+/// times it is noted and otherwise ignored, or, with `idle_ends`, it ends the program as usual.
 ///
-/// SIGTERM and SIGHUP cancel what runs and then end the program as usual: at the end of the
-/// Running, or after a second, or at once when there is another one. A signal that the program was
-/// started to ignore stays ignored.
+/// SIGTERM and SIGHUP, and with `idle_ends` a second SIGINT during the same Running, cancel what
+/// runs and then end the program as usual: at the end of the Running, or after two seconds. A
+/// signal that the program was started to ignore stays ignored.
 ///
 /// Interrupted system calls are restarted: a procedure that waits for its command must not see that
 /// a signal came.

@@ -6,7 +6,7 @@
 #include <condition_variable>
 #include <mutex>
 
-#include "host/sqlite/quietthread.h"
+#include "host/quietthread.h"
 
 namespace host {
 

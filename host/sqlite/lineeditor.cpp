@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cctype>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -20,7 +19,7 @@ namespace {
 constexpr int most_entries = 1000;
 
 bool in_word(char c) {
-    return isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '.';
+    return is_letter(c) || is_digit(c) || c == '_' || c == '.';
 }
 
 // The part before the cursor that a completion continues.

@@ -1,6 +1,5 @@
 #include "host/sqlite/progress.h"
 
-#include <signal.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -11,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "host/quietthread.h"
 #include "host/sqlite/display.h"
 #include "host/sqlite/interrupt.h"
 
@@ -65,16 +65,10 @@ std::string elapsed_text(std::chrono::milliseconds elapsed) {
 
 }  // namespace
 
-Progress::Progress() : _enabled(isatty(terminal) != 0), _escapes(understands_escapes()) {
-    if (!_enabled) return;
-    // Signals are the main thread's business.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    _thread = std::thread([this] { _run(); });
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-}
+// Signals are the main thread's business.
+Progress::Progress()
+    : _escapes(understands_escapes()),
+      _enabled(isatty(terminal) != 0 && start_quiet_thread(_run_thread, this, &_thread)) {}
 
 Progress::~Progress() {
     if (!_enabled) return;
@@ -84,7 +78,7 @@ Progress::~Progress() {
         _quit = true;
     }
     _changed.notify_one();
-    _thread.join();
+    pthread_join(_thread, nullptr);
 }
 
 void Progress::begin(std::string what, std::string hint, Place place) {
@@ -107,6 +101,11 @@ void Progress::end() {
     const std::lock_guard lock(_mutex);
     if (_drawn) _put("");
     _running = _drawn = false;
+}
+
+void* Progress::_run_thread(void* self) {
+    static_cast<Progress*>(self)->_run();
+    return nullptr;
 }
 
 void Progress::_run() {

@@ -3,18 +3,19 @@
 
 /// Shows on a terminal that something runs: bytes moved, time elapsed.
 
+#include <pthread.h>
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <string>
-#include <thread>
 
 namespace host {
 
 /// Draws on standard error, from a thread of its own, which sleeps while nothing runs. Where
-/// standard error is no terminal it draws nothing and has no thread.
+/// standard error is no terminal, or there is no thread to be had, it draws nothing.
 ///
 /// Nobody else should write to the terminal between begin() and end(). A command that does so all
 /// the same is left room: see Place. While another program has the terminal to itself (an editor, a
@@ -46,6 +47,7 @@ class Progress {
   private:
     using Clock = std::chrono::steady_clock;
 
+    static void* _run_thread(void* self);
     void _run();
     void _draw();
     void _put(std::string text);
@@ -65,9 +67,9 @@ class Progress {
     std::size_t _widest = 0;  // text drawn since begin()
     Clock::time_point _started;
 
-    const bool _enabled;
     const bool _escapes;
-    std::thread _thread;
+    pthread_t _thread{};
+    const bool _enabled;  // the thread is there
 };
 
 }  // namespace host

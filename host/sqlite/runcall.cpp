@@ -7,11 +7,11 @@
 #include <vector>
 
 #include "host/callframe.h"
+#include "host/mailsession.h"
 #include "host/nearestname.h"
 #include "host/sqlite/callresult.h"
 #include "host/sqlite/display.h"
 #include "host/sqlite/interrupt.h"
-#include "host/sqlite/mailsession.h"
 #include "host/sqlite/procedurehelp.h"
 #include "host/sqlite/runsql.h"
 #include "host/sqlite/sqlcall.h"
@@ -186,7 +186,7 @@ bool CallRun::_run_procedure() {
     _session.progress.begin(
         std::string(_procedure->name), _procedure->cancellable ? "Ctrl-C cancels" : "",
         _procedure->cancellable ? Progress::Place::Edge : Progress::Place::Line);
-    note_mail_call(*_procedure, _session.connection);
+    note_mail_call(*_procedure, frame, _session.connection);
     const bool called = frame.call(error);
     _session.progress.end();
     if (!called) return _fail(error, _call.procedure);

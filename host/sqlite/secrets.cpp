@@ -1,12 +1,12 @@
 #include "host/sqlite/secrets.h"
 
 #include <algorithm>
-#include <cctype>
 #include <string>
 
 #include "host/procedures.h"
 #include "host/sqlite/callstatement.h"
 #include "host/sqlite/sqltext.h"
+#include "host/text.h"
 
 namespace host {
 
@@ -19,8 +19,7 @@ constexpr std::string_view closing_quotes = "\"`]";
 
 std::string in_small_letters(std::string_view text) {
     std::string small(text);
-    std::transform(small.begin(), small.end(), small.begin(),
-                   [](unsigned char c) { return static_cast<char>(tolower(c)); });
+    std::transform(small.begin(), small.end(), small.begin(), to_lower);
     return small;
 }
 

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
+#include "host/mailsession.h"
 #include "host/sqlite/databasefiles.h"
 #include "host/sqlite/interruptible.h"
-#include "host/sqlite/mailsession.h"
 
 namespace host {
 
@@ -27,7 +27,7 @@ int refuse_open_database(sqlite3* db, std::string_view name, std::string& error)
 }  // namespace
 
 SqlConnection::~SqlConnection() {
-    end_mail_session(library, number);
+    end_mail_sessions(library, number);
 }
 
 bool SqlFunction::is_table() const {
@@ -100,7 +100,7 @@ int run_sql_call(sqlite3* db, const SqlFunction& function, CallFrame& frame,
             return code;
 
     if (function.procedure->moves_bytes()) frame.on_progress = function.on_progress;
-    note_mail_call(*function.procedure, function.connection->number);
+    note_mail_call(*function.procedure, frame, function.connection->number);
     const bool called =
         function.procedure->cancellable ? call_interruptibly(db, frame, error) : frame.call(error);
     if (!called) return SQLITE_ERROR;

@@ -1,6 +1,6 @@
 #include "host/sqlite/sqltext.h"
 
-#include <cctype>
+#include "host/text.h"
 
 namespace host {
 
@@ -11,12 +11,11 @@ bool is_space(char c) {
 }
 
 bool is_word_start(char c) {
-    const auto byte = static_cast<unsigned char>(c);
-    return isalpha(byte) != 0 || byte == '_' || byte >= 0x80;
+    return is_letter(c) || c == '_' || static_cast<unsigned char>(c) >= 0x80;
 }
 
 bool is_word_part(char c) {
-    return is_word_start(c) || isdigit(static_cast<unsigned char>(c)) != 0 || c == '$';
+    return is_word_start(c) || is_digit(c) || c == '$';
 }
 
 }  // namespace

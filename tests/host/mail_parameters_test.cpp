@@ -5,7 +5,6 @@
 #include <sys/resource.h>
 
 #include <csignal>
-#include <set>
 #include <sstream>
 
 #include "host/callframe.h"
@@ -65,28 +64,13 @@ class NamedCall {
     CallFrame frame;
 };
 
-// 200 strings and more: something harmful before, inside and behind something harmless.
-std::set<std::string> harmful(bool address) {
-    const std::string zero(1, '\0');
-    std::vector<std::string> bad = {"\r\nBcc: eve@e.test",
-                                    "\nBcc: eve@e.test",
-                                    "\r",
-                                    "\n",
-                                    zero,
-                                    "\r\n.\r\nMAIL FROM:<eve@e.test>",
-                                    "\r\n\r\n",
-                                    zero + "\n",
-                                    "\r\nRSET",
-                                    "\n."};
-    if (address) bad.insert(bad.end(), {"<", ">", "> RCPT TO:<eve@e.test", "><", "<eve@e.test>"});
-    std::set<std::string> all;
-    for (const std::string harmless :
-         {"", "bob@b.test", "a;b", "x y", "\"q\"", "=?UTF-8?q?", "%0d"}) {
-        for (const std::string& piece : bad) {
-            all.insert({piece + harmless, harmless + piece, "x" + piece + harmless});
-        }
-    }
-    EXPECT_GE(all.size(), 200U);
+// Something harmful before, inside and behind something harmless.
+std::vector<std::string> harmful(bool address) {
+    constexpr std::string_view bytes("\r\n\0<>", 5);
+    std::vector<std::string> all;
+    for (const char byte : bytes.substr(0, address ? 5 : 3))
+        for (const std::string harmless : {"", "bob@b.test", "\"q\"", "%0d"})
+            all.insert(all.end(), {byte + harmless, harmless + byte, "x" + (byte + harmless)});
     return all;
 }
 

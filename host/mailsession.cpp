@@ -1,45 +1,47 @@
-#include "host/sqlite/mailsession.h"
+#include "host/mailsession.h"
 
 #include <chrono>
 #include <condition_variable>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <set>
+#include <utility>
 
-#include "host/callframe.h"
-#include "host/sqlite/quietthread.h"
+#include "host/quietthread.h"
 
 namespace host {
 
 namespace {
 
 // Connections may close until the process is gone, so this stays.
-struct Connections {
+struct Sessions {
     std::mutex mutex;
-    std::set<std::int32_t> with_mail;
+    std::map<std::int32_t, std::set<std::int32_t>> started;  // their numbers, by connection
 };
 
-Connections& connections() {
-    static auto& all = *new Connections;
+Sessions& sessions() {
+    static auto& all = *new Sessions;
     return all;
 }
 
-bool forget(std::int32_t connection) {
-    const std::lock_guard lock(connections().mutex);
-    return connections().with_mail.erase(connection) != 0;
+std::set<std::int32_t> take_sessions(std::int32_t connection) {
+    const std::lock_guard lock(sessions().mutex);
+    const auto node = sessions().started.extract(connection);
+    return node ? std::move(node.mapped()) : std::set<std::int32_t>();
 }
 
 // Shared by the thread that says good-bye and the one that waits for it.
 struct Farewell {
     Library library;
-    const std::int32_t connection;
+    const std::set<std::int32_t> sessions;
     std::mutex mutex;
     std::condition_variable changed;
     bool over = false;  // guarded by mutex
 };
 
-void stop_session(Farewell& farewell) {
-    CallFrame frame(farewell.library, *find_procedure("xp_stopsmtp"), farewell.connection);
+void stop_session(const Library& library, std::int32_t session) {
+    CallFrame frame(library, *find_procedure("xp_stopsmtp"), session);
     std::string ignored;
     frame.call(ignored);
 }
@@ -48,7 +50,7 @@ void* run(void* given) {
     const std::unique_ptr<std::shared_ptr<Farewell>> owned(
         static_cast<std::shared_ptr<Farewell>*>(given));
     Farewell& farewell = **owned;
-    stop_session(farewell);
+    for (const std::int32_t session : farewell.sessions) stop_session(farewell.library, session);
     // In time, so that it is not this thread that unloads the library while the program ends.
     farewell.library = {};
     const std::lock_guard lock(farewell.mutex);
@@ -59,17 +61,19 @@ void* run(void* given) {
 
 }  // namespace
 
-void note_mail_call(const Procedure& procedure, std::int32_t connection) {
+void note_mail_call(const Procedure& procedure, const CallFrame& frame, std::int32_t connection) {
     if (procedure.name != "xp_startsmtp") return;
-    const std::lock_guard lock(connections().mutex);
-    connections().with_mail.insert(connection);
+    const std::lock_guard lock(sessions().mutex);
+    sessions().started[connection].insert(frame.connection().value_or(connection));
 }
 
-void end_mail_session(const Library& library, std::int32_t connection) {
-    if (!forget(connection)) return;
-    auto farewell = std::shared_ptr<Farewell>(new Farewell{library, connection, {}, {}, false});
+void end_mail_sessions(const Library& library, std::int32_t connection) {
+    std::set<std::int32_t> started = take_sessions(connection);
+    if (started.empty()) return;
+    auto farewell =
+        std::shared_ptr<Farewell>(new Farewell{library, std::move(started), {}, {}, false});
     auto given = std::make_unique<std::shared_ptr<Farewell>>(farewell);
-    // Without a thread the session stays: its server could hold the closing connection for ever.
+    // Without a thread the sessions stay: a server could hold the closing connection for ever.
     if (!start_quiet_thread(run, given.get())) return;
     static_cast<void>(given.release());  // the thread owns it now
     std::unique_lock lock(farewell->mutex);

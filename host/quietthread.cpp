@@ -1,4 +1,4 @@
-#include "host/sqlite/quietthread.h"
+#include "host/quietthread.h"
 
 #include <csignal>
 

@@ -1,5 +1,5 @@
-#ifndef QUOREL_HOST_SQLITE_QUIETTHREAD_H
-#define QUOREL_HOST_SQLITE_QUIETTHREAD_H
+#ifndef QUOREL_HOST_QUIETTHREAD_H
+#define QUOREL_HOST_QUIETTHREAD_H
 
 /// Threads in a program that is not ours.
 
