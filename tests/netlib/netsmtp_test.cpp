@@ -389,6 +389,24 @@ TEST_F(Smtp, a_message_that_cannot_be_begun_says_nothing_of_it) {
     EXPECT_EQ(hello + rset + rset + rset + rset + rset + quit, peer.transcript());
 }
 
+TEST_F(Smtp, the_buffers_of_a_session_serve_one_message_after_another) {
+    const ScratchFolder folder;
+    const std::string file = folder.file_with("file", "contents");
+    static constexpr a_utmem_source poor = {
+        [](size_t size) { return size < 60000 ? malloc(size) : nullptr; }, realloc, free,
+        [] { return false; }};
+    SMTPPeer peer;
+    SMTPClient client;
+    ASSERT_EQ(0, connect(client, peer));
+    utmem_set_source(&poor);
+    EXPECT_EQ(15, send(client, {.attachment = file.c_str()}));
+    utmem_set_source(nullptr);
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(0, send(client, {.attachment = file.c_str()}));
+    const std::string sent = peer.transcript();
+    const size_t first = sent.find("Y29udGVudHM=");
+    EXPECT_NE(std::string::npos, sent.find("Y29udGVudHM=", first + 1)) << sent;
+}
+
 TEST_F(Smtp, a_failed_message_ends_in_its_code_and_leaves_the_session_usable) {
     const Mail mail = {.to = {"bob@b.test", "c"}, .cc = {nullptr}};
     const std::string whole =
