@@ -96,7 +96,8 @@ int main() {
     const PairedBenchmark paired(15);
     paired.run("xp_read_file / plain reads of 32 KiB", 0.87, read_procedure,
                [&] { read_plainly(file.c_str()); });
-    paired.run("xp_read_file / dd", 1, read_procedure, [&] { run("dd of=/dev/null if=" + file); });
+    paired.run("xp_read_file / dd", 1, read_procedure,
+               [&] { run("dd of=/dev/null if=" + shell_word(file)); });
     paired.run("xp_write_file / dd", 1, write_procedure,
-               [&] { run("dd conv=notrunc count=8192 if=/dev/zero of=" + file); });
+               [&] { run("dd conv=notrunc count=8192 if=/dev/zero of=" + shell_word(file)); });
 }

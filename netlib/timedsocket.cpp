@@ -1,7 +1,6 @@
 #include "netlib/timedsocket.h"
 
 #include <cerrno>
-#include <optional>
 
 #include "netlib/ipaddress.h"
 
@@ -26,11 +25,12 @@ a_bool stop_at_once(void*) {
 }  // namespace
 
 // The one pattern of the timed data operations: try, and while the socket is not ready wait for it,
-// slice by slice. The first attempt takes no time that counts, so the clock is read only after one
-// that found the socket not ready: reading it costs as much as the attempt.
+// slice by slice. The first attempt takes no time that counts, unless `start` is given, so the
+// clock is read only after one that found the socket not ready: reading it costs as much as the
+// attempt.
 template <class Operation>
-int TimedSocket::_until_timeout(int8 rw_flag, Operation operation) {
-    std::optional<a_timer_tick> start;
+int TimedSocket::_until_timeout(int8 rw_flag, Operation operation,
+                                std::optional<a_timer_tick> start) {
     _timed_out = false;
     a_socket_wait_code wait = SOCKET_WAIT_IDLE;
     while (wait == SOCKET_WAIT_OK || wait == SOCKET_WAIT_IDLE) {
@@ -66,8 +66,9 @@ int TimedSocket::send(const char* buf, unsigned int len, const sockaddr_storage*
 int TimedSocket::send_with_yield(const char* buf, unsigned int len, a_bool (*yield_func)(void*),
                                  void* arg) {
     if (yield_func != nullptr) {
-        return _until_timeout(for_writing,
-                              [&] { return Socket::send_with_yield(buf, len, yield_func, arg); });
+        return _until_timeout(
+            for_writing, [&] { return Socket::send_with_yield(buf, len, yield_func, arg); },
+            a_timer_tick::now());
     }
     // The base would wait for room without limit. Stopped at every partial send, it is waited for
     // here, and the parts together keep the time-out.

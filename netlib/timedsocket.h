@@ -1,6 +1,8 @@
 #ifndef QUOREL_NETLIB_TIMEDSOCKET_H
 #define QUOREL_NETLIB_TIMEDSOCKET_H
 
+#include <optional>
+
 #include "netlib/netsocket.h"
 
 enum a_socket_wait_code {
@@ -63,7 +65,7 @@ class TimedSocket : public Socket {
 
   private:
     template <class Operation>
-    int _until_timeout(int8 rw_flag, Operation operation);
+    int _until_timeout(int8 rw_flag, Operation operation, std::optional<a_timer_tick> start = {});
     uint32 _peek_error();
     /// True, with the time-out recorded, once it has passed since `start`.
     a_bool _past_timeout(const a_timer_tick& start);

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include <gtest/gtest.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -32,7 +33,7 @@ int error_of(const std::string& name) {
         const char* known = strerrorname_np(error);
         if (known != nullptr && name == known) return error;
     }
-    return 0;
+    return std::atoi(name.c_str());
 }
 
 std::vector<short> events_of(const std::string& text) {
@@ -63,7 +64,7 @@ Script::Answer parse(const std::string& word) {
                              .error = error_of(detail),
                              .ms = number_after(word, '@', 0),
                              .times = times};
-    if (answer.call == "pending") {
+    if (answer.call == "pending" || answer.call == "segment") {
         answer.call = "getsockopt";
     } else if (plain[end] == '=') {
         answer.result = std::atol(detail.c_str());
@@ -127,6 +128,8 @@ SCRIPTED(int, close, (int s), (s))
 SCRIPTED(int, accept4, (int s, sockaddr* a, socklen_t* n, int flags), (s, a, n, flags))
 SCRIPTED(int, getpeername, (int s, sockaddr* a, socklen_t* n), (s, a, n))
 SCRIPTED(int, ioctl, (int s, unsigned long request, void* value), (s, request, value))
+SCRIPTED(int, setsockopt, (int s, int level, int option, const void* value, socklen_t n),
+         (s, level, option, value, n))
 SCRIPTED(int, select, (int n, fd_set* r, fd_set* w, fd_set* e, timeval* t), (n, r, w, e, t))
 SCRIPTED(ssize_t, recv, (int s, void* b, size_t n, int flags), (s, b, n, flags))
 SCRIPTED(ssize_t, send, (int s, const void* b, size_t n, int flags), (s, b, n, flags))
@@ -160,7 +163,7 @@ int __wrap_getsockopt(int s, int level, int option, void* value, socklen_t* n) {
     const auto real = [&] { return __real_getsockopt(s, level, option, value, n); };
     const int result = answer("getsockopt", real);
     if (script == nullptr || result != 0) return result;
-    EXPECT_EQ(SO_ERROR, option);
+    EXPECT_TRUE(option == SO_ERROR || option == TCP_MAXSEG);
     std::memcpy(value, &given.error, sizeof given.error);
     return 0;
 }

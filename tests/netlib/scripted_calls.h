@@ -19,6 +19,7 @@
 ///                           (R, W, E, H, N for POLLIN, POLLOUT, POLLERR, POLLHUP, POLLNVAL)
 ///     silence               a poll whose whole time-out passes without an event
 ///     pending=ECONNRESET    SO_ERROR is read and holds that error
+///     segment=1448          TCP_MAXSEG is read
 ///     connect!EINTR@990     ... and 990 ms pass
 ///     recv!EINTR*1000       ... and that a thousand times
 class Script {

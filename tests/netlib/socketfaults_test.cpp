@@ -129,6 +129,7 @@ const Fault timed_faults[] = {
     {send, "send=1 poll:W@400 send=1 poll:W@400 send=1 poll:W@400 send=1", -1, ETIMEDOUT},
     // Kept: a stop before anything was sent does not end the call.
     {send_and_stop, "send!EAGAIN poll:W send=3", 3},
+    {send_and_stop, "send!EAGAIN@800 silence", -1, ETIMEDOUT},  // what the function takes counts
 
     {connect, "connect!EINPROGRESS silence connect!EALREADY poll:W getpeername=0", 0},
     {connect, "connect!EINPROGRESS silence connect!EISCONN", 0},

@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 
 #include "netlib/ipaddress.h"
+#include "netlib/smtpsocket.h"
 #include "tests/netlib/scripted_calls.h"
 
 namespace {
@@ -60,6 +61,32 @@ TEST(TimedSocket, keeps_its_timeout_under_interruptions_and_reports_it_once) {
     for (int i = 0; i < 2; ++i) EXPECT_EQ(-1, socket.recv(&byte, 1));
     EXPECT_FALSE(socket.didTimeout());
     EXPECT_EQ(uint32{EBADF}, socket.getLastError().code());
+}
+
+TEST(SMTPSocket, pushes_what_would_wait_for_an_acknowledgement) {
+    SMTPSocket socket(100000, SOCK_TCP, false);
+    const struct {
+        std::vector<unsigned int> sent;
+        bool own_words;  // TLS says something during the reply
+        std::string calls;
+    } steps[] = {
+        {{}, false, "recv=1"},                              // the greeting
+        {{2}, false, "send=2 segment=2 recv=1"},            // asked once
+        {{3}, false, "send=3 setsockopt=0*2 recv=1"},       // two segments
+        {{1, 1}, false, "send=1*2 setsockopt=0*2 recv=1"},  // the second is held back
+        {{1}, true, "send=1 recv=1 send=1 setsockopt=0*2 recv=1"},
+        {{1}, false, "send=1 setsockopt=0*2 recv=1"},  // behind what nobody has answered
+        {{1}, false, "send=1 recv=1"},
+    };
+    for (const auto& step : steps) {
+        Script script(step.calls);
+        for (const unsigned int size : step.sent) socket.send("abc", size);
+        const SMTPSocket::Reply reply(socket);
+        EXPECT_EQ(1, socket.recv(&byte, 1));
+        if (!step.own_words) continue;
+        socket.send("x", 1);
+        EXPECT_EQ(1, socket.recv(&byte, 1));
+    }
 }
 
 // The one test with the system's own clock and poll; it ends with the first slice of its wait.

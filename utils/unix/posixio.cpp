@@ -130,6 +130,8 @@ std::FILE* _posix_fopen(const char* path, const char* mode) {
     constexpr mode_t as_fopen_does = 0666;
     const int fd = _posix_open(path, flags, as_fopen_does);
     if (fd == -1) return nullptr;
+    // As fopen() does: where the stream's position is told from.
+    if (mode[0] == 'a' && (flags & O_ACCMODE) == O_WRONLY) lseek64(fd, 0, SEEK_END);
     std::FILE* const stream = fdopen(fd, mode);
     if (stream == nullptr) close_keeping_errno(fd);
     return stream;

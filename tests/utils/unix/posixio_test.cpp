@@ -217,6 +217,12 @@ TEST_F(Posixio, every_open_is_close_on_exec_and_takes_no_terminal_from_the_start
         opened(fileno(stream), flags);
         fclose(stream);
     }
+    for (const long size : {0, 3}) {
+        std::FILE* const log = _posix_fopen(fresh.c_str(), "a");
+        EXPECT_EQ(ftell(log), size);
+        fputs("abc", log);
+        fclose(log);
+    }
     for (const char* mode : {"", "x", "r,ccs=UTF-8"})
         EXPECT_TRUE(_posix_fopen(fresh.c_str(), mode) == nullptr && errno == EINVAL) << mode;
 }
