@@ -103,8 +103,8 @@ class SMTPClient {
     ///
     /// A command that cannot be sent ends the message at once. When the message itself breaks off,
     /// nothing more is written and no answer awaited, not even one that accepts (250, too early):
-    /// the result is SMTP_TIMED_OUT where the server took nothing for a time-out, else
-    /// SMTP_BAD_REPLY.
+    /// the result is SMTP_TIMED_OUT where the server did not take a write whole in its
+    /// time-out, else SMTP_BAD_REPLY.
     ///
     /// After a failure the server was told to forget the message (RSET), and the session remains
     /// usable. But where there was no memory for the message's text (SMTP_NO_MEMORY) nothing was
