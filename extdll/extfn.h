@@ -7,9 +7,7 @@
  * calls it as an an_extfn_proc with a table of callbacks and an opaque handle for this one call.
  * The procedure reads its arguments and writes its results only through the callbacks, on the
  * calling thread, and is done when it returns. It returns nothing, throws nothing and prints
- * nothing. But where a mail procedure finds no memory for an object of its session, "Corvane: Out
- * of memory" goes to standard error, "Out of memory" to standard output, and the process ends with
- * status 1.
+ * nothing; without memory it ends in a status or NULL.
  *
  * Arguments are numbered from 1 in the order of the procedure's SQL declaration; number 0 is the
  * procedure's result. An OUT parameter is written with its own number.
