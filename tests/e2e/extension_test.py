@@ -33,7 +33,7 @@ def load(connection):
 
 def shell(*sql, extension=EXTENSION, entry="", **environment):
     """Standard output and error of the sqlite3 program."""
-    result = subprocess.run(["sqlite3", "-batch", ":memory:", f".load {extension} {entry}", *sql],
+    result = subprocess.run(["sqlite3", "-batch", ":memory:", f'.load "{extension}" {entry}', *sql],
                             capture_output=True, text=True, timeout=60,
                             env={**os.environ, **environment})
     return result.stdout, result.stderr
@@ -144,7 +144,7 @@ class StrangeFile(unittest.TestCase):
     def in_sqlite3(self, name, when):
         shutil.copy(name, "copy")
         database = ":memory:" if when == "attached" else "copy"
-        load = f".load {EXTENSION}\n"
+        load = f'.load "{EXTENSION}"\n'
         begin = {"loaded first": load, "loaded last": f"SELECT * FROM sqlite_master;\n{load}",
                  "attached": f"{load}ATTACH 'copy' AS other;"}[when]
         done = subprocess.run(["sqlite3", "-batch", database], capture_output=True, text=True,
