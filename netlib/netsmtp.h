@@ -178,7 +178,7 @@ class SMTPClient {
                           const char* content_type);
     /// Sends text with a dot doubled where it begins a line (RFC 5321, 4.5.2); line ends stay as
     /// they are. *open_line tells whether the text did not end with a line feed; no text leaves it
-    /// alone. Always returns 0: a failed write shows in the next reply.
+    /// alone. Always returns 0: a failed write shows in _write_failed.
     /// Kept: a zero byte, and what follows it, goes out without doubling.
     int _SendRawText(const char* text, size_t len, a_bool* open_line);
     /// Sends the section of the attachment whose contents `file` delivers, and the closing

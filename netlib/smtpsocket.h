@@ -32,6 +32,7 @@ class SMTPSocket final : public TimedSocket {
         _reply_timeout = timeout_in_ms;
         TimedSocket::setTimeout(timeout_in_ms);
     }
+
     /// While it lives, what is received belongs to a new reply, and what is sent is TLS's own.
     class Reply {
       public:
