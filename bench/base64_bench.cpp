@@ -2,6 +2,8 @@
 // this machine. EVP_EncodeBlock breaks no lines while ours breaks them after 76 characters;
 // EVP_DecodeBlock takes no line breaks, so broken text is decoded against EVP_DecodeUpdate.
 
+#include "utils/etc/base64.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -12,7 +14,6 @@
 #include <openssl/evp.h>
 
 #include "bench/paired.h"
-#include "utils/etc/base64.h"
 #include "utils/etc/base64_kernel.h"
 #include "utils/etc/utmemstream.h"
 

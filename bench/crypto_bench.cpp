@@ -6,10 +6,10 @@
 #include <cstdlib>
 #include <functional>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 #include <openssl/evp.h>
+#include <unistd.h>
 
 #include "bench/paired.h"
 #include "utils/aes/aescode.h"

@@ -60,7 +60,7 @@ class PeerTest {
         BIGNUM* const odd_part = BN_dup(prime);
         BN_sub_word(odd_part, 1);
         while (!BN_is_odd(odd_part)) BN_rshift1(odd_part, odd_part);
-        for (int i = 0; i < rounds_of_test; i++) {
+        for (int i = 0; i < rounds_of_test; ++i) {
             if (BN_rand_range(base, prime) != 1) std::abort();
             power(base, odd_part, prime);
         }

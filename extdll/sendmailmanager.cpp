@@ -1,6 +1,6 @@
-#include "extdll/sendmail.h"
-
 #include <new>
+
+#include "extdll/sendmail.h"
 
 SendmailManager::SendmailManager() {
     ut_safe_pthread_mutex_init(&_cs, nullptr);

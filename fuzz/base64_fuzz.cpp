@@ -3,12 +3,13 @@
 //
 // An input is a byte for the length of lines, one for the streams' buffers, and the data.
 
+#include "utils/etc/base64.h"
+
 #include <utility>
 #include <vector>
 
 #include "fuzz/fuzzed.h"
 #include "fuzz/plainbase64.h"
-#include "utils/etc/base64.h"
 #include "utils/etc/base64_kernel.h"
 #include "utils/etc/utmemstream.h"
 #include "utils/etc/utstreambuffer.h"

@@ -31,11 +31,11 @@ struct Owner {
     static void* Alloc(void* context, size_t size) {
         Owner& owner = *static_cast<Owner*>(context);
         if (owner.countdown-- == 0) return nullptr;
-        owner.live++;
+        ++owner.live;
         return std::malloc(size);
     }
     static void Free(void* context, void* memory) {
-        if (memory != nullptr) static_cast<Owner*>(context)->live--;
+        if (memory != nullptr) --static_cast<Owner*>(context)->live;
         std::free(memory);
     }
 
@@ -82,7 +82,7 @@ ChainPtr TakeCertificates(std::string& der) {
 
 std::string PemOf(const STACK_OF(X509) & chain, const std::string& rest, bool with_key) {
     std::string text;
-    for (int i = 0; i < sk_X509_num(&chain); i++) {
+    for (int i = 0; i < sk_X509_num(&chain); ++i) {
         unsigned char* der = nullptr;
         const int size = i2d_X509(sk_X509_value(&chain, i), &der);
         text += Wrap("CERTIFICATE", std::string(reinterpret_cast<char*>(der), size_t(size)));

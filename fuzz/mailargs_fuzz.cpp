@@ -3,10 +3,11 @@
 //
 // An input is a list.
 
+#include "extdll/mailargs.h"
+
 #include <cstring>
 #include <vector>
 
-#include "extdll/mailargs.h"
 #include "fuzz/fuzzed.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -1,10 +1,10 @@
 #include "host/callframe.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstring>
 #include <vector>
+
+#include <unistd.h>
 
 #include "host/callarguments.h"
 #include "host/cancelrecord.h"

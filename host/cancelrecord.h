@@ -1,11 +1,11 @@
 #ifndef QUOREL_HOST_CANCELRECORD_H
 #define QUOREL_HOST_CANCELRECORD_H
 
-#include <sched.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <cstdlib>
+
+#include <sched.h>
+#include <unistd.h>
 
 #include "host/commandprocess.h"
 #include "host/library.h"

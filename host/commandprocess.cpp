@@ -1,5 +1,13 @@
 #include "host/commandprocess.h"
 
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <ctime>
+#include <string_view>
+#include <utility>
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -8,14 +16,6 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <array>
-#include <cerrno>
-#include <charconv>
-#include <csignal>
-#include <ctime>
-#include <string_view>
-#include <utility>
 
 namespace host {
 

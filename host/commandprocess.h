@@ -4,9 +4,9 @@
 /// The process of a running command and all that it started. (Linux: proc(5), pidfd_open(2),
 /// PR_SET_CHILD_SUBREAPER.)
 
-#include <sys/types.h>
-
 #include <cstdint>
+
+#include <sys/types.h>
 
 namespace host {
 

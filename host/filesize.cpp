@@ -1,9 +1,9 @@
 #include "host/filesize.h"
 
-#include <sys/stat.h>
-
 #include <cerrno>
 #include <cstring>
+
+#include <sys/stat.h>
 
 namespace host {
 

@@ -1,10 +1,10 @@
 #include "host/hostname.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-
 #include <cstring>
 #include <string>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
 
 #include "host/text.h"
 

@@ -1,11 +1,11 @@
 #include "host/library.h"
 
+#include <climits>
+#include <cstdlib>
+
 #include <dlfcn.h>
 #include <link.h>
 #include <unistd.h>
-
-#include <climits>
-#include <cstdlib>
 
 namespace host {
 

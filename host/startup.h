@@ -1,10 +1,10 @@
 #ifndef QUOREL_HOST_STARTUP_H
 #define QUOREL_HOST_STARTUP_H
 
+#include <csignal>
+
 #include <fcntl.h>
 #include <unistd.h>
-
-#include <csignal>
 
 namespace host {
 

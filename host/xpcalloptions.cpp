@@ -1,11 +1,11 @@
 #include "host/xpcalloptions.h"
 
-#include <getopt.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <span>
 #include <string_view>
+
+#include <getopt.h>
 
 #include "host/nearestname.h"
 #include "host/text.h"

@@ -1,10 +1,10 @@
 #include "host/xpcallreport.h"
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+
+#include <unistd.h>
 
 namespace host {
 

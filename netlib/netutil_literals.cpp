@@ -1,10 +1,9 @@
-#include "netlib/netutil.h"
-
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
 
+#include "netlib/netutil.h"
 #include "utils/etc/utascii.h"
 
 /// The checks of address literals. They judge character by character, in ASCII whatever the host's

@@ -1,10 +1,10 @@
 #include "host/sqlite/display.h"
 
-#include <wchar.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdio>
+
+#include <wchar.h>
 
 #include "host/sqlite/hex.h"
 #include "host/sqlite/utf8.h"

@@ -1,10 +1,10 @@
 // The loadable extension: `.load ./quorel_sqlite` in the sqlite3 program, load_extension()
 // elsewhere.
 
-#include <sqlite3ext.h>
-
 #include <mutex>
 #include <string>
+
+#include <sqlite3ext.h>
 
 #include "host/library.h"
 #include "host/sqlite/functions.h"

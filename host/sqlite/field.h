@@ -1,10 +1,10 @@
 #ifndef QUOREL_HOST_SQLITE_FIELD_H
 #define QUOREL_HOST_SQLITE_FIELD_H
 
-#include <sqlite3.h>
-
 #include <cstdint>
 #include <string_view>
+
+#include <sqlite3.h>
 
 namespace host {
 

@@ -1,13 +1,13 @@
 #include "host/sqlite/interrupt.h"
 
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+
 #include <pthread.h>
 #include <signal.h>
 #include <sqlite3.h>
 #include <unistd.h>
-
-#include <atomic>
-#include <cerrno>
-#include <cstdio>
 
 namespace host {
 

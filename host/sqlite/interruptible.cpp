@@ -1,10 +1,10 @@
 #include "host/sqlite/interruptible.h"
 
-#include <pthread.h>
-
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+
+#include <pthread.h>
 
 #include "host/quietthread.h"
 

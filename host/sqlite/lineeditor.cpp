@@ -1,13 +1,13 @@
 #include "host/sqlite/lineeditor.h"
 
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
 
 #include "host/sqlite/interrupt.h"
 #include "host/text.h"

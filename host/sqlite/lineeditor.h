@@ -3,11 +3,11 @@
 
 /// Input lines from a terminal, with editing, history and completion.
 
-#include <histedit.h>
-
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <histedit.h>
 
 namespace host {
 

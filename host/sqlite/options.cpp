@@ -1,11 +1,11 @@
 #include "host/sqlite/options.h"
 
-#include <getopt.h>
-#include <sqlite3.h>
-
 #include <cstdio>
 #include <string_view>
 #include <vector>
+
+#include <getopt.h>
+#include <sqlite3.h>
 
 namespace host {
 

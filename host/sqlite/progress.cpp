@@ -1,14 +1,14 @@
 #include "host/sqlite/progress.h"
 
-#include <sys/ioctl.h>
-#include <termios.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
 
 #include "host/quietthread.h"
 #include "host/sqlite/display.h"

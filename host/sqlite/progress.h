@@ -3,14 +3,14 @@
 
 /// Shows on a terminal that something runs: bytes moved, time elapsed.
 
-#include <pthread.h>
-
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <string>
+
+#include <pthread.h>
 
 namespace host {
 

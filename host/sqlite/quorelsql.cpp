@@ -1,13 +1,13 @@
 /// quorelsql: an SQL shell over an embedded SQLite, with the procedures built in.
 
-#include <langinfo.h>
-#include <unistd.h>
-
 #include <clocale>
 #include <cstdio>
 #include <cstring>
 #include <new>
 #include <string_view>
+
+#include <langinfo.h>
+#include <unistd.h>
 
 #include "host/sqlite/interrupt.h"
 #include "host/sqlite/options.h"

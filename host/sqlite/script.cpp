@@ -1,12 +1,12 @@
 #include "host/sqlite/script.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "host/filebytes.h"
 #include "host/sqlite/interrupt.h"

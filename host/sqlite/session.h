@@ -3,10 +3,10 @@
 
 /// What the shell works with: one database connection, the procedures, the terminal.
 
-#include <sqlite3.h>
-
 #include <cstdint>
 #include <string>
+
+#include <sqlite3.h>
 
 #include "host/library.h"
 #include "host/sqlite/progress.h"

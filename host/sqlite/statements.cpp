@@ -1,8 +1,8 @@
 #include "host/sqlite/statements.h"
 
-#include <sqlite3.h>
-
 #include <algorithm>
+
+#include <sqlite3.h>
 
 #include "host/sqlite/dotcommands.h"
 #include "host/sqlite/sqltext.h"

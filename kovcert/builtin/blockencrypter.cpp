@@ -1,10 +1,10 @@
+#include <cstring>
+
 #include "kovcert/builtin/builtin.h"
 #include "kovcert/builtin/builtinalgorithms.h"
 #include "kovcert/builtin/builtinobject.h"
 #include "kovcert/builtin/builtintext.h"
 #include "utils/aes/utaes.h"
-
-#include <cstring>
 
 namespace {
 

@@ -1,11 +1,11 @@
+#include <variant>
+
 #include "kovcert/builtin/builtin.h"
 #include "kovcert/builtin/builtinalgorithms.h"
 #include "kovcert/builtin/builtinobject.h"
 #include "utils/digest/utcrc32.h"
 #include "utils/digest/utdigest.h"
 #include "utils/etc/utbytes.h"
-
-#include <variant>
 
 namespace {
 

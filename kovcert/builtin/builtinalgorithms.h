@@ -42,7 +42,7 @@ const a_builtin_algorithm* find_algorithm(const a_builtin_algorithm (&rows)[Rows
                                           const char* name) {
     if (name == nullptr) return nullptr;
     for (const a_builtin_algorithm& row : rows) {
-        for (const char* const* known = row.names; *known != nullptr; known++) {
+        for (const char* const* known = row.names; *known != nullptr; ++known) {
             if (ut_equal_nocase(*known, name)) return &row;
         }
     }

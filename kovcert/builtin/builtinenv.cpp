@@ -1,10 +1,10 @@
 #include "kovcert/builtin/builtinenv.h"
 
-#include "kovcert/builtin/builtinalgorithms.h"
-#include "kovcert/builtin/builtinobject.h"
-
 #include <cstring>
 #include <new>
+
+#include "kovcert/builtin/builtinalgorithms.h"
+#include "kovcert/builtin/builtinobject.h"
 
 char* BuiltinEnv::strdup(const char* text) const {
     const size_t size = std::strlen(text) + 1;

@@ -9,7 +9,7 @@ namespace {
 char** new_list(const BuiltinEnv& env, size_t count) {
     char** const list = static_cast<char**>(env.alloc((count + 1) * sizeof(char*)));
     if (list == nullptr) return nullptr;
-    for (size_t i = 0; i <= count; i++) list[i] = nullptr;
+    for (size_t i = 0; i <= count; ++i) list[i] = nullptr;
     return list;
 }
 
@@ -17,7 +17,7 @@ char** new_list(const BuiltinEnv& env, size_t count) {
 char** copy_list(const BuiltinEnv& env, const char* const* parms, size_t count) {
     char** const list = new_list(env, count);
     if (list == nullptr) return nullptr;
-    for (size_t i = 0; i < count; i++) {
+    for (size_t i = 0; i < count; ++i) {
         list[i] = env.strdup(parms[i]);
         if (list[i] == nullptr) break;
     }

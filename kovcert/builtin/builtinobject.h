@@ -8,11 +8,11 @@
 ///     a_qxci_result init(...);
 /// which creation calls with its arguments on the new object and which fails through fail().
 
+#include <new>
+
 #include "kovcert/builtin/builtinenv.h"
 #include "kovcert/builtin/builtinerror.h"
 #include "utils/etc/utwipe.h"
-
-#include <new>
 
 class BuiltinObject {
   public:

@@ -1,13 +1,13 @@
 #include "kovcert/builtin/builtintext.h"
 
-#include "utils/etc/utascii.h"
-
 #include <cstring>
+
+#include "utils/etc/utascii.h"
 
 namespace {
 
 bool is_listed(const char* name, const char* const* known) {
-    for (; *known != nullptr; known++) {
+    for (; *known != nullptr; ++known) {
         if (ut_equal_nocase(name, *known)) return true;
     }
     return false;
@@ -42,7 +42,7 @@ const char* find_unknown_option(const a_qxci_user_option* options, const char* c
 
 bool parse_hex(const char* text, a_qxci_byte* bytes, size_t len) {
     if (std::strlen(text) != 2 * len) return false;
-    for (size_t i = 0; i < len; i++) {
+    for (size_t i = 0; i < len; ++i) {
         const unsigned high = digit_value(text[2 * i]), low = digit_value(text[2 * i + 1]);
         if (high > 15 || low > 15) return false;
         bytes[i] = static_cast<a_qxci_byte>(16 * high + low);
@@ -51,7 +51,7 @@ bool parse_hex(const char* text, a_qxci_byte* bytes, size_t len) {
 }
 
 char* format_hex(char* text, const a_qxci_byte* bytes, size_t len) {
-    for (size_t i = 0; i < len; i++) {
+    for (size_t i = 0; i < len; ++i) {
         *text++ = "0123456789abcdef"[bytes[i] >> 4];
         *text++ = "0123456789abcdef"[bytes[i] & 15];
     }

@@ -1,14 +1,15 @@
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <string_view>
+
+#include <sys/random.h>
+
 #include "kovcert/builtin/builtin.h"
 #include "kovcert/builtin/builtinalgorithms.h"
 #include "kovcert/builtin/builtinobject.h"
 #include "kovcert/builtin/builtintext.h"
 #include "utils/digest/utpbkdf2.h"
-
-#include <cerrno>
-#include <charconv>
-#include <cstring>
-#include <string_view>
-#include <sys/random.h>
 
 namespace {
 

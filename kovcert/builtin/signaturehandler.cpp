@@ -1,12 +1,12 @@
+#include <cstring>
+#include <initializer_list>
+
 #include "kovcert/builtin/builtin.h"
 #include "kovcert/builtin/builtinobject.h"
 #include "kovcert/builtin/builtintext.h"
 #include "utils/digest/utdigest.h"
 #include "utils/dss/utdsa.h"
 #include "utils/etc/utbytes.h"
-
-#include <cstring>
-#include <initializer_list>
 
 namespace {
 
@@ -18,7 +18,7 @@ constexpr const char* connection_kind = "QXCI connection signature";
 
 /// A number of any number of hex digits, at least one.
 bool parse_number(const char* text, UTBigInt& number) {
-    while (text[0] == '0' && text[1] != '\0') text++;
+    while (text[0] == '0' && text[1] != '\0') ++text;
     const size_t digits = std::strlen(text);
     a_wiped_bytes<UTBigInt::max_bits / 4 + 2> padded;
     a_wiped_bytes<UTBigInt::max_bits / 8> bytes;
@@ -101,7 +101,7 @@ class SignatureHandler : public BuiltinObject {
         for (const char* text : texts) {
             if (text == nullptr) return fail(QxciErrOptionError, *name);
             add_with_length(digest, text);
-            name++;
+            ++name;
         }
         digest.end(out);
         return QXCI_OK;

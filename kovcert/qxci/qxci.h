@@ -142,12 +142,12 @@ typedef struct a_qxci_error {
 static inline int qxci_yes_or_no(const char* text) {
     static const char* const words[] = {"no",   "yes", "n",  "y", "false",
                                         "true", "off", "on", "0", "1"};
-    for (int number = 0; number < 10; number++) {
+    for (int number = 0; number < 10; ++number) {
         const char* word = words[number];
         const char* c = text;
         while (*word != '\0' && *word == (*c >= 'A' && *c <= 'Z' ? *c - 'A' + 'a' : *c)) {
-            word++;
-            c++;
+            ++word;
+            ++c;
         }
         if (*word == '\0' && *c == '\0') return number % 2;
     }

@@ -26,7 +26,7 @@ constexpr const char* sha1_fips_names[] = {"SHA1_FIPS", "SHA-1_FIPS", "SHA_1_FIP
 constexpr a_qxci_algorithm last_row = {QXCI_LAST_ALGORITHM, nullptr, STATIC_IFACE};
 
 bool has_alias(const a_qxci_algorithm& row, const char* name) {
-    for (const char* const* alias = row.aliases; *alias != nullptr; alias++) {
+    for (const char* const* alias = row.aliases; *alias != nullptr; ++alias) {
         if (ut_equal_nocase(*alias, name)) return true;
     }
     return false;
@@ -71,7 +71,7 @@ const a_qxci_algorithm HashAlgorithms[] = {
 };
 
 const a_qxci_algorithm* qxci_find_algorithm(const a_qxci_algorithm* table, a_qxci_byte id) {
-    for (; table->alg_id != QXCI_LAST_ALGORITHM; table++) {
+    for (; table->alg_id != QXCI_LAST_ALGORITHM; ++table) {
         if (table->alg_id == id) return table;
     }
     return nullptr;
@@ -79,7 +79,7 @@ const a_qxci_algorithm* qxci_find_algorithm(const a_qxci_algorithm* table, a_qxc
 
 const a_qxci_algorithm* qxci_find_algorithm(const a_qxci_algorithm* table, const char* name) {
     if (name == nullptr) return nullptr;
-    for (; table->alg_id != QXCI_LAST_ALGORITHM; table++) {
+    for (; table->alg_id != QXCI_LAST_ALGORITHM; ++table) {
         if (has_alias(*table, name)) return table;
     }
     return nullptr;

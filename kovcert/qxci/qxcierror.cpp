@@ -55,7 +55,7 @@ namespace {
 char** copy_parms(const char* const* list) {
     const size_t count = qxci_count_parms(list);
     char** const copy = static_cast<char**>(std::calloc(count + 1, sizeof(char*)));
-    for (size_t i = 0; copy != nullptr && i < count; i++) {
+    for (size_t i = 0; copy != nullptr && i < count; ++i) {
         copy[i] = strdup(list[i]);
         if (copy[i] == nullptr) break;
     }

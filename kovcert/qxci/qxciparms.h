@@ -9,7 +9,7 @@
 /// The strings in the list.
 inline size_t qxci_count_parms(const char* const* list) {
     size_t count = 0;
-    while (list != nullptr && list[count] != nullptr) count++;
+    while (list != nullptr && list[count] != nullptr) ++count;
     return count;
 }
 
@@ -17,7 +17,7 @@ inline size_t qxci_count_parms(const char* const* list) {
 template <class Release>
 void qxci_free_parms(char** list, Release release) {
     if (list == nullptr) return;
-    for (char** parm = list; *parm != nullptr; parm++) release(*parm);
+    for (char** parm = list; *parm != nullptr; ++parm) release(*parm);
     release(list);
 }
 

@@ -25,11 +25,11 @@ class CallbackBio {
     // The peer has begun a record, or sent a message of a handshake; a record of data has gone out,
     // which the peer may take for a reason to want new keys; the handshake is done, or data has
     // been read.
-    void note_record() { _records++; }
-    void note_message() { _messages++; }
+    void note_record() { ++_records; }
+    void note_message() { ++_messages; }
     void note_sent() {
-        _records--;
-        _messages--;
+        --_records;
+        --_messages;
     }
     void note_data() { _records = _messages = 0; }
 

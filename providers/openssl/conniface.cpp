@@ -1,6 +1,6 @@
-#include "providers/openssl/tlsconn.h"
-
 #include <new>
+
+#include "providers/openssl/tlsconn.h"
 
 namespace {
 

@@ -1,12 +1,12 @@
 #include "providers/openssl/emptyreads.h"
 
-#include "providers/openssl/clock.h"
-
 #include <algorithm>
+
+#include "providers/openssl/clock.h"
 
 void EmptyReads::wait() {
     const int64_t left = patience_us - _slept_us;
-    _reads++;
+    ++_reads;
     _gave_up = left <= 0 && _reads >= least_reads;
     if (_gave_up) return;
     const int64_t start = monotonic_us();

@@ -43,6 +43,6 @@ void ErrorRecord::give_to(a_qxci_error* to) {
 
 void ErrorRecord::destroy(const OwnerMemory& memory, a_qxci_error* record) {
     if (record == nullptr || record->parm_list == nullptr) return;
-    for (char** parm = record->parm_list; *parm != nullptr; parm++) memory.free(*parm);
+    for (char** parm = record->parm_list; *parm != nullptr; ++parm) memory.free(*parm);
     memory.free(record->parm_list);
 }

@@ -1,7 +1,8 @@
 #include "providers/openssl/hostname.h"
 
-#include <arpa/inet.h>
 #include <cstring>
+
+#include <arpa/inet.h>
 
 namespace {
 
@@ -15,7 +16,7 @@ bool is_letter(char c) {
 
 bool is_label(const char* label, size_t len) {
     if (len == 0 || len > 63 || label[0] == '-' || label[len - 1] == '-') return false;
-    for (size_t i = 0; i < len; i++) {
+    for (size_t i = 0; i < len; ++i) {
         if (!is_letter(label[i]) && !is_digit(label[i]) && label[i] != '-') return false;
     }
     return true;

@@ -1,10 +1,10 @@
 #include "providers/openssl/identity.h"
 
+#include <cstring>
+
 #include "providers/openssl/algorithm.h"
 #include "providers/openssl/pemtext.h"
 #include "providers/openssl/validity.h"
-
-#include <cstring>
 
 namespace {
 

@@ -1,11 +1,11 @@
 #include "providers/openssl/nameconstraints.h"
 
-#include "providers/openssl/hostname.h"
-#include "providers/openssl/settings.h"
+#include <string_view>
 
 #include <openssl/x509v3.h>
 
-#include <string_view>
+#include "providers/openssl/hostname.h"
+#include "providers/openssl/settings.h"
 
 namespace {
 
@@ -39,7 +39,7 @@ class HostName {
     /// A range is an address and as many bytes of mask.
     bool is_inside(const unsigned char* range, size_t size) const {
         if (size != 2 * _address.size) return false;
-        for (size_t i = 0; i < _address.size; i++) {
+        for (size_t i = 0; i < _address.size; ++i) {
             if (((_address.bytes[i] ^ range[i]) & range[_address.size + i]) != 0) return false;
         }
         return true;
@@ -54,13 +54,13 @@ struct a_count {
     int of_kind = 0, holding = 0;
 
     a_count(const STACK_OF(GENERAL_SUBTREE) * subtrees, const HostName& name) {
-        for (int i = 0; i < sk_GENERAL_SUBTREE_num(subtrees); i++) {
+        for (int i = 0; i < sk_GENERAL_SUBTREE_num(subtrees); ++i) {
             int kind = 0;
             const void* const base =
                 GENERAL_NAME_get0_value(sk_GENERAL_SUBTREE_value(subtrees, i)->base, &kind);
             if (kind != name.kind()) continue;
-            of_kind++;
-            if (name.is_below(*static_cast<const ASN1_STRING*>(base))) holding++;
+            ++of_kind;
+            if (name.is_below(*static_cast<const ASN1_STRING*>(base))) ++holding;
         }
     }
 };
@@ -84,7 +84,7 @@ bool judge_name(X509_STORE_CTX& context, const char* name) {
     if (std::string_view(name).find(' ') != std::string_view::npos) return true;
     const HostName host(name);
     const STACK_OF(X509)* const chain = X509_STORE_CTX_get0_chain(&context);
-    for (int depth = 1; depth < sk_X509_num(chain); depth++) {
+    for (int depth = 1; depth < sk_X509_num(chain); ++depth) {
         const int result = judge(*sk_X509_value(chain, depth), host);
         if (result == X509_V_OK) continue;
         X509_STORE_CTX_set_error(&context, result);

@@ -8,13 +8,13 @@
 /// environments: what OpenSSL itself allocates comes from malloc. Everything of the provider's own
 /// comes from the environment's callbacks. Its state per thread goes when the thread ends.
 
+#include <memory>
+
 #include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
-
-#include <memory>
 
 /// Sets the library up on the first call. No configuration file is read and no module loaded
 /// whatever the environment variables of the process say, and no exit handler is registered. False

@@ -1,8 +1,8 @@
 #include "providers/openssl/ownermemory.h"
 
-#include "providers/openssl/openssllibrary.h"
-
 #include <cstring>
+
+#include "providers/openssl/openssllibrary.h"
 
 char* OwnerMemory::strdup(const char* text) const {
     const size_t size = std::strlen(text) + 1;

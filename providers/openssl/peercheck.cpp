@@ -1,12 +1,12 @@
 #include "providers/openssl/peercheck.h"
 
-#include "providers/openssl/hostname.h"
-#include "providers/openssl/nameconstraints.h"
-#include "providers/openssl/validity.h"
+#include <cstring>
 
 #include <openssl/x509v3.h>
 
-#include <cstring>
+#include "providers/openssl/hostname.h"
+#include "providers/openssl/nameconstraints.h"
+#include "providers/openssl/validity.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 #include "providers/openssl/providerenv.h"
 
+#include <new>
+
 #include "providers/openssl/algorithm.h"
 #include "providers/openssl/openssllibrary.h"
-
-#include <new>
 
 namespace {
 

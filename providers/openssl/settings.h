@@ -5,9 +5,9 @@
 /// settings of their own; what a connection does not say holds as the stream, else the environment,
 /// says it.
 
-#include "providers/openssl/errorrecord.h"
-
 #include <string_view>
+
+#include "providers/openssl/errorrecord.h"
 
 enum a_setting {
     SETTING_TLS_TYPE,

@@ -1,9 +1,9 @@
 #include "providers/openssl/tlsconn.h"
 
+#include <cstdio>
+
 #include "providers/openssl/hostname.h"
 #include "providers/openssl/peercheck.h"
-
-#include <cstdio>
 
 namespace {
 

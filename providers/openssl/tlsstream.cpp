@@ -1,10 +1,10 @@
 #include "providers/openssl/tlsstream.h"
 
+#include <new>
+
 #include "providers/openssl/algorithm.h"
 #include "providers/openssl/tlsconn.h"
 #include "providers/openssl/trust.h"
-
-#include <new>
 
 namespace {
 

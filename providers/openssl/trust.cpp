@@ -1,9 +1,9 @@
 #include "providers/openssl/trust.h"
 
-#include "providers/openssl/pemtext.h"
-
 #include <cerrno>
 #include <cstring>
+
+#include "providers/openssl/pemtext.h"
 
 namespace {
 
@@ -23,7 +23,7 @@ bool add(X509_STORE& store, CertPtr certificate, const PemText& text, ErrorRecor
 }
 
 bool add_pem(X509_STORE& store, const PemText& text, BIO& bio, ErrorRecord& error) {
-    for (int count = 0;; count++) {
+    for (int count = 0;; ++count) {
         CertPtr certificate(PEM_read_bio_X509(&bio, nullptr, no_password, nullptr));
         if (certificate == nullptr && at_end_of_pem()) {
             return count > 0 || error.fail(QxciErrNoCertificates, text.source());

@@ -1,8 +1,8 @@
 #include "providers/openssl/validity.h"
 
-#include "providers/openssl/clock.h"
-
 #include <time.h>
+
+#include "providers/openssl/clock.h"
 
 namespace {
 
@@ -46,7 +46,7 @@ void leave_dates_aside(X509_STORE_CTX& context) {
 
 bool judge_chain_dates(X509_STORE_CTX& context) {
     const STACK_OF(X509)* const chain = X509_STORE_CTX_get0_chain(&context);
-    for (int depth = sk_X509_num(chain) - 1; depth >= 0; depth--) {
+    for (int depth = sk_X509_num(chain) - 1; depth >= 0; --depth) {
         X509* const certificate = sk_X509_value(chain, depth);
         const int result = judge_dates(*certificate);
         if (result == X509_V_OK) continue;

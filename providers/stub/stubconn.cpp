@@ -1,10 +1,10 @@
-#include "providers/stub/qxcistub.h"
-#include "providers/stub/stubstream.h"
-#include "providers/stub/stubwire.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+
+#include "providers/stub/qxcistub.h"
+#include "providers/stub/stubstream.h"
+#include "providers/stub/stubwire.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
+#include <cstring>
+
 #include "providers/stub/qxcistub.h"
 #include "providers/stub/stubobject.h"
 #include "providers/stub/stubtext.h"
-
-#include <cstring>
 
 namespace {
 
@@ -42,7 +42,7 @@ class StubEncrypter : public StubObject {
         if (data == nullptr && len != 0) return fail(QxciErrOptionError, "data");
         if (len % block_size != 0) return fail(QxciErrOptionError, "len");
         if ((flags & QXCI_ENC_CONTINUE) == 0) position = 0;
-        for (size_t i = 0; i < len; i++) data[i] ^= _key[position++ % _algorithm->size];
+        for (size_t i = 0; i < len; ++i) data[i] ^= _key[position++ % _algorithm->size];
         return QXCI_OK;
     }
 

@@ -1,9 +1,9 @@
+#include <cstring>
+#include <new>
+
 #include "providers/stub/qxcistub.h"
 #include "providers/stub/stubobject.h"
 #include "providers/stub/stubtext.h"
-
-#include <cstring>
-#include <new>
 
 namespace {
 

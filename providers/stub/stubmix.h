@@ -4,16 +4,16 @@
 /// The stand-in for all cryptography of the stub: FNV-1a of 64 bits, which anyone can run
 /// backwards.
 
-#include "kovcert/qxci/qxci.h"
-
 #include <cstddef>
 #include <cstring>
+
+#include "kovcert/qxci/qxci.h"
 
 class StubMix {
   public:
     void add(const void* data, size_t len) {
         const a_qxci_byte* const bytes = static_cast<const a_qxci_byte*>(data);
-        for (size_t i = 0; i < len; i++) add_byte(bytes[i]);
+        for (size_t i = 0; i < len; ++i) add_byte(bytes[i]);
     }
 
     /// Adds a text so that no two lists of texts are added alike.
@@ -22,7 +22,7 @@ class StubMix {
     /// Stores a result of any length.
     void end(a_qxci_byte* out, size_t len) const {
         StubMix stretched = *this;
-        for (size_t i = 0; i < len; i++) {
+        for (size_t i = 0; i < len; ++i) {
             stretched.add_byte(static_cast<a_qxci_byte>(i));
             out[i] = static_cast<a_qxci_byte>(stretched._state >> 32);
         }

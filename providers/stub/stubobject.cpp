@@ -1,9 +1,9 @@
 #include "providers/stub/stubobject.h"
 
-#include "providers/stub/stubtext.h"
-
 #include <cstdlib>
 #include <cstring>
+
+#include "providers/stub/stubtext.h"
 
 char* StubMemory::copy_text(const char* text, size_t len) const {
     char* const copy = static_cast<char*>(alloc(len + 1));
@@ -22,11 +22,11 @@ namespace {
 /// A list of the parts between the commas of `text`.
 char** split_parms(const StubMemory& memory, const char* text) {
     size_t count = 1;
-    for (const char* c = text; *c != '\0'; c++) count += *c == ',' ? 1u : 0u;
+    for (const char* c = text; *c != '\0'; ++c) count += *c == ',' ? 1u : 0u;
     char** const list = static_cast<char**>(memory.alloc((count + 1) * sizeof(char*)));
     if (list == nullptr) return nullptr;
     std::memset(list, 0, (count + 1) * sizeof(char*));
-    for (size_t i = 0; i < count; i++) {
+    for (size_t i = 0; i < count; ++i) {
         const size_t len = std::strcspn(text, ",");
         list[i] = memory.copy_text(text, len);
         if (list[i] == nullptr) break;
@@ -64,7 +64,7 @@ void stub_set_error(const StubMemory& memory, a_qxci_error* error, const a_stub_
 
 void stub_free_parms(const StubMemory& memory, const a_qxci_error* error) {
     if (error == nullptr || error->parm_list == nullptr) return;
-    for (char** parm = error->parm_list; *parm != nullptr; parm++) memory.free(*parm);
+    for (char** parm = error->parm_list; *parm != nullptr; ++parm) memory.free(*parm);
     memory.free(error->parm_list);
 }
 

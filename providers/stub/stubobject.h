@@ -9,11 +9,12 @@
 ///     a_qxci_result init(...);
 /// which creation calls with its arguments on the new object and which fails through fail().
 
+#include <new>
+
+#include <string.h>
+
 #include "kovcert/qxci/qxci.h"
 #include "providers/stub/stubscript.h"
-
-#include <new>
-#include <string.h>
 
 /// The owner's memory. Does not change, so any number of threads may use it.
 class StubMemory {

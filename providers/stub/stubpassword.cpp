@@ -1,10 +1,10 @@
+#include <atomic>
+#include <cstring>
+
 #include "providers/stub/qxcistub.h"
 #include "providers/stub/stubmix.h"
 #include "providers/stub/stubobject.h"
 #include "providers/stub/stubtext.h"
-
-#include <atomic>
-#include <cstring>
 
 namespace {
 

@@ -1,13 +1,14 @@
 #include "providers/stub/stubscript.h"
 
-#include "providers/stub/qxcistub.h"
-
 #include <charconv>
 #include <cstdint>
 #include <cstring>
 #include <mutex>
-#include <pthread.h>
 #include <string_view>
+
+#include <pthread.h>
+
+#include "providers/stub/qxcistub.h"
 
 namespace {
 
@@ -71,7 +72,7 @@ bool parse_number(std::string_view text, unsigned& number) {
 }
 
 bool parse_operation(std::string_view name, StubOperation& operation) {
-    for (size_t i = 0; i < stub_operation_count; i++) {
+    for (size_t i = 0; i < stub_operation_count; ++i) {
         operation = static_cast<StubOperation>(i);
         if (name == operations[i].name) return true;
     }
@@ -173,7 +174,7 @@ class SharedScript {
         if (len > QXCI_STUB_MAX_SCRIPT || !stub_script_is_good(script)) return false;
         const std::lock_guard lock(_mutex);
         std::memcpy(_text, script, len + 1);
-        _version++;
+        ++_version;
         return true;
     }
 

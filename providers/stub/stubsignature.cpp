@@ -1,10 +1,10 @@
+#include <cstring>
+#include <initializer_list>
+
 #include "providers/stub/qxcistub.h"
 #include "providers/stub/stubmix.h"
 #include "providers/stub/stubobject.h"
 #include "providers/stub/stubtext.h"
-
-#include <cstring>
-#include <initializer_list>
 
 namespace {
 

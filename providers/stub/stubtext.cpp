@@ -7,7 +7,7 @@ char lower_case(char letter) {
 }
 
 bool is_listed(const char* name, a_stub_option_names known) {
-    for (; *known != nullptr; known++) {
+    for (; *known != nullptr; ++known) {
         if (stub_same_name(name, *known)) return true;
     }
     return false;
@@ -41,8 +41,8 @@ const a_stub_option_names stub_tls_options = tls_options;
 bool stub_same_name(const char* a, const char* b) {
     if (a == nullptr || b == nullptr) return false;
     while (*a != '\0' && lower_case(*a) == lower_case(*b)) {
-        a++;
-        b++;
+        ++a;
+        ++b;
     }
     return lower_case(*a) == lower_case(*b);
 }

@@ -3,10 +3,10 @@
 
 /// Names, lists of options, and the algorithms by name and by number.
 
+#include <cstddef>
+
 #include "kovcert/qxci/qxci.h"
 #include "providers/stub/qxcistub.h"
-
-#include <cstddef>
 
 /// True when the names differ in the case of ASCII letters at most; a null name equals none.
 bool stub_same_name(const char* a, const char* b);
@@ -62,7 +62,7 @@ inline bool stub_is_algorithm(const a_stub_algorithm& row, a_qxci_byte id) {
 }
 
 inline bool stub_is_algorithm(const a_stub_algorithm& row, const char* name) {
-    for (const char* const* known = row.names; *known != nullptr; known++) {
+    for (const char* const* known = row.names; *known != nullptr; ++known) {
         if (stub_same_name(*known, name)) return true;
     }
     return false;

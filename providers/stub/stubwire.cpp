@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+
 #include <time.h>
 
 namespace {
@@ -58,7 +59,7 @@ bool StubWire::parse_header() {
     constexpr size_t length_at = QXCI_STUB_HEADER_SIZE - 6;
     _left = std::strtoul(_in + length_at, nullptr, 10);
     if (_left > QXCI_STUB_MAX_PAYLOAD) return false;
-    for (size_t i = 0; i < std::size(kinds); i++) {
+    for (size_t i = 0; i < std::size(kinds); ++i) {
         char expected[QXCI_STUB_HEADER_SIZE + 1];
         std::snprintf(expected, sizeof expected, QXCI_STUB_HEADER_FORMAT, kinds[i],
                       static_cast<unsigned>(_left));

@@ -3,10 +3,10 @@
 
 /// The records of qxcistub.h, sent and received through the owner's callbacks.
 
+#include <cstddef>
+
 #include "kovcert/qxci/qxci.h"
 #include "providers/stub/qxcistub.h"
-
-#include <cstddef>
 
 enum class StubRecord { hello, data, close };
 

@@ -1,10 +1,10 @@
 #include "host/callframe.h"
 
-#include <gmock/gmock.h>
-
 #include <atomic>
 #include <future>
 #include <thread>
+
+#include <gmock/gmock.h>
 
 #include "tests/host/fakeprocedure.h"
 

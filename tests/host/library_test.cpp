@@ -1,8 +1,8 @@
 #include "host/library.h"
 
-#include <gmock/gmock.h>
-
 #include <cstdlib>
+
+#include <gmock/gmock.h>
 
 #include "host/procedures.h"
 

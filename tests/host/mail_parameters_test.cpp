@@ -1,11 +1,11 @@
 // What a caller writes into an address or a header never becomes a command or a header line of its
 // own, a password stays secret and a status of 0 true: the host sees to it around the library.
 
-#include <gmock/gmock.h>
-#include <sys/resource.h>
-
 #include <csignal>
 #include <sstream>
+
+#include <gmock/gmock.h>
+#include <sys/resource.h>
 
 #include "host/callframe.h"
 #include "host/hostname.h"

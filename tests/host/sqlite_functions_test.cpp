@@ -1,13 +1,12 @@
-#include "host/sqlite/functions.h"
+#include <cstring>
+#include <thread>
 
 #include <gmock/gmock.h>
 #include <sqlite3.h>
 #include <unistd.h>
 
-#include <cstring>
-#include <thread>
-
 #include "host/library.h"
+#include "host/sqlite/functions.h"
 #include "tests/scratch.h"
 
 using host::Library;

@@ -5,17 +5,17 @@
 /// unless a test says otherwise, and name lookups are answered here. Literals still go through the
 /// C library's own conversion.
 
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <cstring>
 #include <iterator>
 #include <map>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "netlib/netutil.h"
 #include "netlib/netutil_internal.h"

@@ -1,9 +1,9 @@
 #include "netlib/netutil.h"
 
-#include <net/if.h>
-
 #include <fstream>
 #include <thread>
+
+#include <net/if.h>
 
 #include "tests/netlib/netlib_fixture.h"
 #include "utils/etc/utmemstream.h"

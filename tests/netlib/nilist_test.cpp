@@ -1,8 +1,8 @@
-#include <ifaddrs.h>
-
 #include <fstream>
 #include <memory>
 #include <set>
+
+#include <ifaddrs.h>
 
 #include "netlib/netinterface.h"
 #include "netlib/unix_nilist.h"

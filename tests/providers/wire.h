@@ -3,10 +3,10 @@
 
 /// What a connection's callbacks work on: a wire in memory on which, by itself, nobody answers.
 
-#include "kovcert/qxci/qxci.h"
-
 #include <algorithm>
 #include <string>
+
+#include "kovcert/qxci/qxci.h"
 
 class Wire {
   public:
@@ -45,7 +45,7 @@ class Wire {
   private:
     static a_qxci_io_result read(void* user_data, unsigned char* buf, unsigned len, unsigned* got) {
         Wire& wire = *static_cast<Wire*>(user_data);
-        wire.reads++;
+        ++wire.reads;
         if (wire.in.empty()) wire.answer();
         const size_t count =
             std::min({wire.in.size(), wire.limit - wire.taken, size_t{len}, wire.at_most});
@@ -62,7 +62,7 @@ class Wire {
     }
     static a_qxci_io_result write(void* user_data, const unsigned char* data, unsigned len) {
         Wire& wire = *static_cast<Wire*>(user_data);
-        wire.writes++;
+        ++wire.writes;
         if (wire.write_result != QXCI_IO_OK) return wire.write_result;
         if (wire.taken == wire.limit && wire.end == QXCI_IO_ERROR) return QXCI_IO_ERROR;
         wire.out.append(reinterpret_cast<const char*>(data), len);

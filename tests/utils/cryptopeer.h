@@ -4,15 +4,16 @@
 /// What the tests of the primitives share: hex text, seeded bytes, and the openssl program as the
 /// other implementation to compare with.
 
-#include "utils/etc/uttypes.h"
-
 #include <cstdio>
 #include <cstdlib>
-#include <gtest/gtest.h>
 #include <random>
 #include <string>
 #include <string_view>
+
+#include <gtest/gtest.h>
 #include <unistd.h>
+
+#include "utils/etc/uttypes.h"
 
 inline std::string to_hex(std::string_view bytes) {
     std::string hex;

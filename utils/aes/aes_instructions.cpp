@@ -1,7 +1,7 @@
+#include <immintrin.h>
+
 #include "utils/aes/aescode.h"
 #include "utils/etc/utcpu.h"
-
-#include <immintrin.h>
 
 #define AES_FEATURES "aes,sse2"
 
@@ -35,7 +35,7 @@ const a_byte* decryption_keys(const a_byte* schedule, unsigned rounds) {
 UT_CODE_FOR(AES_FEATURES)
 void prepare(a_byte* schedule, const a_byte* round_keys, unsigned rounds) {
     a_byte* const decryption = schedule + block_size * (rounds + 1);
-    for (unsigned round = 0; round <= rounds; round++) {
+    for (unsigned round = 0; round <= rounds; ++round) {
         const __m128i key = load(round_keys + block_size * round);
         const bool outer = round == 0 || round == rounds;
         store(schedule + block_size * round, key);
@@ -51,7 +51,7 @@ void encrypt_cbc(const a_byte* schedule, unsigned rounds, a_byte* iv, a_byte* da
     for (; blocks != 0; blocks--, data += block_size) {
         state = _mm_xor_si128(_mm_xor_si128(state, load(data)), first_key);
 #pragma GCC unroll 13
-        for (unsigned round = 1; round < rounds; round++) {
+        for (unsigned round = 1; round < rounds; ++round) {
             state = _mm_aesenc_si128(state, load(schedule + block_size * round));
         }
         state = _mm_aesenclast_si128(state, last_key);
@@ -67,17 +67,17 @@ __m128i decrypt_some(const a_byte* keys, unsigned rounds, __m128i previous, a_by
     __m128i state[Count];
     const __m128i first_key = load(keys);
 #pragma GCC unroll 8
-    for (std::size_t i = 0; i < Count; i++) {
+    for (std::size_t i = 0; i < Count; ++i) {
         state[i] = _mm_xor_si128(load(data + block_size * i), first_key);
     }
-    for (unsigned round = 1; round < rounds; round++) {
+    for (unsigned round = 1; round < rounds; ++round) {
         const __m128i key = load(keys + block_size * round);
 #pragma GCC unroll 8
-        for (std::size_t i = 0; i < Count; i++) state[i] = _mm_aesdec_si128(state[i], key);
+        for (std::size_t i = 0; i < Count; ++i) state[i] = _mm_aesdec_si128(state[i], key);
     }
     const __m128i last_key = load(keys + block_size * rounds);
 #pragma GCC unroll 8
-    for (std::size_t i = 0; i < Count; i++) {
+    for (std::size_t i = 0; i < Count; ++i) {
         const __m128i ciphertext = load(data + block_size * i);
         state[i] = _mm_aesdeclast_si128(state[i], last_key);
         store(data + block_size * i, _mm_xor_si128(state[i], previous));

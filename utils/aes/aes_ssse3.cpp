@@ -1,8 +1,8 @@
+#include <immintrin.h>
+
 #include "utils/aes/aescode.h"
 #include "utils/aes/aespermute.h"
 #include "utils/etc/utcpu.h"
-
-#include <immintrin.h>
 
 #define AES_FEATURES "ssse3"
 
@@ -105,7 +105,7 @@ UT_INLINE_CODE_FOR(AES_FEATURES) __m128i inverse_cipher_round(__m128i state, __m
     const a_inverted inverted = invert(state);
     state = key;
 #pragma GCC unroll 4
-    for (unsigned row = 0; row < 4; row++) {
+    for (unsigned row = 0; row < 4; ++row) {
         const __m128i product = apply(inverse_cipher[row], inverted);
         state = _mm_xor_si128(state, rearrange(product, shifted_back[row]));
     }
@@ -122,7 +122,7 @@ __m128i last_round(const a_aes_inverse_map& map, const a_aes_vector& rows, __m12
 UT_INLINE_CODE_FOR(AES_FEATURES) __m128i mixed_back(__m128i key) {
     __m128i mixed = _mm_setzero_si128();
 #pragma GCC unroll 4
-    for (unsigned row = 0; row < 4; row++) {
+    for (unsigned row = 0; row < 4; ++row) {
         const __m128i product = apply(key_into_inverse_cipher[row], key);
         mixed = _mm_xor_si128(mixed, rearrange(product, below[row]));
     }
@@ -141,7 +141,7 @@ UT_CODE_FOR(AES_FEATURES)
 void prepare(a_byte* schedule, const a_byte* round_keys, unsigned rounds) {
     const __m128i constant = _mm_set1_epi8(field::affine_constant);
     a_byte* const decryption = schedule + block_size * (rounds + 1);
-    for (unsigned round = 0; round <= rounds; round++) {
+    for (unsigned round = 0; round <= rounds; ++round) {
         const __m128i key = load(round_keys + block_size * round);
         const __m128i with_constant = _mm_xor_si128(key, constant);
         __m128i forward = apply(into_cipher, with_constant);
@@ -166,7 +166,7 @@ void encrypt_cbc(const a_byte* schedule, unsigned rounds, a_byte* iv, a_byte* da
     for (; blocks != 0; blocks--, data += block_size) {
         __m128i state = apply(into_cipher, _mm_xor_si128(block, load(data)));
         state = _mm_xor_si128(state, first_key);
-        for (unsigned round = 1; round < rounds; round++) {
+        for (unsigned round = 1; round < rounds; ++round) {
             state = cipher_round(state, load(schedule + block_size * round));
         }
         block = last_round(cipher_last, shifted[0], state, last_key);
@@ -182,17 +182,17 @@ __m128i decrypt_some(const a_byte* keys, unsigned rounds, __m128i previous, a_by
     __m128i state[Count];
     const __m128i first_key = load(keys), last_key = load(keys + block_size * rounds);
 #pragma GCC unroll 2
-    for (std::size_t i = 0; i < Count; i++) {
+    for (std::size_t i = 0; i < Count; ++i) {
         state[i] =
             _mm_xor_si128(apply(into_inverse_cipher, load(data + block_size * i)), first_key);
     }
-    for (unsigned round = 1; round < rounds; round++) {
+    for (unsigned round = 1; round < rounds; ++round) {
         const __m128i key = load(keys + block_size * round);
 #pragma GCC unroll 2
-        for (std::size_t i = 0; i < Count; i++) state[i] = inverse_cipher_round(state[i], key);
+        for (std::size_t i = 0; i < Count; ++i) state[i] = inverse_cipher_round(state[i], key);
     }
 #pragma GCC unroll 2
-    for (std::size_t i = 0; i < Count; i++) {
+    for (std::size_t i = 0; i < Count; ++i) {
         const __m128i ciphertext = load(data + block_size * i);
         state[i] = last_round(inverse_cipher_last, shifted_back[0], state[i], last_key);
         store(data + block_size * i, _mm_xor_si128(state[i], previous));

@@ -4,9 +4,9 @@
 /// The codes behind UTAES, for utils/aes itself, which chooses, and for tests and benchmarks, which
 /// compare. No address needs any alignment.
 
-#include "utils/etc/uttypes.h"
-
 #include <cstddef>
+
+#include "utils/etc/uttypes.h"
 
 struct a_aes_code {
     /// Makes a schedule (room: UTAES::schedule_size) from the rounds + 1 keys of the key expansion.

@@ -47,7 +47,7 @@ constexpr a_byte multiply(unsigned a, unsigned b) {
 
 constexpr a_byte power(a_byte base, unsigned exponent) {
     a_byte result = 1;
-    for (; exponent != 0; exponent--) result = multiply(result, base);
+    for (; exponent != 0; --exponent) result = multiply(result, base);
     return result;
 }
 
@@ -63,14 +63,14 @@ constexpr a_byte a = multiply(alpha, alpha) ^ multiply(beta, beta);
 /// The element of the subfield that a nibble stands for; sums of elements are sums of nibbles.
 constexpr a_byte element(unsigned nibble) {
     a_byte sum = 0;
-    for (unsigned bit = 0; bit < 4; bit++) {
+    for (unsigned bit = 0; bit < 4; ++bit) {
         if (((nibble >> bit) & 1) != 0) sum ^= power(3, 17 * bit);
     }
     return sum;
 }
 
 constexpr a_byte nibble(a_byte subfield_element) {
-    for (unsigned n = 0; n < 16; n++) {
+    for (unsigned n = 0; n < 16; ++n) {
         if (element(n) == subfield_element) return static_cast<a_byte>(n);
     }
     return infinity;
@@ -80,8 +80,8 @@ constexpr a_byte nibble(a_byte subfield_element) {
 struct a_split {
     a_byte of[256] = {};
     constexpr a_split() {
-        for (unsigned i = 0; i < 16; i++) {
-            for (unsigned k = 0; k < 16; k++) {
+        for (unsigned i = 0; i < 16; ++i) {
+            for (unsigned k = 0; k < 16; ++k) {
                 const unsigned x = multiply(element(i), alpha) ^ multiply(element(i ^ k), beta);
                 of[x] = static_cast<a_byte>(i << 4 | k);
             }
@@ -108,7 +108,7 @@ constexpr a_byte undo_affine(a_byte x) {
 template <class Value>
 constexpr a_aes_vector table(Value value) {
     a_aes_vector result = {};
-    for (unsigned n = 0; n < 16; n++) result.byte[n] = value(static_cast<a_byte>(n));
+    for (unsigned n = 0; n < 16; ++n) result.byte[n] = value(static_cast<a_byte>(n));
     return result;
 }
 
@@ -161,8 +161,8 @@ constexpr a_aes_vector a_times_inverses =
 /// rows below it in its column.
 constexpr a_aes_vector shifted_rows(unsigned direction, unsigned below) {
     a_aes_vector from = {};
-    for (unsigned column = 0; column < 4; column++) {
-        for (unsigned row = 0; row < 4; row++) {
+    for (unsigned column = 0; column < 4; ++column) {
+        for (unsigned row = 0; row < 4; ++row) {
             const unsigned source_row = (row + below) % 4;
             const unsigned source_column = (column + direction * source_row) % 4;
             from.byte[4 * column + row] = static_cast<a_byte>(4 * source_column + source_row);

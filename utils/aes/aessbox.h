@@ -65,7 +65,7 @@ template <class Word>
 [[gnu::always_inline]] inline void aes_undo_affine(Word (&plane)[8]) {
     Word bare[8] = {~plane[0], ~plane[1], plane[2],  plane[3],
                     plane[4],  ~plane[5], ~plane[6], plane[7]};
-    for (unsigned i = 0; i < 8; i++) {
+    for (unsigned i = 0; i < 8; ++i) {
         plane[i] = bare[(i + 2) % 8] ^ bare[(i + 5) % 8] ^ bare[(i + 7) % 8];
     }
 }

@@ -1,12 +1,12 @@
 #include "utils/aes/utaes.h"
 
+#include <bit>
+#include <cstring>
+
 #include "utils/aes/aescode.h"
 #include "utils/aes/aessbox.h"
 #include "utils/etc/utbytes.h"
 #include "utils/etc/utcpu.h"
-
-#include <bit>
-#include <cstring>
 
 namespace {
 
@@ -18,10 +18,10 @@ using a_round_keys = a_wiped_bytes<UTAES::block_size*(max_rounds + 1)>;
 uint32 substitute_word(uint32 word) {
     constexpr uint32 lowest_bits = 0x01010101;
     uint32 planes[8];
-    for (unsigned i = 0; i < 8; i++) planes[i] = (word >> i) & lowest_bits;
+    for (unsigned i = 0; i < 8; ++i) planes[i] = (word >> i) & lowest_bits;
     aes_substitute(planes);
     uint32 substituted = 0;
-    for (unsigned i = 0; i < 8; i++) substituted |= (planes[i] & lowest_bits) << i;
+    for (unsigned i = 0; i < 8; ++i) substituted |= (planes[i] & lowest_bits) << i;
     ut_wipe(planes, sizeof planes);
     return substituted;
 }
@@ -31,7 +31,7 @@ void expand_key(a_round_keys& keys, const a_byte* key, std::size_t key_len, unsi
     const std::size_t key_words = key_len / 4, words = std::size_t{4} * (rounds + 1);
     std::memcpy(keys.data, key, key_len);
     uint32 constant = 1;  // Rcon: powers of x in the field of AES
-    for (std::size_t i = key_words; i < words; i++) {
+    for (std::size_t i = key_words; i < words; ++i) {
         uint32 word = ut_load_le32(keys.data + 4 * (i - 1));
         if (i % key_words == 0) {
             word = substitute_word(std::rotr(word, 8)) ^ constant;

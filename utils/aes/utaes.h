@@ -19,10 +19,10 @@
 /// Nothing allocates. Threads: any number of threads may encrypt and decrypt with one object while
 /// none calls set_key(). The destructor wipes the object.
 
+#include <cstddef>
+
 #include "utils/etc/uttypes.h"
 #include "utils/etc/utwipe.h"
-
-#include <cstddef>
 
 struct a_aes_code;
 

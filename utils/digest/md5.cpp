@@ -1,8 +1,7 @@
-#include "utils/digest/utdigest.h"
-
-#include "utils/etc/utbytes.h"
-
 #include <bit>
+
+#include "utils/digest/utdigest.h"
+#include "utils/etc/utbytes.h"
 
 namespace {
 
@@ -41,7 +40,7 @@ inline void round(uint32 (&s)[4], const uint32* words, Mix mix) {
 
 inline void compress_block(uint32* state, const a_byte* block) {
     uint32 words[16];
-    for (std::size_t i = 0; i < 16; i++) words[i] = ut_load_le32(block + 4 * i);
+    for (std::size_t i = 0; i < 16; ++i) words[i] = ut_load_le32(block + 4 * i);
     uint32 s[4] = {state[0], state[1], state[2], state[3]};
     round<0, 0, 1, 7, 12, 17, 22>(s, words,
                                   [](uint32 x, uint32 y, uint32 z) { return z ^ (x & (y ^ z)); });
@@ -50,7 +49,7 @@ inline void compress_block(uint32* state, const a_byte* block) {
     round<2, 5, 3, 4, 11, 16, 23>(s, words, [](uint32 x, uint32 y, uint32 z) { return x ^ y ^ z; });
     round<3, 0, 7, 6, 10, 15, 21>(s, words,
                                   [](uint32 x, uint32 y, uint32 z) { return y ^ (x | ~z); });
-    for (unsigned i = 0; i < 4; i++) state[i] += s[i];
+    for (unsigned i = 0; i < 4; ++i) state[i] += s[i];
 }
 
 }  // namespace

@@ -1,9 +1,9 @@
+#include <bit>
+
 #include "utils/digest/shacode.h"
 #include "utils/digest/utdigest.h"
 #include "utils/etc/utbytes.h"
 #include "utils/etc/utcpu.h"
-
-#include <bit>
 
 namespace {
 
@@ -16,7 +16,7 @@ struct a_sha1_state {
 class Schedule {
   public:
     explicit Schedule(const a_byte* block) {
-        for (std::size_t i = 0; i < 16; i++) _words[i] = ut_load_be32(block + 4 * i);
+        for (std::size_t i = 0; i < 16; ++i) _words[i] = ut_load_be32(block + 4 * i);
     }
     uint32 word(unsigned t) {
         if (t >= 16) {

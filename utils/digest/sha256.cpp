@@ -1,9 +1,9 @@
+#include <bit>
+
 #include "utils/digest/shacode.h"
 #include "utils/digest/utdigest.h"
 #include "utils/etc/utbytes.h"
 #include "utils/etc/utcpu.h"
-
-#include <bit>
 
 alignas(16) const uint32 ut_sha256_constants[64] = {
     0x428a2f98, 0x71374491, 0xb5c0fbcf, 0xe9b5dba5, 0x3956c25b, 0x59f111f1, 0x923f82a4, 0xab1c5ed5,
@@ -45,7 +45,7 @@ uint32 small_sigma1(uint32 x) {
 /// Brings the ring of the last sixteen schedule words from one group of sixteen to the next.
 inline void next_words(uint32 (&words)[16]) {
 #pragma GCC unroll 16
-    for (unsigned t = 0; t < 16; t++) {
+    for (unsigned t = 0; t < 16; ++t) {
         words[t] += small_sigma0(words[(t + 1) % 16]) + words[(t + 9) % 16] +
                     small_sigma1(words[(t + 14) % 16]);
     }
@@ -75,7 +75,7 @@ inline void rounds(a_sha256_state& s, const uint32 (&words)[16], const uint32* c
 
 inline void compress_block(uint32* state, const a_byte* block) {
     uint32 words[16];
-    for (std::size_t i = 0; i < 16; i++) words[i] = ut_load_be32(block + 4 * i);
+    for (std::size_t i = 0; i < 16; ++i) words[i] = ut_load_be32(block + 4 * i);
     a_sha256_state s = {state[0], state[1], state[2], state[3],
                         state[4], state[5], state[6], state[7]};
     rounds(s, words, ut_sha256_constants);
@@ -84,7 +84,7 @@ inline void compress_block(uint32* state, const a_byte* block) {
         rounds(s, words, ut_sha256_constants + t);
     }
     const uint32 sums[8] = {s.a, s.b, s.c, s.d, s.e, s.f, s.g, s.h};
-    for (unsigned i = 0; i < 8; i++) state[i] += sums[i];
+    for (unsigned i = 0; i < 8; ++i) state[i] += sums[i];
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
+#include <immintrin.h>
+
 #include "utils/digest/shacode.h"
 #include "utils/etc/utcpu.h"
-
-#include <immintrin.h>
 
 #define SHA_FEATURES "sha,sse4.1,ssse3"
 
@@ -61,10 +61,10 @@ void ut_sha1_instructions(uint32* state, const a_byte* blocks, std::size_t count
     for (; count != 0; count--, blocks += 64) {
         const __m128i abcd_before = abcd, e_before = e;
         __m128i w[4];
-        for (std::size_t i = 0; i < 4; i++) w[i] = _mm_shuffle_epi8(load(blocks + 16 * i), reverse);
+        for (std::size_t i = 0; i < 4; ++i) w[i] = _mm_shuffle_epi8(load(blocks + 16 * i), reverse);
         __m128i four_steps_ago = abcd;
 #pragma GCC unroll 20
-        for (std::size_t group = 0; group < 20; group++) {
+        for (std::size_t group = 0; group < 20; ++group) {
             // sha1nexte derives this group's e from the a of four steps ago and adds the words.
             const __m128i e_and_words =
                 group == 0 ? _mm_add_epi32(e, w[0]) : _mm_sha1nexte_epu32(four_steps_ago, w[0]);
@@ -90,10 +90,10 @@ void ut_sha256_instructions(uint32* state, const a_byte* blocks, std::size_t cou
     for (; count != 0; count--, blocks += 64) {
         const __m128i abef_before = abef, cdgh_before = cdgh;
         __m128i w[4];
-        for (std::size_t i = 0; i < 4; i++)
+        for (std::size_t i = 0; i < 4; ++i)
             w[i] = _mm_shuffle_epi8(load(blocks + 16 * i), swap_bytes);
 #pragma GCC unroll 16
-        for (std::size_t group = 0; group < 16; group++) {
+        for (std::size_t group = 0; group < 16; ++group) {
             const __m128i sums = _mm_add_epi32(w[0], load(ut_sha256_constants + 4 * group));
             cdgh = _mm_sha256rnds2_epu32(cdgh, abef, sums);
             abef = _mm_sha256rnds2_epu32(abef, cdgh, _mm_shuffle_epi32(sums, 0x0e));

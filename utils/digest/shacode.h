@@ -4,9 +4,9 @@
 /// The two codes behind each SHA compression function, for utils/digest itself, which chooses, and
 /// for tests and benchmarks, which compare. All take `count` blocks of 64 bytes into `state`.
 
-#include "utils/etc/uttypes.h"
-
 #include <cstddef>
+
+#include "utils/etc/uttypes.h"
 
 using a_compress_code = void (*)(uint32* state, const a_byte* blocks, std::size_t count);
 

@@ -1,8 +1,8 @@
 #include "utils/digest/utcrc32.h"
 
-#include "utils/etc/utbytes.h"
-
 #include <array>
+
+#include "utils/etc/utbytes.h"
 
 namespace {
 
@@ -14,13 +14,13 @@ using a_crc_table = std::array<std::array<uint32, 256>, 8>;
 /// bytes are taken with eight independent lookups.
 constexpr a_crc_table make_tables() {
     a_crc_table tables{};
-    for (uint32 byte = 0; byte < 256; byte++) {
+    for (uint32 byte = 0; byte < 256; ++byte) {
         uint32 crc = byte;
-        for (int bit = 0; bit < 8; bit++) crc = (crc >> 1) ^ ((crc & 1) ? reversed_polynomial : 0);
+        for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ ((crc & 1) ? reversed_polynomial : 0);
         tables[0][byte] = crc;
     }
-    for (std::size_t n = 1; n < 8; n++) {
-        for (std::size_t byte = 0; byte < 256; byte++) {
+    for (std::size_t n = 1; n < 8; ++n) {
+        for (std::size_t byte = 0; byte < 256; ++byte) {
             const uint32 shorter = tables[n - 1][byte];
             tables[n][byte] = (shorter >> 8) ^ tables[0][shorter & 0xff];
         }

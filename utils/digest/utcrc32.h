@@ -5,9 +5,9 @@
 /// started from and finished with all ones; "123456789" gives cbf43926. It finds accidental damage
 /// and protects nothing. The time taken depends on the data through table lookups.
 
-#include "utils/etc/uttypes.h"
-
 #include <cstddef>
+
+#include "utils/etc/uttypes.h"
 
 class UTCRC32 {
   public:

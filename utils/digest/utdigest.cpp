@@ -1,8 +1,8 @@
 #include "utils/digest/utdigest.h"
 
-#include "utils/etc/utbytes.h"
-
 #include <cstring>
+
+#include "utils/etc/utbytes.h"
 
 template <class Algorithm>
 void UTBlockDigest<Algorithm>::begin() {
@@ -57,7 +57,7 @@ void UTBlockDigest<Algorithm>::pad() {
 template <class Algorithm>
 void UTBlockDigest<Algorithm>::end(a_byte* out) {
     pad();
-    for (std::size_t word = 0; word < digest_size / 4; word++) {
+    for (std::size_t word = 0; word < digest_size / 4; ++word) {
         if constexpr (Algorithm::big_endian) {
             ut_store_be32(out + 4 * word, _state[word]);
         } else {

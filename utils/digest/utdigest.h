@@ -15,10 +15,10 @@
 /// Threads: one object is used by one thread at a time. Copying an object copies the state of its
 /// message, so that a common beginning needs digesting once. The destructor wipes the object.
 
+#include <cstddef>
+
 #include "utils/etc/uttypes.h"
 #include "utils/etc/utwipe.h"
-
-#include <cstddef>
 
 /// What differs between the three: `compress` takes `count` blocks of 64 bytes into the state.
 struct a_md5_algorithm {

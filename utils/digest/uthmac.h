@@ -5,9 +5,9 @@
 /// messages can follow one key. Nothing allocates and nothing fails; the object is wiped when it is
 /// destroyed, since its digests wipe themselves. One object is used by one thread at a time.
 
-#include "utils/digest/utdigest.h"
-
 #include <cstring>
+
+#include "utils/digest/utdigest.h"
 
 template <class Digest>
 class UTHMAC {

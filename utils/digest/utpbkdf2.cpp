@@ -1,9 +1,9 @@
 #include "utils/digest/utpbkdf2.h"
 
+#include <algorithm>
+
 #include "utils/digest/uthmac.h"
 #include "utils/etc/utbytes.h"
-
-#include <algorithm>
 
 namespace {
 
@@ -20,10 +20,10 @@ void derive_block(a_mac& mac, const void* salt, std::size_t salt_len, uint32 ite
     a_mac_block link;
     mac.end(link.data);
     std::copy_n(link.data, link.size, sum.data);
-    for (uint32 i = 1; i < iterations; i++) {
+    for (uint32 i = 1; i < iterations; ++i) {
         mac.add(link.data, link.size);
         mac.end(link.data);
-        for (std::size_t byte = 0; byte < sum.size; byte++) sum.data[byte] ^= link.data[byte];
+        for (std::size_t byte = 0; byte < sum.size; ++byte) sum.data[byte] ^= link.data[byte];
     }
 }
 
@@ -34,7 +34,7 @@ void ut_pbkdf2_hmac_sha256(const void* password, std::size_t password_len, const
                            std::size_t out_len) {
     a_mac mac(password, password_len);
     a_mac_block block;
-    for (uint32 index = 1; out_len != 0; index++) {
+    for (uint32 index = 1; out_len != 0; ++index) {
         derive_block(mac, salt, salt_len, iterations, index, block);
         const std::size_t taken = std::min(out_len, block.size);
         out = std::copy_n(block.data, taken, out);

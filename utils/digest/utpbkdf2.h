@@ -3,9 +3,9 @@
 
 /// PBKDF2 with HMAC-SHA-256 (RFC 8018 section 5.2): derives `out_len` bytes from a password.
 
-#include "utils/etc/uttypes.h"
-
 #include <cstddef>
+
+#include "utils/etc/uttypes.h"
 
 /// `iterations` of 0 counts as 1. Password and salt may be null when their length is 0. `out_len`
 /// is at most 2^32 - 1 blocks of 32 bytes, which any object is. Takes about `iterations` times the

@@ -8,10 +8,10 @@
 ///
 /// Threads: plain values; any number of threads may read one that none changes.
 
+#include <cstddef>
+
 #include "utils/etc/uttypes.h"
 #include "utils/etc/utwipe.h"
-
-#include <cstddef>
 
 /// The unit of arithmetic, and the type that holds the product of two with two units added.
 #if defined(__LP64__)

@@ -1,8 +1,8 @@
 #include "utils/dss/utdsa.h"
 
-#include "utils/digest/uthmac.h"
-
 #include <algorithm>
+
+#include "utils/digest/uthmac.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 #include "utils/dss/utmodulus.h"
 
+#include <algorithm>
+
 #include "utils/digest/utdigest.h"
 #include "utils/etc/utbytes.h"
 #include "utils/etc/utcpu.h"
-
-#include <algorithm>
 
 namespace {
 
@@ -14,7 +14,7 @@ constexpr unsigned window_size = 1 << window_bits;
 /// The window of the exponent that begins at bit `lowest`; bits from `exponent_bits` on count as 0.
 a_limb window_at(const UTBigInt& exponent, unsigned lowest, unsigned exponent_bits) {
     a_limb window = 0;
-    for (unsigned i = 0; i < window_bits && lowest + i < exponent_bits; i++) {
+    for (unsigned i = 0; i < window_bits && lowest + i < exponent_bits; ++i) {
         window |= exponent.bit(lowest + i) << i;
     }
     return window;
@@ -52,9 +52,9 @@ UTModulus::UTModulus(const UTBigInt& modulus, const a_montgomery_code& code)
     _modulus.limbs = (_bits + limb_bits - 1) / limb_bits;
     _modulus.negative_inverse = negative_inverse(modulus.limb[0]);
     const unsigned r_bits = code.r_bits(_bits);
-    for (unsigned i = 0; i < r_bits; i++) double_in_place(_r);
+    for (unsigned i = 0; i < r_bits; ++i) double_in_place(_r);
     _r_squared = _r;
-    for (unsigned i = 0; i < r_bits; i++) double_in_place(_r_squared);
+    for (unsigned i = 0; i < r_bits; ++i) double_in_place(_r_squared);
 }
 
 void UTModulus::double_in_place(UTBigInt& number) const {
@@ -90,16 +90,16 @@ UTBigInt UTModulus::power(const UTBigInt& base, const UTBigInt& exponent,
     UTBigInt powers[window_size];
     powers[0] = _r;
     powers[1] = montgomery_product(base, _r_squared);
-    for (unsigned i = 2; i < window_size; i++)
+    for (unsigned i = 2; i < window_size; ++i)
         powers[i] = montgomery_product(powers[i - 1], powers[1]);
 
     UTBigInt result = _r;
     const unsigned windows = (exponent_bits + window_bits - 1) / window_bits;
     for (unsigned window = windows; window-- > 0;) {
-        for (unsigned i = 0; i < window_bits; i++) result = montgomery_product(result, result);
+        for (unsigned i = 0; i < window_bits; ++i) result = montgomery_product(result, result);
         const a_limb wanted = window_at(exponent, window * window_bits, exponent_bits);
         UTBigInt factor;
-        for (unsigned i = 0; i < window_size; i++) {
+        for (unsigned i = 0; i < window_size; ++i) {
             ut_choose_limbs(factor.limb, powers[i].limb, _modulus.limbs, equal(i, wanted));
         }
         result = montgomery_product(result, factor);
@@ -140,7 +140,7 @@ bool UTModulus::passes(const UTBigInt& base, const UTBigInt& odd_part, unsigned 
     minus_one.subtract(UTBigInt(1));
     UTBigInt power_of_base = power(base, odd_part, odd_part.bits());
     if (power_of_base == UTBigInt(1) || power_of_base == minus_one) return true;
-    for (unsigned i = 1; i < twos; i++) {
+    for (unsigned i = 1; i < twos; ++i) {
         power_of_base = multiply(power_of_base, power_of_base);
         if (power_of_base == minus_one) return true;
     }
@@ -153,7 +153,7 @@ bool UTModulus::is_probably_prime(unsigned rounds) const {
     unsigned twos = 1;
     while (minus_one.bit(twos) == 0) twos++;
     const UTBigInt odd_part = minus_one.shifted_right(twos);
-    for (unsigned round = 0; round < rounds; round++) {
+    for (unsigned round = 0; round < rounds; ++round) {
         const UTBigInt base = prime_test_base(round);
         const bool proves_nothing = base < UTBigInt(2) || base == minus_one;
         if (!proves_nothing && !passes(base, odd_part, twos)) return false;

@@ -15,7 +15,7 @@ UTBigInt multiply(const a_montgomery_modulus& modulus, const UTBigInt& a, const 
     a_limb sums[2 * UTBigInt::max_limbs];
     std::fill_n(sums, 2 * limbs, a_limb{0});
     a_limb top = 0;
-    for (std::size_t i = 0; i < limbs; i++) {
+    for (std::size_t i = 0; i < limbs; ++i) {
         a_limb* const sum = sums + i;
         const a_limb carry = ut_add_product(sum, a.limb, b.limb[i], limbs);
         const a_limb multiple = sum[0] * modulus.negative_inverse;

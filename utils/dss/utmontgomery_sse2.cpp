@@ -8,9 +8,9 @@
 
 #if !defined(__LP64__)
 
-#include "utils/etc/utcpu.h"
-
 #include <emmintrin.h>
+
+#include "utils/etc/utcpu.h"
 
 #define DSS_FEATURES "sse2"
 
@@ -41,7 +41,7 @@ unsigned r_bits(unsigned modulus_bits) {
 
 struct alignas(16) a_digits {
     a_digits(const UTBigInt& number, std::size_t count) {
-        for (std::size_t i = 0; i < whole_vectors(count); i++) digit[i] = digit_of(number, i);
+        for (std::size_t i = 0; i < whole_vectors(count); ++i) digit[i] = digit_of(number, i);
     }
     a_digits(const a_digits&) = delete;
     a_digits& operator=(const a_digits&) = delete;
@@ -90,7 +90,7 @@ void add_products(uint64* sums, const a_digits& a, uint32 a_factor, const a_digi
 UTBigInt number_of(const uint64* sums, std::size_t count, const a_montgomery_modulus& modulus) {
     a_limb limbs[UTBigInt::max_limbs + 1] = {};
     uint64 carry = 0;
-    for (std::size_t i = 0; i < count; i++) {
+    for (std::size_t i = 0; i < count; ++i) {
         carry += sums[i];
         const std::size_t at = i * digit_bits / limb_bits;
         const unsigned shift = i * digit_bits % limb_bits;
@@ -101,7 +101,7 @@ UTBigInt number_of(const uint64* sums, std::size_t count, const a_montgomery_mod
     }
     ut_subtract_once(limbs, limbs[modulus.limbs], modulus.value.limb, modulus.limbs);
     UTBigInt number;
-    for (std::size_t i = 0; i < modulus.limbs; i++) number.limb[i] = limbs[i];
+    for (std::size_t i = 0; i < modulus.limbs; ++i) number.limb[i] = limbs[i];
     ut_wipe(limbs, sizeof limbs);
     return number;
 }
@@ -112,7 +112,7 @@ UTBigInt multiply(const a_montgomery_modulus& modulus, const UTBigInt& a, const 
     const std::size_t count = digits_for(modulus.value.bits());
     const a_digits of_a(a, count), of_b(b, count), of_m(modulus.value, count);
     a_sums sums;
-    for (std::size_t i = 0; i < count; i++) {
+    for (std::size_t i = 0; i < count; ++i) {
         uint64* const sum = sums.sum + i;
         const uint32 factor = static_cast<uint32>(of_b.digit[i]);
         const uint64 lowest = sum[0] + of_a.digit[0] * factor;

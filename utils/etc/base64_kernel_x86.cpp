@@ -3,6 +3,7 @@
 #ifdef QUOREL_BASE64_X86
 
 #include <cstring>
+
 #include <immintrin.h>
 
 #include "utils/etc/base64_kernel.h"

@@ -3,9 +3,9 @@
 
 /// Integers of a fixed byte order at any address. "be" is most significant byte first, "le" last.
 
-#include "utils/etc/uttypes.h"
-
 #include <cstring>
+
+#include "utils/etc/uttypes.h"
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "byte order of the processors supported");
 

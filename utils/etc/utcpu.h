@@ -6,6 +6,7 @@
 /// costs a cpuid instruction, which is slow, so callers keep it.
 
 #include <atomic>
+
 #include <cpuid.h>
 
 /// For a function that contains such instructions: compiles it for `features` (a comma-separated

@@ -4,6 +4,7 @@
 /// The one place that erases secrets.
 
 #include <cstddef>
+
 #include <string.h>
 
 /// Overwrites `size` bytes at `data` with zeros, also when nothing reads them afterwards: a plain

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <ctime>
+
 #include <sys/time.h>
 #include <sys/times.h>
 #include <unistd.h>

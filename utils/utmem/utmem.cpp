@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+
 #include <sys/uio.h>
 #include <unistd.h>
 

@@ -1,11 +1,11 @@
 #include "host/sqlite/display.h"
 
-#include <gtest/gtest.h>
-
 #include <clocale>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+
+#include <gtest/gtest.h>
 
 #include "host/sqlite/rowprinter.h"
 

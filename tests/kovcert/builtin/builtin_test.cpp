@@ -1,14 +1,15 @@
 #include "kovcert/builtin/builtin.h"
 
+#include <algorithm>
+
+#include <gtest/gtest.h>
+
 #include "kovcert/builtin/builtinerror.h"
 #include "tests/kovcert/builtin/owner.h"
 #include "tests/utils/cryptopeer.h"
 #include "tests/utils/dss/dsakeys.h"
 #include "utils/digest/utdigest.h"
 #include "utils/dss/utdsa.h"
-
-#include <algorithm>
-#include <gtest/gtest.h>
 
 namespace {
 
@@ -31,7 +32,7 @@ TEST(BuiltinEnv, knows_its_algorithms_by_name_and_number) {
                                  "PBKDF2-SHA256", "AES_FIPS", "AES1", "AE", "", "rsa"}) {
             if (has_name(provider.env, name)) known += std::string(kind) + name + " ";
         }
-        for (int id = 0; id < 256; id++) {
+        for (int id = 0; id < 256; ++id) {
             if (has_id(provider.env, static_cast<a_qxci_byte>(id)))
                 known += kind + std::to_string(id) + " ";
         }
@@ -71,7 +72,7 @@ TEST(BuiltinError, clones_the_whole_list_even_an_empty_one) {
     char* parms[] = {one, two, nullptr};
     const a_qxci_error source = {26, 2, parms}, empty = {26, 2, parms + 2};
     const char* const results[] = {"26 2", "26 2", "26 2 one", "26 2 one two"};
-    for (int fail_at = 1; fail_at <= 4; fail_at++) {  // the list, "one", "two", nothing
+    for (int fail_at = 1; fail_at <= 4; ++fail_at) {  // the list, "one", "two", nothing
         Provider provider(fail_at);
         _QXCIError_Clone(provider.env, &provider.error, &source);
         EXPECT_EQ(describe(&provider.error), results[fail_at - 1]);
@@ -462,7 +463,7 @@ TEST(BuiltinSignatureHandler, checks_its_key) {
     Provider provider;
     for (const auto& wrong : cases) {
         Options options;
-        for (size_t i = 0; i < std::size(names); i++) {
+        for (size_t i = 0; i < std::size(names); ++i) {
             if (wrong.values[i] != nullptr) options.add(names[i], wrong.values[i]);
         }
         EXPECT_FALSE(Handler(provider, options).created());

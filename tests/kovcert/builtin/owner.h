@@ -5,17 +5,18 @@
 /// allocation, and is searched for a secret when it comes back; a log; option lists; and an
 /// environment of the provider that is linked in.
 
-#include "kovcert/qxci/qxci.h"
-
 #include <atomic>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
-#include <gtest/gtest.h>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+#include "kovcert/qxci/qxci.h"
 
 class Owner {
   public:
@@ -29,7 +30,7 @@ class Owner {
     /// Gives the parameters of a record back that belongs to no environment.
     void release(a_qxci_error& error) {
         if (error.parm_list == nullptr) return;
-        for (char** parm = error.parm_list; *parm != nullptr; parm++) free(this, *parm);
+        for (char** parm = error.parm_list; *parm != nullptr; ++parm) free(this, *parm);
         free(this, error.parm_list);
         error = {};
     }
@@ -45,7 +46,7 @@ class Owner {
     static void* alloc(void* context, size_t size) {
         Owner& owner = *static_cast<Owner*>(context);
         if (owner._allocations++ == owner._fail_at) return nullptr;
-        owner._live++;
+        ++owner._live;
         char* const memory = static_cast<char*>(std::malloc(header + size));
         std::memcpy(memory, &size, sizeof size);
         std::memset(memory + header, 0xa5, size);
@@ -62,7 +63,7 @@ class Owner {
             memmem(memory, size, owner.secret.data(), owner.secret.size()) != nullptr) {
             owner.saw_secret = true;
         }
-        owner._live--;
+        --owner._live;
         std::free(start);
     }
 
@@ -102,7 +103,7 @@ class Options {
 inline std::string describe(const a_qxci_error* error) {
     std::string text = std::to_string(error->code);
     if (error->system_code != 0) text += " " + std::to_string(error->system_code);
-    for (char** parm = error->parm_list; parm != nullptr && *parm != nullptr; parm++) {
+    for (char** parm = error->parm_list; parm != nullptr && *parm != nullptr; ++parm) {
         text += std::string(" ") + *parm;
     }
     return text;

@@ -1,11 +1,12 @@
+#include <functional>
+#include <memory>
+
+#include <gtest/gtest.h>
+
 #include "kovcert/qxci/dbqxci.h"
 #include "kovcert/qxci/qxcicreate.h"
 #include "tests/kovcert/builtin/owner.h"
 #include "tests/utils/dss/dsakeys.h"
-
-#include <functional>
-#include <gtest/gtest.h>
-#include <memory>
 
 namespace {
 
@@ -122,7 +123,7 @@ TEST(Allocation, that_fails_ends_a_creation_and_nothing_else) {
         SCOPED_TRACE(c.what);
         gUseStub = c.from_stub;
         unsigned allocations = 0;
-        while (!has_enough(c.create, static_cast<int>(allocations))) allocations++;
+        while (!has_enough(c.create, static_cast<int>(allocations))) ++allocations;
         EXPECT_GE(allocations, c.allocations);
         gUseStub = false;
     }

@@ -3,10 +3,10 @@
  * what is wrong with the environment. An entry point is taken away by defining its name as another
  * one when this is compiled. */
 
-#include "kovcert/qxci/qxci.h"
-
 #include <stdlib.h>
 #include <string.h>
+
+#include "kovcert/qxci/qxci.h"
 
 static int is_broken(const char* part) {
     const char* broken = getenv("BROKEN_PROVIDER");

@@ -8,11 +8,11 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <malloc.h>
 #include <memory>
 #include <string>
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include "tests/kovcert/builtin/owner.h"
 #include "utils/etc/locate.h"
@@ -37,7 +37,7 @@ struct Trial {
 
     std::string reason() const {
         std::string text = std::to_string(err.getErrorCode());
-        for (int i = 0; err.GetParm(i) != nullptr; i++) text += std::string(" ") + err.GetParm(i);
+        for (int i = 0; err.GetParm(i) != nullptr; ++i) text += std::string(" ") + err.GetParm(i);
         return text;
     }
 

@@ -223,7 +223,7 @@ TEST(Wrappers, work_with_the_built_in_provider) {
     // FIPS 197, C.1
     a_qxci_byte key[16];
     a_qxci_byte plain[16];
-    for (int i = 0; i < 16; i++) {
+    for (int i = 0; i < 16; ++i) {
         key[i] = static_cast<a_qxci_byte>(i);
         plain[i] = static_cast<a_qxci_byte>(i * 0x11);
     }

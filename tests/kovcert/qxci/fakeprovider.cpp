@@ -27,7 +27,7 @@ struct a_qxci_env_handle {
 static void refuse(QXCIEnvironmentH env, a_qxci_error* error) {
     const char* const parms[] = {FAKE_NAME, env->component, env->first_option};
     *error = {QxciErrOptionError, 7, env->alloc<char*>(4 * sizeof(char*))};
-    for (int i = 0; i < 3; i++) {
+    for (int i = 0; i < 3; ++i) {
         error->parm_list[i] = env->alloc<char>(std::strlen(parms[i]) + 1);
         std::strcpy(error->parm_list[i], parms[i]);
     }
@@ -65,7 +65,7 @@ a_qxci_result QXCIGetEnvIface(a_qxci_env_iface* iface) {
 
 a_qxci_result QXCIGetErrorIface(a_qxci_error_iface* iface) {
     iface->destroy_func = [](QXCIEnvironmentH env, a_qxci_error* error) {
-        for (char** parm = error->parm_list; *parm != nullptr; parm++) {
+        for (char** parm = error->parm_list; *parm != nullptr; ++parm) {
             env->callbacks->free_cb(env->context, *parm);
         }
         env->callbacks->free_cb(env->context, error->parm_list);

@@ -1,13 +1,14 @@
+#include <cstring>
+#include <filesystem>
+#include <vector>
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
 #include "kovcert/qxci/dbqxci.h"
 #include "kovcert/qxci/dbqxciinterface.h"
 #include "tests/kovcert/builtin/owner.h"
 #include "tests/scratch.h"
-
-#include <cstring>
-#include <dlfcn.h>
-#include <filesystem>
-#include <gtest/gtest.h>
-#include <vector>
 
 namespace {
 
@@ -29,7 +30,7 @@ bool is_open(const char* name) {
 std::string describe(const DBQXCIError& error) {
     std::string text = std::to_string(error.getErrorCode());
     if (error.getSystemCode() != 0) text += " " + std::to_string(error.getSystemCode());
-    for (int i = 0; error.GetParm(i) != nullptr; i++) text += std::string(" ") + error.GetParm(i);
+    for (int i = 0; error.GetParm(i) != nullptr; ++i) text += std::string(" ") + error.GetParm(i);
     return text;
 }
 

@@ -13,7 +13,7 @@ using testing::HasSubstr;
 
 std::string parms_of(const DBQXCIError& error) {
     std::string parms;
-    for (int i = 0; error.GetParm(i) != nullptr; i++) parms += std::string(error.GetParm(i)) + ";";
+    for (int i = 0; error.GetParm(i) != nullptr; ++i) parms += std::string(error.GetParm(i)) + ";";
     return parms;
 }
 
@@ -166,7 +166,7 @@ TEST(QXCIError, every_code_has_its_text) {
         EXPECT_EQ(shown.empty(), code == 0);
         error.GetString(&texts, text, sizeof text, "<given>");
         EXPECT_EQ(std::string(text).find("<given>") != std::string::npos, row.takes == 'P');
-        code++;
+        ++code;
     }
     DBQXCIError missing;
     missing.Set(QxciErrMissingDll, "libx.so", "libx.so");

@@ -1,5 +1,3 @@
-#include "kovcert/qxci/dbqxci.h"
-
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
@@ -7,12 +5,15 @@
 #include <cstring>
 #include <deque>
 #include <functional>
-#include <gtest/gtest.h>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <thread>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+#include "kovcert/qxci/dbqxci.h"
 
 namespace {
 
@@ -73,7 +74,7 @@ class SharedOwner {
 class Workers {
   public:
     Workers() {
-        for (int i = 0; i < 4; i++) _threads.emplace_back([this] { work(); });
+        for (int i = 0; i < 4; ++i) _threads.emplace_back([this] { work(); });
     }
     ~Workers() { finish(); }
 
@@ -132,7 +133,7 @@ TEST(References, wrappers_are_deleted_on_any_thread_while_others_are_made) {
         DBQXCIEnvironment env(owner.callbacks(), &owner);
         ASSERT_EQ(env.Init(false, "test", nullptr, &error), QXCI_OK);
         Workers workers;
-        for (int round = 0; round < 200; round++) {
+        for (int round = 0; round < 200; ++round) {
             use_and_delete_elsewhere(workers, env.CreateBlockHasher("SHA256", &error));
             use_and_delete_elsewhere(workers,
                                      env.CreateBlockEncrypter("AES", key, 16, nullptr, &error));
@@ -155,7 +156,7 @@ void scatter(DBQXCIEnvironment& env, bool from_stub, Workers& workers) {
     const a_qxci_byte key[16] = {};
     DBQXCIError error;
     const auto leave = [&workers](auto* object) { workers.run([object] { delete object; }); };
-    for (int i = 0; i < 4; i++) {
+    for (int i = 0; i < 4; ++i) {
         leave(env.CreateBlockHasher("SHA256", &error));
         leave(env.CreateBlockEncrypter("AES", key, 16, nullptr, &error));
         leave(env.CreatePasswordHasher(&error));
@@ -164,7 +165,7 @@ void scatter(DBQXCIEnvironment& env, bool from_stub, Workers& workers) {
 }
 
 TEST(References, wrappers_are_deleted_on_any_thread_while_the_environment_finishes) {
-    for (int round = 0; round < 100; round++) {
+    for (int round = 0; round < 100; ++round) {
         const bool from_stub = round % 2 != 0;
         SharedOwner owner;
         DBQXCIError error;
@@ -180,7 +181,7 @@ TEST(References, wrappers_are_deleted_on_any_thread_while_the_environment_finish
         EXPECT_FALSE(iface->IsLoaded());
         const uint32 late = iface->RefCount() - 1;
         EXPECT_EQ(owner.live(), late) << "kept: who comes too late leaves all where it is";
-        for (uint32 i = 0; i <= late; i++) iface->Release();
+        for (uint32 i = 0; i <= late; ++i) iface->Release();
         gUseStub = false;
     }
 }

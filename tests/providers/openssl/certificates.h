@@ -3,15 +3,15 @@
 
 /// Certificates made on the spot.
 
-#include <openssl/pem.h>
-#include <openssl/rsa.h>
-#include <openssl/x509v3.h>
-
 #include <algorithm>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include <openssl/pem.h>
+#include <openssl/rsa.h>
+#include <openssl/x509v3.h>
 
 enum a_key_kind { EC, EC_AUTHORITY, RSA2048, RSA1024 };
 

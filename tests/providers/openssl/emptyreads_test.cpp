@@ -21,7 +21,7 @@ namespace {
 std::pair<int, int64_t> patience(EmptyReads& reads) {
     const int64_t start = fake_clock.now_us;
     int count = 0;
-    for (; !reads.gave_up() && count < 1000; count++) reads.wait();
+    for (; !reads.gave_up() && count < 1000; ++count) reads.wait();
     return {count, fake_clock.now_us - start};
 }
 
@@ -35,7 +35,7 @@ TEST(EmptyReads, give_up_when_a_last_look_finds_nothing) {
     reads.reset();  // as when something arrives
     EXPECT_EQ(patience(reads), std::pair(count, waited));
     reads.reset();
-    for (int i = 1; i < count; i++) reads.wait();
+    for (int i = 1; i < count; ++i) reads.wait();
     EXPECT_FALSE(reads.gave_up());  // before that last look
 }
 

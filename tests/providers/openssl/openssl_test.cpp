@@ -1,11 +1,10 @@
-#include "peer.h"
-
-#include "tests/scratch.h"
+#include <array>
+#include <thread>
 
 #include <gmock/gmock.h>
 
-#include <array>
-#include <thread>
+#include "peer.h"
+#include "tests/scratch.h"
 
 namespace {
 
@@ -29,7 +28,7 @@ std::array<long, 3> footprint() {
     };
     const std::string maps = bytes_of("/proc/self/maps");
     long mapped = 0;
-    for (size_t at = 0; (at = maps.find("12_r.so\n", at)) != std::string::npos; at++) mapped++;
+    for (size_t at = 0; (at = maps.find("12_r.so\n", at)) != std::string::npos; ++at) mapped++;
     return {entries("/proc/self/fd"), entries("/proc/self/task"), mapped};
 }
 
@@ -386,7 +385,7 @@ TEST_F(OpenSslProvider, goes_on_with_a_blocked_handshake_and_asks_who_the_client
                        QXCI_SERVER);
         std::string text;
         const std::string data = pattern(70000);
-        for (int turn = 0; turn < 9 && client.write(data) == QXCI_IO_WOULD_BLOCK; turn++) {
+        for (int turn = 0; turn < 9 && client.write(data) == QXCI_IO_WOULD_BLOCK; ++turn) {
             server.read(text);
         }
         while (text.size() < data.size() && server.read(text) == QXCI_IO_OK) {
@@ -433,8 +432,8 @@ TEST_F(OpenSslProvider, bears_a_thousand_records_in_a_row_without_data) {
     peer.answer();
     // What has gone out may be a reason for one of them each.
     for (const auto& [updates, written] : {std::pair(1000, 0), {1000, 0}, {1500, 500}, {1001, 0}}) {
-        for (int i = 0; i < written; i++) session.write("y");
-        for (int i = 0; i < updates; i++) {
+        for (int i = 0; i < written; ++i) session.write("y");
+        for (int i = 0; i < updates; ++i) {
             SSL_key_update(peer.ssl, SSL_KEY_UPDATE_NOT_REQUESTED);
             SSL_do_handshake(peer.ssl);
         }
@@ -493,13 +492,13 @@ TEST_F(OpenSslProvider, sends_large_writes_in_full_records_and_few_calls) {
     Session session(provider, peer, trust);
     const int records = peer.records(), writes = peer.writes;
     const std::string data = pattern(piece);
-    for (int sent = 0; sent < pieces; sent++) ASSERT_EQ(session.write(data), QXCI_IO_OK);
+    for (int sent = 0; sent < pieces; ++sent) ASSERT_EQ(session.write(data), QXCI_IO_OK);
     EXPECT_EQ(peer.records() - records, pieces * piece / (16 << 10));
     EXPECT_EQ(peer.writes - writes, pieces);
 }
 
 TEST_F(OpenSslProvider, undoes_everything_when_memory_runs_out) {
-    for (int fail_at = 0;; fail_at++) {
+    for (int fail_at = 0;; ++fail_at) {
         TestProvider provider(RSA_PROVIDER, {{"trusted_certificates", ca}}, fail_at);
         a_failure failure = provider.failure;
         if (failure == no_failure) {
@@ -522,7 +521,7 @@ TEST_F(OpenSslProvider, survives_that_openssl_has_no_memory) {
     TestProvider provider(LINKED, trust);
     Wire nobody;
     const Session session(provider, nobody, {});
-    for (int left = 0; left <= 500; left++) {
+    for (int left = 0; left <= 500; ++left) {
         Peer peer(good);
         a_qxci_error error = {};
         allocations_left = left < 500 ? left : -1;
@@ -558,7 +557,7 @@ TEST_F(OpenSslProvider, can_be_loaded_and_unloaded_and_used_by_many_threads) {
         EXPECT_EQ(session.read(text), QXCI_IO_OK);
     };
     std::array<long, 3> before;
-    for (int round = 0; round < 100; round++) {
+    for (int round = 0; round < 100; ++round) {
         for (const char* library : {RSA_PROVIDER, ECC_PROVIDER}) {
             TestProvider provider(library);
             use(provider);
@@ -568,9 +567,9 @@ TEST_F(OpenSslProvider, can_be_loaded_and_unloaded_and_used_by_many_threads) {
     EXPECT_EQ(footprint(), before);
     std::vector<std::thread> threads;
     TestProvider shared(RSA_PROVIDER);
-    for (int number = 0; number < 8; number++) {
+    for (int number = 0; number < 8; ++number) {
         threads.emplace_back([&] {
-            for (int round = 0; round < 10; round++) use(shared);
+            for (int round = 0; round < 10; ++round) use(shared);
         });
     }
     for (std::thread& thread : threads) thread.join();
@@ -603,7 +602,7 @@ TEST_F(OpenSslProvider, keeps_to_the_small_print_of_its_tables) {
         EXPECT_TRUE(options[0].used && !options[1].used);
         EXPECT_EQ(streams.init_func(stream, QXCI_CLIENT, nullptr), QXCI_ERROR);
         EXPECT_EQ(streams.get_last_error_func(stream)->code, QxciErrInitError);
-        for (int round = 0; round < 2; round++) EXPECT_EQ(streams.fini_func(stream), QXCI_OK);
+        for (int round = 0; round < 2; ++round) EXPECT_EQ(streams.fini_func(stream), QXCI_OK);
         streams.destroy_func(stream);
     }
     for (const char* name : {static_cast<const char*>(nullptr), "", "ecc", "rsa_tls_fips"}) {

@@ -4,10 +4,10 @@
 /// A server of OpenSSL's own at the other end of a wire. It echoes what it reads and answers as
 /// soon as it is asked.
 
+#include <openssl/ssl.h>
+
 #include "certificates.h"
 #include "testprovider.h"
-
-#include <openssl/ssl.h>
 
 class Peer : public Wire {
   public:

@@ -4,13 +4,13 @@
 /// A provider as its owner sees it: loaded, with an environment whose memory is counted and can run
 /// out, and sessions over wires in memory.
 
-#include "tests/kovcert/builtin/owner.h"
-#include "tests/providers/wire.h"
+#include <atomic>
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <dlfcn.h>
+#include "tests/kovcert/builtin/owner.h"
+#include "tests/providers/wire.h"
 
 /// Code and parameter.
 using a_failure = std::pair<unsigned, std::string>;

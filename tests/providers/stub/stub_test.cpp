@@ -1,14 +1,15 @@
+#include <cerrno>
+#include <string>
+#include <vector>
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <malloc.h>
+
 #include "providers/stub/qxcistub.h"
 #include "tests/kovcert/builtin/owner.h"
 #include "tests/providers/wire.h"
 #include "tests/scratch.h"
-
-#include <cerrno>
-#include <dlfcn.h>
-#include <gtest/gtest.h>
-#include <malloc.h>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -139,7 +140,7 @@ TEST(StubConn, takes_what_comes_in_pieces) {
     client.at_most = 1;
     client.stutters = true;
     std::string seen;
-    for (int i = 0; i < 400; i++) {
+    for (int i = 0; i < 400; ++i) {
         const std::string result = client.read();
         if (result != "would block") seen += result + ";";
         if (result == "closed") break;
@@ -220,7 +221,7 @@ TEST(StubScript, arranges_every_operation_of_a_connection) {
         }
         ASSERT_NE(client.conn, nullptr) << c.script;
         std::string results;
-        for (const char* op = c.operations; *op != '\0'; op++) {
+        for (const char* op = c.operations; *op != '\0'; ++op) {
             results += *op == 'r'   ? client.read()
                        : *op == 'w' ? client.write("text")
                                     : client.flush();
@@ -255,7 +256,7 @@ TEST(StubScript, arranges_the_handshake) {
                    server_hello + "QXCI-STUB DATA_ 00001\nx");
         const bool made = client.conn != nullptr;
         std::string results = made ? "made;" : provider.creation_error();
-        for (int i = 0; made && i < 2; i++) results += client.read() + ";";
+        for (int i = 0; made && i < 2; ++i) results += client.read() + ";";
         EXPECT_EQ(results, c.results) << c.script;
         EXPECT_EQ(client.out.size(), c.sent) << c.script;
     }
@@ -400,7 +401,7 @@ TEST(Stub, leaves_nothing_behind_when_it_is_unloaded) {
     // The stub itself is linked in and stays.
     const std::string copy = folder.file_with("copy.so", bytes_of(STUB_FILE));
     const size_t before = mallinfo2().uordblks;
-    for (size_t i = 0; i < rounds; i++) {
+    for (size_t i = 0; i < rounds; ++i) {
         void* const library = dlopen(copy.c_str(), RTLD_NOW);
         ASSERT_NE(library, nullptr) << dlerror();
         EXPECT_EQ(dlclose(library), 0);

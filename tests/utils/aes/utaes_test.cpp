@@ -1,10 +1,12 @@
-#include "tests/utils/cryptopeer.h"
-#include "utils/aes/aescode.h"
 #include "utils/aes/utaes.h"
-#include "utils/etc/utcpu.h"
+
+#include <vector>
 
 #include <gtest/gtest.h>
-#include <vector>
+
+#include "tests/utils/cryptopeer.h"
+#include "utils/aes/aescode.h"
+#include "utils/etc/utcpu.h"
 
 namespace {
 

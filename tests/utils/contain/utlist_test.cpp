@@ -1,9 +1,9 @@
 #include "utils/contain/utlist.h"
 
-#include <gtest/gtest.h>
-
 #include <memory>
 #include <string>
+
+#include <gtest/gtest.h>
 
 namespace {
 

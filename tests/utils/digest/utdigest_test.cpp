@@ -1,14 +1,16 @@
-#include "tests/utils/cryptopeer.h"
-#include "utils/digest/shacode.h"
-#include "utils/digest/utcrc32.h"
 #include "utils/digest/utdigest.h"
-#include "utils/digest/uthmac.h"
-#include "utils/digest/utpbkdf2.h"
-#include "utils/etc/utcpu.h"
 
 #include <algorithm>
 #include <cstring>
+
 #include <gtest/gtest.h>
+
+#include "tests/utils/cryptopeer.h"
+#include "utils/digest/shacode.h"
+#include "utils/digest/utcrc32.h"
+#include "utils/digest/uthmac.h"
+#include "utils/digest/utpbkdf2.h"
+#include "utils/etc/utcpu.h"
 
 namespace {
 
@@ -91,7 +93,7 @@ void expect_same_for_any_cut() {
         const std::string message = bytes(len);
         const std::string whole = digest_of<Digest>(message);
         Digest digest;
-        for (std::size_t cut = 0; cut <= len; cut++) {
+        for (std::size_t cut = 0; cut <= len; ++cut) {
             digest.add(message.data(), cut);
             digest.add(nullptr, 0);
             digest.add(message.data() + cut, len - cut);
@@ -117,7 +119,7 @@ TEST(Digest, agrees_with_openssl_on_random_messages) {
     const std::pair<const char*, std::string (*)(std::string_view)> peers[] = {
         {"-md5", md5}, {"-sha1", sha1}, {"-sha256", sha256}};
     SeededBytes bytes(2);
-    for (int round = 0; round < 4; round++) {
+    for (int round = 0; round < 4; ++round) {
         const std::string message = bytes(bytes.below(100000));
         const PeerFile file(message);
         for (const auto& [option, digest] : peers) {
@@ -135,7 +137,7 @@ TEST(Digest, both_codes_of_sha_agree) {
     } codes[] = {{ut_sha1_plain, ut_sha1_instructions, 5},
                  {ut_sha256_plain, ut_sha256_instructions, 8}};
     SeededBytes bytes(3);
-    for (int round = 0; round < 1000 && ut_cpu_has_sha(); round++) {
+    for (int round = 0; round < 1000 && ut_cpu_has_sha(); ++round) {
         const auto& code = codes[round % 2];
         const std::string message = bytes(1 + 64 * bytes.below(6));  // from an odd address
         uint32 states[2][8] = {};

@@ -1,8 +1,9 @@
-#include "tests/utils/dss/dsakeys.h"
-#include "utils/digest/utdigest.h"
 #include "utils/dss/utdsa.h"
 
 #include <gtest/gtest.h>
+
+#include "tests/utils/dss/dsakeys.h"
+#include "utils/digest/utdigest.h"
 
 namespace {
 
@@ -60,7 +61,7 @@ TEST(DSA, refuses_every_other_signature) {
     const KeyPair key(dsa_key_1024);
     const std::string signature = key.sign_message("sample");
     EXPECT_FALSE(key.verify_message("samplf", signature));
-    for (std::size_t byte = 0; byte < signature.size(); byte++) {
+    for (std::size_t byte = 0; byte < signature.size(); ++byte) {
         std::string changed = signature;
         changed[byte] = static_cast<char>(changed[byte] ^ (1 << byte % 8));
         EXPECT_FALSE(key.verify_message("sample", changed)) << byte;

@@ -1,8 +1,9 @@
-#include "tests/utils/dss/dsakeys.h"
-#include "utils/etc/utcpu.h"
+#include <vector>
 
 #include <gtest/gtest.h>
-#include <vector>
+
+#include "tests/utils/dss/dsakeys.h"
+#include "utils/etc/utcpu.h"
 
 namespace {
 

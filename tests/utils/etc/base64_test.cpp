@@ -1,7 +1,8 @@
 #include "utils/etc/base64.h"
 
-#include <gtest/gtest.h>
 #include <sstream>
+
+#include <gtest/gtest.h>
 
 #include "tests/utils/etc/test_streams.h"
 #include "utils/etc/base64_kernel.h"

@@ -1,6 +1,7 @@
 #include "utils/jdate/jdate.h"
 
 #include <ctime>
+
 #include <gtest/gtest.h>
 
 namespace {

@@ -1,6 +1,7 @@
 #include "utils/unix/posixstream.h"
 
 #include <cerrno>
+
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -2,9 +2,10 @@
 
 #include <cstdlib>
 #include <ctime>
-#include <gtest/gtest.h>
 #include <thread>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 namespace {
 

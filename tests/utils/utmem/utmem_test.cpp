@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+
 #include <gtest/gtest.h>
 #include <unistd.h>
 
