@@ -12,7 +12,6 @@
 
 #include "netlib/ipaddress.h"
 #include "netlib/netutil.h"
-#include "netlib/udpsocket.h"
 #include "tests/netlib/scripted_calls.h"
 
 namespace {
