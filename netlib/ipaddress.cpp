@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
+#include "netlib/netsocket.h"
 #include "netlib/netutil.h"
-#include "netlib/netutil_internal.h"
+#include "netlib/netutil_text.h"
 
 namespace {
 
@@ -48,6 +49,13 @@ IPAddress::IPAddress(const sockaddr_storage* sa, socklen_t len) : IPAddress() {
 IPAddress::IPAddress(const char* text)
     : _sa{}, _salen(sizeof(sockaddr_in)), _valid(false), _isv6(false) {
     reset(text);
+}
+
+// The length is the room that the socket may fill, so at first it is that of the whole storage.
+IPAddress::IPAddress(Socket& socket)
+    : _sa{}, _salen(sizeof(sockaddr_storage)), _valid(true), _isv6(false) {
+    _valid = socket.getsockname(*this) == 0;
+    _salen = _isv6 ? sizeof(sockaddr_storage) : sizeof(sockaddr_in);
 }
 
 IPAddress::IPAddress(const IPAddress& other)

@@ -4,9 +4,9 @@
 #include <net/if.h>
 #include <sys/ioctl.h>
 
+#include "netlib/netcalls.h"
 #include "netlib/netinterface.h"
 #include "netlib/netutil.h"
-#include "netlib/netutil_internal.h"
 #include "netlib/unixsocket.h"
 
 /// What the kernel says about one interface through the calls of netdevice(7).

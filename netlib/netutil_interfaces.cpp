@@ -3,7 +3,7 @@
 #include <new>
 
 #include "netlib/netutil.h"
-#include "netlib/netutil_internal.h"
+#include "netlib/netutil_state.h"
 #include "netlib/unix_nilist.h"
 
 /// Questions about the host's interfaces, answered from the list that is read once and kept.
@@ -50,7 +50,7 @@ a_ni_reading::~a_ni_reading() {
 }
 
 NetworkInterface_list* GetNIList(unsigned long* count) {
-    const LockIfThere lock(NICritSect);
+    const CriticalSection lock(NICritSect);
     if (!lock.is_held()) return nullptr;
     if (NIList.is_empty()) {
         std::unique_ptr<a_ni_reading> reading = ReadInterfaces();
@@ -63,7 +63,7 @@ NetworkInterface_list* GetNIList(unsigned long* count) {
 }
 
 a_bool UpdateNIList() {
-    const LockIfThere lock(NICritSect);
+    const CriticalSection lock(NICritSect);
     if (!lock.is_held()) return false;
     std::unique_ptr<a_ni_reading> reading = ReadInterfaces();
     if (reading == nullptr) return false;

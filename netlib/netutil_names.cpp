@@ -2,8 +2,11 @@
 
 #include <arpa/inet.h>
 
+#include "netlib/hostanswer.h"
+#include "netlib/netcalls.h"
 #include "netlib/netutil.h"
-#include "netlib/netutil_internal.h"
+#include "netlib/netutil_state.h"
+#include "netlib/netutil_text.h"
 #include "utils/utmem/utmem.h"
 
 /// Addresses to host names.
@@ -49,7 +52,7 @@ class NameArray {
 };
 
 void AddNamesOf(const char* host, NameArray& names) {
-    const LockIfThere lock(TcpUtil::ThreadCritSect);
+    const CriticalSection lock(TcpUtil::ThreadCritSect);
     if (!lock.is_held()) return;
     HostAnswer answer;
     const hostent* const entry = NetInterface::_gethostbyname(host, answer);
@@ -62,7 +65,7 @@ namespace TcpUtil {
 
 a_bool LookupHostName(const IPAddress& ip, char* buf, size_t buflen) {
     if (!ip.isValid() || buf == nullptr || buflen == 0) return false;
-    const LockIfThere lock(ThreadCritSect);
+    const CriticalSection lock(ThreadCritSect);
     if (!lock.is_held()) return false;
     const uint32 address = htonl(static_cast<uint32>(int(ip)));
     const int family = ip.isIPv6() ? AF_INET6 : AF_INET;

@@ -5,8 +5,10 @@
 #include <arpa/inet.h>
 #include <net/if.h>
 
+#include "netlib/hostanswer.h"
+#include "netlib/netcalls.h"
 #include "netlib/netutil.h"
-#include "netlib/netutil_internal.h"
+#include "netlib/netutil_state.h"
 #include "utils/etc/utascii.h"
 
 /// Text to addresses.
@@ -166,7 +168,7 @@ void TakeAnswer(const addrinfo* answer, TcpUtil::eAddressType type, Collector& c
 }
 
 void TakeHostEntry(const char* host, Collector& collector) {
-    const LockIfThere lock(TcpUtil::ThreadCritSect);
+    const CriticalSection lock(TcpUtil::ThreadCritSect);
     if (!lock.is_held()) return;
     HostAnswer answer;
     const hostent* const entry = NetInterface::_gethostbyname(host, answer);
@@ -178,11 +180,9 @@ void TakeHostEntry(const char* host, Collector& collector) {
     }
 }
 
-}  // namespace
-
-namespace TcpUtil {
-
-a_bool _DoResolve(const char* text, IPAddress_list& list, eAddressType type, a_bool all) {
+/// Resolves as Resolve and ResolveAll do; appends all addresses, or only the first. The caller owns
+/// the entries. A failure, want of memory among them, leaves the list as it was.
+a_bool DoResolve(const char* text, IPAddress_list& list, TcpUtil::eAddressType type, a_bool all) {
     a_target target;
     if (!TakeApart(text, target)) return false;
     Collector collector(target.port, all);
@@ -190,13 +190,13 @@ a_bool _DoResolve(const char* text, IPAddress_list& list, eAddressType type, a_b
         collector.Add(IPAddress(static_cast<uint32>(INADDR_BROADCAST)));
         return collector.Deliver(list);
     }
-    if (IsIPv6Supported()) {
+    if (TcpUtil::IsIPv6Supported()) {
         const SystemAnswer answer(target);
         if (answer.first() == nullptr) return false;
         TakeAnswer(answer.first(), type, collector);
         if (!collector.found_none()) return collector.Deliver(list);
     }
-    if (type == ADDR_IPv6 || target.kind == TARGET_IPv6) return false;
+    if (type == TcpUtil::ADDR_IPv6 || target.kind == TARGET_IPv6) return false;
     if (target.kind == TARGET_NAME) {
         TakeHostEntry(target.host, collector);
     } else {
@@ -206,9 +206,13 @@ a_bool _DoResolve(const char* text, IPAddress_list& list, eAddressType type, a_b
     return collector.Deliver(list);
 }
 
+}  // namespace
+
+namespace TcpUtil {
+
 a_bool Resolve(const char* text, IPAddress& ip, eAddressType type) {
     IPAddress_list list;
-    if (!_DoResolve(text, list, type, false)) return false;
+    if (!DoResolve(text, list, type, false)) return false;
     if (const IPAddress* const first = list.get_first(); first != nullptr) ip = *first;
     list.delete_all();
     return true;
@@ -221,7 +225,7 @@ a_bool Resolve(const char* text, uint16 port, IPAddress& ip, eAddressType type) 
 }
 
 a_bool ResolveAll(const char* text, IPAddress_list& list, eAddressType type) {
-    return _DoResolve(text, list, type, true);
+    return DoResolve(text, list, type, true);
 }
 
 }  // namespace TcpUtil

@@ -1,9 +1,10 @@
+#include "netlib/netutil_site.h"
+
 #include <cstring>
 
 #include <fcntl.h>
 
 #include "netlib/netutil.h"
-#include "netlib/netutil_internal.h"
 #include "utils/etc/utascii.h"
 #include "utils/unix/posixio.h"
 

@@ -1,3 +1,5 @@
+#include "netlib/netutil_text.h"
+
 #include <cstdio>
 #include <cstring>
 
@@ -5,7 +7,7 @@
 #include <netdb.h>
 
 #include "netlib/netutil.h"
-#include "netlib/netutil_internal.h"
+#include "utils/etc/utstream.h"
 #include "utils/utmem/utmem.h"
 
 /// Addresses to text.
@@ -124,6 +126,12 @@ a_bool AddressToString(const char* addr, uint16 port, char* buf, size_t buflen) 
 
 a_bool AddressToString(const char* addr, char* buf, size_t buflen) {
     return IPAddress(addr).toString(buf, buflen, false, false, true);
+}
+
+a_bool ListenerAddrToUTOStream(const IPAddress& ip, UTOStream& out) {
+    char text[80];
+    if (!ip.toString(text, sizeof text, true, false, true)) return false;
+    return out.put(text) == std::strlen(text);
 }
 
 }  // namespace TcpUtil

@@ -5,6 +5,9 @@
 
 #include <net/if.h>
 
+#include "netlib/hostanswer.h"
+#include "netlib/netutil_site.h"
+#include "netlib/netutil_state.h"
 #include "tests/netlib/netlib_fixture.h"
 #include "utils/etc/utmemstream.h"
 #include "utils/utmem/utmem.h"

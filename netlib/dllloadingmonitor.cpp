@@ -1,0 +1,20 @@
+#include "netlib/dllloadingmonitor.h"
+
+DLLLoadingMonitor::~DLLLoadingMonitor() = default;
+
+a_bool DLLLoadingMonitor::init() {
+    const CriticalSection lock(_mutex.cs);
+    if (!lock.is_held()) return false;
+    if (_count == 0 && !_do_load()) return false;
+    ++_count;
+    return true;
+}
+
+void DLLLoadingMonitor::fini() {
+    const CriticalSection lock(_mutex.cs);
+    if (!lock.is_held() || _count == 0) return;
+    if (--_count > 0) return;
+    _do_unload();
+    _clear();
+    _dll = nullptr;
+}

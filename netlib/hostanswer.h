@@ -1,0 +1,41 @@
+#ifndef QUOREL_NETLIB_HOSTANSWER_H
+#define QUOREL_NETLIB_HOSTANSWER_H
+
+#include <cerrno>
+#include <cstddef>
+
+#include <netdb.h>
+
+#include "utils/etc/uttypes.h"
+
+/// Room for one answer about a host, which grows to what the answer needs. The C library's own room
+/// (gethostbyname(3)) is shared by the whole process: a lock of this library would not keep the
+/// host's other code from it.
+class HostAnswer {
+  public:
+    HostAnswer() = default;
+    ~HostAnswer();
+    HostAnswer(const HostAnswer&) = delete;
+    HostAnswer& operator=(const HostAnswer&) = delete;
+
+    /// Runs `ask`(&entry, buf, buflen, &found), which returns ERANGE for want of room, with more
+    /// and more of it. Returns what it found, valid as long as this object; null for nothing.
+    template <class Ask>
+    const hostent* Fill(Ask ask) {
+        hostent* found = nullptr;
+        while (_Grow()) {
+            if (ask(&_entry, _buf, _buflen, &found) != ERANGE) return found;
+        }
+        return nullptr;
+    }
+
+  private:
+    /// False without memory, or beyond what any answer needs.
+    a_bool _Grow();
+
+    hostent _entry = {};
+    char* _buf = nullptr;
+    size_t _buflen = 0;
+};
+
+#endif
