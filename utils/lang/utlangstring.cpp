@@ -4,10 +4,10 @@
 #include <array>
 #include <cstring>
 
-#include "utils/etc/locate.h"
 #include "utils/etc/utascii.h"
 #include "utils/etc/utsnprintf.h"
 #include "utils/lang/wlangfmt.h"
+#include "utils/unix/locate.h"
 
 namespace {
 

@@ -8,10 +8,10 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 
-#include "utils/etc/locate.h"
 #include "utils/etc/utascii.h"
 #include "utils/etc/utsnprintf.h"
 #include "utils/locale/utlocale.h"
+#include "utils/unix/locate.h"
 #include "utils/unix/utdescriptor.h"
 
 static_assert(std::endian::native == std::endian::little, "images are read in place");

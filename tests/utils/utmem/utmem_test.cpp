@@ -21,7 +21,7 @@ constexpr a_utmem_source faulty_source = {
     [](size_t size) { return fails() ? nullptr : std::memset(std::malloc(size), 0xEE, size); },
     [](void* block, size_t size) { return fails() ? nullptr : std::realloc(block, size); },
     [](void* block) { std::free(block); },
-    []() -> a_bool { return ++hook_calls, hook_released_memory; }};
+    []() -> bool { return ++hook_calls, hook_released_memory; }};
 
 class Utmem : public testing::Test {
   protected:
