@@ -3,7 +3,7 @@
 DLLLoadingMonitor::~DLLLoadingMonitor() = default;
 
 a_bool DLLLoadingMonitor::init() {
-    const CriticalSection lock(_mutex.cs);
+    const UTLock lock(_mutex.mutex());
     if (!lock.is_held()) return false;
     if (_count == 0 && !_do_load()) return false;
     ++_count;
@@ -11,7 +11,7 @@ a_bool DLLLoadingMonitor::init() {
 }
 
 void DLLLoadingMonitor::fini() {
-    const CriticalSection lock(_mutex.cs);
+    const UTLock lock(_mutex.mutex());
     if (!lock.is_held() || _count == 0) return;
     if (--_count > 0) return;
     _do_unload();

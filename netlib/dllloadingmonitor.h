@@ -4,18 +4,6 @@
 #include "utils/etc/uttypes.h"
 #include "utils/unix/utptmutex.h"
 
-/// A critical section that exists as long as the object. Without memory there is none: p_mutex of
-/// `cs` is null.
-class a_critical_sect_mutex {
-  public:
-    a_critical_sect_mutex() { ut_safe_pthread_mutex_init(&cs, nullptr); }
-    ~a_critical_sect_mutex() { ut_safe_pthread_mutex_destroy(&cs); }
-    a_critical_sect_mutex(const a_critical_sect_mutex&) = delete;
-    a_critical_sect_mutex& operator=(const a_critical_sect_mutex&) = delete;
-
-    a_critical_sect cs;
-};
-
 /// Counts who needs a resource: loaded for the first, unloaded after the last. Any thread may call
 /// init() and fini(); derived classes load and unload while _mutex is held.
 class DLLLoadingMonitor {
@@ -38,7 +26,7 @@ class DLLLoadingMonitor {
 
     void* _dll = nullptr;
     uint32 _count = 0;  // init() calls in force; guarded by _mutex
-    a_critical_sect_mutex _mutex;
+    UTCriticalSection _mutex;
 };
 
 #endif

@@ -7,24 +7,20 @@
 #include <netdb.h>
 
 #include "utils/etc/uttypes.h"
+#include "utils/utmem/uttext.h"
 
 /// Room for one answer about a host, which grows to what the answer needs. The C library's own room
 /// (gethostbyname(3)) is shared by the whole process: a lock of this library would not keep the
 /// host's other code from it.
 class HostAnswer {
   public:
-    HostAnswer() = default;
-    ~HostAnswer();
-    HostAnswer(const HostAnswer&) = delete;
-    HostAnswer& operator=(const HostAnswer&) = delete;
-
     /// Runs `ask`(&entry, buf, buflen, &found), which returns ERANGE for want of room, with more
     /// and more of it. Returns what it found, valid as long as this object; null for nothing.
     template <class Ask>
     const hostent* Fill(Ask ask) {
         hostent* found = nullptr;
         while (_Grow()) {
-            if (ask(&_entry, _buf, _buflen, &found) != ERANGE) return found;
+            if (ask(&_entry, _buf.get(), _buflen, &found) != ERANGE) return found;
         }
         return nullptr;
     }
@@ -34,7 +30,7 @@ class HostAnswer {
     a_bool _Grow();
 
     hostent _entry = {};
-    char* _buf = nullptr;
+    UTText _buf;
     size_t _buflen = 0;
 };
 

@@ -5,6 +5,7 @@
 
 #include "netlib/hostanswer.h"
 #include "netlib/unixsocket.h"
+#include "utils/unix/utdescriptor.h"
 
 namespace {
 
@@ -63,9 +64,7 @@ void NetInterface::_use_calls(const a_resolver_calls* calls) {
 }
 
 a_bool NetInterface::_do_load() {
-    const int probe = _socket(AF_INET6, SOCK_STREAM, IPPROTO_TCP);
-    _ipv6Supported = probe != -1;
-    if (_ipv6Supported) unix_close(probe);
+    _ipv6Supported = UTDescriptor(_socket(AF_INET6, SOCK_STREAM, IPPROTO_TCP)).is_open();
     return true;
 }
 

@@ -8,6 +8,7 @@
 #include "netlib/netinterface.h"
 #include "netlib/netutil.h"
 #include "netlib/unixsocket.h"
+#include "utils/unix/utdescriptor.h"
 
 /// What the kernel says about one interface through the calls of netdevice(7).
 
@@ -16,11 +17,6 @@ class InterfaceQuery {
   public:
     InterfaceQuery(int domain, const char* name)
         : _name(name), _domain(domain), _sock(NetInterface::_socket(domain, SOCK_DGRAM, 0)) {}
-    ~InterfaceQuery() {
-        if (_sock != -1) unix_close(_sock);
-    }
-    InterfaceQuery(const InterfaceQuery&) = delete;
-    InterfaceQuery& operator=(const InterfaceQuery&) = delete;
 
     a_bool AskFlags(int& flags) {
         if (!Ask(SIOCGIFFLAGS)) return false;
@@ -37,19 +33,19 @@ class InterfaceQuery {
         ip.reset(&address, ipv6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in));
         return true;
     }
-    a_bool is_open() const { return _sock != -1; }
+    a_bool is_open() const { return _sock.is_open(); }
 
   private:
     a_bool Ask(unsigned long request) {
         if (!is_open()) return false;
         std::memset(&_answer, 0, sizeof _answer);
         std::snprintf(_answer.request.ifr_name, sizeof _answer.request.ifr_name, "%s", _name);
-        return unix_ioctl(_sock, request, &_answer) == 0;
+        return unix_ioctl(_sock.get(), request, &_answer) == 0;
     }
 
     const char* const _name;
     const int _domain;
-    const int _sock;
+    const UTDescriptor _sock;
     // An answer may be longer than an ifreq has room for.
     struct {
         ifreq request;

@@ -48,7 +48,7 @@ a_bool CreateLocks() {
 }
 
 a_bool TakePendingFini() {
-    const CriticalSection lock(SingletonCritSect);
+    const UTLock lock(SingletonCritSect.p_mutex);
     if (!lock.is_held() || pending_fini == 0) return false;
     --pending_fini;
     return true;
@@ -84,7 +84,7 @@ c_utils_list<a_ni_reading>& NIList = *interface_list;
 
 a_bool Init() {
     if (!singleton->init()) return false;
-    const CriticalSection lock(SingletonCritSect);
+    const UTLock lock(SingletonCritSect.p_mutex);
     ++pending_fini;
     return true;
 }

@@ -50,7 +50,7 @@ a_ni_reading::~a_ni_reading() {
 }
 
 NetworkInterface_list* GetNIList(unsigned long* count) {
-    const CriticalSection lock(NICritSect);
+    const UTLock lock(NICritSect.p_mutex);
     if (!lock.is_held()) return nullptr;
     if (NIList.is_empty()) {
         std::unique_ptr<a_ni_reading> reading = ReadInterfaces();
@@ -63,7 +63,7 @@ NetworkInterface_list* GetNIList(unsigned long* count) {
 }
 
 a_bool UpdateNIList() {
-    const CriticalSection lock(NICritSect);
+    const UTLock lock(NICritSect.p_mutex);
     if (!lock.is_held()) return false;
     std::unique_ptr<a_ni_reading> reading = ReadInterfaces();
     if (reading == nullptr) return false;

@@ -168,7 +168,7 @@ void TakeAnswer(const addrinfo* answer, TcpUtil::eAddressType type, Collector& c
 }
 
 void TakeHostEntry(const char* host, Collector& collector) {
-    const CriticalSection lock(TcpUtil::ThreadCritSect);
+    const UTLock lock(TcpUtil::ThreadCritSect.p_mutex);
     if (!lock.is_held()) return;
     HostAnswer answer;
     const hostent* const entry = NetInterface::_gethostbyname(host, answer);

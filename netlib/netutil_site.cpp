@@ -7,6 +7,7 @@
 #include "netlib/netutil.h"
 #include "utils/etc/utascii.h"
 #include "utils/unix/posixio.h"
+#include "utils/unix/utdescriptor.h"
 
 /// Whether this host sits in the site's own network.
 
@@ -24,11 +25,10 @@ a_bool IsSet(const char* text) {
 /// The start of a file, as text.
 struct a_file_start {
     explicit a_file_start(const char* path) {
-        const int fd = _posix_open(path, O_RDONLY, 0);
-        if (fd == -1) return;
-        const ssize_t length = _posix_read(fd, text, sizeof text - 1);
+        const UTDescriptor file(_posix_open(path, O_RDONLY, 0));
+        if (!file.is_open()) return;
+        const ssize_t length = _posix_read(file.get(), text, sizeof text - 1);
         if (length > 0) text[length] = '\0';
-        _posix_close(fd);
     }
     char text[4096 + 1] = {};
 };
