@@ -2,7 +2,7 @@
 
 #include "utils/utmem/utmem.h"
 
-a_bool HostAnswer::_Grow() {
+a_bool HostAnswer::_grow() {
     constexpr size_t first_buflen = 1024;
     constexpr size_t max_buflen = 1024 * first_buflen;
     if (_buflen >= max_buflen) return false;

@@ -17,9 +17,9 @@ class HostAnswer {
     /// Runs `ask`(&entry, buf, buflen, &found), which returns ERANGE for want of room, with more
     /// and more of it. Returns what it found, valid as long as this object; null for nothing.
     template <class Ask>
-    const hostent* Fill(Ask ask) {
+    const hostent* fill(Ask ask) {
         hostent* found = nullptr;
-        while (_Grow()) {
+        while (_grow()) {
             if (ask(&_entry, _buf.get(), _buflen, &found) != ERANGE) return found;
         }
         return nullptr;
@@ -27,7 +27,7 @@ class HostAnswer {
 
   private:
     /// False without memory, or beyond what any answer needs.
-    a_bool _Grow();
+    a_bool _grow();
 
     hostent _entry = {};
     UTText _buf;

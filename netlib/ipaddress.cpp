@@ -18,7 +18,7 @@ union a_comparable {
     sockaddr_in6 sin6;
 };
 
-a_comparable Comparable(const IPAddress& ip) {
+a_comparable comparable(const IPAddress& ip) {
     a_comparable result = {};
     std::memcpy(&result.sa, ip.get_sockaddr(), std::min(ip.get_sockaddr_len(), storage_size));
     result.sin.sin_port = 0;
@@ -147,8 +147,8 @@ a_bool IPAddress::sameIPAddress(const IPAddress& other) const {
         const IPAddress& v4 = _isv6 ? other : *this;
         return v6.embedsIPv4() && v4.sameIPAddress(v6.getIPv4EmbeddedAddress());
     }
-    a_comparable mine = Comparable(*this);
-    a_comparable theirs = Comparable(other);
+    a_comparable mine = comparable(*this);
+    a_comparable theirs = comparable(other);
     if (_isv6 && (mine.sin6.sin6_scope_id == 0 || theirs.sin6.sin6_scope_id == 0)) {
         mine.sin6.sin6_scope_id = theirs.sin6.sin6_scope_id = 0;
     }

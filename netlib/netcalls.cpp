@@ -40,7 +40,7 @@ void NetInterface::_freeaddrinfo(addrinfo* found) {
 }
 
 const hostent* NetInterface::_gethostbyname(const char* name, HostAnswer& answer) {
-    return answer.Fill([=](hostent* entry, char* buf, size_t buflen, hostent** found) {
+    return answer.fill([=](hostent* entry, char* buf, size_t buflen, hostent** found) {
         int ignored;
         return current_calls->gethostbyname_r(name, entry, buf, buflen, found, &ignored);
     });
@@ -48,7 +48,7 @@ const hostent* NetInterface::_gethostbyname(const char* name, HostAnswer& answer
 
 const hostent* NetInterface::_gethostbyaddr(const void* addr, socklen_t len, int family,
                                             HostAnswer& answer) {
-    return answer.Fill([=](hostent* entry, char* buf, size_t buflen, hostent** found) {
+    return answer.fill([=](hostent* entry, char* buf, size_t buflen, hostent** found) {
         int ignored;
         return current_calls->gethostbyaddr_r(addr, len, family, entry, buf, buflen, found,
                                               &ignored);

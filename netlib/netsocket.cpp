@@ -47,7 +47,7 @@ Socket::Socket(SOCKET s, a_socket_type type, a_bool) {
 }
 
 a_bool Socket::init(int domain, int type, int protocol) {
-    _Hold(unix_socket(domain, type, protocol));
+    _hold(unix_socket(domain, type, protocol));
     if (_sock == -1) return false;
     _closed = false;
     _isv6 = domain == AF_INET6;
@@ -72,7 +72,7 @@ a_bool Socket::init(a_socket_type type, a_bool ipv6) {
 }
 
 a_bool Socket::init(SOCKET s, a_socket_type type, a_bool ipv6) {
-    _Hold(s);
+    _hold(s);
     _closed = false;
     _type = type;
     _isv6 = ipv6;

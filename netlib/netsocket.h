@@ -142,7 +142,7 @@ class Socket : public c_utils_link {
     int _take_pending_error();
 
   private:
-    void _Hold(SOCKET s) { _sock = _known_as = s; }
+    void _hold(SOCKET s) { _sock = _known_as = s; }
     a_bool _wait_for_room();
     template <class Value>
     int _set_option(int level, int optname, const Value& value);

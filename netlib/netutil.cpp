@@ -34,20 +34,20 @@ UTLasting<c_utils_list<a_ni_reading>> interface_list;
 UTLasting<NetInterface> net_interface;
 UTLasting<TcpUtilSingleton> singleton;
 
-void DestroyLocks() {
+void destroy_locks() {
     for (a_critical_sect* lock : all_locks) ut_safe_pthread_mutex_destroy(lock);
 }
 
-a_bool CreateLocks() {
+a_bool create_locks() {
     for (a_critical_sect* lock : all_locks) {
         if (ut_safe_pthread_mutex_init(lock, nullptr) == 0) continue;
-        DestroyLocks();
+        destroy_locks();
         return false;
     }
     return true;
 }
 
-a_bool TakePendingFini() {
+a_bool take_pending_fini() {
     const UTLock lock(SingletonCritSect.p_mutex);
     if (!lock.is_held() || pending_fini == 0) return false;
     --pending_fini;
@@ -62,16 +62,16 @@ TcpUtilSingleton::~TcpUtilSingleton() {
 }
 
 a_bool TcpUtilSingleton::_do_load() {
-    if (!CreateLocks()) return false;
+    if (!create_locks()) return false;
     if (net_interface->init()) return true;
-    DestroyLocks();
+    destroy_locks();
     return false;
 }
 
 void TcpUtilSingleton::_do_unload() {
     NIList.delete_all();
     net_interface->fini();
-    DestroyLocks();
+    destroy_locks();
 }
 
 void TcpUtilSingleton::_clear() {
@@ -91,7 +91,7 @@ a_bool Init() {
 
 // The lock goes with the last fini(), so it is not held over it.
 void Fini() {
-    if (TakePendingFini()) singleton->fini();
+    if (take_pending_fini()) singleton->fini();
 }
 
 a_bool IsIPv6Supported() {

@@ -14,7 +14,7 @@
 namespace {
 
 /// False without memory.
-a_bool AddOnce(UTTextArray& names, const char* name) {
+a_bool add_once(UTTextArray& names, const char* name) {
     for (const char* known : names) {
         if (std::strcmp(known, name) == 0) return true;
     }
@@ -22,15 +22,15 @@ a_bool AddOnce(UTTextArray& names, const char* name) {
 }
 
 /// A host that the resolver does not know has no more names. False without memory.
-a_bool AddNamesOf(const char* host, UTTextArray& names) {
+a_bool add_names_of(const char* host, UTTextArray& names) {
     const UTLock lock(TcpUtil::ThreadCritSect.p_mutex);
     if (!lock.is_held()) return true;
     HostAnswer answer;
     const hostent* const entry = NetInterface::_gethostbyname(host, answer);
     if (entry == nullptr) return true;
-    a_bool added = AddOnce(names, entry->h_name);
+    a_bool added = add_once(names, entry->h_name);
     for (char** alias = entry->h_aliases; added && *alias != nullptr; ++alias)
-        added = AddOnce(names, *alias);
+        added = add_once(names, *alias);
     return added;
 }
 
@@ -57,7 +57,7 @@ a_bool LookupHostNames(char*** names) {
     if (names == nullptr || NetInterface::_gethostname(host, sizeof host) != 0) return false;
     host[sizeof host - 1] = '\0';  // gethostname may leave a cut name open
     UTTextArray found;
-    if (!found.add(host) || !AddNamesOf(host, found)) return false;
+    if (!found.add(host) || !add_names_of(host, found)) return false;
     *names = found.release();
     return true;
 }

@@ -24,14 +24,14 @@ struct a_target {
     uint16 port;     // 0: none
 };
 
-a_target_kind Classify(const char* text) {
+a_target_kind classify(const char* text) {
     if (TcpUtil::IsIPv4Address(text, true)) return TARGET_IPv4;
     return TcpUtil::IsIPv6Address(text, true) ? TARGET_IPv6 : TARGET_NAME;
 }
 
 /// Copies the host of `text` into `target`; returns the text of the port, null when there is none.
 /// A host that fills its buffer has no port.
-const char* SplitOffPort(const char* text, a_target& target) {
+const char* split_off_port(const char* text, a_target& target) {
     const a_bool bracketed = target.kind == TARGET_IPv6;
     const char* const ends = bracketed ? ")]" : ":";
     for (size_t length = 0; length < sizeof target.host - 1; ++text) {
@@ -45,7 +45,7 @@ const char* SplitOffPort(const char* text, a_target& target) {
     return nullptr;
 }
 
-a_bool ReadPort(const char* text, uint16& port) {
+a_bool read_port(const char* text, uint16& port) {
     if (!ut_is_digit(*text)) return false;
     const long number = std::strtol(text, nullptr, 10);
     if (number > 65535) return false;
@@ -53,17 +53,17 @@ a_bool ReadPort(const char* text, uint16& port) {
     return true;
 }
 
-a_bool TakeApart(const char* text, a_target& target) {
+a_bool take_apart(const char* text, a_target& target) {
     if (text == nullptr) return false;
     target = {};
-    target.kind = Classify(text);
+    target.kind = classify(text);
     if (target.kind == TARGET_IPv6 && !TcpUtil::IsIPv6Supported()) return false;
-    const char* const port = SplitOffPort(text, target);
-    return port == nullptr || ReadPort(port, target.port);
+    const char* const port = split_off_port(text, target);
+    return port == nullptr || read_port(port, target.port);
 }
 
 /// The interface that the text after "%" names or numbers; 0 when there is none.
-uint32 ScopeIndex(const char* scope) {
+uint32 scope_index(const char* scope) {
     if (const uint32 index = if_nametoindex(scope); index != 0) return index;
     if (*scope == '\0' || scope[std::strspn(scope, "0123456789")] != '\0') return 0;
     const unsigned long long number = std::strtoull(scope, nullptr, 10);
@@ -79,7 +79,7 @@ class SystemAnswer {
         char host[sizeof target.host];
         std::memcpy(host, target.host, sizeof host);
         char* const percent = std::strchr(host, '%');
-        const uint32 scope = percent != nullptr ? ScopeIndex(percent + 1) : 0;
+        const uint32 scope = percent != nullptr ? scope_index(percent + 1) : 0;
         if (scope != 0) *percent = '\0';
 
         addrinfo hints = {};
@@ -88,7 +88,7 @@ class SystemAnswer {
         hints.ai_protocol = IPPROTO_TCP;
         if (target.kind != TARGET_NAME) hints.ai_flags = AI_NUMERICHOST;
         if (NetInterface::_getaddrinfo(host, &hints, &_first) != 0) _first = nullptr;
-        if (scope != 0) SetScope(scope);
+        if (scope != 0) set_scope(scope);
     }
     ~SystemAnswer() {
         if (_first != nullptr) NetInterface::_freeaddrinfo(_first);
@@ -100,7 +100,7 @@ class SystemAnswer {
     const addrinfo* first() const { return _first; }
 
   private:
-    void SetScope(uint32 scope) {
+    void set_scope(uint32 scope) {
         if (_first == nullptr || _first->ai_family != AF_INET6) return;
         sockaddr_in6 address;
         std::memcpy(&address, _first->ai_addr, sizeof address);
@@ -119,7 +119,7 @@ class Collector {
     Collector(const Collector&) = delete;
     Collector& operator=(const Collector&) = delete;
 
-    void Add(IPAddress ip) {
+    void add(IPAddress ip) {
         ip.setPortNumber(_port);
         auto* const entry = new (std::nothrow) IPAddress(ip);
         if (entry == nullptr) {
@@ -134,7 +134,7 @@ class Collector {
     a_bool found_none() const { return !_out_of_memory && _taken.is_empty(); }
     /// Moves the addresses to the end of `list`. False, with `list` as it was, when there is none,
     /// or was no memory for one.
-    a_bool Deliver(IPAddress_list& list) {
+    a_bool deliver(IPAddress_list& list) {
         if (_out_of_memory || _taken.is_empty()) return false;
         while (IPAddress* const first = _taken.get_first()) list.append(first);
         return true;
@@ -147,12 +147,12 @@ class Collector {
     a_bool _out_of_memory = false;
 };
 
-a_bool Wants(TcpUtil::eAddressType type, int family) {
+a_bool wants(TcpUtil::eAddressType type, int family) {
     if (family == AF_INET) return type != TcpUtil::ADDR_IPv6;
     return family == AF_INET6 && type != TcpUtil::ADDR_IPv4;
 }
 
-IPAddress FromSockaddr(const sockaddr* sa, socklen_t len) {
+IPAddress from_sockaddr(const sockaddr* sa, socklen_t len) {
     sockaddr_storage storage = {};
     if (len > sizeof storage) len = sizeof storage;
     std::memcpy(&storage, sa, len);
@@ -160,14 +160,14 @@ IPAddress FromSockaddr(const sockaddr* sa, socklen_t len) {
 }
 
 /// Keeps the order of the system, which knows which address is the best to try (RFC 6724).
-void TakeAnswer(const addrinfo* answer, TcpUtil::eAddressType type, Collector& collector) {
+void take_answer(const addrinfo* answer, TcpUtil::eAddressType type, Collector& collector) {
     for (; answer != nullptr && !collector.is_done(); answer = answer->ai_next) {
-        if (!Wants(type, answer->ai_family)) continue;
-        collector.Add(FromSockaddr(answer->ai_addr, answer->ai_addrlen));
+        if (!wants(type, answer->ai_family)) continue;
+        collector.add(from_sockaddr(answer->ai_addr, answer->ai_addrlen));
     }
 }
 
-void TakeHostEntry(const char* host, Collector& collector) {
+void take_host_entry(const char* host, Collector& collector) {
     const UTLock lock(TcpUtil::ThreadCritSect.p_mutex);
     if (!lock.is_held()) return;
     HostAnswer answer;
@@ -176,34 +176,34 @@ void TakeHostEntry(const char* host, Collector& collector) {
     for (char** at = entry->h_addr_list; *at != nullptr && !collector.is_done(); ++at) {
         uint32 address;
         std::memcpy(&address, *at, sizeof address);
-        collector.Add(IPAddress(ntohl(address)));
+        collector.add(IPAddress(ntohl(address)));
     }
 }
 
 /// Resolves as Resolve and ResolveAll do; appends all addresses, or only the first. The caller owns
 /// the entries. A failure, want of memory among them, leaves the list as it was.
-a_bool DoResolve(const char* text, IPAddress_list& list, TcpUtil::eAddressType type, a_bool all) {
+a_bool do_resolve(const char* text, IPAddress_list& list, TcpUtil::eAddressType type, a_bool all) {
     a_target target;
-    if (!TakeApart(text, target)) return false;
+    if (!take_apart(text, target)) return false;
     Collector collector(target.port, all);
     if (std::strcmp(target.host, "255.255.255.255") == 0) {
-        collector.Add(IPAddress(static_cast<uint32>(INADDR_BROADCAST)));
-        return collector.Deliver(list);
+        collector.add(IPAddress(static_cast<uint32>(INADDR_BROADCAST)));
+        return collector.deliver(list);
     }
     if (TcpUtil::IsIPv6Supported()) {
         const SystemAnswer answer(target);
         if (answer.first() == nullptr) return false;
-        TakeAnswer(answer.first(), type, collector);
-        if (!collector.found_none()) return collector.Deliver(list);
+        take_answer(answer.first(), type, collector);
+        if (!collector.found_none()) return collector.deliver(list);
     }
     if (type == TcpUtil::ADDR_IPv6 || target.kind == TARGET_IPv6) return false;
     if (target.kind == TARGET_NAME) {
-        TakeHostEntry(target.host, collector);
+        take_host_entry(target.host, collector);
     } else {
         // Kept: a literal that inet_addr refuses, as one with an empty part, is 255.255.255.255.
-        collector.Add(IPAddress(ntohl(inet_addr(target.host))));
+        collector.add(IPAddress(ntohl(inet_addr(target.host))));
     }
-    return collector.Deliver(list);
+    return collector.deliver(list);
 }
 
 }  // namespace
@@ -212,7 +212,7 @@ namespace TcpUtil {
 
 a_bool Resolve(const char* text, IPAddress& ip, eAddressType type) {
     IPAddress_list list;
-    if (!DoResolve(text, list, type, false)) return false;
+    if (!do_resolve(text, list, type, false)) return false;
     if (const IPAddress* const first = list.get_first(); first != nullptr) ip = *first;
     list.delete_all();
     return true;
@@ -225,7 +225,7 @@ a_bool Resolve(const char* text, uint16 port, IPAddress& ip, eAddressType type) 
 }
 
 a_bool ResolveAll(const char* text, IPAddress_list& list, eAddressType type) {
-    return DoResolve(text, list, type, true);
+    return do_resolve(text, list, type, true);
 }
 
 }  // namespace TcpUtil

@@ -18,7 +18,7 @@ constexpr const char* resolver_config = "/etc/resolv.conf";
 const char* internal_domain = nullptr;
 const char* internal_probe_host = nullptr;
 
-a_bool IsSet(const char* text) {
+a_bool is_set(const char* text) {
     return text != nullptr && *text != '\0';
 }
 
@@ -33,12 +33,12 @@ struct a_file_start {
     char text[4096 + 1] = {};
 };
 
-a_bool EndsName(const char* at) {
+a_bool ends_name(const char* at) {
     if (*at == '.') ++at;
     return std::strchr(" \t\r\n", *at) != nullptr;  // finds the terminator too
 }
 
-a_bool AnyPrivateInterface() {
+a_bool any_private_interface() {
     NetworkInterface_list* const list = TcpUtil::GetNIList(nullptr);
     if (list == nullptr) return false;
     for (NetworkInterface_iter iter(*list); !iter.is_past(); iter.next()) {
@@ -52,11 +52,11 @@ a_bool AnyPrivateInterface() {
 namespace TcpUtil {
 
 a_bool _ConfigNamesDomain(const char* path, const char* domain) {
-    if (!IsSet(domain)) return false;
+    if (!is_set(domain)) return false;
     const size_t length = std::strlen(domain);
     const a_file_start config(path);
     for (const char* at = config.text; *at != '\0'; ++at) {
-        if (ut_equal_nocase(at, domain, length) && EndsName(at + length)) return true;
+        if (ut_equal_nocase(at, domain, length) && ends_name(at + length)) return true;
     }
     return false;
 }
@@ -71,7 +71,7 @@ a_bool IsOnInternalNetwork() {
 }
 
 a_bool IsOnInternalNetwork_Ex() {
-    if (!IsSet(internal_probe_host) || !AnyPrivateInterface()) return IsOnInternalNetwork();
+    if (!is_set(internal_probe_host) || !any_private_interface()) return IsOnInternalNetwork();
     IPAddress probe;
     return Resolve(internal_probe_host, probe, ADDR_BOTH);
 }
