@@ -83,7 +83,7 @@ IPAddress* IPAddress::clone() const {
 }
 
 void IPAddress::reset(const sockaddr_storage* sa, socklen_t len) {
-    sockaddr_storage given = {};  // sa may be our own
+    sockaddr_storage given = {};  // a copy: `sa` may be our own
     _salen = std::min(len, storage_size);
     if (sa != nullptr) std::memcpy(&given, sa, _salen);
     _sa = given;

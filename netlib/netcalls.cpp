@@ -64,6 +64,7 @@ void NetInterface::_use_calls(const a_resolver_calls* calls) {
 }
 
 a_bool NetInterface::_do_load() {
+    // A kernel without IPv6 refuses the socket; whether there is a route shows in connecting.
     _ipv6Supported = UTDescriptor(_socket(AF_INET6, SOCK_STREAM, IPPROTO_TCP)).is_open();
     return true;
 }

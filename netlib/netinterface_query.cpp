@@ -20,6 +20,7 @@ class InterfaceQuery {
 
     a_bool ask_flags(int& flags) {
         if (!ask(SIOCGIFFLAGS)) return false;
+        // The field is signed, and its top bit is a flag.
         flags = static_cast<unsigned short>(_answer.request.ifr_flags);
         return true;
     }

@@ -119,7 +119,7 @@ int Socket::send_with_yield(const char* buf, unsigned int len, a_bool (*yield_fu
         if (count != -1) {
             sent += static_cast<unsigned int>(count);
             if (sent == len) return static_cast<int>(len);
-        } else if (getLastError().code() != EAGAIN) {
+        } else if (getLastError().code() != EAGAIN) {  // not errno: a derived class knows better
             return -1;
         }
         if (yield_func == nullptr) {
@@ -153,6 +153,7 @@ int Socket::_take_pending_error() {
 }
 
 int Socket::select(a_bool& read, a_bool& write, uint32 timeout_in_us) {
+    // poll(2), as an fd_set has no room for the high descriptors of a large server.
     pollfd wanted = {.fd = _sock, .events = POLLERR, .revents = 0};
     if (read) wanted.events |= POLLIN;
     if (write) wanted.events |= POLLOUT;
@@ -291,10 +292,10 @@ UTErrorCode Socket::getLastError() {
 }
 
 a_bool UdpSocket::reinit() {
-    const a_bool ipv6 = _isv6;
+    const a_bool ipv6 = _isv6;  // init() forgets it where it fails
     close();
     const a_bool opened = init(SOCK_UDP, ipv6);
-    _isv6 = ipv6;  // for the next attempt, should this one have failed
+    _isv6 = ipv6;
     if (opened && (_blocking || set_blocking_state(false) != -1)) return true;
     close();
     return false;

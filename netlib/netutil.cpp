@@ -41,7 +41,7 @@ void destroy_locks() {
 a_bool create_locks() {
     for (a_critical_sect* lock : all_locks) {
         if (ut_safe_pthread_mutex_init(lock, nullptr) == 0) continue;
-        destroy_locks();
+        destroy_locks();  // those that were not made are null, and passed over
         return false;
     }
     return true;
@@ -57,6 +57,7 @@ a_bool take_pending_fini() {
 TcpUtilSingleton::~TcpUtilSingleton() {
     if (_count == 0) return;
     _count = 0;
+    // By the class's name: a destructor reaches no overrides.
     TcpUtilSingleton::_do_unload();
     TcpUtilSingleton::_clear();
 }

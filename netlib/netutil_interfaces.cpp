@@ -54,7 +54,7 @@ NetworkInterface_list* GetNIList(unsigned long* count) {
     if (!lock.is_held()) return nullptr;
     if (NIList.is_empty()) {
         std::unique_ptr<a_ni_reading> reading = read_interfaces();
-        if (reading == nullptr) return nullptr;
+        if (reading == nullptr) return nullptr;  // the next call tries again
         NIList.append(reading.release());
     }
     a_ni_reading* const current = NIList.get_last();

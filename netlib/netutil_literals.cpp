@@ -147,6 +147,8 @@ a_bool IsIPv4Address(const char* str, a_bool allow_port) {
     constexpr long max_part = 255;
     constexpr int wanted_dots = 3;
     if (str == nullptr || *str == '\0' || leading_number(str) > max_part) return false;
+    // Each number is judged when its dot or colon is met, so that an empty one, which has no digit
+    // of its own to be judged at, passes as 0.
     int dots = 0;
     a_bool in_port = false;
     for (const char* at = str; *at != '\0'; ++at) {

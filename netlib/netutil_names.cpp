@@ -42,6 +42,7 @@ a_bool LookupHostName(const IPAddress& ip, char* buf, size_t buflen) {
     if (!ip.isValid() || buf == nullptr || buflen == 0) return false;
     const UTLock lock(ThreadCritSect.p_mutex);
     if (!lock.is_held()) return false;
+    // For IPv6 this is no address at all, and too short for its family: nothing is found.
     const uint32 address = htonl(static_cast<uint32>(int(ip)));
     const int family = ip.isIPv6() ? AF_INET6 : AF_INET;
     HostAnswer answer;

@@ -47,7 +47,7 @@ const char* split_off_port(const char* text, a_target& target) {
 
 a_bool read_port(const char* text, uint16& port) {
     if (!ut_is_digit(*text)) return false;
-    const long number = std::strtol(text, nullptr, 10);
+    const long number = std::strtol(text, nullptr, 10);  // LONG_MAX for what no long holds
     if (number > 65535) return false;
     port = static_cast<uint16>(number);
     return true;
@@ -66,6 +66,7 @@ a_bool take_apart(const char* text, a_target& target) {
 uint32 scope_index(const char* scope) {
     if (const uint32 index = if_nametoindex(scope); index != 0) return index;
     if (*scope == '\0' || scope[std::strspn(scope, "0123456789")] != '\0') return 0;
+    // Wider than an index, so that a number beyond one does not come out as a small one.
     const unsigned long long number = std::strtoull(scope, nullptr, 10);
     const auto index = static_cast<uint32>(number);
     char name[IF_NAMESIZE];
@@ -79,6 +80,7 @@ class SystemAnswer {
         char host[sizeof target.host];
         std::memcpy(host, target.host, sizeof host);
         char* const percent = std::strchr(host, '%');
+        // getaddrinfo takes a scope behind literals only; here a name may have one too.
         const uint32 scope = percent != nullptr ? scope_index(percent + 1) : 0;
         if (scope != 0) *percent = '\0';
 
@@ -102,7 +104,7 @@ class SystemAnswer {
   private:
     void set_scope(uint32 scope) {
         if (_first == nullptr || _first->ai_family != AF_INET6) return;
-        sockaddr_in6 address;
+        sockaddr_in6 address;  // a copy: ai_addr is another type's storage
         std::memcpy(&address, _first->ai_addr, sizeof address);
         address.sin6_scope_id = scope;
         std::memcpy(_first->ai_addr, &address, sizeof address);
@@ -168,6 +170,8 @@ void take_answer(const addrinfo* answer, TcpUtil::eAddressType type, Collector& 
 }
 
 void take_host_entry(const char* host, Collector& collector) {
+    // gethostbyname_r needs no lock for its own sake; this keeps the promise of netlib/netutil.h
+    // that only one such look-up is under way.
     const UTLock lock(TcpUtil::ThreadCritSect.p_mutex);
     if (!lock.is_held()) return;
     HostAnswer answer;

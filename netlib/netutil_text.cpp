@@ -40,7 +40,7 @@ a_bool other_numeric_text(const sockaddr_storage* sa, socklen_t salen,
     auto* const host = static_cast<char*>(ut_calloc(buflen + 1));
     if (host == nullptr) return false;
     const auto* const generic = reinterpret_cast<const sockaddr*>(sa);
-    const auto hostlen = static_cast<socklen_t>(buflen);
+    const auto hostlen = static_cast<socklen_t>(buflen);  // no longer than what fits afterwards
     const int failed = getnameinfo(generic, salen, host, hostlen, nullptr, 0, NI_NUMERICHOST);
     const a_bool fits = copy_text(buf, buflen, failed ? inet_ntoa(address.sin.sin_addr) : host);
     ut_free(host);

@@ -26,6 +26,7 @@ class LineReader {
     /// Whether reading failed, so that the end was not that of the file.
     a_bool has_failed() const { return std::ferror(_file) != 0; }
     /// The next line without its end, valid until the next call; null at the end.
+    // Not with fgets(3), which does not tell how much it read where a line holds a zero byte.
     const char* next() {
         size_t length = 0;
         int c = 0;
@@ -56,6 +57,7 @@ constexpr size_t address_digits = 32;
 /// An IPv6 address as exactly 32 hex digits.
 a_bool parse_address(const char* digits, in6_addr& address) {
     if (std::strlen(digits) != address_digits) return false;
+    // Not with inet_pton(3), which wants colons.
     for (a_byte& byte : address.s6_addr) {
         const char pair[] = {digits[0], digits[1], '\0'};
         byte = static_cast<a_byte>(std::strtoul(pair, nullptr, 16));
