@@ -24,6 +24,8 @@ class HostAnswer {
         }
         return nullptr;
     }
+    /// After fill(): false when it found nothing for want of memory.
+    a_bool has_room() const { return _buf != nullptr; }
 
   private:
     /// False without memory, or beyond what any answer needs.

@@ -27,7 +27,7 @@ a_bool add_names_of(const char* host, UTTextArray& names) {
     if (!lock.is_held()) return true;
     HostAnswer answer;
     const hostent* const entry = NetInterface::_gethostbyname(host, answer);
-    if (entry == nullptr) return true;
+    if (entry == nullptr) return answer.has_room();
     a_bool added = add_once(names, entry->h_name);
     for (char** alias = entry->h_aliases; added && *alias != nullptr; ++alias)
         added = add_once(names, *alias);

@@ -1,0 +1,36 @@
+#ifndef QUOREL_TESTS_NETLIB_SCARCEMEMORY_H
+#define QUOREL_TESTS_NETLIB_SCARCEMEMORY_H
+
+#include <cstdint>
+#include <cstdlib>
+
+#include "utils/utmem/utmem.h"
+
+/// While it lives, the allocation layer has nothing for requests of more than so many bytes, nor
+/// for the one request that comes after so many others.
+class ScarceMemory {
+  public:
+    explicit ScarceMemory(size_t largest_request = 0, int good_requests = -1) {
+        largest = largest_request;
+        left = good_requests;
+        utmem_set_source(&source);
+    }
+    static ScarceMemory after(int good_requests) { return ScarceMemory(SIZE_MAX, good_requests); }
+    ~ScarceMemory() { utmem_set_source(nullptr); }
+    ScarceMemory(const ScarceMemory&) = delete;
+
+    /// Whether that one request has come.
+    static bool has_failed() { return left < 0; }
+
+  private:
+    static void* allocate(size_t size) {
+        return left-- == 0 || size > largest ? nullptr : std::malloc(size);
+    }
+
+    static inline size_t largest;
+    static inline int left;
+    static constexpr a_utmem_source source = {allocate, std::realloc, std::free,
+                                              [] { return false; }};
+};
+
+#endif
