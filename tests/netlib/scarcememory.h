@@ -10,12 +10,11 @@
 /// for the one request that comes after so many others.
 class ScarceMemory {
   public:
-    explicit ScarceMemory(size_t largest_request = 0, int good_requests = -1) {
-        largest = largest_request;
-        left = good_requests;
-        utmem_set_source(&source);
+    explicit ScarceMemory(size_t largest_request = 0) : ScarceMemory(largest_request, -1, free) {}
+    /// What is given back goes to `give_back`.
+    static ScarceMemory after(int good_requests, void (*give_back)(void*) = free) {
+        return ScarceMemory(SIZE_MAX, good_requests, give_back);
     }
-    static ScarceMemory after(int good_requests) { return ScarceMemory(SIZE_MAX, good_requests); }
     ~ScarceMemory() { utmem_set_source(nullptr); }
     ScarceMemory(const ScarceMemory&) = delete;
 
@@ -23,14 +22,21 @@ class ScarceMemory {
     static bool has_failed() { return left < 0; }
 
   private:
+    ScarceMemory(size_t largest_request, int good_requests, void (*give_back)(void*))
+        : _source{allocate, std::realloc, give_back, [] { return false; }} {
+        largest = largest_request;
+        left = good_requests;
+        utmem_set_source(&_source);
+    }
+
     static void* allocate(size_t size) {
         return left-- == 0 || size > largest ? nullptr : std::malloc(size);
     }
 
     static inline size_t largest;
     static inline int left;
-    static constexpr a_utmem_source source = {allocate, std::realloc, std::free,
-                                              [] { return false; }};
+
+    const a_utmem_source _source;
 };
 
 #endif
