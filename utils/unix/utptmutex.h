@@ -13,7 +13,7 @@
 #include <pthread.h>
 
 #include "utils/etc/uttypes.h"
-#include "utils/unix/utlock.h"
+#include "utils/unix/utmutex.h"
 
 /// One pooled mutex, for UTLock. Owned by the pool.
 struct a_ut_pthread_mutex {
