@@ -58,7 +58,7 @@ class AddressList {
     AddressList(const AddressList&) = delete;
     AddressList& operator=(const AddressList&) = delete;
 
-    bool is_whole() const { return _list != nullptr; }
+    a_bool is_whole() const { return _list != nullptr; }
     const char** addresses() const { return const_cast<const char**>(_list); }
     int count() const { return _count; }
 
@@ -71,9 +71,9 @@ class AddressList {
 class IntegerArgument {
   public:
     /// False when the host refuses the argument. A NULL value is read as no value.
-    bool read(const ExternalCall& call, uint32 number);
+    a_bool read(const ExternalCall& call, uint32 number);
 
-    bool has_value() const { return _value.has_value(); }
+    a_bool has_value() const { return _value.has_value(); }
     int32 value() const { return _value.value_or(0); }
     int32 value_or(int32 otherwise) const { return _value.value_or(otherwise); }
 

@@ -1,7 +1,6 @@
 // xp_startsmtp, xp_sendmail, xp_stopsmtp: mail from SQL. xp_startmail, xp_stopmail: nothing.
 
 #include <atomic>
-#include <mutex>
 
 #include "extdll/extcall.h"
 #include "extdll/mailargs.h"
@@ -13,18 +12,8 @@
 
 namespace {
 
-/// A critical section, if the pool has one.
-struct a_section {
-    a_section() { ut_safe_pthread_mutex_init(&cs, nullptr); }
-    ~a_section() { ut_safe_pthread_mutex_destroy(&cs); }
-    a_section(const a_section&) = delete;
-    a_section& operator=(const a_section&) = delete;
-
-    a_critical_sect cs;
-};
-
 // Made in this order at load, destroyed in the reverse with the library.
-UTLasting<a_section> NetInterface_cs;  // guards the one-time setup
+UTLasting<UTCriticalSection> NetInterface_cs;  // guards the one-time setup
 UTLocale locale;
 
 }  // namespace
@@ -43,7 +32,7 @@ std::atomic<int> NetInterfaceLoaded = 0;
 // be found is no obstacle to mail. False without memory; the next start tries again.
 bool set_up_once() {
     if (NetInterfaceLoaded != 0) return true;
-    const CriticalSection lock(NetInterface_cs->cs);
+    const UTLock lock(NetInterface_cs->mutex());
     if (!lock.is_held()) return false;
     if (NetInterfaceLoaded != 0) return true;
     if (!TcpUtil::Init()) return false;
@@ -59,7 +48,7 @@ int32 start_numbered(int32 cid, const a_smtp_start& start) {
         SendmailState* const session = manager->FindOrAddState(cid);
         if (session == nullptr) return MAIL_NO_MEMORY;
         {
-            const std::lock_guard lock(*session);
+            const UTLock lock(*session);
             if (!session->retired) return session->startsmtp(start);
         }
         manager->ReleaseAndDeleteState(session);
@@ -67,7 +56,7 @@ int32 start_numbered(int32 cid, const a_smtp_start& start) {
 }
 
 int32 start_default(const a_smtp_start& start) {
-    const std::lock_guard lock(*zstate);
+    const UTLock lock(*zstate);
     return zstate->startsmtp(start);
 }
 
@@ -82,7 +71,7 @@ int32 start_session(const ExternalCall& call) {
 }
 
 int32 send_over(SendmailState* session, const a_mail& mail) {
-    const std::lock_guard lock(*session);
+    const UTLock lock(*session);
     return session->sendsmtp(mail);
 }
 
@@ -100,8 +89,8 @@ int32 send_mail(const ExternalCall& call) {
     return result;
 }
 
-int32 stop(SendmailState* session, a_bool retire) {
-    const std::lock_guard lock(*session);
+int32 stop(SendmailState* session, bool retire) {
+    const UTLock lock(*session);
     if (retire) session->retired = true;
     return session->stopsmtp();
 }
@@ -113,7 +102,7 @@ int32 stop_session(const ExternalCall& call) {
     SendmailState* const session = manager->FindState(cid.value());
     if (session == nullptr) return MAIL_NO_SUCH_SESSION;
     // Kept: session number 0 stays in the registry.
-    const a_bool leaves = cid.value() != 0;
+    const bool leaves = cid.value() != 0;
     const int32 result = stop(session, leaves);
     if (leaves) manager->ReleaseAndDeleteState(session);
     return result;

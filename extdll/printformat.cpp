@@ -75,8 +75,8 @@ class BoundedText {
 
 }  // namespace
 
-bool format_strings(char* buffer, std::size_t size, const char* format,
-                    std::span<const char* const> values, std::size_t* length) {
+a_bool format_strings(char* buffer, std::size_t size, const char* format,
+                      std::span<const char* const> values, std::size_t* length) {
     BoundedText text(buffer, size);
     ValuePicker picker(values);
     std::string_view rest = format;

@@ -114,7 +114,7 @@ int SecureSMTPClient::_StartTls() {
     if (result != SMTP_OK) return result;
     _istrm.reset(new (std::nothrow) TlsIStream(_tlsconn.get(), &_heap));
     _ostrm.reset(new (std::nothrow) TlsOStream(_tlsconn.get()));
-    const a_bool there = _istrm != nullptr && !_istrm->eof() && _ostrm != nullptr;
+    const bool there = _istrm != nullptr && !_istrm->eof() && _ostrm != nullptr;
     return there ? SMTP_OK : SMTP_NO_MEMORY;
 }
 

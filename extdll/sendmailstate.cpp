@@ -5,13 +5,10 @@
 #include "extdll/securesmtp.h"
 #include "extdll/sendmail.h"
 
-SendmailState::SendmailState(int32 connection) : cid(connection) {
-    ut_safe_pthread_mutex_init(&cs, nullptr);
-}
+SendmailState::SendmailState(int32 connection) : cid(connection) {}
 
 SendmailState::~SendmailState() {
     _EndEnvironment();
-    ut_safe_pthread_mutex_destroy(&cs);
 }
 
 // The client that the arguments ask for, not yet connected.
