@@ -10,6 +10,7 @@
 a_bool ExternalCall::get_value(uint32 number, an_extfn_value* value) const {
     *value = {};
     if (_api->get_value(_arg_handle, number, value) != 0) return true;
+    // A host may have begun to fill it in before it refused.
     *value = {};
     return false;
 }
@@ -57,6 +58,7 @@ a_bool ArgumentPieces::first() {
 
 a_bool ArgumentPieces::next() {
     if (complete()) return false;
+    // The offset fits: it is below the announced length.
     if (!_call.get_piece(_number, &_piece, static_cast<uint32>(_offset))) return false;
     // A piece without bytes would be asked for again for ever.
     if (_piece.data == nullptr || _piece.piece_len == 0) return false;
@@ -89,6 +91,7 @@ TextArgument::Outcome TextArgument::read(const ExternalCall& call, uint32 number
 }
 
 TextArgument::Outcome TextArgument::join(ArgumentPieces& pieces) {
+    // A value of one piece may come with no length, or one that is too small.
     const uint64 whole = std::max(pieces.total_length(), pieces.length());
     if (!reserve(whole)) return Outcome::NoMemory;
     uint64 held = 0;

@@ -49,6 +49,7 @@ int32 start_numbered(int32 cid, const a_smtp_start& start) {
         if (session == nullptr) return MAIL_NO_MEMORY;
         {
             const UTLock lock(*session);
+            // Between the look-up and the lock another call may have stopped it.
             if (!session->retired) return session->startsmtp(start);
         }
         manager->ReleaseAndDeleteState(session);

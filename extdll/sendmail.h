@@ -93,8 +93,7 @@ class SendmailState {
     int32 startsmtp(const a_smtp_start& start);
     /// Sends one message.
     int32 sendsmtp(const a_mail& mail);
-    /// Closes the connection and ends the TLS environment, as far as they are there; always
-    /// MAIL_OK.
+    /// Closes the connection and ends the TLS environment, if there are any; always MAIL_OK.
     int32 stopsmtp();
 
     SendmailState* next = nullptr;  // guarded by SendmailManager::_cs

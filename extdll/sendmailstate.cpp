@@ -47,6 +47,7 @@ void SendmailState::_EndEnvironment() {
 
 int32 SendmailState::startsmtp(const a_smtp_start& start) {
     if (!is_usable()) return MAIL_NO_MEMORY;
+    // An environment that a failed start left is used again: making one loads the provider.
     if (smtp_handle != nullptr) stopsmtp();
     std::unique_ptr<SMTPClient> client;
     int32 result = _MakeClient(start, &client);
