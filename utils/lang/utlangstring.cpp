@@ -12,19 +12,19 @@
 namespace {
 
 /// Files from this version on have every text that this release asks for.
-constexpr uint32 OldestVersion = 120;
+constexpr uint32 oldest_version = 120;
 
 bool is_utf16(const CharsetInfo* charset) {
     return charset != nullptr && charset->id == CHARSET_UTF16;
 }
 
-/// The file's version, from its leading digits; 0 when it does not say. From OldestVersion up, any
+/// The file's version, from its leading digits; 0 when it does not say. From oldest_version up, any
 /// number that is as good.
 uint32 file_version(UTResFile& file) {
     std::array<char, 16> text{};
     file.GetString(RES_VERSION_STRING, text.data(), text.size());
     uint32 version = 0;
-    for (const char* at = text.data(); ut_is_digit(*at) && version < OldestVersion; ++at) {
+    for (const char* at = text.data(); ut_is_digit(*at) && version < oldest_version; ++at) {
         version = version * 10 + static_cast<uint32>(*at - '0');
     }
     return version;
@@ -190,7 +190,7 @@ ls_init_return UTLangString::_OpenFile(UTQXResFile& file, const LanguageInfo* la
         return iq ? LS_INIT_CANT_FIND_IQ_FILE : LS_INIT_CANT_FIND_FILE;
     }
     const uint32 version = file_version(file);
-    if (version > 0 && version < OldestVersion) {
+    if (version > 0 && version < oldest_version) {
         file.Close();
         return LS_INIT_BAD_VERSION;
     }
