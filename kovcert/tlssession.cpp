@@ -1,5 +1,6 @@
 #include "kovcert/tlssession.h"
 
+#include <mutex>
 #include <new>
 #include <optional>
 
@@ -28,18 +29,6 @@ class Patience {
 
 }  // namespace
 
-/// The connection's mutex, for the length of a scope.
-class TlsConnection::Held {
-  public:
-    explicit Held(TlsConnection& conn) : _conn(conn) { _conn.getMutex(); }
-    ~Held() { _conn.giveMutex(); }
-    Held(const Held&) = delete;
-    Held& operator=(const Held&) = delete;
-
-  private:
-    TlsConnection& _conn;
-};
-
 TlsConnection::TlsConnection(DBQXCIStream* stream, DBQXCIEnvironment* env,
                              const TlsCallbacks* callbacks, void* user_context, void* yield_ref,
                              DBQXCIError* err, a_qxci_user_option* options)
@@ -59,13 +48,13 @@ TlsConnection::~TlsConnection() {
 }
 
 a_dbqxci_error TlsConnection::write(const void* data, size_t len) {
-    const Held held(*this);
+    const std::lock_guard lock(_Mutex());
     _error.Clear();
     return _error.setErrorCode(_Write(data, len));
 }
 
 a_dbqxci_error TlsConnection::read(char* buf, size_t* len) {
-    const Held held(*this);
+    const std::lock_guard lock(_Mutex());
     _error.Clear();
     return _error.setErrorCode(_Read(buf, len));
 }
