@@ -17,6 +17,7 @@ namespace {
 /// is null when there is none for the list.
 char** copy_parms(const char* const* list) {
     const size_t count = qxci_count_parms(list);
+    // Of null pointers, so that the list ends wherever the copying ends.
     char** const copy = static_cast<char**>(std::calloc(count + 1, sizeof(char*)));
     for (size_t i = 0; copy != nullptr && i < count; ++i) {
         copy[i] = strdup(list[i]);
@@ -36,7 +37,7 @@ void DBQXCIError::AddParm(const char* parm) {
     if (parm == nullptr) return;
     const std::lock_guard lock(_Mutex());
     const size_t count = qxci_count_parms(_err.parm_list);
-    char* const copy = strdup(parm);
+    char* const copy = strdup(parm);  // before the list grows, which then cannot fail halfway
     if (copy == nullptr) return;
     void* const grown = std::realloc(_err.parm_list, (count + 2) * sizeof(char*));
     if (grown == nullptr) {
