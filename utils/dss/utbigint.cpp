@@ -2,7 +2,7 @@
 
 #include <bit>
 
-bool UTBigInt::set_bytes(const a_byte* bytes, std::size_t len) {
+a_bool UTBigInt::set_bytes(const a_byte* bytes, std::size_t len) {
     constexpr std::size_t max_bytes = max_bits / 8;
     *this = UTBigInt();
     a_byte overflow = 0;
@@ -32,13 +32,13 @@ unsigned UTBigInt::bits() const {
     return 0;
 }
 
-bool UTBigInt::operator==(const UTBigInt& other) const {
+a_bool UTBigInt::operator==(const UTBigInt& other) const {
     a_limb differing = 0;
     for (std::size_t i = 0; i < max_limbs; ++i) differing |= limb[i] ^ other.limb[i];
     return differing == 0;
 }
 
-bool UTBigInt::operator<(const UTBigInt& other) const {
+a_bool UTBigInt::operator<(const UTBigInt& other) const {
     UTBigInt difference = *this;
     return difference.subtract(other) != 0;
 }

@@ -135,7 +135,7 @@ UTBigInt UTModulus::prime_test_base(unsigned round) const {
 }
 
 /// One round of Miller-Rabin with the modulus less 1 being `odd_part` times 2^twos.
-bool UTModulus::passes(const UTBigInt& base, const UTBigInt& odd_part, unsigned twos) const {
+a_bool UTModulus::passes(const UTBigInt& base, const UTBigInt& odd_part, unsigned twos) const {
     UTBigInt minus_one = _modulus.value;
     minus_one.subtract(UTBigInt(1));
     UTBigInt power_of_base = power(base, odd_part, odd_part.bits());
@@ -147,7 +147,7 @@ bool UTModulus::passes(const UTBigInt& base, const UTBigInt& odd_part, unsigned 
     return false;
 }
 
-bool UTModulus::is_probably_prime(unsigned rounds) const {
+a_bool UTModulus::is_probably_prime(unsigned rounds) const {
     UTBigInt minus_one = _modulus.value;
     minus_one.subtract(UTBigInt(1));
     unsigned twos = 1;

@@ -88,7 +88,7 @@ void UTOStream::set_eof() {
 }
 
 // True when the span holds a byte, after a refill if need be.
-bool UTBufferedIStream::has_more() {
+a_bool UTBufferedIStream::has_more() {
     if (_ptr == _lim && !_eof) refill();
     return _ptr != _lim;
 }

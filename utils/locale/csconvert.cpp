@@ -13,7 +13,7 @@ bool is_identity(const CharsetInfo* from, const CharsetInfo* to) {
     return from->id == CHARSET_US_ASCII && to->id != CHARSET_UTF16;
 }
 
-constexpr auto Failed = static_cast<size_t>(-1);
+constexpr auto failed = static_cast<size_t>(-1);
 
 void forget_state(iconv_t handle) {
     iconv(handle, nullptr, nullptr, nullptr, nullptr);
@@ -40,7 +40,7 @@ struct Output {
     /// Delivers the character that a decoder holds back because a combining one might follow it
     /// (windows-1255, windows-1258, Big5-HKSCS); false when there is no room.
     bool PutHeldBack(iconv_t handle) {
-        if (iconv(handle, nullptr, nullptr, &at, &room) != Failed) return true;
+        if (iconv(handle, nullptr, nullptr, &at, &room) != failed) return true;
         if (errno == E2BIG) return false;
         forget_state(handle);
         return PutReplacement();
@@ -74,7 +74,7 @@ size_t CharsetConverter::Convert(const char* text, size_t text_len, char* buf, s
     char* in = const_cast<char*>(text);  // iconv's prototype; it does not write there
     Output out = {buf, len, _to, lost};
     forget_state(_handle);
-    while (iconv(_handle, &in, &text_len, &out.at, &out.room) == Failed) {
+    while (iconv(_handle, &in, &text_len, &out.at, &out.room) == failed) {
         const int error = errno;
         if (error == E2BIG || !out.PutHeldBack(_handle)) return len - out.room;
         if (error != EILSEQ || !out.PutReplacement()) return len - out.room;

@@ -93,7 +93,7 @@ TEST_F(Posixio, every_other_call_has_its_effect_through_interruptions_and_report
     const utimbuf times{4000000000, 4000000001};  // after 2038
     a_posix_statbuf found;
     const auto stat_of_file = [&]() -> const a_posix_statbuf& {
-        EXPECT_EQ(_posix_fstat(fd, &found), 0);
+        EXPECT_EQ(0, _posix_fstat(fd, &found));
         return found;
     };
     const auto locked_for_others = [&] {
@@ -146,14 +146,14 @@ TEST_F(Posixio, every_other_call_has_its_effect_through_interruptions_and_report
     for (const auto& step : steps) {
         SCOPED_TRACE(step.name);
         plan_faults(2, EINTR);
-        EXPECT_EQ(step.call(), 0);
-        EXPECT_EQ(plan(), 0) << "the call was not repeated";
+        EXPECT_EQ(0, step.call());
+        EXPECT_EQ(0, plan()) << "the call was not repeated";
         EXPECT_TRUE(step.has_effect());
-        EXPECT_EQ(step.failing(), -1);
-        EXPECT_EQ(errno, step.error);
+        EXPECT_EQ(-1, step.failing());
+        EXPECT_EQ(step.error, errno);
     }
     std::filesystem::current_path(before);
-    EXPECT_EQ(_posix_umask(_posix_umask(027)), mode_t{027});
+    EXPECT_EQ(mode_t{027}, _posix_umask(_posix_umask(027)));
     _posix_close(fd);
 }
 
@@ -163,23 +163,23 @@ TEST_F(Posixio, completes_transfers_through_interruptions_and_short_counts) {
     plan_faults(3, EINTR);
     const int fd = _posix_open(path.c_str(), O_RDWR | O_CREAT, 0600);
     plan_faults(2, EINTR, 100);
-    EXPECT_EQ(_posix_write(fd, bytes.data(), 32768), 32768);
+    EXPECT_EQ(32768, _posix_write(fd, bytes.data(), 32768));
     plan_faults(2, EINTR, 2);
-    EXPECT_EQ(_posix_pwrite(fd, "end", 3, 32768), 3);
-    EXPECT_EQ(_posix_lseek(fd, 0, SEEK_SET), 0);
+    EXPECT_EQ(3, _posix_pwrite(fd, "end", 3, 32768));
+    EXPECT_EQ(0, _posix_lseek(fd, 0, SEEK_SET));
     plan_faults(2, EINTR, 100);
-    EXPECT_EQ(_posix_read(fd, back.data(), back.size()), 32771);
-    EXPECT_EQ(back.substr(0, 32771), bytes);
+    EXPECT_EQ(32771, _posix_read(fd, back.data(), back.size()));
+    EXPECT_EQ(bytes, back.substr(0, 32771));
     plan_faults(2, EINTR, 7);
-    EXPECT_EQ(_posix_pread(fd, back.data(), 100, 32760), 11);
-    EXPECT_EQ(back.substr(0, 11), bytes.substr(32760));
+    EXPECT_EQ(11, _posix_pread(fd, back.data(), 100, 32760));
+    EXPECT_EQ(bytes.substr(32760), back.substr(0, 11));
     a_posix_statbuf found = {};
     plan_faults(3, EINTR);
-    EXPECT_EQ(_posix_stat(path.c_str(), &found), 0);
-    EXPECT_EQ(found.pst_size, 32771U);
-    EXPECT_EQ(found.pst_mode, mode_t{S_IFREG | 0600});
+    EXPECT_EQ(0, _posix_stat(path.c_str(), &found));
+    EXPECT_EQ(32771U, found.pst_size);
+    EXPECT_EQ(mode_t{S_IFREG | 0600}, found.pst_mode);
     plan_faults(1, EINTR);
-    EXPECT_EQ(_posix_close(fd), 0);
+    EXPECT_EQ(0, _posix_close(fd));
 }
 
 TEST_F(Posixio, reports_other_failures_and_asks_nothing_for_length_zero) {
@@ -193,14 +193,14 @@ TEST_F(Posixio, reports_other_failures_and_asks_nothing_for_length_zero) {
     }
     plan_faults(1, EIO);
     EXPECT_TRUE(read(0) == 0 && write(0) == 0);
-    EXPECT_EQ(plan(), -EIO) << "a system call was made";
+    EXPECT_EQ(-EIO, plan()) << "a system call was made";
 }
 
 TEST_F(Posixio, every_open_is_close_on_exec_and_takes_no_terminal_from_the_start) {
     const std::string path = scratch.file_with("data", "abc"), fresh = scratch.file("fresh");
     const auto opened = [](int fd, int flags) {
-        EXPECT_EQ(open_flags, flags | O_CLOEXEC | O_NOCTTY);
-        EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
+        EXPECT_EQ(flags | O_CLOEXEC | O_NOCTTY, open_flags);
+        EXPECT_EQ(FD_CLOEXEC, fcntl(fd, F_GETFD));
         return fd;
     };
     const char* const at = path.c_str();
@@ -213,13 +213,13 @@ TEST_F(Posixio, every_open_is_close_on_exec_and_takes_no_terminal_from_the_start
                                                  {"a+", O_RDWR | O_CREAT | O_APPEND}};
     for (const auto& [mode, flags] : modes) {
         std::FILE* const stream = _posix_fopen(fresh.c_str(), mode);
-        ASSERT_NE(stream, nullptr) << mode;
+        ASSERT_NE(nullptr, stream) << mode;
         opened(fileno(stream), flags);
         fclose(stream);
     }
     for (const long size : {0, 3}) {
         std::FILE* const log = _posix_fopen(fresh.c_str(), "a");
-        EXPECT_EQ(ftell(log), size);
+        EXPECT_EQ(size, ftell(log));
         fputs("abc", log);
         fclose(log);
     }
@@ -235,10 +235,10 @@ bool is_pending(int signal) {
 
 void write_to_a_broken_pipe() {
     int pipe_ends[2];
-    ASSERT_EQ(pipe(pipe_ends), 0);
+    ASSERT_EQ(0, pipe(pipe_ends));
     _posix_close(pipe_ends[0]);
-    EXPECT_EQ(_posix_write(pipe_ends[1], "x", 1), -1);
-    EXPECT_EQ(errno, EPIPE);
+    EXPECT_EQ(-1, _posix_write(pipe_ends[1], "x", 1));
+    EXPECT_EQ(EPIPE, errno);
     _posix_close(pipe_ends[1]);
 }
 
@@ -253,7 +253,7 @@ TEST_F(Posixio, a_refused_write_raises_no_signal_and_one_that_the_host_holds_bac
     const int extended = _posix_ftruncate(fd, 100);
     setrlimit(RLIMIT_FSIZE, &before);
     EXPECT_TRUE(refused);
-    EXPECT_EQ(extended, -1);
+    EXPECT_EQ(-1, extended);
     _posix_close(fd);
     EXPECT_FALSE(is_pending(SIGPIPE) || is_pending(SIGXFSZ));
 
@@ -287,7 +287,7 @@ TEST_F(Posixio, sopen_keeps_processes_apart_as_the_share_value_says) {
     };
     for (const auto& c : cases) {
         const int holder = _posix_sopen(path.c_str(), c.holder_flags, 0x20, 0);
-        EXPECT_NE(holder, -1);
+        EXPECT_NE(-1, holder);
         const pid_t other = fork();
         if (other == 0) {
             const int next = dup(0);
@@ -298,7 +298,7 @@ TEST_F(Posixio, sopen_keeps_processes_apart_as_the_share_value_says) {
         }
         int ended = -1;
         waitpid(other, &ended, 0);
-        EXPECT_EQ(ended, W_EXITCODE(c.error, 0)) << c.holder_flags << c.flags << ' ' << c.share;
+        EXPECT_EQ(W_EXITCODE(c.error, 0), ended) << c.holder_flags << c.flags << ' ' << c.share;
         _posix_close(holder);
     }
 }
@@ -332,5 +332,5 @@ TEST_F(Posixio, a_terminal_does_not_stop_a_process_in_the_background) {
     waitpid(leader, &ended, 0);
     close(terminal);
     EXPECT_TRUE(WIFEXITED(ended));
-    EXPECT_EQ(WEXITSTATUS(ended), 0) << "2: stopped, 1: refused or let through wrongly";
+    EXPECT_EQ(0, WEXITSTATUS(ended)) << "2: stopped, 1: refused or let through wrongly";
 }
