@@ -101,35 +101,26 @@ TEST(BuiltinEnv, needs_memory_callbacks) {
     EXPECT_EQ(QXCI_ERROR, QXCIGetEnvIface(nullptr));
 }
 
-TEST(BuiltinError, keeps_the_first_error_or_the_last) {
+TEST(BuiltinError, keeps_the_first_error_or_the_last_and_clones_even_an_empty_list) {
     Builtin p;
-    _QXCIError_SetError(&p.error, p.env, QxciErrIOError, 5, "disk");
-    _QXCIError_SetErrorIfOK(&p.error, p.env, QxciErrBadOption, "later");
-    EXPECT_EQ("8 5 disk", describe(&p.error));
-    _QXCIError_SetError(&p.error, p.env, QxciErrBadOption, "later");
-    EXPECT_EQ("23 later", describe(&p.error));
-    _QXCIError_SetError(&p.error, p.env, QxciErrKeyMissing, nullptr);
-    EXPECT_EQ(nullptr, p.error.parm_list);
-}
-
-TEST(BuiltinError, clones_the_whole_list_even_an_empty_one) {
+    a_qxci_error* const error = &p.error;
+    _QXCIError_SetError(error, p.env, QxciErrIOError, 5, "disk");
+    _QXCIError_SetErrorIfOK(error, p.env, QxciErrBadOption, "later");
+    EXPECT_EQ("8 5 disk", describe(error));
+    _QXCIError_SetError(error, p.env, QxciErrBadOption, "later");
+    EXPECT_EQ("23 later", describe(error));
     char one[] = "one", two[] = "two";
     char* parms[] = {one, two, nullptr};
-    const a_qxci_error source = {26, 2, parms}, empty = {26, 2, parms + 2};
-    const char* const results[] = {"26 2", "26 2", "26 2 one", "26 2 one two"};
-    for (int fail_at = 1; fail_at <= 4; ++fail_at) {  // the list, "one", "two", nothing
-        Builtin p(fail_at);
-        _QXCIError_Clone(p.env, &p.error, &source);
-        EXPECT_EQ(results[fail_at - 1], describe(&p.error));
-    }
-    Builtin p;
-    _QXCIError_Clone(p.env, &p.error, &empty);
-    ASSERT_NE(nullptr, p.error.parm_list);
-    EXPECT_EQ(nullptr, p.error.parm_list[0]);
-    QXCIError_Destroy(p.env, &p.error);
-    EXPECT_EQ(26U, p.error.code) << "the fields are left as they are";
-    _QXCIError_Clear(&p.error);
-    EXPECT_EQ("0", describe(&p.error));
+    const a_qxci_error full = {26, 2, parms}, empty = {26, 2, parms + 2};
+    _QXCIError_Clone(p.env, error, &full);
+    EXPECT_EQ("26 2 one two", describe(error));
+    _QXCIError_Clone(p.env, error, &empty);
+    ASSERT_NE(nullptr, error->parm_list);
+    EXPECT_EQ("26 2", describe(error));
+    QXCIError_Destroy(p.env, error);
+    EXPECT_EQ(26U, error->code) << "the fields are left as they are";
+    _QXCIError_Clear(error);
+    EXPECT_EQ("0", describe(error));
 }
 
 TEST(BuiltinBlockHasher, hashes_with_every_algorithm) {
@@ -328,55 +319,54 @@ TEST(BuiltinPasswordHasher, refuses_other_texts_and_too_little_room) {
     EXPECT_EQ("22", p.creation_error());
 }
 
-/// A handler with the domain of the short key and one or two options more. Its operations give
-/// their text, "yes" or "no", or the error.
+/// A handler with the domain of the short key and what `settings` add.
 class Handler : public Object<Sig, QXCISignatureHandlerH> {
   public:
-    Handler(Builtin& p, const a_setting_list& settings)
-        : Object(p.sig, p.sig.create_func(p.env, with_domain(settings).head(), &p.error)) {}
+    Handler(Builtin& p, a_setting_list settings)
+        : Object(p.sig, p.sig.create_func(p.env, Options(with_domain(settings)).head(), &p.error)) {
+    }
 
-    std::string sign(const char* a, const char* b, const char* c) const {
-        return sign_with(200, &Sig::create_dbsig_func, a, b, c);
-    }
-    std::string sign(const char* a, const char* b, size_t room = 200) const {
-        return sign_with(room, &Sig::create_connsig_func, a, b);
-    }
-    std::string verify(const char* a, const char* b, const char* c, const std::string& sig) const {
-        return verify_with(&Sig::verify_dbsig_func, a, b, c, sig.c_str());
-    }
-    std::string verify(const char* a, const char* b, const std::string& sig) const {
-        return verify_with(&Sig::verify_connsig_func, a, b, sig.c_str());
+    /// The signature, or the error.
+    template <class Entry, class... Texts>
+    std::string sign(Entry entry, Texts... texts) const {
+        return sign_in(200, entry, texts...);
     }
     template <class Entry, class... Texts>
-    std::string verify_with(Entry entry, Texts... texts) const {
+    std::string sign_in(size_t room, Entry entry, Texts... texts) const {
+        std::string out(room, '\0');
+        const std::string result = does(entry, texts..., out.data(), &room);
+        return result == "ok" ? out.substr(0, room - 1) : result;
+    }
+    /// "yes" or "no", or the error. The last text is the signature.
+    template <class Entry, class... Texts>
+    std::string verify(Entry entry, Texts... texts) const {
         bool ok = true;
         const std::string result = does(entry, texts..., &ok);
         return result != "ok" ? result + (ok ? " but ok" : "") : ok ? "yes" : "no";
     }
 
   private:
-    template <class Entry, class... Texts>
-    std::string sign_with(size_t room, Entry entry, Texts... texts) const {
-        std::string out(room, '\0');
-        const std::string result = does(entry, texts..., out.data(), &room);
-        return result == "ok" ? out.substr(0, room - 1) : result;
-    }
-    static Options with_domain(const a_setting_list& settings) {
-        Options options;
-        options.add("dsa_p", dsa_key_1024.p).add("dsa_q", dsa_key_1024.q);
-        options.add("dsa_g", dsa_key_1024.g);
-        for (const auto& [name, value] : settings) options.add(name.c_str(), value.c_str());
-        return options;
+    static a_setting_list& with_domain(a_setting_list& settings) {
+        const a_dsa_key& key = dsa_key_1024;
+        settings.insert(settings.end(), {{"dsa_p", key.p}, {"dsa_q", key.q}, {"dsa_g", key.g}});
+        return settings;
     }
 };
 
+constexpr auto sign_db = &Sig::create_dbsig_func;
+constexpr auto sign_conn = &Sig::create_connsig_func;
+constexpr auto verify_db = &Sig::verify_dbsig_func;
+constexpr auto verify_conn = &Sig::verify_connsig_func;
+constexpr const char* none = nullptr;
+
 TEST(BuiltinSignatureHandler, signs_the_kind_and_every_text_with_its_length) {
     Builtin p;
-    const Handler handler(p, {{"dsa_x", dsa_key_1024.x}});
+    const a_dsa_key& key = dsa_key_1024;
+    const Handler handler(p, {{"dsa_x", key.x}});
     ASSERT_TRUE(handler.created());
-    const std::string signature = handler.sign("company", "", "database");
+    const std::string signature = handler.sign(sign_db, "company", "", "database");
     EXPECT_EQ(80U, signature.size());
-    EXPECT_EQ(signature, handler.sign("company", "", "database")) << "deterministic";
+    EXPECT_EQ(signature, handler.sign(sign_db, "company", "", "database")) << "deterministic";
 
     const std::string zeros(7, '\0');
     const std::string message = zeros + '\x17' + "QXCI database signature" + zeros + '\x07' +
@@ -386,7 +376,6 @@ TEST(BuiltinSignatureHandler, signs_the_kind_and_every_text_with_its_length) {
     a_byte hash[UTSHA1::digest_size];
     digest.end(hash);
     UTDSA dsa;
-    const a_dsa_key& key = dsa_key_1024;
     ASSERT_TRUE(dsa.set_domain(number(key.p), number(key.q), number(key.g)));
     ASSERT_TRUE(dsa.set_public_key(number(key.y)));
     EXPECT_TRUE(dsa.verify(hash, bytes_of(from_hex(signature))));
@@ -398,26 +387,27 @@ TEST(BuiltinSignatureHandler, verifies_what_was_signed_and_nothing_else) {
     const Handler verifier(p, {{"dsa_y", std::string("000") + dsa_key_1024.y}});
     ASSERT_TRUE(signer.created() && verifier.created());
 
-    const std::string database = signer.sign("ab", "c", ""), connection = signer.sign("ab", "c");
-    EXPECT_EQ("yes", verifier.verify("ab", "c", "", database));
-    EXPECT_EQ("yes", signer.verify("ab", "c", connection));
-    EXPECT_EQ("no", verifier.verify("a", "bc", "", database)) << "the same letters";
-    EXPECT_EQ("no", verifier.verify("ab", "", "c", database));
-    EXPECT_EQ("no", verifier.verify("ab", "c", database)) << "the other kind";
-    EXPECT_EQ("no", verifier.verify("ab", "c", "", connection));
-    EXPECT_EQ("no", verifier.verify("ab", "c", "")) << "not even well formed";
-    EXPECT_EQ("no", verifier.verify("ab", "c", connection + "0"));
-    EXPECT_EQ("no", verifier.verify("ab", "c", "g" + connection.substr(1)));
-
-    EXPECT_EQ("29", verifier.sign("ab", "c"));
-    EXPECT_EQ("28 c", signer.sign("ab", "c", nullptr));
-    EXPECT_EQ("28 a", signer.sign(nullptr, "c"));
-    EXPECT_EQ(connection, signer.sign("ab", "c", 81));
-    EXPECT_EQ("28 out_len", signer.sign("ab", "c", 80));
-    const char* const none = nullptr;
-    EXPECT_EQ("28 a", verifier.verify_with(&Sig::verify_connsig_func, none, "b", ""));
-    EXPECT_EQ("28 sig", verifier.verify_with(&Sig::verify_connsig_func, "a", "b", none));
-    EXPECT_EQ("28 ok", verifier.does(&Sig::verify_connsig_func, "a", "b", "", nullptr));
+    const std::string signed_db = signer.sign(sign_db, "ab", "c", "");
+    const std::string signed_conn = signer.sign(sign_conn, "ab", "c");
+    const std::string longer = signed_conn + "0", no_hex = "g" + signed_conn.substr(1);
+    const char *const db = signed_db.c_str(), *const conn = signed_conn.c_str();
+    EXPECT_EQ("yes", verifier.verify(verify_db, "ab", "c", "", db));
+    EXPECT_EQ("yes", signer.verify(verify_conn, "ab", "c", conn));
+    EXPECT_EQ("no", verifier.verify(verify_db, "a", "bc", "", db)) << "the same letters";
+    EXPECT_EQ("no", verifier.verify(verify_db, "ab", "", "c", db));
+    EXPECT_EQ("no", verifier.verify(verify_conn, "ab", "c", db)) << "the other kind";
+    EXPECT_EQ("no", verifier.verify(verify_db, "ab", "c", "", conn));
+    for (const char* malformed : {"", longer.c_str(), no_hex.c_str()}) {
+        EXPECT_EQ("no", verifier.verify(verify_conn, "ab", "c", malformed)) << malformed;
+    }
+    EXPECT_EQ("29", verifier.sign(sign_conn, "ab", "c"));
+    EXPECT_EQ("28 c", signer.sign(sign_db, "ab", "c", none));
+    EXPECT_EQ("28 a", signer.sign(sign_conn, none, "c"));
+    EXPECT_EQ(signed_conn, signer.sign_in(81, sign_conn, "ab", "c"));
+    EXPECT_EQ("28 out_len", signer.sign_in(80, sign_conn, "ab", "c"));
+    EXPECT_EQ("28 a", verifier.verify(verify_conn, none, "b", ""));
+    EXPECT_EQ("28 sig", verifier.verify(verify_conn, "a", "b", none));
+    EXPECT_EQ("28 ok", verifier.does(verify_conn, "a", "b", "", nullptr));
 }
 
 TEST(BuiltinSignatureHandler, checks_its_key) {
@@ -464,7 +454,7 @@ TEST(BuiltinProvider, wipes_secrets_before_it_frees_them) {
 
     std::string& private_key = p.owner.secret = from_hex(dsa_key_1024.x);
     std::reverse(private_key.begin(), private_key.end());  // as this processor keeps numbers
-    EXPECT_EQ(80U, Handler(p, {{"dsa_x", dsa_key_1024.x}}).sign("a", "b").size());
+    EXPECT_EQ(80U, Handler(p, {{"dsa_x", dsa_key_1024.x}}).sign(sign_conn, "a", "b").size());
     EXPECT_FALSE(p.owner.saw_secret);
 }
 
