@@ -8,7 +8,7 @@
  * exports the entry points at the end of this file; all else goes through tables of functions that
  * these fill. This header is all that a provider includes. It compiles as C11 and as C++.
  *
- * The course of things
+ * How a provider is used
  *
  *   1. The owner opens the library and looks up QXCIGetVersion, QXCIGetEnvIface and
  *      QXCIGetErrorIface, without which it refuses the library, and the other six, each of which
