@@ -2,7 +2,6 @@
 
 #include <array>
 
-#include "kovcert/builtin/builtin.h"
 #include "kovcert/qxci/qxcierror.h"
 #include "utils/etc/locate.h"
 #include "utils/unix/dllloader.h"
@@ -22,7 +21,8 @@ struct a_qxci_entry_points {
 
 namespace {
 
-constexpr a_qxci_entry_points BuiltinEntryPoints = {
+/// Those of the provider that is linked in, whichever that is: qxci.h declares them.
+constexpr a_qxci_entry_points builtin_entry_points = {
     .version = nullptr,  // it has this system's own
     .env = QXCIGetEnvIface,
     .error = QXCIGetErrorIface,
@@ -114,7 +114,7 @@ bool DBQXCIInterface::Load(a_qxci_dll_type type, const char* dll_name, DBQXCIErr
 bool DBQXCIInterface::_LoadBuiltin() {
     _loaded = true;
     _vers = {QXCI_API_MAJOR, QXCI_API_MINOR, QXCI_IMPL_ID, 1};
-    _valid = _Fill(BuiltinEntryPoints);
+    _valid = _Fill(builtin_entry_points);
     return _valid;
 }
 

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "kovcert/builtin/builtinerror.h"
-#include "tests/kovcert/builtin/owner.h"
+#include "tests/kovcert/qxci/owner.h"
 #include "tests/utils/cryptopeer.h"
 #include "tests/utils/dss/dsakeys.h"
 #include "utils/digest/utdigest.h"
@@ -13,8 +13,19 @@
 
 namespace {
 
+constexpr a_getters builtin = {
+    QXCIGetEnvIface,
+    QXCIGetErrorIface,
+    nullptr,
+    nullptr,
+    QXCIGetPasswordHasherIface,
+    QXCIGetBlockHasherIface,
+    QXCIGetBlockEncrypterIface,
+    QXCIGetSignatureHandlerIface,
+};
+
 TEST(BuiltinEnv, knows_its_algorithms_by_name_and_number) {
-    Provider provider;
+    Provider provider(builtin);
     const a_qxci_env_iface& iface = provider.env_iface;
     const struct {
         const char* kind;
@@ -56,7 +67,7 @@ TEST(BuiltinEnv, needs_memory_callbacks) {
 }
 
 TEST(BuiltinError, keeps_the_first_error_or_the_last) {
-    Provider provider;
+    Provider provider(builtin);
     a_qxci_error* const error = &provider.error;
     _QXCIError_SetError(error, provider.env, QxciErrIOError, 5, "disk");
     _QXCIError_SetErrorIfOK(error, provider.env, QxciErrBadOption, "later");
@@ -73,11 +84,11 @@ TEST(BuiltinError, clones_the_whole_list_even_an_empty_one) {
     const a_qxci_error source = {26, 2, parms}, empty = {26, 2, parms + 2};
     const char* const results[] = {"26 2", "26 2", "26 2 one", "26 2 one two"};
     for (int fail_at = 1; fail_at <= 4; ++fail_at) {  // the list, "one", "two", nothing
-        Provider provider(fail_at);
+        Provider provider(builtin, {}, fail_at);
         _QXCIError_Clone(provider.env, &provider.error, &source);
         EXPECT_EQ(describe(&provider.error), results[fail_at - 1]);
     }
-    Provider provider;
+    Provider provider(builtin);
     a_qxci_error copy = {};
     _QXCIError_Clone(provider.env, &copy, &empty);
     ASSERT_NE(copy.parm_list, nullptr);
@@ -127,7 +138,7 @@ TEST(BuiltinBlockHasher, hashes_with_every_algorithm) {
         {"MD5", 5, 64, "900150983cd24fb0d6963f7d28e17f72"},
         {"crc", 6, 1, "352441c2"},
     };
-    Provider provider;
+    Provider provider(builtin);
     for (const auto& known : cases) {
         for (const QXCIBlockHasherH handle :
              {provider.hash.create_func(provider.env, known.name, &provider.error),
@@ -152,7 +163,7 @@ TEST(BuiltinBlockHasher, hashes_with_every_algorithm) {
 }
 
 TEST(BuiltinBlockHasher, reports_misuse) {
-    Provider provider;
+    Provider provider(builtin);
     for (const char* name : {"SHA3", static_cast<const char*>(nullptr)}) {
         EXPECT_EQ(provider.hash.create_func(provider.env, name, &provider.error), nullptr);
         EXPECT_EQ(provider.creation_error(), "22");
@@ -186,7 +197,7 @@ const char* const two_blocks_encrypted =
 using Enc = a_qxci_enc_iface;
 
 TEST(BuiltinBlockEncrypter, encrypts_in_cbc_mode_from_the_given_vector) {
-    Provider provider;
+    Provider provider(builtin);
     Options options;
     options.add("IV", known_iv);
     const Object encrypter(provider.enc,
@@ -218,7 +229,7 @@ TEST(BuiltinBlockEncrypter, encrypts_in_cbc_mode_from_the_given_vector) {
 }
 
 TEST(BuiltinBlockEncrypter, reports_what_it_cannot_use) {
-    Provider provider;
+    Provider provider(builtin);
     const a_qxci_enc_iface& iface = provider.enc;
     const std::string key(40, 'k');
     const struct {
@@ -281,7 +292,7 @@ std::string hash_password(Provider& provider, const std::string& password, std::
 const std::string stored_salt = "000102030405060708090a0b0c0d0e0f";
 
 TEST(BuiltinPasswordHasher, salts_each_hash_and_checks_passwords) {
-    Provider provider;
+    Provider provider(builtin);
     const std::string first = hash_password(provider, "secret", "", 200);
     const std::string second = hash_password(provider, "secret", "", 200);
     EXPECT_EQ(first.size(), 15u + 6 + 1 + 32 + 1 + 64 + 1);
@@ -293,7 +304,7 @@ TEST(BuiltinPasswordHasher, salts_each_hash_and_checks_passwords) {
 }
 
 TEST(BuiltinPasswordHasher, derives_what_openssl_derives) {
-    Provider provider;
+    Provider provider(builtin);
     for (const char* iterations : {"1", "999", "10000"}) {
         const std::string head =
             std::string("$pbkdf2-sha256$") + iterations + "$" + stored_salt + "$";
@@ -307,7 +318,7 @@ TEST(BuiltinPasswordHasher, derives_what_openssl_derives) {
 }
 
 TEST(BuiltinPasswordHasher, refuses_other_texts_and_too_little_room) {
-    Provider provider;
+    Provider provider(builtin);
     const std::string salt = stored_salt + "$", hash(64, '0'), prefix = "$pbkdf2-sha256$";
     const std::string wrong_texts[] = {
         "x",
@@ -379,7 +390,7 @@ class Handler : public Object<a_qxci_sig_iface, QXCISignatureHandlerH> {
 };
 
 TEST(BuiltinSignatureHandler, signs_the_kind_and_every_text_with_its_length) {
-    Provider provider;
+    Provider provider(builtin);
     Options options;
     add_domain(options, dsa_key_1024).add("dsa_x", dsa_key_1024.x);
     const Handler handler(provider, options);
@@ -408,7 +419,7 @@ TEST(BuiltinSignatureHandler, signs_the_kind_and_every_text_with_its_length) {
 }
 
 TEST(BuiltinSignatureHandler, verifies_what_was_signed_and_nothing_else) {
-    Provider provider;
+    Provider provider(builtin);
     Options signing, verifying;
     add_domain(signing, dsa_key_1024).add("dsa_y", dsa_key_1024.y).add("DSA_X", dsa_key_1024.x);
     const std::string odd_y = std::string("000") + dsa_key_1024.y;
@@ -460,7 +471,7 @@ TEST(BuiltinSignatureHandler, checks_its_key) {
         {{key.p, key.q, key.g, nullptr, "2"}, "28 dsa_y"},
         {{key.p, key.q, key.g, key.x, nullptr, key.x}, "23 rsa_x"},
     };
-    Provider provider;
+    Provider provider(builtin);
     for (const auto& wrong : cases) {
         Options options;
         for (size_t i = 0; i < std::size(names); ++i) {
@@ -472,7 +483,7 @@ TEST(BuiltinSignatureHandler, checks_its_key) {
 }
 
 TEST(BuiltinProvider, wipes_secrets_before_it_frees_them) {
-    Provider provider;
+    Provider provider(builtin);
     provider.owner.secret = "Sixteen byte key";
     const std::string key = provider.owner.secret, message = "message: " + key;
     const std::string iv = to_hex(key);

@@ -5,7 +5,7 @@
 
 #include "kovcert/qxci/dbqxci.h"
 #include "kovcert/qxci/qxcicreate.h"
-#include "tests/kovcert/builtin/owner.h"
+#include "tests/kovcert/qxci/owner.h"
 #include "tests/utils/dss/dsakeys.h"
 
 namespace {

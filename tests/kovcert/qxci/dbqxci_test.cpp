@@ -14,7 +14,7 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 
-#include "tests/kovcert/builtin/owner.h"
+#include "tests/kovcert/qxci/owner.h"
 #include "utils/etc/locate.h"
 #include "utils/unix/dllloader.h"
 

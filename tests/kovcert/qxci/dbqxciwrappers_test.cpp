@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "kovcert/qxci/dbqxci.h"
-#include "tests/kovcert/builtin/owner.h"
+#include "tests/kovcert/qxci/owner.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 
 #include "kovcert/qxci/dbqxci.h"
 #include "kovcert/qxci/dbqxciinterface.h"
-#include "tests/kovcert/builtin/owner.h"
+#include "tests/kovcert/qxci/owner.h"
 #include "tests/scratch.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
-#include "tests/kovcert/builtin/owner.h"
+#include "tests/kovcert/qxci/owner.h"
 #include "tests/providers/wire.h"
 
 /// Code and parameter.

@@ -7,23 +7,27 @@
 #include <malloc.h>
 
 #include "providers/stub/qxcistub.h"
-#include "tests/kovcert/builtin/owner.h"
+#include "tests/kovcert/qxci/owner.h"
 #include "tests/providers/wire.h"
 #include "tests/scratch.h"
 
 namespace {
 
-/// The provider with its streams.
+constexpr a_getters linked_in = {
+    QXCIGetEnvIface,
+    QXCIGetErrorIface,
+    QXCIGetStreamIface,
+    QXCIGetStreamConnIface,
+    QXCIGetPasswordHasherIface,
+    QXCIGetBlockHasherIface,
+    QXCIGetBlockEncrypterIface,
+    QXCIGetSignatureHandlerIface,
+};
+
 class Stub : public Provider {
   public:
-    explicit Stub(const char* script = nullptr)
-        : Provider(INT_MAX,
-                   script == nullptr
-                       ? nullptr
-                       : Options().add("identity_file", "x").add("Stub_Script", script).head()) {
-        QXCIGetStreamIface(&streams);
-        QXCIGetStreamConnIface(&conns);
-    }
+    explicit Stub(const a_setting_list& settings = {}) : Provider(linked_in, settings) {}
+    explicit Stub(const char* script) : Stub({{"identity_file", "x"}, {"Stub_Script", script}}) {}
 
     QXCIStreamH stream(a_qxci_side side, a_qxci_user_option* options = nullptr) {
         const QXCIStreamH made =
@@ -33,9 +37,6 @@ class Stub : public Provider {
         }
         return made;
     }
-
-    a_qxci_stream_iface streams = {};
-    a_qxci_conn_iface conns = {};
 };
 
 /// One end of a connection.
@@ -332,11 +333,11 @@ TEST(StubScript, makes_creations_and_operations_fail) {
 
     Stub refused("env fail 25,0,lib.so");
     EXPECT_EQ(refused.env, nullptr);
-    EXPECT_EQ(describe(&refused.error), "25 lib.so");
+    EXPECT_EQ(refused.creation_error(), "25 lib.so");
 }
 
 TEST(StubObjects, hash_encrypt_and_sign_after_a_fashion) {
-    Provider p;
+    Stub p;
     std::string hashes[3];
     for (std::string& hash : hashes) {
         const QXCIBlockHasherH hasher = p.hash.create_with_id_func(p.env, QXCI_HASH_SHA1, &p.error);
