@@ -6,8 +6,8 @@
 
 namespace qxci {
 
-/// The lower-case letter of an ASCII letter; every other byte unchanged. The C library's own asks the
-/// locale of the host: in a Turkish one an "I" is no "i".
+/// The lower-case letter of an ASCII letter; every other byte unchanged. No locale has a say in it:
+/// in a Turkish one an "I" is no "i".
 constexpr char to_lower(char letter) {
     return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
 }
