@@ -4,8 +4,8 @@
 
 #include <openssl/x509v3.h>
 
+#include "kovcert/qxci/kit/names.h"
 #include "providers/openssl/hostname.h"
-#include "providers/openssl/settings.h"
 
 namespace {
 
@@ -32,7 +32,7 @@ class HostName {
         if (base.empty()) return true;
         if (base.size() > _dns.size()) return false;
         const size_t start = _dns.size() - base.size();
-        if (!same_name(_dns.substr(start), base)) return false;
+        if (!qxci::same_name(_dns.substr(start), base)) return false;
         return start == 0 || base.front() == '.' || _dns[start - 1] == '.';
     }
 

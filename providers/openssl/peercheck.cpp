@@ -27,7 +27,7 @@ a_dbqxci_error code_of(int result) {
     return QxciErrBadCert;
 }
 
-bool fail_verify(X509_STORE_CTX& context, ErrorRecord& error) {
+bool fail_verify(X509_STORE_CTX& context, qxci::ErrorRecord& error) {
     const int result = X509_STORE_CTX_get_error(&context);
     const X509* const faulty = X509_STORE_CTX_get_current_cert(&context);
     const BioPtr subject = faulty == nullptr ? nullptr : subject_text(*faulty);
@@ -94,7 +94,7 @@ bool meets(X509& certificate, const a_demand& demand, const char* text) {
 
 }  // namespace
 
-bool check_peer(X509_STORE_CTX& context, const Settings& settings, ErrorRecord& error) {
+bool check_peer(X509_STORE_CTX& context, const Settings& settings, qxci::ErrorRecord& error) {
     constrain_common_name(context);
     leave_dates_aside(context);
     if (X509_verify_cert(&context) != 1 || !judge_chain_dates(context)) {

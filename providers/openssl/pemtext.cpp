@@ -34,7 +34,7 @@ PemText::~PemText() {
     _memory.free(_data);
 }
 
-bool PemText::read_file(const char* file, ErrorRecord& error) {
+bool PemText::read_file(const char* file, qxci::ErrorRecord& error) {
     _source = file;
     const int descriptor = open_file(file);
     if (descriptor < 0) return bad_file(errno, error);
@@ -43,7 +43,7 @@ bool PemText::read_file(const char* file, ErrorRecord& error) {
     return done;
 }
 
-bool PemText::read_descriptor(int descriptor, ErrorRecord& error) {
+bool PemText::read_descriptor(int descriptor, qxci::ErrorRecord& error) {
     struct stat status;
     if (fstat(descriptor, &status) != 0) return bad_file(errno, error);
     if (const int fault = judge_file(status); fault != 0) return bad_file(fault, error);
@@ -58,7 +58,7 @@ bool PemText::read_descriptor(int descriptor, ErrorRecord& error) {
     return true;
 }
 
-bool PemText::set(const char* text, const char* option, ErrorRecord& error) {
+bool PemText::set(const char* text, const char* option, qxci::ErrorRecord& error) {
     _source = option;
     if (!reserve(std::strlen(text), error)) return false;
     std::memcpy(_data, text, _room);
@@ -66,14 +66,14 @@ bool PemText::set(const char* text, const char* option, ErrorRecord& error) {
     return true;
 }
 
-bool PemText::reserve(size_t room, ErrorRecord& error) {
+bool PemText::reserve(size_t room, qxci::ErrorRecord& error) {
     _data = static_cast<char*>(_memory.alloc(room + 1));
     if (_data == nullptr) return error.fail(QxciErrNoMemory);
     _room = room;
     return true;
 }
 
-bool PemText::bad_file(int system_error, ErrorRecord& error) const {
+bool PemText::bad_file(int system_error, qxci::ErrorRecord& error) const {
     const bool missing = system_error == ENOENT || system_error == ENOTDIR;
     return error.fail(missing ? QxciErrCantFindCertFile : QxciErrBadCertFile, _source,
                       static_cast<uint32_t>(system_error));

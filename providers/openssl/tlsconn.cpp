@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "providers/openssl/hostname.h"
+#include "providers/openssl/opensslerror.h"
 #include "providers/openssl/peercheck.h"
 
 namespace {
@@ -22,25 +23,31 @@ bool is_welcome(const a_qxci_conn_callbacks& callbacks, void* user_data, const X
 
 }  // namespace
 
-bool TlsConn::init(a_qxci_user_option* options) {
-    if (!_settings.read(options, SCOPE_OBJECT, error)) return false;
-    if (!_credentials.load(memory(), _settings, false, error)) return false;
-    if (!make_session() || !set_credentials() || !set_peer_name()) return false;
-    if (_stream.side() == QXCI_SERVER) return true;
+a_qxci_result TlsConn::init(const a_qxci_conn_callbacks* callbacks, a_qxci_user_option* options,
+                            void* user_data) {
+    if (!_stream.ready() || !qxci::are_usable(callbacks)) return fail(QxciErrInitError);
+    _callbacks = *callbacks;
+    _user_data = user_data;
+    if (!_settings.read(options, SCOPE_OBJECT, error()) ||
+        !_credentials.load(memory(), _settings, false, error()) || !make_session() ||
+        !set_credentials() || !set_peer_name()) {
+        return QXCI_ERROR;
+    }
+    if (_stream.side() == QXCI_SERVER) return QXCI_OK;
 
     const a_qxci_io_result result = begin();
-    return result == QXCI_IO_OK || result == QXCI_IO_WOULD_BLOCK;
+    return result == QXCI_IO_OK || result == QXCI_IO_WOULD_BLOCK ? QXCI_OK : QXCI_ERROR;
 }
 
 bool TlsConn::make_session() {
-    if (!_bio.init()) return error.fail(QxciErrNoMemory);
+    if (!_bio.init(_user_data)) return error().fail(QxciErrNoMemory);
     _ssl = _stream.make_session();
-    if (_ssl == nullptr) return error.fail_openssl(QxciErrInitError);
+    if (_ssl == nullptr) return fail_openssl(error(), QxciErrInitError);
     BioPtr bio = _bio.make_bio();
-    if (bio == nullptr) return error.fail(QxciErrNoMemory);
+    if (bio == nullptr) return error().fail(QxciErrNoMemory);
     SSL_set_bio(_ssl.get(), bio.get(), bio.get());
     static_cast<void>(bio.release());
-    if (SSL_set_app_data(_ssl.get(), this) != 1) return error.fail(QxciErrNoMemory);
+    if (SSL_set_app_data(_ssl.get(), this) != 1) return error().fail(QxciErrNoMemory);
     SSL_set_msg_callback(_ssl.get(), note_incoming);
     SSL_set_msg_callback_arg(_ssl.get(), &_bio);
     if (_stream.side() == QXCI_CLIENT) {
@@ -56,13 +63,13 @@ bool TlsConn::set_credentials() {
     const Identity& identity =
         _credentials.identity.loaded() ? _credentials.identity : shared.identity;
     if (_stream.side() == QXCI_SERVER && !identity.loaded()) {
-        return error.fail(QxciErrMissingIdentityFile);
+        return error().fail(QxciErrMissingIdentityFile);
     }
     X509_STORE* const trust =
         _credentials.trust != nullptr ? _credentials.trust.get() : shared.trust.get();
-    if (!identity.apply(*_ssl, error) || !demand_certificate(trust)) return false;
+    if (!identity.apply(*_ssl, error()) || !demand_certificate(trust)) return false;
     if (trust == nullptr || SSL_set1_verify_cert_store(_ssl.get(), trust) == 1) return true;
-    return error.fail(QxciErrNoMemory);
+    return error().fail(QxciErrNoMemory);
 }
 
 /// A client always verifies the server. A server asks for a certificate when it knows whom to
@@ -72,7 +79,7 @@ bool TlsConn::demand_certificate(const X509_STORE* trust) {
     for (a_setting setting : {SETTING_COMPANY, SETTING_UNIT, SETTING_NAME}) {
         demands = demands || _settings.get(setting).text != nullptr;
     }
-    if (trust == nullptr) return !demands || error.fail(QxciErrMissingCertFile);
+    if (trust == nullptr) return !demands || error().fail(QxciErrMissingCertFile);
     SSL_set_verify(_ssl.get(), SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
     X509_VERIFY_PARAM_set_flags(SSL_get0_param(_ssl.get()), X509_V_FLAG_PARTIAL_CHAIN);
     return true;
@@ -81,7 +88,7 @@ bool TlsConn::demand_certificate(const X509_STORE* trust) {
 bool TlsConn::set_peer_name() {
     const char* const name = _settings.get(SETTING_NAME).text;
     if (_stream.side() != QXCI_CLIENT || name == nullptr || !is_host_name(name)) return true;
-    return SSL_set_tlsext_host_name(_ssl.get(), name) == 1 || error.fail(QxciErrNoMemory);
+    return SSL_set_tlsext_host_name(_ssl.get(), name) == 1 || error().fail(QxciErrNoMemory);
 }
 
 void TlsConn::note_incoming(int written, int, int type, const void*, size_t, SSL*, void* to) {
@@ -101,18 +108,17 @@ int TlsConn::verify_entry(X509_STORE_CTX* context, void*) {
 }
 
 bool TlsConn::accept_peer(X509_STORE_CTX& context) {
-    if (!check_peer(context, _settings, error)) return false;
+    if (!check_peer(context, _settings, error())) return false;
     if (_stream.side() == QXCI_CLIENT) return true;
     if (is_welcome(_callbacks, _user_data, X509_STORE_CTX_get0_cert(&context))) return true;
-    return error.fail(QxciErrBadCert);
+    return error().fail(QxciErrBadCert);
 }
 
 /// The start of every operation: what it comes to when the session is over, else QXCI_IO_OK.
 a_qxci_io_result TlsConn::standing() {
     if (_state == BROKEN) return QXCI_IO_ERROR;
-    error.clear();
     if (_state != ENDED) return QXCI_IO_OK;
-    error.fail(QxciErrConnectionClosed);
+    error().fail(QxciErrConnectionClosed);
     return QXCI_IO_GRACEFUL_CLOSE;
 }
 
@@ -142,7 +148,7 @@ a_qxci_io_result TlsConn::judge(int result, a_dbqxci_error code) {
     }
     if (reason == SSL_ERROR_SSL || _bio.flooded()) {
         const unsigned long newest = ERR_peek_last_error();
-        error.fail_openssl(code);
+        fail_openssl(error(), code);
         return broken(newest);
     }
     const bool waits = reason == SSL_ERROR_WANT_READ && !_bio.gave_up();
@@ -153,8 +159,8 @@ a_qxci_io_result TlsConn::judge(int result, a_dbqxci_error code) {
 /// log gets OpenSSL's error.
 a_qxci_io_result TlsConn::broken(unsigned long openssl_error) {
     _state = BROKEN;
-    if (_bio.gave_up()) error.fail(QxciErrConnectionClosed);
-    error.fail(QxciErrIOError);
+    if (_bio.gave_up()) error().fail(QxciErrConnectionClosed);
+    error().fail(QxciErrIOError);
     char text[256] = "TLS: the connection is broken";
     if (openssl_error != 0) ERR_error_string_n(openssl_error, text, sizeof text);
     log(LOG_FAILURE, text);
@@ -186,7 +192,7 @@ a_qxci_io_result TlsConn::write(const a_qxci_byte* data, size_t len) {
 }
 
 /// Writes keep nothing back.
-a_qxci_io_result TlsConn::flush_writes() {
+a_qxci_io_result TlsConn::flush() {
     return standing();
 }
 

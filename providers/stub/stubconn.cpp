@@ -64,10 +64,7 @@ class StubConn : public StubObject {
 a_qxci_result StubConn::init(const a_qxci_conn_callbacks* callbacks, a_qxci_user_option* options,
                              void* user_data) {
     if (prepare(StubOperation::conn, options, stub_tls_options) != QXCI_OK) return QXCI_ERROR;
-    if (!_stream.is_started() || callbacks == nullptr) return fail(QxciErrInitError);
-    if (callbacks->read_cb == nullptr || callbacks->write_cb == nullptr) {
-        return fail(QxciErrInitError);
-    }
+    if (!_stream.is_started() || !qxci::are_usable(callbacks)) return fail(QxciErrInitError);
     _callbacks = *callbacks;
     _user_data = user_data;
     _wire.set_callbacks(_callbacks, user_data);

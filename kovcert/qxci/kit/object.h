@@ -47,6 +47,11 @@ class Object {
     ErrorRecord _error;
 };
 
+/// Whether a connection can send and receive through what it was given.
+inline bool are_usable(const a_qxci_conn_callbacks* callbacks) {
+    return callbacks != nullptr && callbacks->read_cb != nullptr && callbacks->write_cb != nullptr;
+}
+
 /// An entry that creates: create_func or create_with_id_func, whose arguments between the owner's
 /// handle and the error record are of the types Args.
 template <class Made, class... Args>
