@@ -44,6 +44,7 @@ bool Identity::load(const qxci::Memory& memory, const a_setting_value& setting,
 bool Identity::load(const PemText& text, const char* password, qxci::ErrorRecord& error) {
     if (text.empty()) return error.fail(QxciErrNoCertificates, text.source());
     if (!text.is_pem()) return error.fail(QxciErrBadCertFile, text.source());
+    // Two readers, since the key may stand before the certificates: each passes over the other's.
     const BioPtr certificates = text.open(), key = text.open();
     if (certificates == nullptr || key == nullptr) return error.fail(QxciErrNoMemory);
     return load_certificates(*certificates, text, error) && load_key(*key, text, password, error) &&
@@ -51,6 +52,8 @@ bool Identity::load(const PemText& text, const char* password, qxci::ErrorRecord
 }
 
 bool Identity::load_certificates(BIO& bio, const PemText& text, qxci::ErrorRecord& error) {
+    // Every end of the loop leaves its reason behind, which alone tells the end of the text from a
+    // certificate that cannot be read.
     ERR_clear_error();
     _certificate.reset(PEM_read_bio_X509(&bio, nullptr, no_password, nullptr));
     _chain.reset(sk_X509_new_null());
@@ -59,7 +62,7 @@ bool Identity::load_certificates(BIO& bio, const PemText& text, qxci::ErrorRecor
         CertPtr issuer(PEM_read_bio_X509(&bio, nullptr, no_password, nullptr));
         if (issuer == nullptr) break;
         if (sk_X509_push(_chain.get(), issuer.get()) == 0) return error.fail(QxciErrNoMemory);
-        static_cast<void>(issuer.release());
+        static_cast<void>(issuer.release());  // the chain's now
     }
     if (!at_end_of_pem()) return fail_openssl(error, QxciErrBadCertFile, text.source());
     return _certificate != nullptr || error.fail(QxciErrNoCertificates, text.source());
@@ -67,6 +70,7 @@ bool Identity::load_certificates(BIO& bio, const PemText& text, qxci::ErrorRecor
 
 bool Identity::load_key(BIO& bio, const PemText& text, const char* password,
                         qxci::ErrorRecord& error) {
+    // OpenSSL says of a text without a key what it says of a kind of key that it does not know.
     if (!text.has_key()) return error.fail(QxciErrKeyMissing, text.source());
     ERR_clear_error();
     a_password answer = {password, false};

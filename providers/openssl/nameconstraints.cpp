@@ -5,7 +5,7 @@
 #include <openssl/x509v3.h>
 
 #include "kovcert/qxci/kit/names.h"
-#include "providers/openssl/hostname.h"
+#include "providers/openssl/ipaddress.h"
 
 namespace {
 
@@ -69,7 +69,7 @@ int judge(const X509& authority, const HostName& name) {
     int found = 0;
     const ConstraintsPtr constraints(static_cast<NAME_CONSTRAINTS*>(
         X509_get_ext_d2i(&authority, NID_name_constraints, &found, nullptr)));
-    constexpr int none = -1;
+    constexpr int none = -1;  // -2: several, which is a fault (X509_get_ext_d2i(3))
     if (found == none) return X509_V_OK;
     if (constraints == nullptr) return X509_V_ERR_UNSUPPORTED_CONSTRAINT_SYNTAX;
     const a_count permitted(constraints->permittedSubtrees, name);

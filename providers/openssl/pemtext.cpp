@@ -48,6 +48,7 @@ bool PemText::read_descriptor(int descriptor, qxci::ErrorRecord& error) {
     if (fstat(descriptor, &status) != 0) return bad_file(errno, error);
     if (const int fault = judge_file(status); fault != 0) return bad_file(fault, error);
     if (!reserve(static_cast<size_t>(status.st_size), error)) return false;
+    // A file that grows meanwhile is taken as it was, one that shrinks as far as it goes.
     while (_len < _room) {
         const ssize_t count = read(descriptor, _data + _len, _room - _len);
         if (count == 0) break;
@@ -67,7 +68,7 @@ bool PemText::set(const char* text, const char* option, qxci::ErrorRecord& error
 }
 
 bool PemText::reserve(size_t room, qxci::ErrorRecord& error) {
-    _data = static_cast<char*>(_memory.alloc(room + 1));
+    _data = static_cast<char*>(_memory.alloc(room + 1));  // not 0, for which there may be null
     if (_data == nullptr) return error.fail(QxciErrNoMemory);
     _room = room;
     return true;
@@ -84,6 +85,7 @@ bool PemText::contains(const char* mark) const {
 }
 
 BioPtr PemText::open() const {
+    // It reads in place: no second copy of a key.
     return BioPtr(BIO_new_mem_buf(_data, static_cast<int>(_len)));
 }
 

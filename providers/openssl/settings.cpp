@@ -49,8 +49,11 @@ bool Settings::take(a_qxci_user_option& option, an_option_scope scope, qxci::Err
     const char* const name = qxci::option_name(option);
     const an_option* const known = find_option(name, scope);
     if (known == nullptr) return scope == SCOPE_ENVIRONMENT || error.fail(QxciErrBadOption, name);
+    // Under one name the first counts, as everywhere. Two names for one thing are a contradiction
+    // in what is meant for this object, but not in an environment's, which is meant for whoever
+    // comes.
     if (has(known->setting)) {
-        const bool same = _values[known->setting].option == known->name;
+        const bool same = _values[known->setting].option == known->name;  // the pointer
         return same || scope == SCOPE_ENVIRONMENT || error.fail(QxciErrOptionError, known->name);
     }
     option.used = true;

@@ -1,14 +1,42 @@
 #include "providers/openssl/tlsconn.h"
 
 #include <cstdio>
+#include <cstring>
 
-#include "providers/openssl/hostname.h"
 #include "providers/openssl/opensslerror.h"
 #include "providers/openssl/peercheck.h"
 
 namespace {
 
 enum a_log_level { LOG_FAILURE = 0, LOG_SESSION = 1 };
+
+bool is_digit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+bool is_letter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+bool is_label(const char* label, size_t len) {
+    if (len == 0 || len > 63 || label[0] == '-' || label[len - 1] == '-') return false;
+    for (size_t i = 0; i < len; ++i) {
+        if (!is_letter(label[i]) && !is_digit(label[i]) && label[i] != '-') return false;
+    }
+    return true;
+}
+
+/// True for a name that can stand in the server name indication (RFC 6066 section 3): labels of
+/// letters, digits and hyphens (RFC 5890 section 2.3.1), no dot at the end, no IP address.
+bool is_host_name(const char* name) {
+    if (std::strlen(name) > 253) return false;
+    const char* last = name;
+    for (const char* dot; (dot = std::strchr(last, '.')) != nullptr; last = dot + 1) {
+        if (!is_label(last, static_cast<size_t>(dot - last))) return false;
+    }
+    // No top-level domain consists of digits, but every dotted IPv4 address ends in them.
+    return is_label(last, std::strlen(last)) && last[std::strspn(last, "0123456789")] != '\0';
+}
 
 /// Asks the owner whether it welcomes a client whose certificate has been verified.
 bool is_welcome(const a_qxci_conn_callbacks& callbacks, void* user_data, const X509* certificate) {
@@ -45,6 +73,7 @@ bool TlsConn::make_session() {
     if (_ssl == nullptr) return fail_openssl(error(), QxciErrInitError);
     BioPtr bio = _bio.make_bio();
     if (bio == nullptr) return error().fail(QxciErrNoMemory);
+    // The session takes one reference for both directions (SSL_set_bio(3)).
     SSL_set_bio(_ssl.get(), bio.get(), bio.get());
     static_cast<void>(bio.release());
     if (SSL_set_app_data(_ssl.get(), this) != 1) return error().fail(QxciErrNoMemory);
@@ -80,6 +109,7 @@ bool TlsConn::demand_certificate(const X509_STORE* trust) {
         demands = demands || _settings.get(setting).text != nullptr;
     }
     if (trust == nullptr) return !demands || error().fail(QxciErrMissingCertFile);
+    // Nor need what is trusted be a root's: an authority in between or the peer's own will do.
     SSL_set_verify(_ssl.get(), SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
     X509_VERIFY_PARAM_set_flags(SSL_get0_param(_ssl.get()), X509_V_FLAG_PARTIAL_CHAIN);
     return true;
@@ -101,6 +131,7 @@ int TlsConn::verify_entry(X509_STORE_CTX* context, void*) {
     const SSL* const ssl = static_cast<SSL*>(
         X509_STORE_CTX_get_ex_data(context, SSL_get_ex_data_X509_STORE_CTX_idx()));
     if (static_cast<TlsConn*>(SSL_get_app_data(ssl))->accept_peer(*context)) return 1;
+    // The alert that the peer gets is chosen by the result, also where only a demand was not met.
     if (X509_STORE_CTX_get_error(context) == X509_V_OK) {
         X509_STORE_CTX_set_error(context, X509_V_ERR_APPLICATION_VERIFICATION);
     }
@@ -151,6 +182,8 @@ a_qxci_io_result TlsConn::judge(int result, a_dbqxci_error code) {
         fail_openssl(error(), code);
         return broken(newest);
     }
+    // OpenSSL waits also for a peer that has been silent for too long; and what it has for the peer
+    // goes out first, since the peer may be waiting for that.
     const bool waits = reason == SSL_ERROR_WANT_READ && !_bio.gave_up();
     return waits && _bio.flush() ? QXCI_IO_WOULD_BLOCK : broken();
 }
@@ -212,6 +245,7 @@ void TlsConn::log_session() const {
 }
 
 TlsConn::~TlsConn() {
+    // A handshake has nothing to end yet, and after a fault nothing may be sent (SSL_shutdown(3)).
     if (_state != OPEN && _state != ENDED) return;
     ERR_clear_error();
     SSL_shutdown(_ssl.get());

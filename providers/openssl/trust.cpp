@@ -42,7 +42,7 @@ bool add_all(X509_STORE& store, const PemText& text, qxci::ErrorRecord& error) {
     if (text.empty()) return error.fail(QxciErrNoCertificates, text.source());
     const BioPtr bio = text.open();
     if (bio == nullptr) return error.fail(QxciErrNoMemory);
-    ERR_clear_error();
+    ERR_clear_error();  // for at_end_of_pem(), which looks at the newest
     return text.is_pem() ? add_pem(store, text, *bio, error) : add_der(store, text, *bio, error);
 }
 

@@ -88,7 +88,7 @@ bool StubConn::add_to_hello(const char* text) {
     return true;
 }
 
-/// The options are not there any more when the hello is sent.
+/// In the wire's own buffer, since the options may be gone when the hello is sent.
 a_qxci_result StubConn::compose_hello(a_qxci_user_option* options) {
     add_to_hello(own_greeting());
     if (_side == QXCI_SERVER) return QXCI_OK;
@@ -154,7 +154,7 @@ a_qxci_io_result StubConn::handshake() {
 
 a_qxci_io_result StubConn::send_hello() {
     if (_hello_sent) return QXCI_IO_OK;
-    _hello_sent = true;
+    _hello_sent = true;  // or not for good: a wire that failed stays so
     return _wire.send(StubRecord::hello, _hello_len);
 }
 
