@@ -88,6 +88,8 @@ void report_failure(DBQXCIError* err, a_dbqxci_error failure, const char* name) 
 }
 
 void* open_library(const char* name) {
+    // Never by the bare name, which dlopen() would look for wherever the process's environment
+    // says.
     std::array<char, LOCATE_MAX_PATH> path;
     if (!ut_locate_file(LOCATE_LIBRARY, name, path.data(), path.size())) return nullptr;
     return ut_dll_open(path.data());
@@ -106,13 +108,13 @@ bool DBQXCIInterface::Load(a_qxci_dll_type type, const char* dll_name, DBQXCIErr
     const char* const name = library_name(type, dll_name);
     a_dbqxci_error failure = type == QXCI_DLL_FIPS ? QxciErrFipsNotAvailable : QxciErrMissingDll;
     if (_LoadLibrary(name, &failure)) return true;
-    Unload();
+    Unload();  // whatever part of it was done, so that a later Load() tries again
     report_failure(err, failure, name);
     return false;
 }
 
 bool DBQXCIInterface::_LoadBuiltin() {
-    _loaded = true;
+    _loaded = true;  // even if it fails: there is nothing that could be better the next time
     _vers = {QXCI_API_MAJOR, QXCI_API_MINOR, QXCI_IMPL_ID, 1};
     _valid = _Fill(builtin_entry_points);
     return _valid;

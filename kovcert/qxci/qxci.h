@@ -9,7 +9,7 @@
  * these fill. This header is all that a provider needs. It compiles as C11 and as C++; one in C++
  * may also use kit/providerkit.h.
  *
- * The order of calls
+ * How a provider is used
  *
  *   1. The owner opens the library and looks up QXCIGetVersion, QXCIGetEnvIface and
  *      QXCIGetErrorIface, without which it refuses the library, and the other six, each of which

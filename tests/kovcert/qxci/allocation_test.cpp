@@ -3,9 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include "kovcert/qxci/dbqxci.h"
 #include "kovcert/qxci/qxcicreate.h"
-#include "tests/kovcert/qxci/owner.h"
+#include "tests/kovcert/qxci/trial.h"
 #include "tests/utils/dss/dsakeys.h"
 
 namespace {
@@ -104,28 +103,20 @@ const struct {
 
 /// Runs a creation with an owner whose allocation number `fail_at` fails; true: it did not get
 /// there.
-bool has_enough(const a_creation& create, int fail_at) {
-    Owner owner(fail_at);
-    DBQXCIError error;
-    bool good;
-    {
-        DBQXCIEnvironment env(owner.callbacks(), &owner);
-        good = env.Init(false, "test", nullptr, &error) == QXCI_OK && create(env, error);
-    }
-    EXPECT_EQ(owner.live(), 0) << "leaked after allocation " << fail_at;
-    EXPECT_EQ(error.getErrorCode(), unsigned{good ? QxciErrOK : QxciErrNoMemory}) << fail_at;
-    EXPECT_TRUE(good || owner.ran_out());
-    return !owner.ran_out();
+bool has_enough(bool from_stub, const a_creation& create, int fail_at) {
+    Trial t({.stub = from_stub, .fail_at = fail_at});
+    const bool good = t.result == QXCI_OK && create(t.env, t.err);
+    EXPECT_EQ(good ? "0" : "1", describe(t.err)) << "allocation " << fail_at;
+    EXPECT_TRUE(good || t.owner.ran_out());
+    return !t.owner.ran_out();
 }
 
 TEST(Allocation, that_fails_ends_a_creation_and_nothing_else) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        gUseStub = c.from_stub;
         unsigned allocations = 0;
-        while (!has_enough(c.create, static_cast<int>(allocations))) ++allocations;
+        while (!has_enough(c.from_stub, c.create, static_cast<int>(allocations))) ++allocations;
         EXPECT_GE(allocations, c.allocations);
-        gUseStub = false;
     }
 }
 

@@ -1,8 +1,7 @@
-/* Compiled as C11: what a provider written in C relies on. */
+/* Compiled as C11: what a provider written in C, and a loader built elsewhere, rely on. */
 
 #include "kovcert/qxci/qxci.h"
 
-/* The layout that the loader and every provider must agree on. */
 _Static_assert(sizeof(a_qxci_version) == 8, "four 16-bit fields");
 _Static_assert(offsetof(a_qxci_version, impl_ver) == 6, "in the documented order");
 _Static_assert(sizeof(a_dbqxci_error) == 4, "32-bit codes");
@@ -21,18 +20,3 @@ _Static_assert(ENTRIES(a_qxci_pw_hash_iface) == 7, "password hashers");
 _Static_assert(ENTRIES(a_qxci_hash_iface) == 10, "block hashers");
 _Static_assert(ENTRIES(a_qxci_enc_iface) == 8, "block encrypters");
 _Static_assert(ENTRIES(a_qxci_sig_iface) == 7, "signature handlers");
-
-/* A provider of the smallest kind, whose functions the C++ side calls through the header. */
-a_qxci_version QXCIGetVersion(void) {
-    a_qxci_version version = {QXCI_API_MAJOR, QXCI_API_MINOR, QXCI_IMPL_ID, 0x1234};
-    return version;
-}
-
-static bool has_stream(QXCIEnvironmentH env, a_qxci_byte id) {
-    return env == NULL && id == QXCI_STREAM_RSA_TLS;
-}
-
-a_qxci_result QXCIGetEnvIface(a_qxci_env_iface* iface) {
-    iface->stream_alg_id_func = has_stream;
-    return QXCI_OK;
-}
