@@ -1,17 +1,10 @@
-#include "kovcert/builtin/builtintext.h"
+#include "kovcert/builtin/builtinhex.h"
 
 #include <cstring>
 
 #include "utils/etc/utascii.h"
 
 namespace {
-
-bool is_listed(const char* name, const char* const* known) {
-    for (; *known != nullptr; ++known) {
-        if (ut_equal_nocase(name, *known)) return true;
-    }
-    return false;
-}
 
 /// The value of a hex digit, 16 for anything else.
 unsigned digit_value(char digit) {
@@ -22,23 +15,6 @@ unsigned digit_value(char digit) {
 }
 
 }  // namespace
-
-const char* find_option(a_qxci_user_option* options, const char* name) {
-    for (; options != nullptr; options = options->next) {
-        if (options->opt_name == nullptr || !ut_equal_nocase(options->opt_name, name)) continue;
-        options->used = true;
-        return options->opt_value == nullptr ? "" : options->opt_value;
-    }
-    return nullptr;
-}
-
-const char* find_unknown_option(const a_qxci_user_option* options, const char* const* known) {
-    for (; options != nullptr; options = options->next) {
-        const char* const name = options->opt_name == nullptr ? "" : options->opt_name;
-        if (!is_listed(name, known)) return name;
-    }
-    return nullptr;
-}
 
 bool parse_hex(const char* text, a_qxci_byte* bytes, size_t len) {
     if (std::strlen(text) != 2 * len) return false;
