@@ -3,9 +3,9 @@
 #include <atomic>
 #include <memory>
 
-#include "host/sqlite/directcall.h"
 #include "host/sqlite/interruptible.h"
-#include "host/sqlite/sqlcall.h"
+#include "host/sqlite/schemaguard.h"
+#include "host/sqlite/sqlfunction.h"
 #include "host/utf8.h"
 
 namespace {

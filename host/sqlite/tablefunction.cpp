@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <memory>
 
-#include "host/sqlite/directcall.h"
-#include "host/sqlite/sqlcall.h"
+#include "host/sqlite/schemaguard.h"
+#include "host/sqlite/sqlfunction.h"
 #include "host/utf8.h"
 
 namespace host {
