@@ -17,7 +17,7 @@ struct XpcallCall {
 };
 
 struct XpcallOptions {
-    std::string library;  ///< empty: the one that Library::default_path() names
+    std::string library;  ///< empty: the one that default_library_path() names
     std::uint32_t piece = CallFrame::default_piece;
     std::vector<XpcallCall> calls;  ///< to be made in this order
 };

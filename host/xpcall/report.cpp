@@ -33,7 +33,7 @@ int report_status(const CallFrame& frame, const Procedure& procedure) {
     if (result.is_null()) return report_nothing(procedure, "no status");
     const std::int32_t status = result.as_int().value_or(EXIT_FAILED);
     if (status != 0 && frame.cancelled()) fputs("cancelled\n", stderr);
-    printf("status %d: %s\n", status, explain_status(procedure, status).data());
+    printf("status %d: %s\n", status, procedure.explain(status).data());
     return status == 0 ? EXIT_SUCCEEDED : EXIT_FAILED;
 }
 
@@ -42,7 +42,7 @@ int report_outs(const CallFrame& frame, const Procedure& procedure,
                 const std::vector<bool>& asked) {
     bool filled = false;
     for (std::uint32_t number = 1; number <= procedure.parameter_count(); ++number) {
-        const bool is_out = procedure.parameter(number).direction == Direction::Out;
+        const bool is_out = procedure.is_out(number);
         const bool has_value = is_out && frame.out(number) && !frame.out(number)->is_null();
         const std::string name = procedure.parameter_name(number);
         filled = filled || has_value;

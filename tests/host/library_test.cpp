@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 
+#include "host/librarypath.h"
 #include "host/procedures.h"
 
 using namespace host;
@@ -35,11 +36,11 @@ TEST(Library, names_the_file_the_reason_and_the_remedy) {
 
 TEST(Library, is_found_through_the_environment_or_beside_the_host) {
     setenv("QUOREL_LIBRARY", "/somewhere/else.so", 1);
-    EXPECT_EQ(Library::default_path(), "/somewhere/else.so");
+    EXPECT_EQ(default_library_path(), "/somewhere/else.so");
     setenv("QUOREL_LIBRARY", "", 1);
     // This test lies two folders below the build tree's root, as do the tools, so it finds the
     // library where they do.
-    EXPECT_THAT(Library::default_path(), HasSubstr("/extdll/libquorel_static.so"));
+    EXPECT_THAT(default_library_path(), HasSubstr("/extdll/libquorel_static.so"));
     std::string error;
     const Library library = Library::load({}, error);
     ASSERT_TRUE(library.loaded()) << error;

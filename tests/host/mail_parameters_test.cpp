@@ -8,7 +8,7 @@
 #include <sys/resource.h>
 
 #include "host/callframe.h"
-#include "host/hostname.h"
+#include "host/mailguards.h"
 #include "tests/host/fakeprocedure.h"
 #include "tests/netlib/smtppeer.h"
 #include "tests/scratch.h"
@@ -169,17 +169,6 @@ std::vector<std::string> split(const std::string& text) {
     return words;
 }
 
-TEST(MailParameters, a_doubtful_host_is_another_machine) {
-    for (const std::string& host :
-         split("localhost|LocalHost|127.0.0.1|127.255.0.9|::1|0:0:0:0:0:0:0:1|::ffff:127.0.0.1"))
-        EXPECT_TRUE(is_loopback(host)) << host;
-    for (const std::string& host :
-         split("|localhost.evil.test|localhost.|127.1|0x7f.1|2130706433|0177.0.0.1|127.0.0.1.|"
-               "127.0.0.1.evil.test|127.0.0.1 | 127.0.0.1|127.0.0.1:25|[::1]|::1%lo|126.0.0.1|"
-               "::ffff:126.0.0.1|::127.0.0.1|::2|0.0.0.0|::"))
-        EXPECT_FALSE(is_loopback(host)) << host;
-}
-
 // What the procedure is given ("2=h 12=1 ", by number) of "host=h|…" and the host's warning; or why
 // it is not called ("6 (message) takes …").
 std::string outcome(const char* procedure, const std::string& given) {
@@ -191,6 +180,21 @@ std::string outcome(const char* procedure, const std::string& given) {
     if (call.frame.call(call.error)) return *call.frame.result()->bytes + call.frame.warning();
     EXPECT_FALSE(call.frame.result()) << "nothing is called";
     return call.error.substr(strlen("fake_spell: parameter "));
+}
+
+TEST(MailParameters, a_doubtful_host_is_another_machine) {
+    const auto takes_password_for = [](const std::string& host) {
+        return outcome("xp_startsmtp", "host=" + host + "|auth_username=u|auth_password=p")
+            .starts_with("2=");
+    };
+    for (const std::string& host :
+         split("localhost|LocalHost|127.0.0.1|127.255.0.9|::1|0:0:0:0:0:0:0:1|::ffff:127.0.0.1"))
+        EXPECT_TRUE(takes_password_for(host)) << host;
+    for (const std::string& host :
+         split("|localhost.evil.test|localhost.|127.1|0x7f.1|2130706433|0177.0.0.1|127.0.0.1.|"
+               "127.0.0.1.evil.test|127.0.0.1 | 127.0.0.1|127.0.0.1:25|[::1]|::1%lo|126.0.0.1|"
+               "::ffff:126.0.0.1|::127.0.0.1|::2|0.0.0.0|::"))
+        EXPECT_FALSE(takes_password_for(host)) << host;
 }
 
 struct Outcome {

@@ -4,11 +4,10 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
+#include "host/descriptor.h"
 #include "host/sqlite/shell/interrupt.h"
 #include "host/text.h"
 
@@ -46,10 +45,7 @@ void make_folders(const std::string& file) {
 // The file exists before anything is written to it, so that nobody else can ever read it.
 bool make_private_file(const std::string& file) {
     make_folders(file);
-    const int descriptor = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (descriptor < 0) return false;
-    close(descriptor);
-    return true;
+    return open_file(file.c_str(), O_RDWR | O_CREAT, 0600).is_open();
 }
 
 History* new_history(const std::string& file) {
@@ -63,15 +59,14 @@ History* new_history(const std::string& file) {
 
 // Shells that run at the same time share the file: each reads it anew before it writes it.
 void add_to_file(const std::string& file, const std::string& entry) {
-    const int lock = open(file.c_str(), O_RDWR | O_CLOEXEC);
-    if (lock < 0) return;
-    flock(lock, LOCK_EX);
+    const Descriptor lock = open_file(file.c_str(), O_RDWR);
+    if (!lock.is_open()) return;
+    flock(lock.number(), LOCK_EX);
     History* kept = new_history(file);
     HistEvent event{};
     history(kept, &event, H_ENTER, entry.c_str());
     history(kept, &event, H_SAVE, file.c_str());
     history_end(kept);
-    close(lock);
 }
 
 }  // namespace

@@ -13,7 +13,7 @@ namespace host {
 
 struct Options {
     std::string database = ":memory:";
-    std::string library;                ///< empty: the one that Library::default_path() names
+    std::string library;                ///< empty: the one that default_library_path() names
     std::vector<std::string> commands;  ///< each -c
     std::optional<std::string> script;  ///< a file, "-" for standard input
     Mode mode = Mode::Table;

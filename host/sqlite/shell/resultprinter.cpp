@@ -39,7 +39,7 @@ void CallResult::show_status() const {
     const std::optional<Value>& result = _frame.result();
     const std::optional<std::int32_t> status = result ? result->as_int() : std::nullopt;
     const std::string_view meaning =
-        status ? explain_status(_procedure, *status) : "the procedure set none";
+        status ? _procedure.explain(*status) : "the procedure set none";
     if (_style.for_programs()) {
         const std::string number = status ? std::to_string(*status) : "";
         return _show_row({"status", "meaning"},
@@ -67,7 +67,7 @@ void CallResult::show_out_values() const {
     std::vector<Field> row;
     std::size_t shown = 0;
     for (std::uint32_t number = 1; number <= _procedure.parameter_count(); ++number) {
-        if (_procedure.parameter(number).direction != Direction::Out) continue;
+        if (!_procedure.is_out(number)) continue;
         const std::optional<Value>& value = _frame.out(number);
         const bool null = !value || value->is_null();
         names.push_back(_procedure.parameter_name(number));

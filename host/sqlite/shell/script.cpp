@@ -5,9 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include <fcntl.h>
-#include <unistd.h>
-
+#include "host/descriptor.h"
 #include "host/filebytes.h"
 #include "host/sqlite/shell/dispatcher.h"
 #include "host/sqlite/shell/interrupt.h"
@@ -67,11 +65,8 @@ Ran fail_to_read_standard_input() {
 FILE* take_standard_input() {
     const int script = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     if (script < 0) return nullptr;
-    const int empty = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    if (empty >= 0) {
-        dup2(empty, STDIN_FILENO);
-        close(empty);
-    }
+    if (const Descriptor empty = open_file("/dev/null", O_RDONLY); empty.is_open())
+        dup2(empty.number(), STDIN_FILENO);
     return fdopen(script, "r");
 }
 

@@ -1,4 +1,4 @@
-#include "host/filesize.h"
+#include "host/filecheck.h"
 
 #include <cerrno>
 #include <cstring>

@@ -1,18 +1,40 @@
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
 #include "host/mailguards.h"
-
-#include <atomic>
-#include <new>
-
-#include "host/hostname.h"
-#include "host/lineends.h"
+#include "host/text.h"
 
 namespace host {
 
 namespace {
 
-using Refused = std::optional<Refusal>;
+// True only for what certainly is this machine: "localhost", 127.0.0.0/8 in four decimal parts,
+// ::1, and the former written as ::ffff:127.0.0.1. Not for other spellings that a resolver would
+// understand ("127.1", "2130706433", "localhost."): what is doubtful is another machine.
+bool is_loopback(std::string_view host) {
+    if (same_name(host, "localhost")) return true;
+    const std::string text(host);
+    constexpr unsigned char loopback_net = 127;
+    in_addr four{};
+    if (inet_pton(AF_INET, text.c_str(), &four) == 1)
+        return reinterpret_cast<const unsigned char*>(&four)[0] == loopback_net;
+    in6_addr six{};
+    if (inet_pton(AF_INET6, text.c_str(), &six) != 1) return false;
+    constexpr std::size_t mapped_address = 12;
+    return IN6_IS_ADDR_LOOPBACK(&six) ||
+           (IN6_IS_ADDR_V4MAPPED(&six) && six.s6_addr[mapped_address] == loopback_net);
+}
 
-std::atomic<bool> raw_by_default{false};
+// True for a name as certificates carry it: letters, digits, "-" and "_" between dots, and no
+// address in any spelling.
+bool is_host_name(std::string_view host) {
+    constexpr std::string_view letters =
+        "-_.0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+    if (host.empty() || host.find_first_not_of(letters) != std::string_view::npos) return false;
+    // It reads one to four decimal, octal or hexadecimal parts, as a resolver does.
+    in_addr address{};
+    return inet_aton(std::string(host).c_str(), &address) == 0;
+}
 
 // With two zero bytes, so many are 512 characters of base64, behind which the library breaks the
 // line.
@@ -61,21 +83,6 @@ Refused guard_certificate(CallArguments& arguments, std::string& warning) {
     return std::nullopt;
 }
 
-Refused use_crlf(CallArguments& arguments) {
-    const std::string_view message = *arguments[mail_message];
-    const std::uint64_t length = length_with_crlf(message);
-    if (length == message.size()) return std::nullopt;
-    if (length > UINT32_MAX)
-        return Refusal{mail_message, "takes less than 4 GiB, counting CRLF for each line end"};
-    const auto size = static_cast<std::size_t>(length);
-    std::unique_ptr<char[]> text(new (std::nothrow) char[size]);
-    if (text == nullptr)
-        return Refusal{mail_message, "is too long: there is no memory to make its line ends CRLF"};
-    copy_with_crlf(message, text.get());
-    arguments.own(mail_message, std::move(text), size);
-    return std::nullopt;
-}
-
 }  // namespace
 
 Refused guard_start(CallArguments& arguments, std::string& warning) {
@@ -83,24 +90,6 @@ Refused guard_start(CallArguments& arguments, std::string& warning) {
     if (!arguments[start_host]) return std::nullopt;
     const Refused refused = guard_login(arguments);
     return refused ? refused : guard_certificate(arguments, warning);
-}
-
-Refused guard_message(CallArguments& arguments, std::string& /*warning*/) {
-    // Without any text a message gets no parts, and the file would be a part of none.
-    if (arguments[mail_file] && !arguments[mail_message]) arguments.own(mail_message, "");
-    if (!arguments[mail_message]) return std::nullopt;
-    // How the line begins that the library puts between the text and the file.
-    constexpr std::string_view boundary = "--==_EMAIL_MIME_";
-    if (arguments[mail_file] && has_line_with(*arguments[mail_message], boundary))
-        return Refusal{mail_message, "takes no line that begins with " + std::string(boundary) +
-                                         " beside include_file: it would end the text and begin an "
-                                         "attachment; put a blank before it"};
-    if (arguments.is_on(mail_raw).value_or(raw_by_default)) return std::nullopt;
-    return use_crlf(arguments);
-}
-
-void send_raw_by_default(bool raw) {
-    raw_by_default = raw;
 }
 
 }  // namespace host

@@ -1,5 +1,5 @@
-#ifndef QUOREL_HOST_FILESIZE_H
-#define QUOREL_HOST_FILESIZE_H
+#ifndef QUOREL_HOST_FILECHECK_H
+#define QUOREL_HOST_FILECHECK_H
 
 /// Whether a file bears out a status of 0: the library does not notice a write that fails, nor a
 /// file that changes while it is sent.
