@@ -17,8 +17,6 @@ bool read_number(std::string_view digits, Value& value, std::string& error) {
     return false;
 }
 
-}  // namespace
-
 bool give_argument(CallFrame& frame, std::uint32_t number, std::string_view written,
                    FileBytes& file, std::string& error) {
     constexpr std::string_view number_mark = "int:";
@@ -34,6 +32,29 @@ bool give_argument(CallFrame& frame, std::uint32_t number, std::string_view writ
         value = Value::text(std::string(written), EXTFN_TYPE_STRING);
     }
     return frame.set_argument(number, std::move(value), error);
+}
+
+}  // namespace
+
+bool give_arguments(CallFrame& frame, const XpcallCall& call, std::deque<FileBytes>& files,
+                    std::vector<bool>& asked, std::string& error) {
+    const Procedure& procedure = *call.procedure;
+    asked.resize(procedure.parameter_count() + 1);
+    for (std::uint32_t number = 1; number <= call.arguments.size(); ++number) {
+        const std::string& text = call.arguments[number - 1];
+        const bool is_out = number <= procedure.parameter_count() && procedure.is_out(number);
+        if (is_out && text == "out") {
+            asked[number] = true;
+        } else if (is_out || text == "out") {
+            error = "argument " + std::to_string(number) + " of " + std::string(procedure.name) +
+                    (is_out ? " is an OUT parameter; write out in its place"
+                            : " is not an OUT parameter; give a value, or text:out for the word");
+            return false;
+        } else if (!give_argument(frame, number, text, files.emplace_back(), error)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 }  // namespace host

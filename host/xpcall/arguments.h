@@ -3,20 +3,25 @@
 
 /// Values as people write them on a command line.
 
+#include <deque>
 #include <string>
-#include <string_view>
+#include <vector>
 
 #include "host/callframe.h"
 #include "host/filebytes.h"
+#include "host/xpcall/options.h"
 
 namespace host {
 
-/// Reads one argument and gives it to `frame` as parameter `number`: `null`, `int:N`, `@file` (the
-/// file's bytes, which `file` then holds and lends to the frame), `text:…` (the rest as it stands);
-/// anything else is text. False with a sentence in `error` when a number is none, a file cannot be
-/// read, or the frame refuses the value.
-bool give_argument(CallFrame& frame, std::uint32_t number, std::string_view written,
-                   FileBytes& file, std::string& error);
+/// Reads the arguments of `call` and gives them to its `frame`, in order. Each is one of `null`,
+/// `int:N`, `@file` (the file's bytes, which `files` then holds and lends to the frame), `text:…`
+/// (the rest as it stands), and `out` for an OUT parameter, which `asked` then notes by the
+/// parameter's number; anything else is text.
+///
+/// False with a sentence in `error` when a number is none, a file cannot be read, `out` stands in
+/// the wrong place, or the frame refuses a value.
+bool give_arguments(CallFrame& frame, const XpcallCall& call, std::deque<FileBytes>& files,
+                    std::vector<bool>& asked, std::string& error);
 
 }  // namespace host
 

@@ -1,11 +1,10 @@
 // xpcall: calls exported procedures from the command line.
 
-#include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <deque>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,6 +13,7 @@
 #include "host/xpcall/arguments.h"
 #include "host/xpcall/options.h"
 #include "host/xpcall/report.h"
+#include "host/xpcall/signals.h"
 
 namespace {
 
@@ -22,81 +22,25 @@ using namespace host;
 // The connection number of every call: they share one mail session.
 constexpr std::int32_t connection = 1;
 
-// Gives the frame its arguments, some of which `files` lends to it, and notes which parameters were
-// asked for with "out".
-bool give_arguments(CallFrame& frame, const XpcallCall& call, std::deque<FileBytes>& files,
-                    std::vector<bool>& asked) {
-    const Procedure& procedure = *call.procedure;
-    asked.resize(procedure.parameter_count() + 1);
-    for (std::uint32_t number = 1; number <= call.arguments.size(); ++number) {
-        const std::string& text = call.arguments[number - 1];
-        const bool is_out = number <= procedure.parameter_count() &&
-                            procedure.parameter(number).direction == Direction::Out;
-        std::string error;
-        if (is_out && text == "out") {
-            asked[number] = true;
-        } else if (is_out || text == "out") {
-            complain("argument " + std::to_string(number) + " of " + std::string(procedure.name) +
-                     (is_out ? " is an OUT parameter; write out in its place"
-                             : " is not an OUT parameter; give a value, or text:out for the word"));
-            return false;
-        } else if (!give_argument(frame, number, text, files.emplace_back(), error)) {
-            complain(error);
-            return false;
-        }
-    }
-    return true;
-}
-
-// The call that a signal cancels.
-std::atomic<CallFrame*> running{nullptr};
-
-void cancel_running(int signal_number) {
-    CallFrame* frame = running.load();
-    // Nothing left to cancel, or it did not help: the signal does what it always does.
-    if (frame == nullptr || frame->cancelled()) {
-        signal(signal_number, SIG_DFL);
-        raise(signal_number);
-        return;
-    }
-    frame->cancel();
-}
-
-// SA_RESTART, because a procedure that waits for its command gives up when the wait is interrupted.
-void handle_signals() {
-    struct sigaction action {};
-    action.sa_handler = cancel_running;
-    action.sa_flags = SA_RESTART;
-    sigfillset(&action.sa_mask);  // a second signal finds the first one's work done
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
-        struct sigaction before {};
-        sigaction(number, nullptr, &before);
-        // What the program was started to ignore stays ignored.
-        if (before.sa_handler != SIG_IGN) sigaction(number, &action, nullptr);
-    }
-}
-
 int make_call(const Library& library, const XpcallCall& call, std::uint32_t piece) {
     const Procedure& procedure = *call.procedure;
     std::deque<FileBytes> files;
     CallFrame frame(library, procedure, connection, piece);
     std::vector<bool> asked;
-    if (!give_arguments(frame, call, files, asked)) return EXIT_NOT_CALLED;
+    std::string error;
+    if (!give_arguments(frame, call, files, asked, error)) return complain(error);
 
     Output output;
     if (procedure.result == Result::Bytes)
         frame.on_result = [&output](const void* data, std::uint32_t length, bool) {
             return output.write_piece(data, length);
         };
-    std::string error;
     note_mail_call(procedure, frame, connection);
     // A signal ends any other call with the process.
-    if (procedure.cancellable) {
-        running = &frame;
-        handle_signals();
-    }
+    std::optional<CancelledBySignals> cancellable;
+    if (procedure.cancellable) cancellable.emplace(frame);
     const bool called = frame.call(error);
-    running = nullptr;
+    cancellable.reset();
     if (!called) {
         complain(error);
         return frame.result() ? EXIT_FAILED : EXIT_NOT_CALLED;
