@@ -9,6 +9,9 @@ namespace host {
 
 namespace {
 
+// The function that stands in for a procedure while its caller is examined.
+constexpr const char* stand_in_name = "xp_stand_in";
+
 // What SQLite lets stand in a name, but for bytes beyond ASCII: to SQLite a byte order mark is
 // white space, in front of a name too.
 bool continues_name(char c) {
@@ -164,6 +167,14 @@ int check_direct_call(sqlite3* db, std::string_view name, std::string& error) {
 
 int check_direct_table(sqlite3* db, std::string_view name, std::string& error) {
     return DirectCall(db, name, error).check_texts();
+}
+
+int register_stand_in(sqlite3* db) {
+    const auto refuse = [](sqlite3_context* context, int, sqlite3_value**) {
+        sqlite3_result_error(context, "this function does nothing", -1);
+    };
+    return sqlite3_create_function_v2(db, stand_in_name, -1, SQLITE_UTF8 | SQLITE_DIRECTONLY,
+                                      nullptr, refuse, nullptr, nullptr, nullptr);
 }
 
 }  // namespace host

@@ -10,10 +10,6 @@
 
 namespace host {
 
-/// The function that stands in for a procedure while its caller is examined. It must be known on
-/// every connection that calls check_direct_call(), and does nothing.
-inline constexpr const char* stand_in_name = "xp_stand_in";
-
 /// Called by an SQL function or table before it does anything: is it the running statement, as the
 /// program gave it to SQLite, that calls the procedure `name`?
 ///
@@ -41,6 +37,10 @@ int check_direct_call(sqlite3* db, std::string_view name, std::string& error);
 /// The same for a table, which no program names and SQLite itself keeps out of every schema but
 /// TEMP: 1 to 3.
 int check_direct_table(sqlite3* db, std::string_view name, std::string& error);
+
+/// Makes the function known that 4. exchanges the name for: xp_stand_in, which does nothing. For
+/// every connection before it asks. SQLITE_OK or SQLite's error code.
+int register_stand_in(sqlite3* db);
 
 }  // namespace host
 

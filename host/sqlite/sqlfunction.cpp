@@ -3,28 +3,10 @@
 #include <algorithm>
 
 #include "host/mailsession.h"
-#include "host/sqlite/databasefiles.h"
 #include "host/sqlite/interruptible.h"
+#include "host/sqlite/sqlvalue.h"
 
 namespace host {
-
-namespace {
-
-bool is_sql_argument(const Parameter& parameter) {
-    return parameter.direction == Direction::In && parameter.absent != Absent::Connection;
-}
-
-// The procedure would open the file that `name` names.
-int refuse_open_database(sqlite3* db, std::string_view name, std::string& error) {
-    bool is_open = false;
-    const int code = is_open_database(db, std::string(name), is_open);
-    if (!is_open) return code;
-    error = "this program has that file in use, as it has an open database's; "
-            "copy a database with VACUUM INTO";
-    return SQLITE_ERROR;
-}
-
-}  // namespace
 
 SqlConnection::~SqlConnection() {
     end_mail_sessions(library, number);
@@ -36,9 +18,8 @@ bool SqlFunction::is_table() const {
 
 std::vector<std::uint32_t> SqlFunction::arguments() const {
     std::vector<std::uint32_t> numbers;
-    for (std::uint32_t number = 1; number <= procedure->parameter_count(); ++number) {
-        if (is_sql_argument(procedure->parameter(number))) numbers.push_back(number);
-    }
+    for (std::uint32_t number = 1; number <= procedure->parameter_count(); ++number)
+        if (procedure->parameter(number).is_positional()) numbers.push_back(number);
     return numbers;
 }
 
@@ -56,7 +37,7 @@ std::string SqlFunction::signature() const {
     text += '(';
     std::size_t shown = 0;
     for (const Parameter& parameter : procedure->parameters) {
-        if (!is_sql_argument(parameter)) continue;
+        if (!parameter.is_positional()) continue;
         if (shown == needed) text += shown == 0 ? "[" : " [";
         if (shown > 0) text += ", ";
         text += parameter.name;
@@ -70,24 +51,8 @@ std::string SqlFunction::wrong_count(std::size_t given) const {
     return "wrong number of arguments (" + std::to_string(given) + "); use " + signature();
 }
 
-int give_argument(sqlite3* db, CallFrame& frame, const Procedure& procedure, std::uint32_t number,
-                  sqlite3_value* value, std::string& error) {
-    const int type = sqlite3_value_type(value);
-    if (type == SQLITE_NULL)
-        return frame.set_argument(number, Value::null(EXTFN_TYPE_STRING), error) ? SQLITE_OK
-                                                                                 : SQLITE_ERROR;
-    const void* data = type == SQLITE_BLOB ? sqlite3_value_blob(value) : sqlite3_value_text(value);
-    const auto length = static_cast<std::size_t>(sqlite3_value_bytes(value));
-    // An empty BLOB has no memory; anything else without memory could not be fetched.
-    if (data == nullptr && (type != SQLITE_BLOB || length > 0)) return SQLITE_NOMEM;
-    const std::string_view bytes(static_cast<const char*>(data), length);
-    if (!frame.lend_argument(number, bytes, error)) return SQLITE_ERROR;
-    return procedure.parameter(number).names_file ? refuse_open_database(db, bytes, error)
-                                                  : SQLITE_OK;
-}
-
-int run_sql_call(sqlite3* db, const SqlFunction& function, CallFrame& frame,
-                 std::span<sqlite3_value* const> values, std::string& error) {
+int call_from_sql(sqlite3* db, const SqlFunction& function, CallFrame& frame,
+                  std::span<sqlite3_value* const> values, std::string& error) {
     const std::vector<std::uint32_t> numbers = function.arguments();
     if (values.size() < function.required() || values.size() > numbers.size()) {
         error = function.wrong_count(values.size());
@@ -95,7 +60,7 @@ int run_sql_call(sqlite3* db, const SqlFunction& function, CallFrame& frame,
     }
     for (std::size_t i = 0; i < values.size(); ++i)
         if (const int code =
-                give_argument(db, frame, *function.procedure, numbers[i], values[i], error);
+                give_sql_value(db, frame, *function.procedure, numbers[i], values[i], error);
             code != SQLITE_OK)
             return code;
 

@@ -46,20 +46,15 @@ struct SqlFunction {
     [[nodiscard]] std::string wrong_count(std::size_t given) const;
 };
 
-/// Gives `frame` the bytes of `value` as argument `number`: a BLOB's own, the text of anything
-/// else. They are used in place, so the value must outlive the frame unchanged. SQLITE_OK;
-/// SQLITE_NOMEM; or SQLITE_ERROR with a sentence in `error`, also where the argument names a file
-/// of an open database; or another error code of SQLite's.
-int give_argument(sqlite3* db, CallFrame& frame, const Procedure& procedure, std::uint32_t number,
-                  sqlite3_value* value, std::string& error);
-
 /// Runs the function's procedure in `frame` with these SQL arguments, whose bytes it uses in place,
 /// so the values must outlive the frame unchanged. SQLITE_OK; SQLITE_INTERRUPT when the statement
 /// was interrupted; SQLITE_NOMEM; or SQLITE_ERROR with a sentence in `error` that says what to do.
-int run_sql_call(sqlite3* db, const SqlFunction& function, CallFrame& frame,
-                 std::span<sqlite3_value* const> values, std::string& error);
+int call_from_sql(sqlite3* db, const SqlFunction& function, CallFrame& frame,
+                  std::span<sqlite3_value* const> values, std::string& error);
 
-/// The module behind a function with is_table(). SQLite owns the copy of `function` from then on.
+/// Makes `function` known to `db` under its procedure's name, as a table-valued function if it
+/// is_table(). SQLite owns the copy. SQLITE_OK or SQLite's error code.
+int register_scalar_function(sqlite3* db, const SqlFunction& function);
 int register_table_function(sqlite3* db, const SqlFunction& function);
 
 }  // namespace host

@@ -14,7 +14,7 @@
 #include "host/sqlite/shell/procedurehelp.h"
 #include "host/sqlite/shell/resultprinter.h"
 #include "host/sqlite/shell/sqlrunner.h"
-#include "host/sqlite/sqlfunction.h"
+#include "host/sqlite/sqlvalue.h"
 
 namespace host {
 
@@ -97,11 +97,8 @@ bool CallRun::_number_arguments() {
 // number is never positional. 0 when there is none left.
 std::uint32_t CallRun::_next_positional() const {
     const std::uint32_t last = _given.empty() ? 0 : _given.back().number;
-    for (std::uint32_t number = last + 1; number <= _procedure->parameter_count(); ++number) {
-        const Parameter& parameter = _procedure->parameter(number);
-        if (parameter.direction == Direction::In && parameter.absent != Absent::Connection)
-            return number;
-    }
+    for (std::uint32_t number = last + 1; number <= _procedure->parameter_count(); ++number)
+        if (_procedure->parameter(number).is_positional()) return number;
     return 0;
 }
 
@@ -152,7 +149,7 @@ bool CallRun::_copy_value(Given& given, const sqlite3_value* value) {
 
 bool CallRun::_set_argument(CallFrame& frame, const Given& given, std::string& error) {
     const int code =
-        give_argument(_session.db, frame, *_procedure, given.number, given.value.get(), error);
+        give_sql_value(_session.db, frame, *_procedure, given.number, given.value.get(), error);
     if (code == SQLITE_NOMEM) error = out_of_memory;
     if (code != SQLITE_OK && error.empty()) error = sqlite3_errstr(code);
     return code == SQLITE_OK;
