@@ -212,7 +212,6 @@ class SMTPClient {
     /// Makes what a message is sent through, with or without an attachment. False without memory.
     a_bool _MakeBuffers(a_bool attaches);
     void _GiveBackBuffers();
-    void _SendText(const char* text);
     int _Abandon(int result);
 };
 

@@ -28,8 +28,14 @@ PosixIStream::~PosixIStream() {
 
 size_t PosixIStream::do_get(a_byte* buf, size_t n) {
     if (_eof || n == 0) return 0;
+    if (_is_exhausted) {
+        set_eof();
+        return 0;
+    }
     const ssize_t got =
         _is_regular ? _posix_read_regular(_handle, buf, n) : _posix_read(_handle, buf, n);
+    // A read of a regular file comes short only because it has met the end.
+    _is_exhausted = _is_regular && got >= 0 && static_cast<size_t>(got) < n;
     if (got > 0) return static_cast<size_t>(got);
     if (got < 0) _last_error = UTErrorCode::from_errno(errno);
     set_eof();
@@ -39,6 +45,7 @@ size_t PosixIStream::do_get(a_byte* buf, size_t n) {
 a_bool PosixIStream::open(const char* name, int flags, int mode) {
     close();
     _eof = !open_file(&_handle, &_last_error, name, flags, mode);
+    _is_exhausted = false;
     a_posix_statbuf status;
     _is_regular = !_eof && _posix_fstat(_handle, &status) == 0 && S_ISREG(status.pst_mode);
     return !_eof;

@@ -66,6 +66,7 @@ class PosixIStream final : public UTFileIStream {
   private:
     int _handle = -1;
     a_bool _is_regular = false;
+    a_bool _is_exhausted = false;  // the end was met behind the last bytes read
 };
 
 /// Output to a file descriptor.
