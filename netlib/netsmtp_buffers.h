@@ -2,8 +2,8 @@
 #define QUOREL_NETLIB_NETSMTP_BUFFERS_H
 
 /// What a client keeps from message to message, so that a message costs no allocation of large
-/// blocks: 64 KiB to collect what it sends and, after a message with an attachment, as much again
-/// to read the next one.
+/// blocks: 88 KiB to collect what it sends and, after a message with an attachment, 64 KiB to read
+/// the next one.
 
 #include "netlib/netsmtp.h"
 #include "utils/etc/base64.h"
@@ -69,6 +69,7 @@ class SMTPClient::JoinedWrites {
     }
 
   private:
+    // What a block of 64 KiB becomes in base64: a write for each read of a large attachment.
     static constexpr size_t size = size_t{88} * 1024;
 
     std::unique_ptr<UTOStream>& _slot;

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <limits>
 
-#include "utils/etc/utwipe.h"
+#include "utils/utmem/utwipe.h"
 
 namespace {
 
@@ -40,7 +40,7 @@ void Buffer::append_all(std::initializer_list<const char*> texts) {
 }
 
 void Buffer::expect(size_t length) {
-    if (length >= _capacity) reserve(length + 1);
+    if (length >= _capacity && !reserve(length + 1)) _whole = false;
 }
 
 a_bool Buffer::reserve(size_t capacity) {

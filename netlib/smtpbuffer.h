@@ -28,7 +28,7 @@ class Buffer {
     void append_all(std::initializer_list<const char*> texts);
 
     /// Makes room for a text of `length`, so that it can be built in one allocation. Without memory
-    /// nothing happens: the text may turn out shorter.
+    /// for it the text counts as not whole.
     void expect(size_t length);
 
     /// False once a piece was dropped.

@@ -12,7 +12,7 @@
 
 #include "kovcert/builtin/builtinenv.h"
 #include "kovcert/builtin/builtinerror.h"
-#include "utils/etc/utwipe.h"
+#include "utils/utmem/utwipe.h"
 
 class BuiltinObject {
   public:

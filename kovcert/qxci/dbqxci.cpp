@@ -7,7 +7,7 @@
 #include "kovcert/qxci/qxcialgorithms.h"
 #include "kovcert/qxci/qxcicreate.h"
 #include "kovcert/qxci/qxciparms.h"
-#include "utils/etc/locate.h"
+#include "utils/unix/locate.h"
 
 namespace {
 

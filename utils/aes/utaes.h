@@ -22,7 +22,7 @@
 #include <cstddef>
 
 #include "utils/etc/uttypes.h"
-#include "utils/etc/utwipe.h"
+#include "utils/utmem/utwipe.h"
 
 struct a_aes_code;
 

@@ -6,8 +6,8 @@
 #include <string_view>
 
 #include "utils/etc/utascii.h"
-#include "utils/etc/utwipe.h"
 #include "utils/utmem/utmem.h"
+#include "utils/utmem/utwipe.h"
 
 namespace {
 

@@ -18,7 +18,7 @@
 #include <cstddef>
 
 #include "utils/etc/uttypes.h"
-#include "utils/etc/utwipe.h"
+#include "utils/utmem/utwipe.h"
 
 /// What differs between the three: `compress` takes `count` blocks of 64 bytes into the state.
 struct a_md5_algorithm {

@@ -11,7 +11,7 @@
 #include <cstddef>
 
 #include "utils/etc/uttypes.h"
-#include "utils/etc/utwipe.h"
+#include "utils/utmem/utwipe.h"
 
 /// The unit of arithmetic, and the type that holds the product of two with two units added.
 #if defined(__LP64__)

@@ -8,11 +8,11 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 
-#include "utils/etc/locate.h"
 #include "utils/etc/utascii.h"
 #include "utils/etc/utsnprintf.h"
 #include "utils/locale/utlocale.h"
-#include "utils/unix/posixio.h"
+#include "utils/unix/locate.h"
+#include "utils/unix/utdescriptor.h"
 
 static_assert(std::endian::native == std::endian::little, "images are read in place");
 
@@ -40,14 +40,13 @@ Mapping map_file(const char* path) {
     Mapping mapping;
     // O_NONBLOCK: a pipe at that place fails to map, it does not keep the host waiting for a
     // writer.
-    const int fd = _posix_open(path, O_RDONLY | O_NONBLOCK, 0);
-    if (fd < 0) return mapping;
-    const int64 length = _posix_filelength(fd);
+    const UTDescriptor file(_posix_open(path, O_RDONLY | O_NONBLOCK, 0));
+    if (!file.is_open()) return mapping;
+    const int64 length = _posix_filelength(file.get());
     if (length > 0 && static_cast<uint64>(length) <= SIZE_MAX) {
         mapping.size = static_cast<size_t>(length);
-        mapping.start = mmap(nullptr, mapping.size, PROT_READ, MAP_PRIVATE, fd, 0);
+        mapping.start = mmap(nullptr, mapping.size, PROT_READ, MAP_PRIVATE, file.get(), 0);
     }
-    _posix_close(fd);
     return mapping;
 }
 

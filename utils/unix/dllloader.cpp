@@ -7,7 +7,7 @@
 #include <fcntl.h>
 
 #include "utils/etc/utsnprintf.h"
-#include "utils/unix/posixio.h"
+#include "utils/unix/utdescriptor.h"
 #include "utils/utmem/uttext.h"
 
 namespace {
@@ -22,9 +22,9 @@ constexpr std::string_view IdentKey = "IDENT=";
 
 /// Everything that is in the file, terminated; none when it cannot be read or held.
 UTText contents_of(const char* path, size_t* len) {
-    const int fd = _posix_open(path, O_RDONLY | O_NONBLOCK, 0);
-    if (fd < 0) return nullptr;
-    const int64 size = _posix_filelength(fd);
+    const UTDescriptor file(_posix_open(path, O_RDONLY | O_NONBLOCK, 0));
+    if (!file.is_open()) return nullptr;
+    const int64 size = _posix_filelength(file.get());
     UTText contents;
     if (size > 0 && static_cast<uint64>(size) < SIZE_MAX) {
         contents.reset(static_cast<char*>(ut_malloc(static_cast<size_t>(size) + 1)));
@@ -32,11 +32,10 @@ UTText contents_of(const char* path, size_t* len) {
     size_t got = 0;
     while (contents != nullptr && got < static_cast<size_t>(size)) {
         const ssize_t count =
-            _posix_read(fd, contents.get() + got, static_cast<size_t>(size) - got);
+            _posix_read(file.get(), contents.get() + got, static_cast<size_t>(size) - got);
         if (count <= 0) break;
         got += static_cast<size_t>(count);
     }
-    _posix_close(fd);
     if (contents != nullptr) contents.get()[got] = '\0';
     *len = got;
     return contents;

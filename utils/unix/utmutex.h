@@ -3,9 +3,9 @@
 
 #include <pthread.h>
 
-/// A mutex inside its owner, for std::lock_guard. Not recursive. Unlike std::mutex it cannot throw,
-/// so it brings none of the C++ run time's exception machinery into the library, and unlike a
-/// critical section its creation cannot fail.
+/// A mutex inside its owner, for UTLock. Not recursive. Unlike std::mutex it cannot throw, so it
+/// brings none of the C++ run time's exception machinery into the library, and unlike a critical
+/// section its creation cannot fail.
 class UTMutex {
   public:
     UTMutex() = default;

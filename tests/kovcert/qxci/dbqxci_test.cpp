@@ -15,8 +15,8 @@
 #include <malloc.h>
 
 #include "tests/kovcert/builtin/owner.h"
-#include "utils/etc/locate.h"
 #include "utils/unix/dllloader.h"
+#include "utils/unix/locate.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "utils/etc/locate.h"
+#include "utils/unix/locate.h"
 
 #include <utility>
 #include <vector>
