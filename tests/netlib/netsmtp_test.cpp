@@ -123,28 +123,48 @@ struct Mail {
     const char* content_type = nullptr;
 };
 
-int send(SMTPClient& client, Mail mail) {
+int send_mail(SMTPClient& client, Mail mail) {
     return client.SendMessage(
         mail.subject, mail.body, mail.to.data(), static_cast<int>(mail.to.size()), mail.cc.data(),
         static_cast<int>(mail.cc.size()), mail.bcc.data(), static_cast<int>(mail.bcc.size()),
         mail.attachment, mail.content_type);
 }
 
-class Smtp : public testing::Test {
-  protected:
+struct Smtp : testing::Test {
     Smtp() {
         setenv("TZ", "UTC", 1);
         TcpUtil::Init();
     }
     ~Smtp() override { TcpUtil::Fini(); }
-
-    static int connect(SMTPClient& client, const SMTPPeer& peer, int timeout = 10,
-                       const char* user = nullptr, const char* password = nullptr,
-                       const char* name = nullptr) {
-        return client.Connect("ann@a.test", name, "127.0.0.1", peer.port(), timeout, user,
-                              password);
-    }
 };
+
+int connect(SMTPClient& client, const SMTPPeer& peer, const char* user = nullptr,
+            const char* password = nullptr, const char* name = nullptr) {
+    constexpr int timeout = 3;
+    return client.Connect("ann@a.test", name, "127.0.0.1", peer.port(), timeout, user, password);
+}
+
+/// A client that is connected to a peer of its own.
+struct Session {
+    explicit Session(SMTPPeer::Replies replies = {}, const char* name = nullptr)
+        : peer(std::move(replies)) {
+        EXPECT_EQ(0, connect(client, peer, nullptr, nullptr, name));
+    }
+    int send(const Mail& mail) { return send_mail(client, mail); }
+    /// What the peer received, to the end.
+    std::string transcript() {
+        client.Disconnect();
+        return peer.transcript();
+    }
+    SMTPPeer peer;
+    SMTPClient client;
+};
+
+std::string base64(const std::string& bytes, uint16 line_length) {
+    std::string encoded(bytes.size() * 2 + 8, '\0');
+    encoded.resize(base64_encode(encoded.data(), bytes.data(), bytes.size(), line_length));
+    return encoded;
+}
 
 const std::string hello = "EHLO client.test\r\n";
 const std::string mail_from = "MAIL FROM:<ann@a.test>\r\n";
@@ -182,7 +202,7 @@ TEST_F(Smtp, connecting_ends_in_its_code_and_says_what_the_step_needs) {
         calls = {};
         {
             SMTPClient client;
-            EXPECT_EQ(c.result, connect(client, peer, 10, c.user, "p")) << c.transcript;
+            EXPECT_EQ(c.result, connect(client, peer, c.user, "p")) << c.transcript;
         }
         EXPECT_EQ(1, calls.closes) << "the socket, once";
         // After a close of its own the peer does not see what came too late.
@@ -216,19 +236,17 @@ TEST_F(Smtp, an_IPv6_host_is_connected_over_IPv6) {
 }
 
 TEST_F(Smtp, a_credential_is_encoded_in_lines_of_512_characters) {
-    for (const size_t size : {0U, 1U, 2U, 382U, 383U, 384U, 800U}) {
+    for (const size_t size : {0U, 1U, 382U, 383U, 800U}) {
         SMTPPeer peer;
         const std::string password(size, 'p');
-        const std::string credential = std::string("\0\0", 2) + password;
-        std::string encoded(credential.size() * 2 + 8, '\0');
-        encoded.resize(base64_encode(encoded.data(), credential.data(), credential.size(), 0));
-        for (size_t at = 512; at <= encoded.size(); at += 514) encoded.insert(at, "\r\n");
+        std::string said = hello + "AUTH PLAIN ";
+        const size_t begin = said.size();
+        said += base64(std::string("\0\0", 2) + password, 0);
+        for (size_t at = begin + 512; at <= said.size(); at += 514) said.insert(at, "\r\n");
         SMTPClient client;
         // The server takes what follows the break for a command of its own.
-        connect(client, peer, 10, "", password.c_str());
-        EXPECT_EQ(hello + "AUTH PLAIN " + encoded + "\r\n",
-                  peer.transcript().substr(0, hello.size() + 13 + encoded.size()))
-            << size;
+        connect(client, peer, "", password.c_str());
+        EXPECT_EQ(said + "\r\n", peer.transcript().substr(0, said.size() + 2)) << size;
     }
 }
 
@@ -274,12 +292,9 @@ TEST_F(Smtp, a_message_is_composed_to_the_byte) {
          header + mime + text_headers() + "..x\r\n...\r\na.b\n..\n\r.\r\n..\r\n"},
     };
     for (const Case& c : cases) {
-        SMTPPeer peer;
-        SMTPClient client;
-        ASSERT_EQ(0, connect(client, peer, 10, nullptr, nullptr, c.name));
-        ASSERT_EQ(0, send(client, c.mail));
-        client.Disconnect();
-        EXPECT_EQ(hello + transaction(c.mail, c.text) + quit, peer.transcript());
+        Session session({}, c.name);
+        EXPECT_EQ(0, session.send(c.mail));
+        EXPECT_EQ(hello + transaction(c.mail, c.text) + quit, session.transcript());
     }
 }
 
@@ -299,28 +314,21 @@ TEST_F(Smtp, an_attachment_is_a_base64_section_that_closes_the_message) {
         cases.push_back({size, {}, mime + text_headers() + "text\r\n"});
     const ScratchFolder folder;
     for (Case& c : cases) {
-        const std::string contents = pattern(c.size);
-        const std::string path = folder.file_with("report.csv", contents);
-        std::string encoded(c.size * 2 + 8, '\0');
-        encoded.resize(base64_encode(encoded.data(), contents.data(), c.size, 76));
+        const std::string path = folder.file_with("report.csv", pattern(c.size));
         c.mail.attachment = path.c_str();
-
-        SMTPPeer peer;
-        SMTPClient client;
-        ASSERT_EQ(0, connect(client, peer));
+        Session session;
         calls = {};
-        ASSERT_EQ(0, send(client, c.mail));
+        EXPECT_EQ(0, session.send(c.mail));
         EXPECT_LE(calls.largest_send, 65536U) << "each has a time-out for itself";
         EXPECT_LE(static_cast<size_t>(calls.sends), 6 + c.size / 40000);
-        client.Disconnect();
         const std::string text =
             from_line + "To: bob@b.test\r\nSubject: Hi\r\n" + mailer + c.text + "\r\n\r\n--" +
             boundary +
             "\r\nContent-Type: application/octet-stream; name=\"report.csv\"\r\n"
             "Content-transfer-encoding: base64\r\n"
             "Content-Disposition: attachment; filename=\"report.csv\"\r\n\r\n" +
-            encoded + "\r\n\r\n--" + boundary + "--\r\n\r\n\r\n";
-        EXPECT_TRUE(hello + transaction(c.mail, text) + quit == peer.transcript()) << c.size;
+            base64(pattern(c.size), 76) + "\r\n\r\n--" + boundary + "--\r\n\r\n\r\n";
+        EXPECT_TRUE(hello + transaction(c.mail, text) + quit == session.transcript()) << c.size;
     }
 }
 
@@ -328,14 +336,12 @@ TEST_F(Smtp, an_attachment_s_name_is_cut_at_255_bytes) {
     const ScratchFolder folder;
     const std::string file = folder.file_with("file", "contents");
     const std::string path = "/some/folder/" + std::string(256, 'n');
-    SMTPPeer peer;
-    SMTPClient client;
-    ASSERT_EQ(0, connect(client, peer));
+    Session session;
     stand_in = file.c_str();
-    EXPECT_EQ(0, send(client, {.attachment = path.c_str()}));
+    EXPECT_EQ(0, session.send({.attachment = path.c_str()}));
     stand_in = nullptr;
     const std::string name = "name=\"" + std::string(255, 'n') + "\"\r\n";
-    const std::string sent = peer.transcript();
+    const std::string sent = session.transcript();
     EXPECT_NE(std::string::npos, sent.find("; " + name));
     EXPECT_NE(std::string::npos, sent.find("; file" + name));
 }
@@ -345,19 +351,17 @@ TEST_F(Smtp, a_message_that_cannot_be_begun_says_nothing_and_leaves_the_next_one
     const std::string file = folder.file_with("file", "contents");
     mkfifo(folder.file("fifo").c_str(), 0600);
     mkdir(folder.file("folder").c_str(), 0700);
-    SMTPPeer peer;
-    SMTPClient client;
-    ASSERT_EQ(0, connect(client, peer));
+    Session session;
     // A FIFO is not waited for.
     for (const std::string& path : {folder.file("missing"), folder.file("fifo"),
                                     folder.file("folder"), std::string("/dev/zero")})
-        EXPECT_EQ(12, send(client, {.attachment = path.c_str()})) << path;
+        EXPECT_EQ(12, session.send({.attachment = path.c_str()})) << path;
     for (const size_t largest_block : {0, 60000}) {
         const ScarceMemory scarce(largest_block);
-        EXPECT_EQ(15, send(client, {.attachment = file.c_str()})) << largest_block;
+        EXPECT_EQ(15, session.send({.attachment = file.c_str()})) << largest_block;
     }
-    for (int i = 0; i < 2; ++i) EXPECT_EQ(0, send(client, {.attachment = file.c_str()}));
-    const std::string sent = peer.transcript(), begun = hello + rset + rset + rset + rset;
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(0, session.send({.attachment = file.c_str()}));
+    const std::string sent = session.transcript(), begun = hello + rset + rset + rset + rset;
     EXPECT_EQ(begun + mail_from, sent.substr(0, begun.size() + mail_from.size()));
     const size_t first = sent.find("Y29udGVudHM=");
     EXPECT_NE(std::string::npos, sent.find("Y29udGVudHM=", first + 1)) << sent;
@@ -390,31 +394,27 @@ TEST_F(Smtp, a_failed_message_ends_in_its_code_and_leaves_the_session_usable) {
         {"RSET", "502 no", 0, whole},  // what RSET is answered does not matter
     };
     for (const Case& c : cases) {
-        SMTPPeer peer(SMTPPeer::Replies{{c.verb, c.reply}});
-        SMTPClient client;
-        ASSERT_EQ(0, connect(client, peer));
-        EXPECT_EQ(c.result, send(client, mail)) << c.verb << c.reply;
-        EXPECT_EQ(0, send(client, mail)) << c.verb << c.reply;
-        client.Disconnect();
+        Session session(SMTPPeer::Replies{{c.verb, c.reply}});
+        EXPECT_EQ(c.result, session.send(mail)) << c.verb << c.reply;
+        EXPECT_EQ(0, session.send(mail)) << c.verb << c.reply;
         EXPECT_EQ(hello + c.transcript + (c.result != 0 ? rset : "") + whole + quit,
-                  peer.transcript());
+                  session.transcript());
     }
 }
 
 TEST_F(Smtp, an_over_long_reply_leaves_the_replies_out_of_step) {
     // Its first 256 bytes accept the recipient, the rest is malformed, and every reply after that
     // is taken for the one to the next command.
-    SMTPPeer peer({{"RCPT 1", "250 " + std::string(300, 'x')}, {"DATA", "554 no"}});
-    SMTPClient client;
     nameless = true;
-    ASSERT_EQ(0, connect(client, peer));
+    Session session(
+        SMTPPeer::Replies{{"RCPT 1", "250 " + std::string(300, 'x')}, {"DATA", "554 no"}});
     nameless = false;
-    EXPECT_EQ(104, send(client, {}));
-    EXPECT_EQ(104, send(client, {}));
+    EXPECT_EQ(104, session.send({}));
+    EXPECT_EQ(104, session.send({}));
     // What followed is on its way, unanswered.
     const std::string answered =
         "EHLO localhost\r\n" + mail_from + rcpt_bob + "DATA\r\n" + rset + mail_from + rcpt_bob;
-    EXPECT_EQ(answered, peer.transcript().substr(0, answered.size()));
+    EXPECT_EQ(answered, session.peer.transcript().substr(0, answered.size()));
 }
 
 constexpr a_timelib_clock waiting_clock = {
@@ -424,7 +424,6 @@ constexpr a_timelib_clock waiting_clock = {
 };
 
 TEST_F(Smtp, a_peer_that_stalls_or_goes_holds_a_call_for_a_time_out) {
-    constexpr int timeout = 3;
     const ScratchFolder folder;
     const std::string large = folder.file_with("large", pattern(24 << 20));
     struct Case {
@@ -455,14 +454,14 @@ TEST_F(Smtp, a_peer_that_stalls_or_goes_holds_a_call_for_a_time_out) {
         {
             SMTPClient client;
             const char* const attachment = c.verb == "DATA" ? large.c_str() : nullptr;
-            int result = connect(client, peer, timeout, "u", "p");
-            if (result == 0) result = send(client, {.attachment = attachment});
+            int result = connect(client, peer, "u", "p");
+            if (result == 0) result = send_mail(client, {.attachment = attachment});
             EXPECT_EQ(c.result, result) << c.verb << " " << c.behaviour;
-            EXPECT_LE(waited_ms - before, (timeout + 1) * 1000) << c.verb << " " << c.behaviour;
+            EXPECT_LE(waited_ms - before, 4000) << c.verb << " " << c.behaviour;
             EXPECT_LT(calls.reads, 320) << "a file of 384 blocks, which nobody takes, is not read";
             // Nothing more is sent into a broken message, and nothing waited for.
             const int failed = waited_ms;
-            EXPECT_EQ(104, send(client, {})) << c.verb << " " << c.behaviour;
+            EXPECT_EQ(104, send_mail(client, {})) << c.verb << " " << c.behaviour;
             client.Disconnect();
             EXPECT_EQ(failed, waited_ms) << c.verb << " " << c.behaviour;
         }

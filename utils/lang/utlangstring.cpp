@@ -12,19 +12,19 @@
 namespace {
 
 /// Files from this version on have every text that this release asks for.
-constexpr uint32 OldestVersion = 120;
+constexpr uint32 oldest_version = 120;
 
 bool is_utf16(const CharsetInfo* charset) {
     return charset != nullptr && charset->id == CHARSET_UTF16;
 }
 
-/// The file's version, from its leading digits; 0 when it does not say. From OldestVersion up, any
+/// The file's version, from its leading digits; 0 when it does not say. From oldest_version up, any
 /// number that is as good.
 uint32 file_version(UTResFile& file) {
     std::array<char, 16> text{};
     file.GetString(RES_VERSION_STRING, text.data(), text.size());
     uint32 version = 0;
-    for (const char* at = text.data(); ut_is_digit(*at) && version < OldestVersion; ++at) {
+    for (const char* at = text.data(); ut_is_digit(*at) && version < oldest_version; ++at) {
         version = version * 10 + static_cast<uint32>(*at - '0');
     }
     return version;
@@ -151,6 +151,7 @@ ls_init_return UTLangString::Init(const char* language_label, const CharsetInfo*
     const ls_init_return result = _OpenFile(_res_file, wanted, iq);
     const bool fallback =
         wanted != ls_english() && _OpenFile(_default_res_file, ls_english(), iq) == LS_INIT_OKAY;
+    // The wanted file's failure counts, even where English would be to blame too.
     if (result != LS_INIT_OKAY && !fallback) {
         Fini();
         return result;
@@ -190,7 +191,7 @@ ls_init_return UTLangString::_OpenFile(UTQXResFile& file, const LanguageInfo* la
         return iq ? LS_INIT_CANT_FIND_IQ_FILE : LS_INIT_CANT_FIND_FILE;
     }
     const uint32 version = file_version(file);
-    if (version > 0 && version < OldestVersion) {
+    if (version > 0 && version < oldest_version) {
         file.Close();
         return LS_INIT_BAD_VERSION;
     }

@@ -24,6 +24,7 @@ size_t PosixIStream::do_get(a_byte* buf, size_t n) {
         set_eof();
         return 0;
     }
+    // Asking at each read what kind of file it is would cost a large file thousands of calls.
     const ssize_t got = _is_regular ? _posix_read_regular(_handle.get(), buf, n)
                                     : _posix_read(_handle.get(), buf, n);
     // A read of a regular file comes short only because it has met the end.

@@ -74,7 +74,7 @@ class PosixOStream final : public UTFileOStream {
     PosixOStream() = default;
 
     /// Writes to a descriptor of the caller's, closed on destruction if `do_close` says so.
-    PosixOStream(int handle, bool do_close) : _handle(handle), _do_close(do_close) {}
+    PosixOStream(int handle, a_bool do_close) : _handle(handle), _do_close(do_close) {}
     ~PosixOStream() override;
 
     /// One _posix_write(): all of `n` bytes unless the system stops taking them. It raises no
@@ -89,7 +89,7 @@ class PosixOStream final : public UTFileOStream {
 
   private:
     UTDescriptor _handle;  // the caller's while _do_close is false
-    bool _do_close = true;
+    a_bool _do_close = true;
 };
 
 #endif

@@ -13,7 +13,7 @@
 #include <pthread.h>
 
 #include "utils/etc/uttypes.h"
-#include "utils/unix/utlock.h"
+#include "utils/unix/utmutex.h"
 
 /// One pooled mutex, for UTLock. Owned by the pool.
 struct a_ut_pthread_mutex {
@@ -91,7 +91,7 @@ class CriticalSection {
     CriticalSection& operator=(const CriticalSection&) = delete;
 
     /// False when there is none; what it guards must then be left alone.
-    bool is_held() const { return _mutex != nullptr; }
+    a_bool is_held() const { return _mutex != nullptr; }
 
   private:
     pthread_mutex_t* const _mutex;
