@@ -97,9 +97,9 @@ class SMTPClient {
     ///
     /// Time: a write has one time-out for the whole of it, however slowly the server takes its
     /// parts, and each reply two: one for its first bytes and one for the rest. The text and the
-    /// attachment leave in writes of up to 64 KiB, so a server that takes less than that in a
+    /// attachment leave in writes of up to 88 KiB, so a server that takes less than that in a
     /// time-out ends the message with its first such write, and one that takes just as much holds
-    /// the call for a time-out per 64 KiB.
+    /// the call for a time-out per 88 KiB.
     ///
     /// A command that cannot be sent ends the message at once. When the message itself breaks off,
     /// nothing more is written and no answer awaited, not even one that accepts (250, too early):
@@ -212,7 +212,6 @@ class SMTPClient {
     /// Makes what a message is sent through, with or without an attachment. False without memory.
     a_bool _MakeBuffers(a_bool attaches);
     void _GiveBackBuffers();
-    void _SendText(const char* text);
     int _Abandon(int result);
 };
 

@@ -64,6 +64,7 @@ class PosixIStream final : public UTFileIStream {
   private:
     UTDescriptor _handle;
     a_bool _is_regular = false;
+    a_bool _is_exhausted = false;  // the end was met behind the last bytes read
 };
 
 /// Output to a file descriptor.
