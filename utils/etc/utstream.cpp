@@ -197,6 +197,11 @@ size_t UTPartialBufferedIStream::do_get(a_byte* buf, size_t n) {
         if (_skip == 0) break;
         skip(_skip);
     }
+    // Replies are read byte by byte, which is no work for memcpy.
+    if (n == 1) {
+        *buf = *_ptr++;
+        return 1;
+    }
     const size_t count = std::min(n, static_cast<size_t>(_lim - _ptr));
     std::memcpy(buf, _ptr, count);
     _ptr += count;
