@@ -29,6 +29,7 @@
 #include "utils/utmem/uttext.h"
 
 class IPAddress;
+class PosixIStream;
 
 /// Result codes, which reach SQL unchanged.
 enum a_smtp_result : int {
@@ -97,9 +98,9 @@ class SMTPClient {
     ///
     /// Time: a write has one time-out for the whole of it, however slowly the server takes its
     /// parts, and each reply two: one for its first bytes and one for the rest. The text and the
-    /// attachment leave in writes of up to 64 KiB, so a server that takes less than that in a
+    /// attachment leave in writes of up to 88 KiB, so a server that takes less than that in a
     /// time-out ends the message with its first such write, and one that takes just as much holds
-    /// the call for a time-out per 64 KiB.
+    /// the call for a time-out per 88 KiB.
     ///
     /// A command that cannot be sent ends the message at once. When the message itself breaks off,
     /// nothing more is written and no answer awaited, not even one that accepts (250, too early):
@@ -200,8 +201,9 @@ class SMTPClient {
   private:
     class GuardedOStream;
 
-    std::unique_ptr<JoinedWrites> _joined;        // null before the first message
-    std::unique_ptr<AttachmentBlocks> _contents;  // null where the last message attached nothing
+    std::unique_ptr<JoinedWrites> _joined;  // null before the first message
+    std::unique_ptr<AttachmentBlocks>
+        _contents;  // null where the last message attached no small file
 
     a_bool _AddEhloResponse(const char* line, size_t length);
     int _SendLine(Buffer& line);
@@ -209,10 +211,10 @@ class SMTPClient {
     int _SendEnvelope(const char** const lists[], const int counts[]);
     int _SendRecipient(const char* address);
     int _SendContent(const char* text, const char* boundary, const char* path, UTIStream& file);
-    /// Makes what a message is sent through, with or without an attachment. False without memory.
-    a_bool _MakeBuffers(a_bool attaches);
+    /// Makes what a message is sent through, with an attachment or (null) without. False without
+    /// memory.
+    a_bool _MakeBuffers(const PosixIStream* file);
     void _GiveBackBuffers();
-    void _SendText(const char* text);
     int _Abandon(int result);
 };
 

@@ -4,7 +4,6 @@
 // text, the attachment and the closing dot are joined into large writes, the last of which the
 // socket pushes where it would wait (netlib/smtpsocket.h).
 
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <new>
@@ -13,12 +12,13 @@
 #include <unistd.h>
 
 #include "netlib/netsmtp_buffers.h"
+#include "utils/etc/utmemstream.h"
 #include "utils/unix/posixio.h"
 #include "utils/unix/posixstream.h"
 
 namespace {
 
-constexpr int longest_attachment_name = 255;
+constexpr size_t longest_attachment_name = 255;
 
 a_bool means_refused(int code) {
     return code == REPLY_MAILBOX_UNAVAILABLE || code == REPLY_USER_NOT_LOCAL ||
@@ -32,13 +32,26 @@ a_bool open_attachment(PosixIStream& file, const char* path) {
            file.is_regular();
 }
 
+// Of 0 to 99.
+void put_two_digits(UTOStream& text, int number) {
+    text << static_cast<char>('0' + number / 10) << static_cast<char>('0' + number % 10);
+}
+
+// The local time as "%Y_%m%d_%H%M%S". strftime would look at the time zone's file each time.
 const char* make_boundary(char* buf, size_t buflen) {
     const std::time_t now = std::time(nullptr);
     tm local = {};
     localtime_r(&now, &local);
-    // strftime would look at the time zone's file again each time.
-    std::snprintf(buf, buflen, "==_EMAIL_MIME_%d_%02d%02d_%02d%02d%02d_==", local.tm_year + 1900,
-                  local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
+    UTStrOStream text(buf, buflen);
+    text << "==_EMAIL_MIME_" << int32{local.tm_year + 1900} << "_";
+    put_two_digits(text, local.tm_mon + 1);
+    put_two_digits(text, local.tm_mday);
+    text << "_";
+    put_two_digits(text, local.tm_hour);
+    put_two_digits(text, local.tm_min);
+    put_two_digits(text, local.tm_sec);
+    text << "_==";
+    text.set_eof();
     return buf;
 }
 
@@ -68,26 +81,26 @@ int SMTPClient::SendMessage(const char* subject, const char* body, const char** 
         _ComposeMessage(subject, body, to, to_count, cc, cc_count, boundary, content_type));
     if (text == nullptr) return SMTP_NO_MEMORY;
     if (_ostrm == nullptr) return SMTP_BAD_REPLY;
-    if (!_MakeBuffers(attachment != nullptr)) return SMTP_NO_MEMORY;
+    if (!_MakeBuffers(attachment != nullptr ? &file : nullptr)) return SMTP_NO_MEMORY;
 
     const char** const lists[] = {to, cc, bcc};
     const int counts[] = {to_count, cc_count, bcc_count};
     int result = _SendEnvelope(lists, counts);
     if (result == SMTP_OK) result = _SendContent(text.get(), boundary, attachment, file);
+    if (_contents != nullptr && !_contents->is_small()) _contents.reset();
     return result == SMTP_OK ? result : _Abandon(result);
 }
 
-/// What the last message did without is given back: few sessions of many attach files, and small
-/// ones in a row are not to wait for memory.
-a_bool SMTPClient::_MakeBuffers(a_bool attaches) {
+/// Few sessions of many attach files, and those that attach small ones in a row are not to wait for
+/// memory; so only a block for small files stays, until a message does without.
+a_bool SMTPClient::_MakeBuffers(const PosixIStream* file) {
     if (_joined == nullptr) _joined.reset(new (std::nothrow) JoinedWrites(*this));
-    if (!attaches) {
-        _contents.reset();
-    } else if (_contents == nullptr) {
-        _contents.reset(new (std::nothrow) AttachmentBlocks(*this));
-    }
+    const a_bool small = file != nullptr && AttachmentBlocks::is_small(file->size());
+    if (!small) _contents.reset();
+    if (file != nullptr && _contents == nullptr)
+        _contents.reset(new (std::nothrow) AttachmentBlocks(*this, small));
     const a_bool made = _joined != nullptr && _joined->is_valid() &&
-                        (!attaches || (_contents != nullptr && _contents->is_valid()));
+                        (file == nullptr || (_contents != nullptr && _contents->is_valid()));
     if (!made) _GiveBackBuffers();
     return made;
 }
@@ -161,25 +174,26 @@ int SMTPClient::_SendRawText(const char* text, size_t len, a_bool* open_line) {
     return 0;
 }
 
-void SMTPClient::_SendText(const char* text) {
-    a_bool ignored = false;
-    _SendRawText(text, std::strlen(text), &ignored);
-}
-
 int SMTPClient::_SendMessageAttachments(const char* boundary, const char* path, UTIStream& file) {
     if (boundary == nullptr || path == nullptr) return SMTP_OK;
     const char* const name = attachment_name(path);
-    char lines[1024];  // more than the longest boundary and two names take
+    const size_t name_length = strnlen(name, longest_attachment_name);
+    SMTPClientOStream section(this);
+    char text[1024];  // more than the longest boundary and two names take
+    UTStrOStream header(text, sizeof text);
     // Kept: "Content-transfer-encoding" in this mixture of cases.
-    std::snprintf(lines, sizeof lines,
-                  "\r\n\r\n--%s\r\nContent-Type: application/octet-stream; name=\"%.*s\"\r\n"
-                  "Content-transfer-encoding: base64\r\n"
-                  "Content-Disposition: attachment; filename=\"%.*s\"\r\n\r\n",
-                  boundary, longest_attachment_name, name, longest_attachment_name, name);
-    _SendText(lines);
+    header << "\r\n\r\n--" << boundary << "\r\nContent-Type: application/octet-stream; name=\"";
+    header.put(name, name_length);
+    header << "\"\r\nContent-transfer-encoding: base64\r\n"
+              "Content-Disposition: attachment; filename=\"";
+    header.put(name, name_length);
+    header << "\"\r\n\r\n";
+    section.put(header.GetString(), header.Length());
+    // Base64 has no dots, so that it need not pass the dot-stuffing.
     // Kept: a read error ends the attachment like the end of the file.
-    _contents->encode(file);
-    std::snprintf(lines, sizeof lines, "\r\n\r\n--%s--\r\n\r\n\r\n", boundary);
-    _SendText(lines);
+    _contents->encode(file, *_ostrm);
+    UTStrOStream delimiter(text, sizeof text);
+    delimiter << "\r\n\r\n--" << boundary << "--\r\n\r\n\r\n";
+    section.put(delimiter.GetString(), delimiter.Length());
     return SMTP_OK;
 }
