@@ -135,7 +135,9 @@ void SMTPClient::_Shutdown() {
 }
 
 int SMTPClient::_SendCommand(std::initializer_list<const char*> parts) {
+    constexpr size_t usual_length = 127;
     Buffer line;
+    line.expect(usual_length);
     line.append_all(parts);
     return _SendLine(line);
 }
