@@ -4,9 +4,9 @@
 #include <cstdlib>
 #include <new>
 
+#include "kovcert/qxci/kit/parmlist.h"
 #include "kovcert/qxci/qxcialgorithms.h"
 #include "kovcert/qxci/qxcicreate.h"
-#include "kovcert/qxci/qxciparms.h"
 #include "utils/unix/locate.h"
 
 namespace {
@@ -136,8 +136,8 @@ bool DBQXCIEnvironment::_CreateProviderEnvironment(DBQXCIInterface& iface, DBQXC
     if (iface._qxci_env != nullptr) return true;
     qxci_report(error, err);
     // No environment of the provider goes with this record, so it goes back by hand.
-    qxci_free_parms(error.parm_list,
-                    [this](void* memory) { _qxci_callbacks->free_cb(_global_context, memory); });
+    qxci::free_parms(error.parm_list,
+                     [this](void* memory) { _qxci_callbacks->free_cb(_global_context, memory); });
     iface.Unload();
     return false;
 }

@@ -6,7 +6,8 @@
  * A provider is a shared library that does cryptography for the library that loads it (the owner):
  * TLS streams, block encryption, block hashing, password hashing, signatures, or some of these. It
  * exports the entry points at the end of this file; all else goes through tables of functions that
- * these fill. This header is all that a provider includes. It compiles as C11 and as C++.
+ * these fill. This header is all that a provider needs. It compiles as C11 and as C++; one in C++
+ * may also use kit/providerkit.h.
  *
  * How a provider is used
  *

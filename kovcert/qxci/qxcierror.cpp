@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "kovcert/qxci/dbqxci.h"
-#include "kovcert/qxci/qxciparms.h"
+#include "kovcert/qxci/kit/parmlist.h"
 #include "utils/etc/uttypes.h"
 #include "utils/lang/utlangstring.h"
 #include "utils/unix/utmutex.h"
@@ -16,7 +16,7 @@ namespace {
 /// A copy from the system's allocator; it ends at the first string that there is no memory for, and
 /// is null when there is none for the list.
 char** copy_parms(const char* const* list) {
-    const size_t count = qxci_count_parms(list);
+    const size_t count = qxci::count_parms(list);
     // Of null pointers, so that the list ends wherever the copying ends.
     char** const copy = static_cast<char**>(std::calloc(count + 1, sizeof(char*)));
     for (size_t i = 0; copy != nullptr && i < count; ++i) {
@@ -29,14 +29,14 @@ char** copy_parms(const char* const* list) {
 }  // namespace
 
 void DBQXCIError::_freeParms() {
-    qxci_free_parms(_err.parm_list, std::free);
+    qxci::free_parms(_err.parm_list, std::free);
     _err.parm_list = nullptr;
 }
 
 void DBQXCIError::AddParm(const char* parm) {
     if (parm == nullptr) return;
     const UTLock lock(_Mutex());
-    const size_t count = qxci_count_parms(_err.parm_list);
+    const size_t count = qxci::count_parms(_err.parm_list);
     char* const copy = strdup(parm);  // before the list grows, which then cannot fail halfway
     if (copy == nullptr) return;
     void* const grown = std::realloc(_err.parm_list, (count + 2) * sizeof(char*));
@@ -51,7 +51,8 @@ void DBQXCIError::AddParm(const char* parm) {
 
 const char* DBQXCIError::GetParm(int index) const {
     const UTLock lock(_Mutex());
-    if (index < 0 || static_cast<size_t>(index) >= qxci_count_parms(_err.parm_list)) return nullptr;
+    if (index < 0 || static_cast<size_t>(index) >= qxci::count_parms(_err.parm_list))
+        return nullptr;
     return _err.parm_list[index];
 }
 

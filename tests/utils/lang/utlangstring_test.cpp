@@ -138,17 +138,19 @@ TEST(LangStringInit, its_failures_have_texts_without_any_file) {
         return std::string(bytes,
                            strings.GetInitErrorStr(result, bytes, sizeof bytes, label, false));
     };
-    const std::string file = "language resource file (nxlgen12.res)";
-    const std::string loading = "An error occurred loading the " + file + ".";
-    const std::string missing = "Cannot find the " + file + ".";
-    const std::string version = "Language resource file (nxlgen12.res) version mismatch.";
-    const std::string parsing = "An error occurred parsing the SQLLOCALE environment variable.";
-    const std::string english[] = {loading, version, "", missing, parsing, missing, loading, ""};
-    for (uint32 code = 0; code < std::size(english); ++code)
-        EXPECT_EQ(english[code], text(code, "en"));
+    const char* const english[] = {
+        "An error occurred loading the language resource file (nxlgen12.res).",
+        "Language resource file (nxlgen12.res) version mismatch.",
+        "",
+        "Cannot find the language resource file (nxlgen12.res).",
+        "An error occurred parsing the SQLLOCALE environment variable.",
+    };
+    for (const auto& [code, same_as] :
+         {std::pair{0, 0}, {1, 1}, {2, 2}, {3, 3}, {4, 4}, {5, 3}, {6, 0}, {7, 2}})
+        EXPECT_EQ(english[same_as], text(code, "en")) << code;
     EXPECT_EQ("Die Sprachdatei (nxlgde12.res) wurde nicht gefunden. "
               "Cannot find the language resource file (nxlgde12.res).",
               text(3, "De"));
     for (const char* label : {"de", "fr", "es", "ja", "zh"})
-        EXPECT_THAT(text(4, label), testing::MatchesRegex("[^A].*SQLLOCALE.* " + parsing)) << label;
+        EXPECT_THAT(text(4, label), testing::MatchesRegex("[^A].*SQLLOCALE.* An error.*")) << label;
 }
