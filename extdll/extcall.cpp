@@ -5,7 +5,7 @@
 #include <cstring>
 #include <limits>
 
-#include "utils/etc/utwipe.h"
+#include "utils/utmem/utwipe.h"
 
 bool ExternalCall::get_value(uint32 number, an_extfn_value* value) const {
     *value = {};

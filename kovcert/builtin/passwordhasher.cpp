@@ -10,7 +10,7 @@
 #include "kovcert/builtin/builtinhex.h"
 #include "kovcert/qxci/kit/providerkit.h"
 #include "utils/digest/utpbkdf2.h"
-#include "utils/etc/utwipe.h"
+#include "utils/utmem/utwipe.h"
 
 namespace {
 

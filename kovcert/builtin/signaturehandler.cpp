@@ -7,7 +7,7 @@
 #include "utils/digest/utdigest.h"
 #include "utils/dss/utdsa.h"
 #include "utils/etc/utbytes.h"
-#include "utils/etc/utwipe.h"
+#include "utils/utmem/utwipe.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include "kovcert/qxci/kit/parmlist.h"
 #include "kovcert/qxci/qxcialgorithms.h"
 #include "kovcert/qxci/qxcicreate.h"
-#include "utils/etc/locate.h"
+#include "utils/unix/locate.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 #include <array>
 
 #include "kovcert/qxci/qxcierror.h"
-#include "utils/etc/locate.h"
 #include "utils/unix/dllloader.h"
+#include "utils/unix/locate.h"
 
 /// The entry points of a provider; null where it has none.
 struct a_qxci_entry_points {

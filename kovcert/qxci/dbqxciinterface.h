@@ -33,7 +33,7 @@ enum _iface_index : uint32 {
     MAX_IFACE_INDEX = 4,
 };
 
-/// The files. All are bare names, which the file locator (utils/etc/locate.h) finds.
+/// The files. All are bare names, which the file locator (utils/unix/locate.h) finds.
 inline constexpr const char* QXCI_ECC_DLL_NAME = "libnxecc12_r.so";
 inline constexpr const char* QXCI_RSA_DLL_NAME = "libnxrsa12_r.so";
 inline constexpr const char* QXCI_FIPS_DLL_NAME = "libnxfips12_r.so";

@@ -14,8 +14,8 @@
 #include <malloc.h>
 
 #include "tests/kovcert/qxci/trial.h"
-#include "utils/etc/locate.h"
 #include "utils/unix/dllloader.h"
+#include "utils/unix/locate.h"
 
 namespace {
 

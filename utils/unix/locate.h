@@ -1,5 +1,5 @@
-#ifndef QUOREL_UTILS_ETC_LOCATE_H
-#define QUOREL_UTILS_ETC_LOCATE_H
+#ifndef QUOREL_UTILS_UNIX_LOCATE_H
+#define QUOREL_UTILS_UNIX_LOCATE_H
 
 /// Finds the files that belong to the library by their bare names.
 ///

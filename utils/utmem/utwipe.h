@@ -1,5 +1,5 @@
-#ifndef QUOREL_UTILS_ETC_UTWIPE_H
-#define QUOREL_UTILS_ETC_UTWIPE_H
+#ifndef QUOREL_UTILS_UTMEM_UTWIPE_H
+#define QUOREL_UTILS_UTMEM_UTWIPE_H
 
 /// The one place that erases secrets.
 

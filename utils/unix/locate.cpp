@@ -1,4 +1,4 @@
-#include "utils/etc/locate.h"
+#include "utils/unix/locate.h"
 
 #include <array>
 #include <cinttypes>
@@ -15,15 +15,15 @@
 
 namespace {
 
-constexpr const char* LibraryDirectories[] = {"", "/../lib/quorel", "/../lib"};
-constexpr const char* ResourceDirectories[] = {"", "/../share/quorel", "/../../share/quorel"};
+constexpr const char* library_directories[] = {"", "/../lib/quorel", "/../lib"};
+constexpr const char* resource_directories[] = {"", "/../share/quorel", "/../../share/quorel"};
 
 std::span<const char* const> directories_for(a_locate_kind kind) {
     switch (kind) {
     case LOCATE_LIBRARY:
-        return LibraryDirectories;
+        return library_directories;
     case LOCATE_RESOURCE:
-        return ResourceDirectories;
+        return resource_directories;
     }
     return {};
 }
