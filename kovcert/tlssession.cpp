@@ -1,10 +1,10 @@
 #include "kovcert/tlssession.h"
 
-#include <mutex>
 #include <new>
 #include <optional>
 
 #include "utils/unix/timelib.h"
+#include "utils/unix/utmutex.h"
 
 namespace {
 
@@ -48,13 +48,13 @@ TlsConnection::~TlsConnection() {
 }
 
 a_dbqxci_error TlsConnection::write(const void* data, size_t len) {
-    const std::lock_guard lock(_Mutex());
+    const UTLock lock(_Mutex());
     _error.Clear();
     return _error.setErrorCode(_Write(data, len));
 }
 
 a_dbqxci_error TlsConnection::read(char* buf, size_t* len) {
-    const std::lock_guard lock(_Mutex());
+    const UTLock lock(_Mutex());
     _error.Clear();
     return _error.setErrorCode(_Read(buf, len));
 }

@@ -143,7 +143,7 @@ bool DBQXCIInterface::_Fill(const a_qxci_entry_points& entries) {
 }
 
 void DBQXCIInterface::Finish() {
-    const std::lock_guard lock(_ending);
+    const UTLock lock(_ending);
     if (_qxci_env != nullptr && _env_iface.destroy_func != nullptr) {
         _env_iface.destroy_func(_qxci_env);
     }

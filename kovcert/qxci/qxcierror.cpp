@@ -2,12 +2,12 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 
 #include "kovcert/qxci/dbqxci.h"
 #include "kovcert/qxci/kit/parmlist.h"
 #include "utils/etc/uttypes.h"
 #include "utils/lang/utlangstring.h"
+#include "utils/unix/utmutex.h"
 
 // ---- Parameter lists ----
 
@@ -35,7 +35,7 @@ void DBQXCIError::_freeParms() {
 
 void DBQXCIError::AddParm(const char* parm) {
     if (parm == nullptr) return;
-    const std::lock_guard lock(_Mutex());
+    const UTLock lock(_Mutex());
     const size_t count = qxci::count_parms(_err.parm_list);
     char* const copy = strdup(parm);  // before the list grows, which then cannot fail halfway
     if (copy == nullptr) return;
@@ -50,7 +50,7 @@ void DBQXCIError::AddParm(const char* parm) {
 }
 
 const char* DBQXCIError::GetParm(int index) const {
-    const std::lock_guard lock(_Mutex());
+    const UTLock lock(_Mutex());
     if (index < 0 || static_cast<size_t>(index) >= qxci::count_parms(_err.parm_list))
         return nullptr;
     return _err.parm_list[index];
@@ -63,14 +63,14 @@ void DBQXCIError::createMutex(DBQXCIEnvironment* env) {
 }
 
 void DBQXCIError::Clear() {
-    const std::lock_guard lock(_Mutex());
+    const UTLock lock(_Mutex());
     _freeParms();
     _err = {};
 }
 
 void DBQXCIError::_CloneFrom(const a_qxci_error* rec, bool lock) {
     if (!lock) return _CopyFrom(rec);
-    const std::lock_guard locked(_Mutex());
+    const UTLock locked(_Mutex());
     _CopyFrom(rec);
 }
 
@@ -87,7 +87,7 @@ void DBQXCIError::_CopyFrom(const a_qxci_error* rec) {
 
 void DBQXCIError::CloneFrom(const DBQXCIError* other) {
     if (other == this) return;
-    const std::lock_guard lock(_Mutex());
+    const UTLock lock(_Mutex());
     if (other == nullptr) {
         _CopyFrom(nullptr);
         return;
@@ -95,7 +95,7 @@ void DBQXCIError::CloneFrom(const DBQXCIError* other) {
     // By way of a copy, so that the source's mutex is held no longer than reading it takes.
     DBQXCIError copy;
     {
-        const std::lock_guard other_lock(other->_Mutex());
+        const UTLock other_lock(other->_Mutex());
         copy._CopyFrom(&other->_err);
     }
     _CopyFrom(&copy._err);
@@ -174,7 +174,7 @@ int DBQXCIError::_getTlsErrorId(bool* use_parm, bool* use_system_code) const {
 void DBQXCIError::GetString(UTLangStringBase* lang, char* buf, size_t len, const char* parm) const {
     if (buf == nullptr || len == 0 || lang == nullptr) return;
     buf[0] = '\0';
-    const std::lock_guard lock(_Mutex());
+    const UTLock lock(_Mutex());
     if (parm == nullptr && _err.parm_list != nullptr) parm = _err.parm_list[0];
     bool use_parm = false;
     bool use_system_code = false;

@@ -17,7 +17,7 @@ class DBQXCIBaseMutex : public c_utils_base {
     virtual void get() {}
     virtual void give() {}
 
-    // For std::lock_guard.
+    // For UTLock.
     void lock() { get(); }
     void unlock() { give(); }
 };
