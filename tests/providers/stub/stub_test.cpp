@@ -12,12 +12,13 @@ namespace {
 
 class Stub : public Provider {
   public:
-    explicit Stub(const a_setting_list& settings = {})
+    explicit Stub(const a_setting_list& settings = {}, int fail_at = INT_MAX)
         : Provider({QXCIGetEnvIface, QXCIGetErrorIface, QXCIGetStreamIface, QXCIGetStreamConnIface,
                     QXCIGetPasswordHasherIface, QXCIGetBlockHasherIface, QXCIGetBlockEncrypterIface,
                     QXCIGetSignatureHandlerIface},
-                   settings) {}
-    explicit Stub(const char* script) : Stub({{"identity_file", "x"}, {"Stub_Script", script}}) {}
+                   settings, fail_at) {}
+    explicit Stub(const char* script, int fail_at = INT_MAX)
+        : Stub({{"identity_file", "x"}, {"Stub_Script", script}}, fail_at) {}
 };
 
 /// One end of a connection.
@@ -232,6 +233,12 @@ TEST(StubScript, makes_creations_and_operations_fail) {
     EXPECT_EQ("1 2 3", failure(p.sig.create_func(p.env, &with_key, &p.error)));
     EXPECT_EQ("1 2 3",
               failure(p.enc.create_func(p.env, "AES256", bytes(key), 32, nullptr, &p.error)));
+    const char* const without_memory[] = {"1 2", "1 2", "1 2 a", "1 2 a b"};  // the list, "a", "b"
+    for (int i = 0; i < 4; ++i) {
+        Stub poor("object fail 1,2,a,b", 3 + i);
+        EXPECT_EQ(nullptr, poor.hash.create_func(poor.env, "MD5", &poor.error));
+        EXPECT_EQ(without_memory[i], poor.creation_error());
+    }
     EXPECT_EQ("4", End(p, QXCI_CLIENT).session.error);
     EXPECT_EQ(nullptr, refused.env);
     EXPECT_EQ("25 lib.so", describe(&refused.error));
