@@ -83,9 +83,7 @@ int SMTPClient::SendMessage(const char* subject, const char* body, const char** 
     if (_ostrm == nullptr) return SMTP_BAD_REPLY;
     if (!_MakeBuffers(attachment != nullptr ? &file : nullptr)) return SMTP_NO_MEMORY;
 
-    const char** const lists[] = {to, cc, bcc};
-    const int counts[] = {to_count, cc_count, bcc_count};
-    int result = _SendEnvelope(lists, counts);
+    int result = _SendEnvelope({{to, to_count}, {cc, cc_count}, {bcc, bcc_count}});
     if (result == SMTP_OK) result = _SendContent(text.get(), boundary, attachment, file);
     if (_contents != nullptr && !_contents->is_small()) _contents.reset();
     return result == SMTP_OK ? result : _Abandon(result);
@@ -110,25 +108,23 @@ void SMTPClient::_GiveBackBuffers() {
     _contents.reset();
 }
 
-int SMTPClient::_SendEnvelope(const char** const lists[], const int counts[]) {
+int SMTPClient::_SendEnvelope(std::initializer_list<a_recipient_list> lists) {
     int result = _SendCommand({"MAIL FROM:<", _sender.get(), ">"});
     if (result == SMTP_OK) result = _Expect(REPLY_COMPLETED);
-    for (int list = 0; list < 3; ++list) {
-        for (int i = 0; i < counts[list] && result == SMTP_OK; ++i)
-            result = _SendRecipient(lists[list][i]);
+    for (const a_recipient_list& list : lists) {
+        for (int i = 0; i < list.count && result == SMTP_OK; ++i)
+            result = _SendRecipient(list.addresses[i]);
     }
     return result == SMTP_OK ? _Say("DATA\r\n", REPLY_START_MAIL_INPUT) : result;
 }
 
 int SMTPClient::_SendRecipient(const char* address) {
-    char reply[reply_size];
-    int code = 0;
+    a_reply reply;
     int result = _SendCommand({"RCPT TO:<", address, ">"});
-    if (result == SMTP_OK) result = _ProcessResponse(reply, sizeof reply, &code, false);
-    if (result == SMTP_OK && code == REPLY_COMPLETED) return SMTP_OK;
+    if (result == SMTP_OK) result = _ProcessResponse(reply, false);
     // A refusal counts even if its reply breaks off after the first line.
-    if (means_refused(code)) return SMTP_RECIPIENT_REFUSED;
-    return result == SMTP_OK ? SMTP_BAD_REPLY : result;
+    if (means_refused(reply.code)) return SMTP_RECIPIENT_REFUSED;
+    return reply.judged(result, REPLY_COMPLETED, SMTP_BAD_REPLY);
 }
 
 int SMTPClient::_SendContent(const char* text, const char* boundary, const char* path,
@@ -148,6 +144,7 @@ int SMTPClient::_SendContent(const char* text, const char* boundary, const char*
     return _socket.didTimeout() ? SMTP_TIMED_OUT : SMTP_BAD_REPLY;
 }
 
+// What RSET is answered does not matter: a server that refuses it refuses the next MAIL too.
 int SMTPClient::_Abandon(int result) {
     _SayAnyway("RSET\r\n");
     return result;
@@ -156,9 +153,12 @@ int SMTPClient::_Abandon(int result) {
 int SMTPClient::_SendRawText(const char* text, size_t len, a_bool* open_line) {
     if (len == 0) return 0;
     const char* const end = text + len;
-    const char* pending = text;
-    const char* from = text;
-    a_bool zero = false;  // ends the search
+    const char* pending = text;  // not sent yet
+    const char* from = text;     // not searched yet
+    a_bool zero = false;         // ends the search
+    // From dot to dot, not from line to line: a text has far fewer dots, and what lies between them
+    // leaves in one piece. A zero byte is looked for in front of dots only; behind the last one it
+    // changes nothing but *open_line.
     while (const char* const dot = find(from, end, '.')) {
         zero = find(from, dot, '\0') != nullptr;
         if (zero) break;

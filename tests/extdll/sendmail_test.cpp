@@ -8,7 +8,6 @@
 #include "kovcert/qxci/kit/environment.h"
 #include "tests/extdll/fakehost.h"
 #include "tests/extdll/tlsserver.h"
-#include "tests/netlib/smtpsink.h"
 #include "tests/scratch.h"
 #include "utils/unix/timelib.h"
 
@@ -451,39 +450,6 @@ size_t entries(const char* path) {
     return static_cast<size_t>(std::distance(begin(folder), end(folder)));
 }
 
-/// A sink that ends the TLS sessions itself, with the provider that the process uses.
-class SecureSink final : public SMTPSink {
-  public:
-    SecureSink(unsigned hang_up_one_in, const char* option, std::string value)
-        : SMTPSink(hang_up_one_in), _option(option), _value(std::move(value)) {}
-
-  protected:
-    ssize_t get(int fd, char* bytes, size_t room) override {
-        if (!_secured.contains(fd)) return SMTPSink::get(fd, bytes, room);
-        std::string got;
-        errno = EAGAIN;
-        if (!_secured.at(fd).get(&got)) return 0;
-        return got.empty() ? -1 : static_cast<ssize_t>(got.copy(bytes, room));
-    }
-    ssize_t put(int fd, const char* bytes, size_t length) override {
-        if (!_secured.contains(fd)) return SMTPSink::put(fd, bytes, length);
-        return _secured.at(fd).put({bytes, length}) ? 1 : -1;
-    }
-    const char* answer(int fd, char verb) override {
-        if (_secured.contains(fd)) return SMTPSink::answer(fd, verb);
-        return verb == 'E' ? "250-sink\r\n250 STARTTLS\r\n" : "220 go on\r\n";
-    }
-    void answered(int fd, char verb) override {
-        if (verb == 'S') _secured.try_emplace(fd, fd, _option, _value);
-    }
-    void ended(int fd) override { _secured.erase(fd); }
-
-  private:
-    const char* const _option;
-    const std::string _value;
-    std::map<int, TlsServer> _secured;
-};
-
 // 64 connections on 16 threads, against a server that now and then hangs up in the middle.
 class ManyConnections : public testing::TestWithParam<std::string> {};
 
@@ -520,10 +486,15 @@ TEST_P(ManyConnections, start_send_and_stop_at_random) {
     std::atomic<size_t> stopped = 0;
     std::atomic<size_t> mails = 0;
     {
-        const auto sink = secure ? std::make_unique<SecureSink>(
-                                       100, openssl ? "identity_file" : "stub_script", identity)
-                                 : std::make_unique<SMTPSink>(100);
-        std::thread server([&] { sink->run(); });
+        SMTPPeer peer;
+        peer.keep_at_most = 0;
+        peer.hang_up_one_in = 100;
+        if (secure) {
+            peer.secure = [&](int fd) {
+                const char* const option = openssl ? "identity_file" : "stub_script";
+                return std::make_unique<TlsServer>(fd, option, identity);
+            };
+        }
         std::vector<std::thread> users;
         const auto end = std::chrono::steady_clock::now() + duration;
         for (unsigned seed = 1; seed <= threads; ++seed) {
@@ -532,7 +503,7 @@ TEST_P(ManyConnections, start_send_and_stop_at_random) {
                     const int32 cid = 100 + rand_r(&seed) % connections;
                     const int what = rand_r(&seed) % 10;
                     if (what < 2)
-                        start(sink->port(), cid,
+                        start(peer.port(), cid,
                               secure ? std::optional(openssl ? identity : "ca.pem") : std::nullopt);
                     if (what == 2 && stop(cid) == 0) ++stopped;
                     if (what > 2 && mail(cid) == 0) ++mails;
@@ -541,9 +512,8 @@ TEST_P(ManyConnections, start_send_and_stop_at_random) {
         }
         for (std::thread& user : users) user.join();
         for (int32 cid = 100; cid < 100 + connections; ++cid) stopped += stop(cid) == 0;
-        EXPECT_LE(static_cast<long>(mails), sink->messages());
-        sink->stop();
-        server.join();
+        peer.finish();
+        EXPECT_LE(static_cast<long>(mails), peer.messages);
     }
     EXPECT_GT(mails, 0U);
     EXPECT_EQ(descriptors, entries("/proc/self/fd"));
