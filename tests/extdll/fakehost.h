@@ -70,6 +70,7 @@ class FakeHost {
     std::map<uint32, Argument> arguments;
     uint32 piece_size = 32768;
     enum class Fault { Refused, Empty, Null };
+    static constexpr Fault faults[] = {Fault::Refused, Fault::Empty, Fault::Null};
     int good_pieces = -1;  // get_piece calls before piece_fault; -1: all
     Fault piece_fault = Fault::Refused;
     std::function<void()> on_get_piece;        // runs inside get_piece
