@@ -75,11 +75,8 @@ std::string status_of(const std::string& line) {
     uint32 number = 0;
     for (a_sql_data_type type = 0; words >> number >> type >> word;)
         host.give(number, from_hex(word), type);
-    const std::vector<SetCall>& calls = host.call(procedure);
-    int32 status = 0;
-    if (calls.empty() || calls.front().type != EXTFN_TYPE_INT32) return "-";
-    calls.front().bytes->copy(reinterpret_cast<char*>(&status), sizeof status);
-    return std::to_string(status);
+    const int32 status = host.status_of(procedure);
+    return status != -1 ? std::to_string(status) : "-";
 }
 
 void stop_at_exit() {
