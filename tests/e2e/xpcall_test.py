@@ -8,10 +8,9 @@ import resource
 import signal
 import subprocess
 import sys
-import tempfile
 import unittest
 
-from mailserver import Server
+from cases import Case
 from stubborn import STUBBORN
 
 XPCALL, LIBRARY = (os.path.abspath(path) for path in sys.argv[1:3])
@@ -20,11 +19,9 @@ XPCALL, LIBRARY = (os.path.abspath(path) for path in sys.argv[1:3])
 signal.signal(signal.SIGINT, signal.default_int_handler)
 
 
-class Xpcall(unittest.TestCase):
+class Xpcall(Case):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = folder.name
+        super().setUp()
         self.environment = {**os.environ, "QUOREL_LIBRARY": LIBRARY}
 
     def start(self, *arguments, stdout=subprocess.PIPE, **options):
@@ -41,8 +38,7 @@ class Xpcall(unittest.TestCase):
 
     def test_files_pass_through_unchanged(self):
         data = bytes(range(256)) * 300 + b"\0"
-        with open(os.path.join(self.folder, "in"), "wb") as file:
-            file.write(data)
+        self.write("in", data)
         for piece in "1", "32768", "4000000000":
             self.check(["--piece", piece, "xp_write_file", "copy", "@in"], 0,
                        b"status 0: every byte was handed over; a regular file now has that size\n")
@@ -78,8 +74,7 @@ class Xpcall(unittest.TestCase):
             self.check(arguments, status, output, note)
 
     def test_says_what_to_do_about_a_bad_call(self):
-        with open(os.path.join(self.folder, "huge"), "wb") as file:
-            file.truncate(1 << 40)  # no block of it exists
+        os.truncate(self.write("huge", ""), 1 << 40)  # no block of it exists
         for arguments, note in (
                 (["xp_write_file", "f", "@huge"], b"xpcall: huge is too large for this ..-bit program\n"),
                 ([], b"xpcall calls procedures.*"),
@@ -108,8 +103,7 @@ class Xpcall(unittest.TestCase):
             self.assertEqual((process.returncode, err), (1, b"cancelled\n"))
 
     def test_several_calls_share_a_session_and_end_with_the_first_that_fails(self):
-        server = Server()
-        self.addCleanup(server.close)
+        server = self.serve()
         # A session that was started leaves a small record behind by design.
         self.environment["ASAN_OPTIONS"] = "detect_leaks=0"
         start = ["--calls", "xp_startsmtp", "ann@a.test", "127.0.0.1", f"int:{server.port}", "+"]
@@ -135,8 +129,7 @@ class Xpcall(unittest.TestCase):
             with open("/dev/full", "w") as full:
                 self.check(arguments, 1, None, b"xpcall: cannot write to standard output: No space.*",
                            stdout=full)
-        server = Server()
-        self.addCleanup(server.close)
+        server = self.serve()
         self.environment["ASAN_OPTIONS"] = "detect_leaks=0"
         self.check(["--calls", "xp_startsmtp", "ann@a.test", "127.0.0.1", f"int:{server.port}", "+",
                     "xp_sendmail", "bob@b.test"], 1, None, b"xpcall: cannot write .* Bad file .*",
@@ -144,9 +137,9 @@ class Xpcall(unittest.TestCase):
         self.assertEqual(server.messages, [])
 
     def test_a_signal_ends_what_cannot_be_cancelled(self):
-        os.mkfifo(os.path.join(self.folder, "pipe"))
+        os.mkfifo(self.path("pipe"))
         process = self.start("--calls", "xp_cmdshell", "true", "+", "xp_read_file", "pipe")
-        with open(os.path.join(self.folder, "pipe"), "wb"):
+        with open(self.path("pipe"), "wb"):
             process.send_signal(signal.SIGTERM)
             self.assertEqual(process.wait(timeout=60), -signal.SIGTERM)
         process.communicate()
