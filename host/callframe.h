@@ -10,25 +10,11 @@
 #include <string>
 #include <string_view>
 
-#include "extdll/extfn.h"
 #include "host/library.h"
 #include "host/procedures.h"
+#include "host/value.h"
 
 namespace host {
-
-/// A value that a procedure is given or hands back. `bytes` empty: SQL NULL.
-struct Value {
-    std::optional<std::string> bytes;
-    a_sql_data_type type = EXTFN_TYPE_STRING;
-
-    [[nodiscard]] bool is_null() const { return !bytes.has_value(); }
-    /// The number in a value of type EXTFN_TYPE_INT32; nothing for any other value.
-    [[nodiscard]] std::optional<std::int32_t> as_int() const;
-
-    static Value null(a_sql_data_type type) { return {std::nullopt, type}; }
-    static Value text(std::string text, a_sql_data_type type) { return {std::move(text), type}; }
-    static Value number(std::int32_t number);
-};
 
 /// One call. Make one, give it its arguments, run it once, read what came back.
 ///

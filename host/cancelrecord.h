@@ -7,7 +7,7 @@
 #include <sched.h>
 #include <unistd.h>
 
-#include "host/commandprocess.h"
+#include "host/descendants.h"
 #include "host/library.h"
 
 namespace host {

@@ -6,9 +6,9 @@
 #include <cstdint>
 #include <cstring>
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
+
+#include "host/descriptor.h"
 
 namespace host {
 
@@ -53,15 +53,13 @@ bool FileBytes::_read_all(int file) {
 }
 
 bool FileBytes::read(const std::string& path, std::string& error) {
-    const int file = open64(path.c_str(), O_RDONLY | O_CLOEXEC);
-    const bool complete = file >= 0 && _read_all(file);
-    if (!complete)
-        error = errno == EFBIG || errno == ENOMEM
-                    ? path + " is too large for this " + std::to_string(sizeof(void*) * CHAR_BIT) +
-                          "-bit program"
-                    : "cannot read " + path + ": " + strerror(errno);
-    if (file >= 0) close(file);
-    return complete;
+    const Descriptor file = open_file(path.c_str(), O_RDONLY);
+    if (file.is_open() && _read_all(file.number())) return true;
+    error = errno == EFBIG || errno == ENOMEM
+                ? path + " is too large for this " + std::to_string(sizeof(void*) * CHAR_BIT) +
+                      "-bit program"
+                : "cannot read " + path + ": " + strerror(errno);
+    return false;
 }
 
 }  // namespace host

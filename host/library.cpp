@@ -1,46 +1,12 @@
 #include "host/library.h"
 
-#include <climits>
-#include <cstdlib>
-
 #include <dlfcn.h>
-#include <link.h>
-#include <unistd.h>
+
+#include "host/librarypath.h"
 
 namespace host {
 
 namespace {
-
-constexpr const char* library_name = "libquorel_static.so";
-
-// Where the library lies as seen from the host's folder: beside it, installed (as this build would
-// be, and in the folders that distributions have), and in a build tree.
-constexpr const char* library_folders[] = {
-    "",
-    QUOREL_LIBRARY_FOLDER,
-#if defined(__i386__)
-    "../lib/i386-linux-gnu/",
-    "../lib32/",
-#elif defined(__x86_64__)
-    "../lib/x86_64-linux-gnu/",
-    "../lib64/",
-#endif
-    "../lib/",
-    "../extdll/",
-    "../../extdll/",
-};
-
-// The file that this code was linked into. The dynamic linker knows an extension by the path that
-// it was loaded from, and the program itself by an empty name.
-std::string own_file() {
-    Dl_info info{};
-    void* extra = nullptr;
-    const auto* here = reinterpret_cast<const void*>(&own_file);
-    if (dladdr1(here, &info, &extra, RTLD_DL_LINKMAP) == 0 || extra == nullptr) return {};
-    const char* name = static_cast<const link_map*>(extra)->l_name;
-    char resolved[PATH_MAX];
-    return realpath(*name == '\0' ? "/proc/self/exe" : name, resolved) != nullptr ? resolved : "";
-}
 
 template <typename Function>
 Function* symbol(void* handle, const char* name) {
@@ -63,7 +29,7 @@ std::string load_failure(const std::string& path, std::string_view remedy) {
 }  // namespace
 
 Library Library::load(std::string path, std::string& error, std::string_view remedy) {
-    if (path.empty()) path = default_path();
+    if (path.empty()) path = default_library_path();
     // A bare name is a file of this folder, not one for the dynamic linker to search for.
     if (path.find('/') == std::string::npos) path.insert(0, "./");
 
@@ -89,19 +55,6 @@ Library Library::load(std::string path, std::string& error, std::string_view rem
         return {};
     }
     return library;
-}
-
-std::string Library::default_path() {
-    const char* named = getenv("QUOREL_LIBRARY");
-    if (named != nullptr && *named != '\0') return named;
-
-    const std::string self = own_file();
-    const std::string folder = self.substr(0, self.rfind('/') + 1);
-    for (const char* below : library_folders) {
-        std::string candidate = folder + below + library_name;
-        if (access(candidate.c_str(), R_OK) == 0) return candidate;
-    }
-    return folder + library_name;
 }
 
 an_extfn_proc* Library::procedure(std::string_view name) const {

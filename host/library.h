@@ -15,19 +15,13 @@ namespace host {
 /// but load() are safe on any thread.
 class Library {
   public:
-    /// Loads the library at `path`, or, when `path` is empty, the one that default_path() names,
-    /// and checks that it speaks interface version 2. On failure returns an empty Library and puts
-    /// a sentence that says what to do into `error`; `remedy` is what this host's user can do about
-    /// a missing file.
+    /// Loads the library at `path`, or, when `path` is empty, the one that default_library_path()
+    /// names, and checks that it speaks interface version 2. On failure returns an empty Library
+    /// and puts a sentence that says what to do into `error`; `remedy` is what this host's user can
+    /// do about a missing file.
     static Library
     load(std::string path, std::string& error,
          std::string_view remedy = "build it with tools/demo, or name its file in QUOREL_LIBRARY");
-
-    /// Where a host looks when it is told nothing: QUOREL_LIBRARY if set, else
-    /// libquorel_static.so beside the host's own file (executable or extension), else in the
-    /// library folder of an installation whose programs' folder is the host's, else where a build
-    /// tree keeps it. Names the place beside the host when there is none anywhere.
-    static std::string default_path();
 
     [[nodiscard]] bool loaded() const { return _handle != nullptr; }
 

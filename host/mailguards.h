@@ -32,15 +32,18 @@ struct Refusal {
     std::string reason;
 };
 
+/// Empty: the call is made.
+using Refused = std::optional<Refusal>;
+
 /// Looks at arguments that each fit their parameter, and may change them. `warning` receives a
 /// sentence for a call that is made all the same.
-using Guard = std::optional<Refusal> (*)(CallArguments& arguments, std::string& warning);
+using Guard = Refused (*)(CallArguments& arguments, std::string& warning);
 
 /// For xp_startsmtp.
-std::optional<Refusal> guard_start(CallArguments& arguments, std::string& warning);
+Refused guard_start(CallArguments& arguments, std::string& warning);
 
 /// For xp_sendmail.
-std::optional<Refusal> guard_message(CallArguments& arguments, std::string& warning);
+Refused guard_message(CallArguments& arguments, std::string& warning);
 
 /// What `raw` is in this process where a call leaves it out; false at first. For a program with one
 /// user; any thread may call it.

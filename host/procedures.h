@@ -1,110 +1,21 @@
 #ifndef QUOREL_HOST_PROCEDURES_H
 #define QUOREL_HOST_PROCEDURES_H
 
-/// The SQL declarations of the procedures that the library exports: one row each. Every host takes
-/// names, parameter order, types and defaults from here, so a new procedure joins all hosts by one
-/// row in procedures.cpp.
+/// The procedures that the library exports: one row each. Every host takes names, parameter order,
+/// types and defaults from here, so a new procedure joins all hosts by one row in procedures.cpp.
 
-#include <cstdint>
 #include <span>
-#include <string>
 #include <string_view>
 
-#include "extdll/extfn.h"
-#include "host/content.h"
-#include "host/filesize.h"
-#include "host/mailguards.h"
+#include "host/procedure.h"
 
 namespace host {
-
-enum class Direction { In, Out };
-
-/// What a host passes for a parameter that the caller leaves out.
-enum class Absent {
-    Refuse,     ///< the caller must give it
-    Null,       ///< SQL NULL
-    Connection  ///< the number of the calling SQL connection
-};
-
-// The fields stand in the order in which a row reads.
-// NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding)
-struct Parameter {
-    std::string_view name;
-    Direction direction;
-    a_sql_data_type type;
-    Absent absent;
-    std::string_view meaning;  ///< a few words for help texts
-    Content content = Content::Text;
-    bool names_file = false;  ///< the value is a file's name, which the procedure opens
-};
-
-/// What argument 0 holds after a call.
-enum class Result {
-    None,    ///< nothing that means anything; the values are OUT parameters, if there are any
-    Status,  ///< an int32, 0 for success
-    Bytes    ///< a binary value, or NULL for failure; left unset, it is an empty value
-};
-
-/// One status in words, for people.
-struct StatusMeaning {
-    std::int32_t status;
-    std::string_view meaning;
-};
-
-/// A parameter that means nothing to the procedure unless another one is given too.
-struct Need {
-    std::uint32_t parameter;
-    std::uint32_t other;
-};
-
-// The fields stand in the order in which a row reads.
-// NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding)
-struct Procedure {
-    std::string_view name;
-    std::string_view summary;  ///< one line, what it does
-    Result result = Result::None;
-
-    /// The parameters by number, from 1. Where `repeats` is not 0, the last row stands for that
-    /// many parameters, named by the row's name followed by 1, 2, …
-    std::span<const Parameter> parameters = {};
-    std::uint32_t repeats = 0;
-
-    /// The rules beyond those of single parameters.
-    std::span<const Need> needs = {};
-    Guard guard = nullptr;  ///< null: none
-    FileRule file = {};
-
-    /// True for a call that may run long and registers a cancellation record.
-    bool cancellable = false;
-
-    /// The words of explain_status(): those of single statuses, and those of all others. For a
-    /// procedure without a status `otherwise` says what it means that nothing, or NULL, came back.
-    std::span<const StatusMeaning> statuses = {};
-    std::string_view otherwise;
-
-    /// True when it carries a file's contents in or out.
-    [[nodiscard]] bool moves_bytes() const;
-    /// Number of parameters, repeated ones counted.
-    [[nodiscard]] std::uint32_t parameter_count() const;
-    /// Row that declares parameter `number` (1 … parameter_count()).
-    [[nodiscard]] const Parameter& parameter(std::uint32_t number) const;
-    /// What an error about parameter `number` begins with: "xp_startsmtp: parameter 2 (host) ".
-    [[nodiscard]] std::string describe(std::uint32_t number) const;
-    /// The name of parameter `number`: its row's, with 1, 2, … added in a repeated row.
-    [[nodiscard]] std::string parameter_name(std::uint32_t number) const;
-    /// Number of the parameter called `name` (case ignored, "value7" for a repeated row), 0 if
-    /// none.
-    [[nodiscard]] std::uint32_t parameter_number(std::string_view name) const;
-};
 
 /// All procedures, in the order of the documentation.
 [[nodiscard]] std::span<const Procedure> procedures();
 
 /// The procedure called `name`, case ignored; null when there is none.
 [[nodiscard]] const Procedure* find_procedure(std::string_view name);
-
-/// A status of `procedure` in words ("the session is open"), for people. Never empty.
-[[nodiscard]] std::string_view explain_status(const Procedure& procedure, std::int32_t status);
 
 }  // namespace host
 

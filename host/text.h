@@ -3,7 +3,9 @@
 
 /// How the hosts read what people write.
 
+#include <algorithm>
 #include <charconv>
+#include <initializer_list>
 #include <optional>
 #include <string_view>
 
@@ -24,11 +26,19 @@ namespace host {
 }
 
 /// Equality as SQL compares identifiers: ASCII letters without regard to case.
-[[nodiscard]] bool same_name(std::string_view a, std::string_view b);
+[[nodiscard]] inline bool same_name(std::string_view a, std::string_view b) {
+    return std::ranges::equal(a, b, {}, to_lower, to_lower);
+}
 
 /// A setting as people write it: 1, true, on, yes, or 0, false, off, no, in any case; nothing for
 /// anything else.
-[[nodiscard]] std::optional<bool> parse_switch(std::string_view text);
+[[nodiscard]] inline std::optional<bool> parse_switch(std::string_view text) {
+    for (const std::string_view word : {"1", "true", "on", "yes"})
+        if (same_name(word, text)) return true;
+    for (const std::string_view word : {"0", "false", "off", "no"})
+        if (same_name(word, text)) return false;
+    return std::nullopt;
+}
 
 /// The number that `text` is from its first to its last byte, in decimal; nothing when it is none
 /// or does not fit.

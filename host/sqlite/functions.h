@@ -21,7 +21,7 @@ struct sqlite3;
 ///  - Text that the library cut in the middle of a character ends before that character.
 ///
 /// The functions work only in a statement of the program's own, never for a database's schema, and
-/// not while a schema names them: host/sqlite/directcall.h has the rules. sqlite3_interrupt ends a
+/// not while a schema names them: host/sqlite/schemaguard.h has the rules. sqlite3_interrupt ends a
 /// running command or a read.
 ///
 /// `on_progress`, unless it is empty, hears of each piece of a file that is read or written: how

@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <memory>
 
-#include "host/sqlite/directcall.h"
-#include "host/sqlite/sqlcall.h"
+#include "host/sqlite/schemaguard.h"
+#include "host/sqlite/sqlfunction.h"
 #include "host/utf8.h"
 
 namespace host {
@@ -113,11 +113,11 @@ int filter(sqlite3_vtab_cursor* base, int, const char*, int count, sqlite3_value
         if (cursor.arguments.back() == nullptr) return SQLITE_NOMEM;
     }
     CallFrame frame(function.connection->library, *function.procedure, function.connection->number);
-    const int code = run_sql_call(table.db, function, frame, cursor.arguments, error);
+    const int code = call_from_sql(table.db, function, frame, cursor.arguments, error);
     if (code == SQLITE_ERROR) return fail(&table, error);
     if (code != SQLITE_OK) return code;
     for (std::uint32_t number = 1; number <= function.procedure->parameter_count(); ++number) {
-        if (function.procedure->parameter(number).direction != Direction::Out) continue;
+        if (!function.procedure->is_out(number)) continue;
         const std::optional<Value>& value = frame.out(number);
         if (value && !value->is_null())
             cursor.rows.emplace_back(without_cut_character(*value->bytes));

@@ -5,7 +5,7 @@
 
 #include "extdll/mailargs.h"
 #include "extdll/procedures.h"
-#include "kovcert/builtin/builtinenv.h"
+#include "kovcert/qxci/kit/environment.h"
 #include "tests/extdll/fakehost.h"
 #include "tests/extdll/tlsserver.h"
 #include "tests/netlib/smtpsink.h"
@@ -298,7 +298,7 @@ TEST(MailProcedures, a_certificate_makes_a_secure_session_whose_environment_ends
     a_mail mail = {};
     mail.recipient = "bob@b.test";
 
-    scarce_size = sizeof(BuiltinEnv);
+    scarce_size = sizeof(qxci::Environment);
     EXPECT_EQ(105, session.startsmtp(good));
     scarce_size = 0;
     EXPECT_EQ(nullptr, session.qxcienv);

@@ -14,7 +14,8 @@ constexpr unsigned max_rounds = 14;
 
 using a_round_keys = a_wiped_bytes<UTAES::block_size*(max_rounds + 1)>;
 
-/// Substitutes the four bytes of a word.
+/// Substitutes the four bytes of a word, with logical operations: what a table is looked up with
+/// shows in the cache, and here that is the key.
 uint32 substitute_word(uint32 word) {
     constexpr uint32 lowest_bits = 0x01010101;
     uint32 planes[8];

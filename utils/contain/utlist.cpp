@@ -38,6 +38,7 @@ void c_utils_list_base::base_append(c_utils_link* item) {
 
 void c_utils_list_base::base_insert_after(c_utils_link* item, c_utils_link* position) {
     if (item == position) return;
+    // First, since the element may be in this list, even beside `position`.
     item->unlink();
     link_between(item, position, position->next);
 }

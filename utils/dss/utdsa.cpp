@@ -112,6 +112,7 @@ a_bool UTDSA::set_public_key(const UTBigInt& y) {
 a_bool UTDSA::set_private_key(const UTBigInt& x) {
     if (!_has_domain || x.is_zero() || !(x < _q.value())) return false;
     const UTBigInt y = _p.power(_g, x, _q.bits());
+    // A pair that does not fit would sign what nobody can verify.
     if (_has_public_key && !(y == _y)) return false;
     _y = y;
     _x = x;
@@ -124,6 +125,8 @@ a_bool UTDSA::sign(const a_byte* digest, a_byte* signature) const {
     const UTBigInt z = digest_number(_q, digest);
     NonceGenerator nonces(_q, _x, z);
     UTBigInt r, s;
+    // A nonce that gives a zero would show the key or nothing; FIPS 186-4 section 4.6 takes
+    // another.
     while (r.is_zero() || s.is_zero()) {
         const UTBigInt k = nonces.next();
         r = _q.reduce(_p.power(_g, k, _q.bits()));

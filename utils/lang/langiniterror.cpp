@@ -111,6 +111,7 @@ size_t put_translated(const char* text, const char* file_name, const CharsetInfo
     converter.Open(ls_find_charset_by_id(CHARSET_UTF8), charset);
     size_t lost = 0;
     const size_t needed = converter.Convert(utf8.data(), length, whole.data(), whole.size(), &lost);
+    // Half a text in question marks helps nobody, and English follows anyway.
     if (lost > 0) return 0;
     *cut = needed > len;
     return converter.Convert(utf8.data(), length, buf, len);

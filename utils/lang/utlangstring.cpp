@@ -151,6 +151,7 @@ ls_init_return UTLangString::Init(const char* language_label, const CharsetInfo*
     const ls_init_return result = _OpenFile(_res_file, wanted, iq);
     const bool fallback =
         wanted != ls_english() && _OpenFile(_default_res_file, ls_english(), iq) == LS_INIT_OKAY;
+    // The wanted file's failure counts, even where English would be to blame too.
     if (result != LS_INIT_OKAY && !fallback) {
         Fini();
         return result;

@@ -23,6 +23,7 @@ constexpr size_t description_size = 96;
 constexpr size_t description_key_size = 8;
 constexpr const char* language_key = ";language=";
 
+// Nothing in an image is aligned.
 template <class Number>
 Number load(const a_byte* from) {
     Number value;
@@ -188,6 +189,8 @@ a_bool UTQXResFile::_Holds(uint32 offset, size_t length) const {
 
 UTQXResFile::Text UTQXResFile::_Find(uint32 id) const {
     constexpr Text none{nullptr, 0};
+    // Each table is checked as it is reached; to check all of them at the start would read the
+    // whole file from disk for the few texts that are wanted.
     uint32 offset = _root;
     for (uint32 level = 0; level < _num_levels; ++level) {
         const uint32 index = (id >> _level_shift[level]) & _level_mask[level];

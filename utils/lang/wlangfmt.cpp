@@ -52,6 +52,7 @@ struct Parms {
 };
 
 void record_place(Parm& parm, const char* place) {
+    // In place of an earlier one, which is then plain text: see the header.
     const char* behind = place + 2;
     parm.place = place;
     parm.place_length = 2;
@@ -77,6 +78,7 @@ void find_places(Parms& parms, const char* format) {
 }
 
 void take_arguments(Parms& parms, va_list args) {
+    // Also of numbers that the format does not name: the arguments behind could not be found.
     for (size_t i = 0; i < parms.count; ++i) {
         Parm& parm = parms.parm[i];
         char* number = parm.number.data();

@@ -10,6 +10,7 @@ namespace {
 
 bool is_identity(const CharsetInfo* from, const CharsetInfo* to) {
     if (from == nullptr || to == nullptr || from == to) return true;
+    // iconv would refuse bytes beyond ASCII that such a text holds against its label.
     return from->id == CHARSET_US_ASCII && to->id != CHARSET_UTF16;
 }
 
@@ -76,6 +77,8 @@ size_t CharsetConverter::Convert(const char* text, size_t text_len, char* buf, s
     forget_state(_handle);
     while (iconv(_handle, &in, &text_len, &out.at, &out.room) == failed) {
         const int error = errno;
+        // What the decoder holds back comes before the character that stopped it. EINVAL, a
+        // character cut by the end of the text, ends the loop.
         if (error == E2BIG || !out.PutHeldBack(_handle)) return len - out.room;
         if (error != EILSEQ || !out.PutReplacement()) return len - out.room;
         const size_t skipped = _OffendingLength(in, text_len);

@@ -76,6 +76,7 @@ void* ut_dll_open(const char* path) {
     if (path == nullptr) return nullptr;
     const a_dll_report report = dll_report.load();
     if (report != nullptr) report_load(report, path);
+    // RTLD_NOW: a symbol that is missing shows here, not as the end of the process at a first call.
     return dlopen(path, RTLD_NOW | RTLD_LOCAL);
 }
 

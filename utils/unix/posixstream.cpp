@@ -20,6 +20,7 @@ bool open_file(UTDescriptor& handle, UTErrorCode* error, const char* name, int f
 
 size_t PosixIStream::do_get(a_byte* buf, size_t n) {
     if (_eof || n == 0) return 0;
+    // Asking at each read what kind of file it is would cost a large file thousands of calls.
     const ssize_t got = _is_regular ? _posix_read_regular(_handle.get(), buf, n)
                                     : _posix_read(_handle.get(), buf, n);
     if (got > 0) return static_cast<size_t>(got);

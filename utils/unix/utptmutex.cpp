@@ -42,6 +42,7 @@ a_ut_pthread_mutex* pop_free() {
 }
 
 bool add_fresh_record() {
+    // Not from the allocation layer: its out-of-memory hook may itself want a critical section.
     auto* const record = static_cast<a_ut_pthread_mutex*>(calloc(1, sizeof(a_ut_pthread_mutex)));
     if (record == nullptr) return false;
     pthread_mutex_init(&record->mutex, nullptr);

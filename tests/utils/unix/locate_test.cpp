@@ -40,10 +40,10 @@ TEST(Locate, directories_are_searched_in_their_order) {
     for (const auto& [kind, places] : rows) {
         const Tree tree;
         tree.touch("a/f");
-        EXPECT_EQ(tree.found(kind, "f"), "");
+        EXPECT_EQ("", tree.found(kind, "f"));
         for (const std::string& place : places) {
             tree.touch(place);
-            EXPECT_EQ(tree.found(kind, "f"), place);
+            EXPECT_EQ(place, tree.found(kind, "f"));
         }
     }
 }
@@ -53,7 +53,7 @@ TEST(Locate, only_regular_files_with_bare_names_are_found) {
     tree.touch("a/f");
     const std::string path = tree.top / "a/f";
     for (const char* name : {"folder", "../f", "", path.c_str()})
-        EXPECT_EQ(tree.found(LOCATE_LIBRARY, name), "") << name;
+        EXPECT_EQ("", tree.found(LOCATE_LIBRARY, name)) << name;
 }
 
 TEST(Locate, the_search_starts_beside_the_own_file_wherever_the_process_is) {
@@ -64,7 +64,7 @@ TEST(Locate, the_search_starts_beside_the_own_file_wherever_the_process_is) {
     char path[LOCATE_MAX_PATH];
     const size_t length = self.string().size();
     EXPECT_TRUE(ut_locate_file(LOCATE_LIBRARY, self.filename().c_str(), path, length + 1));
-    EXPECT_EQ(path, self);
+    EXPECT_EQ(self, path);
     EXPECT_FALSE(ut_locate_file(LOCATE_LIBRARY, self.filename().c_str(), path, length));
     EXPECT_FALSE(ut_locate_file(LOCATE_LIBRARY, "only-here", path, sizeof path));
     fs::current_path(before);
@@ -84,6 +84,6 @@ TEST(Locate, the_folder_of_the_own_file_may_have_any_name) {
         }
         int ended = -1;
         waitpid(child, &ended, 0);
-        EXPECT_EQ(ended, 0) << name;
+        EXPECT_EQ(0, ended) << name;
     }
 }

@@ -10,9 +10,9 @@ namespace {
 
 void expect_pool(std::size_t in_use, std::size_t free) {
     const a_ut_mutex_pool_state state = ut_safe_pthread_mutex_state();
-    EXPECT_EQ(state.num_in_use, in_use);
-    EXPECT_EQ(state.num_free, free);
-    EXPECT_EQ(state.num_to_grab, 50U);
+    EXPECT_EQ(in_use, state.num_in_use);
+    EXPECT_EQ(free, state.num_free);
+    EXPECT_EQ(50U, state.num_to_grab);
 }
 
 }  // namespace

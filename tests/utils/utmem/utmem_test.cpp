@@ -63,18 +63,18 @@ TEST_F(Utmem, asks_the_hook_and_retries_once) {
                 EXPECT_EXIT(function.request(), testing::ExitedWithCode(1), "Out of memory");
                 continue;
             }
-            EXPECT_EQ(function.request(), nullptr);
-            EXPECT_EQ(hook_calls, 1);
+            EXPECT_EQ(nullptr, function.request());
+            EXPECT_EQ(1, hook_calls);
         }
         fail(1, true);
         void* block = function.request();
-        EXPECT_NE(block, nullptr);
-        EXPECT_EQ(requests, 2);
+        EXPECT_NE(nullptr, block);
+        EXPECT_EQ(2, requests);
         std::free(block);
     }
     fail(1, true);
-    EXPECT_EQ(uimalloc(1), nullptr);
-    EXPECT_EQ(hook_calls, 0) << "uimalloc does not ask";
+    EXPECT_EQ(nullptr, uimalloc(1));
+    EXPECT_EQ(0, hook_calls) << "uimalloc does not ask";
 }
 
 TEST_F(Utmem, a_text_array_grows_and_stays_as_it_was_without_memory) {
@@ -109,7 +109,7 @@ TEST(UtFatal, prints_its_message_and_runs_no_exit_handler_even_if_nobody_reads) 
     EXPECT_EXIT(die_with_exit_handler_and_stdout_on(STDERR_FILENO, "Out of memory"), failed,
                 "^Corvane: Out of memory\nOut of memory\n$");
     int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_EQ(0, pipe(ends));
     close(ends[0]);
     EXPECT_EXIT(die_with_exit_handler_and_stdout_on(ends[1], "x"), failed, "^Corvane: x\n$");
     close(ends[1]);

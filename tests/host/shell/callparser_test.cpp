@@ -1,0 +1,83 @@
+#include "host/sqlite/shell/callparser.h"
+
+#include <gtest/gtest.h>
+
+#include "host/sqlite/shell/secrets.h"
+
+using host::CallStatement;
+using host::StatementError;
+
+namespace {
+
+// "procedure|name=expression|expression", or "offset: message" when the text is wrong.
+std::string parse(std::string_view text) {
+    CallStatement call;
+    StatementError error;
+    if (!host::parse_call(text, call, error))
+        return std::to_string(error.offset) + ": " + error.message;
+    std::string parts(call.procedure);
+    for (const CallStatement::Argument& argument : call.arguments) {
+        parts += '|';
+        if (!argument.name.empty()) parts.append(argument.name).append("=");
+        parts += argument.expression;
+    }
+    return parts;
+}
+
+struct Case {
+    std::string_view text;
+    std::string_view parts;
+};
+
+}  // namespace
+
+TEST(CallParser, finds_the_arguments_or_points_at_what_is_wrong) {
+    const Case cases[] = {
+        {"CALL p", "p"},
+        {"call p;", "p"},
+        {"CALL p ( ) ;", "p"},
+        {"CALL p(1, 'two', NULL, x'00ff')", "p|1|'two'|NULL|x'00ff'"},
+        {"CALL p(1, a => 1, B=>-2.5e3);", "p|1|a=1|B=-2.5e3"},
+        {"CALL p('a,b)', 'it''s', \"(\", [,], `)`)", "p|'a,b)'|'it''s'|\"(\"|[,]|`)`"},
+        {"CALL p(f(1, (2)), (SELECT a, b FROM t))", "p|f(1, (2))|(SELECT a, b FROM t)"},
+        {"CALL p(a >= b, c = d, e)", "p|a >= b|c = d|e"},
+        {"CALL /* x */ p -- y\n ( a /* , */ => -- )\n 1 /* ( */ )", "p|a=1 /* ( */"},
+        {"CALL p(naïve => 'ü')", "p|naïve='ü'"},
+        {"CALL", "4: CALL needs the name of a procedure"},
+        {"CALL 'p'()", "5: CALL needs the name of a procedure"},
+        {"CALL p(1", "6: this ( has no matching )"},
+        {"CALL p(f(1);", "6: this ( has no matching )"},
+        {"CALL p(1,)", "9: an argument is missing here"},
+        {"CALL p(,1)", "7: an argument is missing here"},
+        {"CALL p(a =>)", "11: an argument is missing here"},
+        {"CALL p('a)", "7: this quote or comment has no end"},
+        {"CALL p(a => 1, 2)", "15: an argument without a name stands behind one with a name"},
+        {"CALL p() FROM t", "9: the CALL should end here"},
+        {"CALL p(1); x", "11: the CALL should end here"},
+    };
+    for (const Case& c : cases) EXPECT_EQ(c.parts, parse(c.text)) << c.text;
+}
+
+TEST(CallParser, knows_a_call_by_its_first_word) {
+    EXPECT_TRUE(host::is_call("call p"));
+    EXPECT_TRUE(host::is_call("CALL"));
+    EXPECT_FALSE(host::is_call("CALLED p"));
+    EXPECT_FALSE(host::is_call("SELECT call"));
+}
+
+TEST(Secrets, are_passwords_given_by_name_or_by_position) {
+    for (const char* telling : {
+             "CALL xp_startsmtp(host => 'h', AUTH_Password => 'x')",
+             "CALL xp_startsmtp('a', 'h', 25, 60, 'n', 'u', 'secret')",
+             "SELECT 1; select XP_startsmtp (f(1, 2), ')', 25, 60, 'n', 'u', 'x', 'c') + 1 FROM t",
+             "SELECT \"xp_startsmtp\" /* ( */ ('a', 'h', 25, 60, 'n', 'u', 'x')",
+             "SELECT xp_startsmtp('a'); SELECT xp_startsmtp('a', 'h', 1, 2, 'n', 'u', 'x')",
+         })
+        EXPECT_TRUE(host::tells_password(telling)) << telling;
+    for (const char* harmless : {
+             "CALL xp_startsmtp('a', 'h', 25, 60, 'n', 'u')",
+             "CALL xp_startsmtp('a', 'h', 25, trusted_cert => 'a', cert_unit => '1,2,3,4,5,6,7')",
+             "SELECT xp_sprintf('%s', 1, 2, 3, 4, 5, 6, 7, 8), 'xp_startsmtp'",
+         })
+        EXPECT_FALSE(host::tells_password(harmless)) << harmless;
+}
