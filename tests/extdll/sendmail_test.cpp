@@ -61,7 +61,6 @@ extern "C" const char* __lsan_default_suppressions() {
 
 namespace {
 
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 using Cid = std::optional<int32>;  // nothing: the default session
