@@ -22,10 +22,10 @@ import unittest
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../tools"))
 from aiosmtpd.smtp import AuthResult, LoginPassword  # noqa: E402
 from certificates import Authority  # noqa: E402
+from cases import Case  # noqa: E402
 import hostcall  # noqa: E402
 from hostcall import HOSTCALL, LIBRARY  # noqa: E402
 import tracing  # noqa: E402
-from mailserver import Server  # noqa: E402
 
 PROVIDER, QUORELSQL, XPCALL = map(os.path.abspath, sys.argv[3:6])
 logging.disable()  # the servers' complaints about the handshakes that fail here
@@ -60,27 +60,21 @@ def server_context(certificate, version=None):
     return context
 
 
-class Tls(unittest.TestCase):
+class Tls(Case):
     @classmethod
     def setUpClass(cls):
         folder = tempfile.TemporaryDirectory()
         cls.addClassCleanup(folder.cleanup)
-        cls.folder = folder.name
         cls.authority = Authority(folder.name)
         cls.trust = cls.authority.file
         cls.certificate = cls.authority.issue("ec")
         cls.context = server_context(cls.certificate)
 
     def serve(self, context, **options):
-        server = Server(tls_context=context, require_starttls=context is not None, **options)
-        self.addCleanup(server.close)
-        return server
+        return super().serve(tls_context=context, require_starttls=context is not None, **options)
 
     def file_of(self, size):
-        path = os.path.join(self.folder, str(size))
-        with open(path, "wb") as file:
-            file.write(bytes(range(256)) * (size // 256))
-        return path
+        return self.write(str(size), bytes(range(256)) * (size // 256))
 
 
 class Delivery(Tls):
@@ -215,7 +209,7 @@ class BadServers(Tls):
 class Providers(Tls):
     def test_come_from_beside_the_library_or_not_at_all(self):
         library = shutil.copy(LIBRARY, self.folder)
-        elsewhere = os.path.join(self.folder, "elsewhere")
+        elsewhere = self.path("elsewhere")
         os.mkdir(elsewhere)
         shutil.copy(PROVIDER, elsewhere)
         calls = start(self.serve(self.context).port, trust=self.trust), STOP
