@@ -51,6 +51,7 @@ Refused use_crlf(CallArguments& arguments) {
     if (length > UINT32_MAX)
         return Refusal{mail_message, "takes less than 4 GiB, counting CRLF for each line end"};
     const auto size = static_cast<std::size_t>(length);
+    // A message may be as large as half of a 32-bit process; a std::string would end its program.
     std::unique_ptr<char[]> text(new (std::nothrow) char[size]);
     if (text == nullptr)
         return Refusal{mail_message, "is too long: there is no memory to make its line ends CRLF"};

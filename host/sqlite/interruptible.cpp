@@ -12,7 +12,7 @@ namespace host {
 
 namespace {
 
-// How long an interrupt may go unnoticed.
+// How long an interrupt may go unnoticed. SQLite calls nobody back for one, so it is asked for.
 constexpr std::chrono::milliseconds probe_interval(25);
 
 class Worker {
@@ -75,6 +75,7 @@ bool call_interruptibly(sqlite3* db, CallFrame& frame, std::string& error) {
     while (!worker.ended_within(probe_interval)) {
         if (!probe.interrupted()) continue;
         frame.cancel();
+        // The command is dead, and the call returns by itself. Until then the values are in use.
         break;
     }
     return worker.join(error);

@@ -78,6 +78,7 @@ void CallResult::show_out_values() const {
         if (!_style.for_programs()) printf("no result: %s\n", _procedure.otherwise.data());
         return;
     }
+    // NULLs at the end say nothing; of nothing but NULLs one is shown.
     const bool nothing = shown == 0;
     shown = std::max<std::size_t>(shown, 1);
     names.resize(shown);
