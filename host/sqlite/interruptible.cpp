@@ -74,8 +74,8 @@ bool call_interruptibly(sqlite3* db, CallFrame& frame, std::string& error) {
     InterruptProbe probe(db);
     while (!worker.ended_within(probe_interval)) {
         if (!probe.interrupted()) continue;
+        // With its command dead the call returns by itself. Until then it uses the values.
         frame.cancel();
-        // The command is dead, and the call returns by itself. Until then the values are in use.
         break;
     }
     return worker.join(error);

@@ -1,8 +1,8 @@
+#include <csignal>
 #include <cstring>
 
 #include <gmock/gmock.h>
 #include <sqlite3.h>
-#include <unistd.h>
 
 #include "host/library.h"
 #include "host/sqlite/functions.h"
@@ -221,6 +221,16 @@ TEST(SqlFunctions, keep_within_the_connections_length_limit) {
     EXPECT_EQ("99999;", db.run("SELECT length(xp_read_file('" + fits + "'))"));
     EXPECT_EQ("string or blob too big", db.run("SELECT length(xp_read_file('" + exceeds + "'))"));
     EXPECT_EQ("string or blob too big", db.run("SELECT xp_read_file('/dev/zero')"));
+}
+
+sqlite3* to_interrupt;
+
+TEST(SqlFunctions, end_a_running_command_when_interrupted) {
+    Database db;
+    to_interrupt = db.handle();
+    signal(SIGUSR1, [](int) { sqlite3_interrupt(to_interrupt); });
+    EXPECT_EQ("interrupted", db.run("SELECT xp_cmdshell('kill -USR1 $PPID; exec sleep 60')"));
+    EXPECT_EQ("5;", db.run("SELECT xp_cmdshell('exit 5')")) << "the connection goes on";
 }
 
 TEST(SqlFunctions, keep_the_programs_signals_away_from_their_threads) {
