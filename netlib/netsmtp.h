@@ -119,7 +119,7 @@ class SMTPClient {
     /// Says QUIT, reads a reply whatever it is unless that could not be said, and closes.
     void Disconnect();
 
-    /// The first line of the EHLO reply that begins with `name`, in any case of letters: "AUTH"
+    /// The first line of the EHLO reply that begins with `name`, whatever the letters' case: "AUTH"
     /// finds "AUTH PLAIN LOGIN". Null when there is none. It stays until the next EHLO.
     /// Kept: a prefix is enough, so "AUTH" finds "AUTHX" too.
     const char* FindServerCapability(const char* name) const;
