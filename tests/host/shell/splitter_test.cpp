@@ -7,28 +7,22 @@ using host::StatementSplitter;
 
 namespace {
 
-// Each statement of the lines, which come in turn, as "line:text".
-std::vector<std::string> split(const std::vector<std::string>& lines) {
+// Each statement as "line:text", of a text that comes at once or line by line.
+std::vector<std::string> split(std::string_view text, bool by_line) {
     StatementSplitter splitter;
     std::vector<std::string> found;
     const auto add = [&found](const Statement& statement) {
         found.push_back(std::to_string(statement.line) + ":" + statement.text);
     };
-    for (const std::string& line : lines) {
-        splitter.add(line);
+    while (!text.empty()) {
+        const std::size_t end =
+            by_line ? std::min(text.find('\n'), text.size() - 1) + 1 : text.size();
+        splitter.add(text.substr(0, end));
+        text.remove_prefix(end);
         while (const auto statement = splitter.next()) add(*statement);
     }
     if (const auto statement = splitter.rest()) add(*statement);
     return found;
-}
-
-std::vector<std::string> lines_of(const std::string& text) {
-    std::vector<std::string> lines(1);
-    for (const char c : text) {
-        lines.back() += c;
-        if (c == '\n') lines.emplace_back();
-    }
-    return lines;
 }
 
 struct Case {
@@ -58,10 +52,9 @@ TEST(StatementSplitter, cuts_at_the_semicolons_that_end_a_statement) {
         {"-- nothing\n  /* at all */ ", {}},
         {";;", {"1:;", "1:;"}},
     };
-    for (const Case& c : cases) {
-        EXPECT_EQ(c.statements, split({c.text}));
-        EXPECT_EQ(c.statements, split(lines_of(c.text))) << "line by line";
-    }
+    for (const Case& c : cases)
+        for (const bool by_line : {false, true})
+            EXPECT_EQ(c.statements, split(c.text, by_line)) << c.text << by_line;
 }
 
 TEST(StatementSplitter, tells_whether_a_statement_has_begun) {
