@@ -52,6 +52,8 @@ std::string default_library_path() {
     if (named != nullptr && *named != '\0') return named;
 
     const std::string folder = own_folder();
+    // One that is there and cannot be loaded ends the search: the loader tells why, which helps
+    // more than another library.
     for (const char* below : library_folders) {
         std::string candidate = folder + below + library_name;
         if (access(candidate.c_str(), R_OK) == 0) return candidate;

@@ -30,6 +30,7 @@
 #include "utils/utmem/uttextarray.h"
 
 class IPAddress;
+class PosixIStream;
 
 /// Result codes, which reach SQL unchanged.
 enum a_smtp_result : int {
@@ -204,8 +205,9 @@ class SMTPClient {
   private:
     class GuardedOStream;
 
-    std::unique_ptr<JoinedWrites> _joined;        // null before the first message
-    std::unique_ptr<AttachmentBlocks> _contents;  // null where the last message attached nothing
+    std::unique_ptr<JoinedWrites> _joined;  // null before the first message
+    std::unique_ptr<AttachmentBlocks>
+        _contents;  // null where the last message attached no small file
 
     int _SendLine(Buffer& line);
     int _SendLine(const char* line);
@@ -216,8 +218,9 @@ class SMTPClient {
     int _SendEnvelope(std::initializer_list<a_recipient_list> lists);
     int _SendRecipient(const char* address);
     int _SendContent(const char* text, const char* boundary, const char* path, UTIStream& file);
-    /// Makes what a message is sent through, with or without an attachment. False without memory.
-    a_bool _MakeBuffers(a_bool attaches);
+    /// Makes what a message is sent through, with an attachment or (null) without. False without
+    /// memory.
+    a_bool _MakeBuffers(const PosixIStream* file);
     void _GiveBackBuffers();
     int _Abandon(int result);
 };

@@ -2,8 +2,8 @@
 #define QUOREL_NETLIB_NETSMTP_BUFFERS_H
 
 /// What a client keeps from message to message, so that a message costs no allocation of large
-/// blocks: 88 KiB to collect what it sends and, after a message with an attachment, 64 KiB to read
-/// the next one.
+/// blocks: 88 KiB to collect what it sends and, after a message with a small attachment, 20 KiB to
+/// read the next one.
 
 #include "netlib/netsmtp.h"
 #include "utils/etc/base64.h"
@@ -80,9 +80,14 @@ class SMTPClient::JoinedWrites {
 /// The contents of files on their way into messages, block by block. Made like JoinedWrites.
 class SMTPClient::AttachmentBlocks {
   public:
-    explicit AttachmentBlocks(const SMTPClient& client)
-        : _wanted(client._write_failed), _blocks(_wanted, block_size) {}
+    /// For files that are `small`, which a block holds whole, or for larger ones.
+    AttachmentBlocks(const SMTPClient& client, a_bool small)
+        : _small(small), _wanted(client._write_failed),
+          _blocks(_wanted, small ? small_block : large_block) {}
 
+    static a_bool is_small(uint64 file_size) { return file_size < small_block; }
+
+    a_bool is_small() const { return _small; }
     a_bool is_valid() const { return _blocks.has_buffer(); }
 
     /// Writes all of `file` to `text` as base64 (RFC 2045 section 6.8).
@@ -106,8 +111,10 @@ class SMTPClient::AttachmentBlocks {
         const a_bool& _useless;
     };
 
-    static constexpr size_t block_size = size_t{64} * 1024;
+    static constexpr size_t small_block = size_t{20} * 1024;
+    static constexpr size_t large_block = size_t{64} * 1024;
 
+    const a_bool _small;
     WantedIStream _wanted;
     UTIStreamBuffer _blocks;
 };

@@ -81,24 +81,24 @@ int SMTPClient::SendMessage(const char* subject, const char* body, const char** 
         _ComposeMessage(subject, body, to, to_count, cc, cc_count, boundary, content_type));
     if (text == nullptr) return SMTP_NO_MEMORY;
     if (_ostrm == nullptr) return SMTP_BAD_REPLY;
-    if (!_MakeBuffers(attachment != nullptr)) return SMTP_NO_MEMORY;
+    if (!_MakeBuffers(attachment != nullptr ? &file : nullptr)) return SMTP_NO_MEMORY;
 
     int result = _SendEnvelope({{to, to_count}, {cc, cc_count}, {bcc, bcc_count}});
     if (result == SMTP_OK) result = _SendContent(text.get(), boundary, attachment, file);
+    if (_contents != nullptr && !_contents->is_small()) _contents.reset();
     return result == SMTP_OK ? result : _Abandon(result);
 }
 
-/// What the last message did without is given back: few sessions of many attach files, and small
-/// ones in a row are not to wait for memory.
-a_bool SMTPClient::_MakeBuffers(a_bool attaches) {
+/// Few sessions of many attach files, and those that attach small ones in a row are not to wait for
+/// memory; so only a block for small files stays, until a message does without.
+a_bool SMTPClient::_MakeBuffers(const PosixIStream* file) {
     if (_joined == nullptr) _joined.reset(new (std::nothrow) JoinedWrites(*this));
-    if (!attaches) {
-        _contents.reset();
-    } else if (_contents == nullptr) {
-        _contents.reset(new (std::nothrow) AttachmentBlocks(*this));
-    }
+    const a_bool small = file != nullptr && AttachmentBlocks::is_small(file->size());
+    if (!small) _contents.reset();
+    if (file != nullptr && _contents == nullptr)
+        _contents.reset(new (std::nothrow) AttachmentBlocks(*this, small));
     const a_bool made = _joined != nullptr && _joined->is_valid() &&
-                        (!attaches || (_contents != nullptr && _contents->is_valid()));
+                        (file == nullptr || (_contents != nullptr && _contents->is_valid()));
     if (!made) _GiveBackBuffers();
     return made;
 }

@@ -4,9 +4,9 @@
 /// The raw bytes of a connection: an OpenSSL BIO over the owner's callbacks.
 ///
 /// Records are collected and go out together when they fill the buffer, when something is to be
-/// read, or on flush: one call of the owner's for several records. A few short records are collected
-/// in a buffer that stays; more of them in one that is there until they have gone, so that a
-/// connection at rest holds little memory. As much is read ahead as the owner has.
+/// read, or on flush: one call of the owner's for several records. A few short records are
+/// collected in a buffer that stays; more of them in one that is there until they have gone, so
+/// that a connection at rest holds little memory. As much is read ahead as the owner has.
 
 #include "kovcert/qxci/kit/memory.h"
 #include "providers/openssl/emptyreads.h"
@@ -67,8 +67,8 @@ class CallbackBio {
     void grow();
     void release_large();
 
-    // What a mail client says and hears in a breath, and six records of 16 KiB with what TLS adds to
-    // them: the large writes of the library, each in one.
+    // What a mail client says and hears in a breath, and six records of 16 KiB with what TLS adds
+    // to them: the large writes of the library, each in one.
     static constexpr size_t in_size = 4096, small_size = 4096, large_size = size_t{97} * 1024;
 
     // Records, of which one more may be about to bring data, and messages, of which a record can

@@ -22,10 +22,10 @@ import unittest
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../tools"))
 from aiosmtpd.smtp import AuthResult, LoginPassword  # noqa: E402
 from certificates import Authority  # noqa: E402
+from cases import Case  # noqa: E402
 import hostcall  # noqa: E402
 from hostcall import HOSTCALL, LIBRARY  # noqa: E402
 import tracing  # noqa: E402
-from mailserver import Server  # noqa: E402
 
 PROVIDER, QUORELSQL, XPCALL = map(os.path.abspath, sys.argv[3:6])
 logging.disable()  # the servers' complaints about the handshakes that fail here
@@ -60,27 +60,21 @@ def server_context(certificate, version=None):
     return context
 
 
-class Tls(unittest.TestCase):
+class Tls(Case):
     @classmethod
     def setUpClass(cls):
         folder = tempfile.TemporaryDirectory()
         cls.addClassCleanup(folder.cleanup)
-        cls.folder = folder.name
         cls.authority = Authority(folder.name)
         cls.trust = cls.authority.file
         cls.certificate = cls.authority.issue("ec")
         cls.context = server_context(cls.certificate)
 
     def serve(self, context, **options):
-        server = Server(tls_context=context, require_starttls=context is not None, **options)
-        self.addCleanup(server.close)
-        return server
+        return super().serve(tls_context=context, require_starttls=context is not None, **options)
 
     def file_of(self, size):
-        path = os.path.join(self.folder, str(size))
-        with open(path, "wb") as file:
-            file.write(bytes(range(256)) * (size // 256))
-        return path
+        return self.write(str(size), bytes(range(256)) * (size // 256))
 
 
 class Delivery(Tls):
@@ -118,6 +112,20 @@ class Delivery(Tls):
             _, message, _, attached = (sorted(each.values(), reverse=True) for each in counts[1:5])
             self.assertEqual(message, [4, 4], "sends, and receives")
             self.assertLessEqual(sum(attached), 52, counts)
+
+    @unittest.skipIf(os.environ.get("QUOREL_SANITIZE"), "a sanitizer has memory of its own")
+    def test_holds_160_KiB_a_session_at_rest(self):
+        for size in 1000, 1 << 20:
+            with self.subTest(size=size):
+                port, file = self.serve(self.context).port, self.file_of(size)
+                sessions = [(hostcall.start(port, trust=self.trust, session=number),
+                             hostcall.mail("bob@b.test", file=file, session=number))
+                            for number in range(101)]
+                said = call(*sessions[0], "memory", *sum(sessions[1:], ()), "memory",
+                            *map(hostcall.stop, range(101)))
+                before, after = said[2], said[203]
+                self.assertEqual(said.count(0), 303, said[:9])
+                self.assertLess(after - before, 100 * 160)
 
 
 class Certificates(Tls):
@@ -201,7 +209,7 @@ class BadServers(Tls):
 class Providers(Tls):
     def test_come_from_beside_the_library_or_not_at_all(self):
         library = shutil.copy(LIBRARY, self.folder)
-        elsewhere = os.path.join(self.folder, "elsewhere")
+        elsewhere = self.path("elsewhere")
         os.mkdir(elsewhere)
         shutil.copy(PROVIDER, elsewhere)
         calls = start(self.serve(self.context).port, trust=self.trust), STOP

@@ -1,8 +1,8 @@
+#include <csignal>
 #include <cstring>
 
 #include <gmock/gmock.h>
 #include <sqlite3.h>
-#include <unistd.h>
 
 #include "host/library.h"
 #include "host/sqlite/functions.h"
@@ -51,7 +51,7 @@ struct Row {
     const char* answer;
 };
 
-TEST(SqlFunctions, give_results_of_the_kind_that_the_procedure_has) {
+TEST(SqlFunctions, give_results_of_the_procedures_kind_or_say_how_they_are_called) {
     const ScratchFolder folder;
     Database db;
     db.run("CREATE TABLE f AS SELECT '" + folder.file("f") + "' AS name");
@@ -77,15 +77,9 @@ TEST(SqlFunctions, give_results_of_the_kind_that_the_procedure_has) {
              {"SELECT a || value FROM (SELECT 'p q' AS a UNION SELECT 'r'), xp_scanf(a, '%s %s')",
               "p qp;p qq;rr;"},
              {"SELECT count(*) FROM xp_scanf('x', 'y%s'), xp_scanf(NULL, '%s')", "0;"},
-         })
-        EXPECT_EQ(row.answer, db.run(row.sql)) << row.sql;
-}
-
-TEST(SqlFunctions, say_how_they_are_called) {
-    Database db;
-    for (const Row& row : {
-             Row{"SELECT xp_write_file('f')",
-                 "wrong number of arguments (1); use xp_write_file(name, contents)"},
+             // How they are called.
+             {"SELECT xp_write_file('f')",
+              "wrong number of arguments (1); use xp_write_file(name, contents)"},
              {"SELECT xp_cmdshell(1, 2, 3)",
               "wrong number of arguments (3); use xp_cmdshell(command [, output])"},
              {"SELECT xp_sprintf()",
@@ -152,8 +146,6 @@ TEST(SqlFunctions, are_refused_while_a_schema_may_call_them) {
               "xp_sprintf is refused while view \"v\" of database temp"},
              {"CREATE TEMP VIEW v AS SELECT * FROM xp_scanf('a', '%s')", "SELECT * FROM v",
               "xp_scanf is refused while view \"v\" of database temp"},
-             {"ATTACH ':memory:' AS 'a\"b'; CREATE TABLE \"a\"\"b\".t(a /* xp_sprintf */)",
-              "SELECT xp_sprintf('a')", "xp_sprintf is refused while table \"t\" of database a\"b"},
              // The text on file is another than that in memory.
              {"CREATE TABLE t(a, CHECK(xp_sprintf('x') = 'x')); PRAGMA writable_schema = ON;"
               "UPDATE sqlite_master SET sql = 'CREATE TABLE t(a)'",
@@ -221,6 +213,16 @@ TEST(SqlFunctions, keep_within_the_connections_length_limit) {
     EXPECT_EQ("99999;", db.run("SELECT length(xp_read_file('" + fits + "'))"));
     EXPECT_EQ("string or blob too big", db.run("SELECT length(xp_read_file('" + exceeds + "'))"));
     EXPECT_EQ("string or blob too big", db.run("SELECT xp_read_file('/dev/zero')"));
+}
+
+sqlite3* to_interrupt;
+
+TEST(SqlFunctions, end_a_running_command_when_interrupted) {
+    Database db;
+    to_interrupt = db.handle();
+    signal(SIGUSR1, [](int) { sqlite3_interrupt(to_interrupt); });
+    EXPECT_EQ("interrupted", db.run("SELECT xp_cmdshell('kill -USR1 $PPID; exec sleep 60')"));
+    EXPECT_EQ("5;", db.run("SELECT xp_cmdshell('exit 5')")) << "the connection goes on";
 }
 
 TEST(SqlFunctions, keep_the_programs_signals_away_from_their_threads) {

@@ -40,6 +40,7 @@ a_bool PosixIStream::open(const char* name, int flags, int mode) {
     _is_exhausted = false;
     a_posix_statbuf status;
     _is_regular = !_eof && _posix_fstat(_handle.get(), &status) == 0 && S_ISREG(status.pst_mode);
+    _size = _is_regular ? status.pst_size : 0;
     return !_eof;
 }
 

@@ -58,13 +58,6 @@ TEST(CallParser, finds_the_arguments_or_points_at_what_is_wrong) {
     for (const Case& c : cases) EXPECT_EQ(c.parts, parse(c.text)) << c.text;
 }
 
-TEST(CallParser, knows_a_call_by_its_first_word) {
-    EXPECT_TRUE(host::is_call("call p"));
-    EXPECT_TRUE(host::is_call("CALL"));
-    EXPECT_FALSE(host::is_call("CALLED p"));
-    EXPECT_FALSE(host::is_call("SELECT call"));
-}
-
 TEST(Secrets, are_passwords_given_by_name_or_by_position) {
     for (const char* telling : {
              "CALL xp_startsmtp(host => 'h', AUTH_Password => 'x')",

@@ -103,12 +103,6 @@ TEST(Display, every_kind_of_value_has_its_form_in_every_mode) {
     }
 }
 
-TEST(Display, sizes_have_the_unit_that_suits_them) {
-    EXPECT_EQ("1023 bytes", display_size(1023));
-    EXPECT_EQ("1.0 KiB", display_size(1024));
-    EXPECT_EQ("4.7 GiB", display_size(5'000'000'000));
-}
-
 TEST(Display, rows_follow_each_other_as_the_mode_has_it) {
     const std::vector<Row> two = {{number("1")}, {text("\u009b")}};
     EXPECT_EQ("\"a,\"\r\n1\r\n\u009b\r\n", printed({Mode::Csv}, {"a,"}, two));

@@ -56,23 +56,3 @@ TEST(StatementSplitter, cuts_at_the_semicolons_that_end_a_statement) {
         for (const bool by_line : {false, true})
             EXPECT_EQ(c.statements, split(c.text, by_line)) << c.text << by_line;
 }
-
-TEST(StatementSplitter, tells_whether_a_statement_has_begun) {
-    StatementSplitter splitter;
-    struct Line {
-        std::string text;
-        bool pending;
-    };
-    for (const Line& line : {Line{"SELECT 1; -- done\n", false},
-                             {"/* a comment\n", true},
-                             {"has ended */\n", false},
-                             {"SELECT 'it''s;\n", true}}) {
-        splitter.add(line.text);
-        while (splitter.next()) continue;
-        EXPECT_EQ(line.pending, splitter.pending()) << line.text;
-    }
-    splitter.clear();
-    EXPECT_FALSE(splitter.pending());
-    splitter.add("';\n';\n");
-    EXPECT_EQ(5U, splitter.next()->line) << "the quote that was open is forgotten";
-}
