@@ -193,10 +193,10 @@ class SMTPClient {
 
     UTHeap _heap;
     SMTPSocket _socket;
-    UTTextArray _ehlo_responses;        // the lines of the last reply to EHLO, without codes
-    std::unique_ptr<UTIStream> _istrm;  // null until connected
-    std::unique_ptr<UTOStream> _ostrm;  // null until connected
-    int _timeout = 0;                   // seconds
+    UTTextArray _ehlo_responses;  // the lines of the last reply to EHLO, without codes
+    std::unique_ptr<UTPartialBufferedIStream> _istrm;  // null until connected
+    std::unique_ptr<UTOStream> _ostrm;                 // null until connected
+    int _timeout = 0;                                  // seconds
     UTText _sender;
     UTText _sender_name;
     a_bool _shutdown = false;      // the socket has been shut down and closed

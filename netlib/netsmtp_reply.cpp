@@ -56,15 +56,19 @@ int SMTPClient::_ProcessResponse(a_reply& reply, a_bool is_ehlo) {
 }
 
 size_t SMTPClient::_ReadLine(char* buf, size_t buflen) {
-    // Byte by byte: the stream holds what arrived with the line until the next line is wanted.
     size_t count = 0;
     if (buflen > 0) buf[0] = '\0';
     while (count < buflen) {
-        if (_recvData(buf + count, 1) == 0) {
+        // What has arrived behind the line stays with the stream until the next line is wanted; so
+        // a read that may wait takes a byte only.
+        size_t got = _istrm != nullptr ? _istrm->get_held_line(buf + count, buflen - count) : 0;
+        if (got == 0) got = _recvData(buf + count, 1);
+        if (got == 0) {
             if (_istrm == nullptr || _istrm->eof() || _socket.didTimeout()) break;
             continue;
         }
-        if (buf[count++] != '\n') continue;
+        count += got;
+        if (buf[count - 1] != '\n') continue;
         if (count < buflen) buf[count] = '\0';
         break;
     }
