@@ -159,8 +159,8 @@ class BadServers(Tls):
         connection = listener.accept()[0]
         for number, (command, answer) in enumerate(self.DIALOGUE[:steps + 1]):
             line = b""
-            while command and not line.endswith(b"\n"):
-                line += connection.recv(1)
+            while command and not line.endswith(b"\n") and (byte := connection.recv(1)):
+                line += byte
             self.heard = line.startswith(command.encode())
             if not self.heard or number == steps:
                 break
@@ -182,8 +182,8 @@ class BadServers(Tls):
         connection.close()
 
     def test_that_go_away_end_the_call_wherever_that_is(self):
-        # Two seconds of patience with a silent peer, and as many for a busy machine. It waits
-        # asleep: beyond what a session without a fault takes, it uses next to nothing.
+        # Two seconds of patience with a silent peer, and four for a busy machine. It waits asleep:
+        # beyond what a session without a fault takes, it uses next to nothing.
         attached = self.file_of(5 << 20)
         used = spent()
         call(start(self.serve(self.context).port, trust=self.trust), mail(file=attached), STOP)
@@ -202,8 +202,8 @@ class BadServers(Tls):
                     took, used = time.monotonic() - begun, spent() - used
                     thread.join(60)
                     self.assertTrue(self.heard)
-                    self.assertLess(took, 4)
-                    self.assertLess(used, 2 * healthy + 0.05 * took)
+                    self.assertLess(took, 6)
+                    self.assertLess(used, 2 * healthy + 0.2 * took)
 
 
 class Providers(Tls):
