@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "host/callframe.h"
+#include "host/library.h"
 
 inline const host::Library& fake_library() {
     static std::string error;
