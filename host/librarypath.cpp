@@ -12,7 +12,8 @@ namespace host {
 namespace {
 
 // Where the library lies as seen from the host's folder: beside it, installed (as this build would
-// be, and in the folders that distributions have), and in a build tree.
+// be, and in the folders that distributions have), and in a build tree. The first that is there is
+// taken, loadable or not: the loader tells why, which helps more than another library.
 constexpr const char* library_folders[] = {
     "",
     QUOREL_LIBRARY_FOLDER,
@@ -52,8 +53,6 @@ std::string default_library_path() {
     if (named != nullptr && *named != '\0') return named;
 
     const std::string folder = own_folder();
-    // One that is there and cannot be loaded ends the search: the loader tells why, which helps
-    // more than another library.
     for (const char* below : library_folders) {
         std::string candidate = folder + below + library_name;
         if (access(candidate.c_str(), R_OK) == 0) return candidate;

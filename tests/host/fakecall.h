@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "host/callframe.h"
+#include "host/library.h"
 
 inline const host::Library& fake_library() {
     static std::string error;
@@ -27,9 +28,9 @@ class FakeCall {
         return frame.set_argument(_procedure.parameter_number(parameter),
                                   host::Value::text(text, EXTFN_TYPE_STRING), error);
     }
-    /// As an SQL function does.
-    bool lend(const std::string& parameter, const std::string& text) {
-        return frame.lend_argument(_procedure.parameter_number(parameter), text, error);
+    /// As an SQL function does: `bytes` stays readable until the call is over.
+    bool lend(const std::string& parameter, std::string_view bytes) {
+        return frame.lend_argument(_procedure.parameter_number(parameter), bytes, error);
     }
     /// The error's sentence; empty when there is none.
     std::string run() {
