@@ -348,29 +348,24 @@ TEST(BuiltinSignatureHandler, verifies_what_was_signed_and_nothing_else) {
 }
 
 TEST(BuiltinSignatureHandler, checks_its_key) {
-    const a_dsa_key& key = dsa_key_1024;
-    const std::string too_long(600, '1');
-    const char* const names[] = {"dsa_p", "dsa_q", "dsa_g", "dsa_x", "dsa_y", "rsa_x"};
+    const char *const x = dsa_key_1024.x, *const y = dsa_key_1024.y;
     const struct {
-        const char* values[6];  // by name; null: not among the options
+        a_setting_list settings;
         const char* error;
     } rows[] = {
-        {{key.p, key.q, key.g}, "29"},
-        {{key.p, key.q, "12x", key.x}, "28 dsa_g"},
-        {{too_long.c_str(), key.q, key.g, key.x}, "28 dsa_p"},
-        {{key.p, key.q, "1", key.x}, "28 dsa_p"},
-        {{key.p, key.q, key.g, "5", key.y}, "28 dsa_x"},
-        {{key.p, key.q, key.g, nullptr, "2"}, "28 dsa_y"},
-        {{key.p, key.q, key.g, key.x, nullptr, key.x}, "23 rsa_x"},
+        {{}, "29"},
+        {{{"dsa_x", ""}}, "28 dsa_x"},
+        {{{"dsa_x", "12x"}}, "28 dsa_x"},
+        {{{"dsa_x", std::string(600, '1')}}, "28 dsa_x"},
+        {{{"dsa_x", "5"}, {"dsa_y", y}}, "28 dsa_x"},
+        {{{"dsa_y", "2"}}, "28 dsa_y"},
+        {{{"dsa_g", "1"}, {"dsa_x", x}}, "28 dsa_p"},
+        {{{"dsa_x", x}, {"rsa_x", x}}, "23 rsa_x"},
     };
     Builtin p;
-    for (const auto& row : rows) {
-        Options options;
-        for (size_t i = 0; i < std::size(names); ++i) {
-            if (row.values[i] != nullptr) options.add(names[i], row.values[i]);
-        }
-        EXPECT_EQ(nullptr, p.sig.create_func(p.env, options.head(), &p.error));
-        EXPECT_EQ(row.error, p.creation_error());
+    for (const auto& [settings, error] : rows) {
+        EXPECT_FALSE(Handler(p, settings).created());
+        EXPECT_EQ(error, p.creation_error());
     }
 }
 
