@@ -266,51 +266,42 @@ TEST_F(OpenSslProvider, reads_trusted_certificates_from_what_it_is_given) {
 
 TEST_F(OpenSslProvider, shows_an_identity_of_its_own_kind_only) {
     const Certificate expired({.to_days = 0, .key = RSA2048}, &root);
-    const std::string open = identity_of(rsa), locked = identity_of(rsa, "secret");
+    const std::string locked = identity_of(rsa, "secret");
+    const std::string keyless = folder.file_with("keyless", rsa.pem());
     const struct {
-        const char* library;
-        std::string identity;
-        const char* password;
-        unsigned code;
+        a_setting_list settings;
+        a_failure failure;
     } rows[] = {
-        {RSA_PROVIDER, locked, "secret", QxciErrOK},
-        {RSA_PROVIDER, locked, "x", QxciErrBadCertPassword},
-        {RSA_PROVIDER, locked, nullptr, QxciErrMissingCertPassword},
-        {RSA_PROVIDER, identity_of(good), "", QxciErrBadRSACert},
-        {ECC_PROVIDER, identity_of(good), "", QxciErrOK},
-        {ECC_PROVIDER, open, "", QxciErrBadECCCert},
-        {RSA_PROVIDER, identity_of(expired), "", QxciErrSpecifiedCertExpired},
-        {RSA_PROVIDER, good.pem() + rsa.key_pem(), "", QxciErrBadCert},
-        {RSA_PROVIDER, rsa.pem(), "", QxciErrKeyMissing},
+        {{}, {QxciErrMissingIdentityFile, ""}},
+        {{{"identity", locked}, {"identity_password", "secret"}}, no_failure},
+        {{{"identity", locked}, {"identity_password", "x"}}, {QxciErrBadCertPassword, "identity"}},
+        {{{"identity", locked}}, {QxciErrMissingCertPassword, "identity"}},
+        {{{"identity", identity_of(good)}}, {QxciErrBadRSACert, "identity"}},
+        {{{"identity", identity_of(expired)}}, {QxciErrSpecifiedCertExpired, "identity"}},
+        {{{"identity", good.pem() + rsa.key_pem()}}, {QxciErrBadCert, "identity"}},
+        {{{"identity_file", keyless}}, {QxciErrKeyMissing, keyless}},
     };
     Wire wire;
-    for (const auto& row : rows) {
-        TestProvider loaded(row.library);
-        const std::string file = folder.file_with("identity", row.identity);
-        a_setting_list settings = {{"identity_file", file}};
-        if (row.password != nullptr) settings.push_back({"identity_password", row.password});
-        EXPECT_EQ(a_failure(row.code, row.code == QxciErrOK ? "" : file),
-                  Session(loaded, wire, {}, QXCI_SERVER, settings).failure)
-            << "row " << &row - rows;
+    for (const auto& [settings, failure] : rows) {
+        EXPECT_EQ(failure, Session(provider, wire, {}, QXCI_SERVER, settings).failure);
     }
-    EXPECT_EQ(QxciErrMissingIdentityFile, Session(provider, wire, {}, QXCI_SERVER).failure.first);
-    EXPECT_EQ(no_failure, Session(provider, wire, {{"identity", open}}, QXCI_SERVER).failure);
+    TestProvider ecc(ECC_PROVIDER);
+    const a_setting_list of_rsa = {{"identity", identity_of(rsa)}};
+    EXPECT_EQ(QxciErrBadECCCert, Session(ecc, wire, of_rsa, QXCI_SERVER).failure.first);
 }
 
 TEST_F(OpenSslProvider, takes_from_an_environment_what_it_knows) {
     const struct {
-        const char *library, *option, *value;
+        const char *option, *value;
         a_failure failure;
     } rows[] = {
-        {RSA_PROVIDER, "DLL_name", "x", no_failure},
-        {RSA_PROVIDER, "tls_type", "ecc", {QxciErrOptionError, "tls_type"}},
-        {ECC_PROVIDER, "tls_type", "ecc", no_failure},
-        {ECC_PROVIDER, "fips", "no", no_failure},
-        {RSA_PROVIDER, "FIPS", "On", {QxciErrFipsNotSupportedByAlgorithm, ""}},
-        {RSA_PROVIDER, "fips", "maybe", {QxciErrOptionError, "FIPS"}},
+        {"DLL_name", "x", no_failure},
+        {"tls_type", "ecc", {QxciErrOptionError, "tls_type"}},
+        {"FIPS", "On", {QxciErrFipsNotSupportedByAlgorithm, ""}},
+        {"fips", "maybe", {QxciErrOptionError, "FIPS"}},
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(row.failure, TestProvider(row.library, {{row.option, row.value}}).failure());
+    for (const auto& [option, value, failure] : rows) {
+        EXPECT_EQ(failure, TestProvider(LINKED, {{option, value}}).failure());
     }
 }
 
