@@ -179,10 +179,8 @@ TEST(StubScript, comes_from_the_nearest_that_has_one) {
     EXPECT_EQ("ok: env", of_env.read());
 
     Wire wire;
-    const a_setting_list of_stream = {{"stub_script", "read give stream; init fail 5,6,7"}};
-    const Session failing(provider, wire, {}, QXCI_SERVER, of_stream);
-    EXPECT_EQ("5 6 7", failing.error);
-    EXPECT_EQ(QXCI_OK, provider.streams.init_func(failing.stream, QXCI_SERVER, nullptr));
+    const a_setting_list of_stream = {{"stub_script", "init fail 5,6,7"}};
+    EXPECT_EQ("5 6 7", Session(provider, wire, {}, QXCI_CLIENT, of_stream).error);
 
     ASSERT_TRUE(QXCIStubScript("read give process"));
     EXPECT_FALSE(QXCIStubScript(std::string(QXCI_STUB_MAX_SCRIPT + 1, ' ').c_str()));
