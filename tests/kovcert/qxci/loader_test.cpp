@@ -159,6 +159,23 @@ TEST(Loader, leaves_a_provider_without_streams_usable) {
     EXPECT_EQ("37", describe(t.err));
 }
 
+TEST(Loader, takes_the_provider_that_the_kit_shows) {
+    EXPECT_EQ("VEH", load(QXCI_DLL_OTHER, "libsum.so", "libsum.so"));
+    Trial t({.stub = true, .dll_name = "libsum.so"});
+    EXPECT_EQ("22", hasher(t, {"MD5"}));
+    const std::unique_ptr<DBQXCIBlockHasher> made(t.env.CreateBlockHasher("sum", &t.err));
+    ASSERT_NE(nullptr, made) << describe(t.err);
+    const a_qxci_byte data[] = {200, 57};
+    a_qxci_byte sum = 0;
+    size_t len = sizeof sum;
+    EXPECT_EQ(QXCI_ERROR, made->AddData(data, sizeof data)) << "nothing was begun";
+    EXPECT_EQ(QxciErrInitError, made->GetLastError()->getErrorCode());
+    EXPECT_EQ(QXCI_OK, made->BeginHash());
+    EXPECT_EQ(QXCI_OK, made->AddData(data, sizeof data));
+    EXPECT_EQ(QXCI_OK, made->EndHash(&sum, &len));
+    EXPECT_EQ(1, sum);
+}
+
 /// The variable counts at a program's start only, so this starts the program again.
 TEST(Loader, ignores_libraries_that_others_have_planted) {
     const char* const planted = std::getenv("LD_LIBRARY_PATH");

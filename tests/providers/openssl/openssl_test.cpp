@@ -453,14 +453,34 @@ TEST_F(OpenSslProvider, notices_a_reset_an_end_and_odd_answers_wherever_they_com
 }
 
 TEST_F(OpenSslProvider, sends_large_writes_in_full_records_and_few_calls) {
-    constexpr int pieces = 160, piece = 64 << 10;
+    constexpr size_t record = 16 << 10;
     Peer peer(good);
     Session session(provider, peer, trust);
-    const int records = peer.records(), writes = peer.writes;
-    const std::string data = pattern(piece);
-    for (int sent = 0; sent < pieces; ++sent) ASSERT_EQ(QXCI_IO_OK, session.write(data));
-    EXPECT_EQ(pieces * piece / (16 << 10), peer.records() - records);
-    EXPECT_EQ(pieces, peer.writes - writes);
+    const int live = provider.owner.live();
+    for (const auto& [size, calls] : {std::pair(4 * record, 1), std::pair(64 * record, 11)}) {
+        const int records = peer.records(), writes = peer.writes;
+        for (int round = 0; round < 3; ++round) {
+            ASSERT_EQ(QXCI_IO_OK, session.write(pattern(size)));
+        }
+        EXPECT_EQ(3 * size / record, static_cast<size_t>(peer.records() - records));
+        EXPECT_EQ(3 * calls, peer.writes - writes);
+        EXPECT_EQ(live, provider.owner.live()) << "the large buffer has gone";
+    }
+}
+
+TEST_F(OpenSslProvider, sends_large_writes_in_more_calls_without_memory) {
+    for (int fail_at = 0;; ++fail_at) {
+        TestProvider poor(LINKED, {}, fail_at);
+        if (poor.env == nullptr) continue;
+        Peer peer(good);
+        Session session(poor, peer, trust);
+        if (session.conn == nullptr) continue;
+        const int records = peer.records(), writes = peer.writes;
+        EXPECT_EQ(QXCI_IO_OK, session.write(pattern(64 << 10)));
+        EXPECT_EQ(4, peer.records() - records);
+        EXPECT_EQ(poor.owner.ran_out(), peer.writes - writes > 1) << fail_at;
+        if (!poor.owner.ran_out()) break;
+    }
 }
 
 TEST_F(OpenSslProvider, undoes_everything_when_memory_runs_out) {
