@@ -23,7 +23,7 @@ using PreparedStatement = std::unique_ptr<sqlite3_stmt, StatementDeleter>;
 bool run_sql(Session& session, std::string_view sql, StatementError& error);
 
 /// What to tell a person who waits for `sql`; empty where Ctrl-C may not reach what it does.
-[[nodiscard]] std::string cancel_hint(std::string_view sql);
+[[nodiscard]] std::string cancel_hint(const Session& session, std::string_view sql);
 
 /// What SQLite says of its last failure. `skip` bytes of the SQL text precede the user's own.
 [[nodiscard]] StatementError sqlite_error(sqlite3* db, std::size_t skip = 0);
