@@ -1,7 +1,6 @@
 // The loadable extension: `.load ./quorel_sqlite` in the sqlite3 program, load_extension()
 // elsewhere.
 
-#include <cstdlib>
 #include <memory>
 #include <string>
 
@@ -9,7 +8,6 @@
 
 #include "host/sqlite/functions.h"
 #include "host/sqlite/workerfunctions.h"
-#include "host/text.h"
 
 SQLITE_EXTENSION_INIT1
 
@@ -17,12 +15,6 @@ namespace {
 
 // SQLITE_DIRECTONLY for virtual tables came with this version; older ones would take no notice.
 constexpr int oldest_sqlite = 3031000;
-
-// What is neither on nor off is a wish for it all the same.
-bool wants_worker() {
-    const char* wish = getenv("QUOREL_WORKER");
-    return wish != nullptr && *wish != '\0' && host::parse_switch(wish).value_or(true);
-}
 
 int initialise(sqlite3* db, std::string& error) {
     if (sqlite3_libversion_number() < oldest_sqlite) {
@@ -32,7 +24,7 @@ int initialise(sqlite3* db, std::string& error) {
     }
     const auto connection =
         std::make_shared<host::SqlConnection>(nullptr, quorel_sqlite_next_connection());
-    const host::Place place = wants_worker() ? host::Place::InWorker : host::Place::InProcess;
+    const host::Place place = host::wanted_place(host::Place::InProcess);
     if (!host::move_to(place, *connection, error)) return SQLITE_ERROR;
     int code = host::register_functions(db, connection);
     if (code == SQLITE_OK) code = host::register_worker_functions(db, connection);

@@ -54,18 +54,16 @@ class Worker {
 
 }  // namespace
 
-InterruptProbe::InterruptProbe(sqlite3* db)
-    : _interrupted(sqlite3_prepare_v2(db, "SELECT 1", -1, &_statement, nullptr) ==
-                   SQLITE_INTERRUPT) {}
-
-InterruptProbe::~InterruptProbe() {
-    sqlite3_finalize(_statement);
+InterruptProbe::InterruptProbe(sqlite3* db) {
+    int code = SQLITE_OK;
+    _statement = prepare(db, "SELECT 1", code);
+    _interrupted = code == SQLITE_INTERRUPT;
 }
 
 bool InterruptProbe::interrupted() {
     if (_interrupted || _statement == nullptr) return _interrupted;
-    _interrupted = sqlite3_step(_statement) == SQLITE_INTERRUPT;
-    sqlite3_reset(_statement);
+    _interrupted = sqlite3_step(_statement.get()) == SQLITE_INTERRUPT;
+    sqlite3_reset(_statement.get());
     return _interrupted;
 }
 

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "host/callframe.h"
-#include "host/sqlite/sqliteapi.h"
+#include "host/sqlite/query.h"
 
 namespace host {
 
@@ -17,16 +17,13 @@ namespace host {
 class InterruptProbe {
   public:
     explicit InterruptProbe(sqlite3* db);
-    InterruptProbe(const InterruptProbe&) = delete;
-    InterruptProbe& operator=(const InterruptProbe&) = delete;
-    ~InterruptProbe();
 
     /// True once the statement is interrupted, and from then on.
     bool interrupted();
 
   private:
-    sqlite3_stmt* _statement = nullptr;
     bool _interrupted = false;
+    PreparedStatement _statement;
 };
 
 /// Runs the call on a thread of its own, with every signal blocked there, and cancels it when `db`

@@ -1,8 +1,9 @@
 #ifndef QUOREL_HOST_SQLITE_QUERY_H
 #define QUOREL_HOST_SQLITE_QUERY_H
 
-/// What the functions themselves ask of the connection that calls them.
+/// What the hosts themselves ask of a SQLite connection.
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -12,14 +13,23 @@
 
 namespace host {
 
-/// One statement of ours, run beside the caller's. It goes with the object: a statement that stayed
-/// would keep the program from closing its connection.
+struct StatementDeleter {
+    void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+};
+/// Owns a prepared statement: one that stayed would keep the program from closing its connection.
+using PreparedStatement = std::unique_ptr<sqlite3_stmt, StatementDeleter>;
+
+/// The first statement in `sql`, which is shorter than 2 GiB; null when there is none, and when
+/// `code`, which becomes SQLITE_OK or SQLite's error code, says why.
+PreparedStatement prepare(sqlite3* db, std::string_view sql, int& code);
+
+/// One statement of ours, run beside the caller's.
 class Query {
   public:
-    Query(sqlite3* db, const std::string& sql);
-    Query(const Query&) = delete;
-    Query& operator=(const Query&) = delete;
-    ~Query();
+    Query(sqlite3* db, std::string_view sql) : _statement(prepare(db, sql, _code)) {}
+
+    /// Gives parameter `number` a text, which is copied. Before the first next().
+    void bind(int number, std::string_view text);
 
     /// True when there is another row. After the last one code() tells whether it was the last.
     bool next();
@@ -32,9 +42,12 @@ class Query {
     [[nodiscard]] int code() const { return _code; }
 
   private:
-    sqlite3_stmt* _statement = nullptr;
-    int _code;
+    int _code = SQLITE_OK;
+    PreparedStatement _statement;
 };
+
+/// `name` as an SQL identifier in double quotes, whatever it holds.
+[[nodiscard]] std::string quoted_name(std::string_view name);
 
 struct AttachedDatabase {
     std::string name;  ///< "main", "temp", or what ATTACH calls it

@@ -51,12 +51,6 @@ std::string exchange(std::string_view sql, std::string_view name) {
     }
 }
 
-std::string quoted(std::string_view name) {
-    std::string text = "\"";
-    for (const char c : name) text.append(c == '"' ? 2 : 1, c);
-    return text + '"';
-}
-
 // For a message: a stranger's word may be long, and hold what commands a terminal.
 std::string shown(std::optional<std::string_view> word) {
     constexpr std::size_t longest = 60;
@@ -133,8 +127,8 @@ int DirectCall::_search_schemas() {
 
 int DirectCall::_search_schema(const std::string& database) {
     // An index on this table, which a file may bring, would answer with what its maker likes.
-    Query query(_db,
-                "SELECT sql, type, name FROM " + quoted(database) + ".sqlite_master NOT INDEXED");
+    Query query(_db, "SELECT sql, type, name FROM " + quoted_name(database) +
+                         ".sqlite_master NOT INDEXED");
     while (query.next()) {
         if (!holds(query.text(0), _name)) continue;
         return _refuse("while " + shown(query.text(1)) + " \"" + shown(query.text(2)) +

@@ -1,9 +1,19 @@
 #include "host/worker/openengine.h"
 
+#include <cstdlib>
+
 #include "host/library.h"
+#include "host/text.h"
 #include "host/worker/workerclient.h"
 
 namespace host {
+
+Place wanted_place(Place otherwise) {
+    const char* wish = getenv("QUOREL_WORKER");
+    const std::optional<bool> worker = parse_switch(wish != nullptr ? wish : "");
+    if (!worker) return otherwise;
+    return *worker ? Place::InWorker : Place::InProcess;
+}
 
 std::shared_ptr<const Engine> open_engine(Place place, const std::string& path,
                                           std::string_view remedy, std::string& error) {

@@ -21,7 +21,7 @@ struct XpcallCall {
 struct XpcallOptions {
     std::string library;  ///< empty: the one that default_library_path() names
     std::uint32_t piece = CallFrame::default_piece;
-    Place place = Place::InProcess;
+    Place place = wanted_place(Place::InProcess);
     std::chrono::milliseconds deadline{0};  ///< of each call; zero: none
     std::vector<XpcallCall> calls;          ///< to be made in this order
 };

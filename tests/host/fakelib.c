@@ -20,8 +20,7 @@
 
 typedef struct a_wait {
     sem_t cancelled;
-    int lingers;        /* a canceller is still busy with the record after the call was woken */
-    atomic_int touched; /* what it is busy with */
+    atomic_int touched; /* by a canceller, which is busy with the record after the call was woken */
 } a_wait;
 
 static atomic_int cancels;
@@ -32,10 +31,9 @@ uint32_t extfn_use_new_api(void) {
 
 void extfn_cancel(void* cancel_handle) {
     a_wait* const record = cancel_handle;
-    const int lingers = record->lingers;
     atomic_fetch_add(&cancels, 1);
     sem_post(&record->cancelled);
-    if (lingers) usleep(2000);
+    usleep(2000);
     atomic_store(&record->touched, 1);
 }
 
@@ -51,56 +49,40 @@ static void set_status(an_extfn_api* api, void* handle, int32_t status) {
     api->set_value(handle, 0, &value, 0);
 }
 
-static a_wait* new_wait(int lingers) {
+static a_wait* new_wait(void) {
     a_wait* const record = malloc(sizeof *record);
     if (record == NULL || sem_init(&record->cancelled, 0, 0) != 0) abort();
-    record->lingers = lingers;
     atomic_init(&record->touched, 0);
     return record;
 }
 
-/* Hands argument 1 back piece by piece as the result, and the lengths of the pieces as value 2. */
-EXPORT void fake_trace(an_extfn_api* api, void* handle) {
-    an_extfn_value value;
-    char lengths[256] = "";
-    if (api->get_value(handle, 1, &value) == 0) return;
-    if (value.data == NULL) {
-        set(api, handle, 2, "NULL", 0);
-        return;
-    }
-    uint32_t offset = 0;
-    int16_t more = 1;
-    while (more != 0) {
-        const size_t used = strlen(lengths);
-        snprintf(lengths + used, sizeof lengths - used, "%u/%u ", value.piece_len, value.total_len);
-        if (api->set_value(handle, 0, &value, offset > 0) == 0) break;
-        offset += value.piece_len;
-        more = api->get_piece(handle, 1, &value, offset);
-    }
-    set(api, handle, 2, lengths, 0);
-}
-
-/* Spells the arguments that there are, but for NULLs, as the result: "1=text 2=5 ". */
+/* Spells the arguments that there are, but for NULLs, as the result, "1=text 2=5 ", until the host
+ * refuses to take more; value 2 is the lengths of their pieces and the whole length with each. */
 EXPORT void fake_spell(an_extfn_api* api, void* handle) {
     an_extfn_value value;
+    char lengths[256] = "";
     set(api, handle, 0, "", 0);
     for (uint32_t number = 1; api->get_value(handle, number, &value) != 0; ++number) {
         char text[32];
+        uint32_t offset = 0;
         if (value.data == NULL) continue;
         snprintf(text, sizeof text, "%u=", number);
         set(api, handle, 0, text, 1);
-        if (value.type == EXTFN_TYPE_INT32) {
-            snprintf(text, sizeof text, "%d", *(const int32_t*)value.data);
-            set(api, handle, 0, text, 1);
-        } else {
-            uint32_t offset = 0;
-            do {
-                api->set_value(handle, 0, &value, 1);
-                offset += value.piece_len;
-            } while (api->get_piece(handle, number, &value, offset) != 0);
-        }
+        do {
+            const size_t used = strlen(lengths);
+            snprintf(lengths + used, sizeof lengths - used, "%u/%u ", value.piece_len,
+                     value.total_len);
+            offset += value.piece_len;
+            if (value.type == EXTFN_TYPE_INT32) {
+                snprintf(text, sizeof text, "%d", *(const int32_t*)value.data);
+                set(api, handle, 0, text, 1);
+            } else if (api->set_value(handle, 0, &value, 1) == 0) {
+                return;
+            }
+        } while (api->get_piece(handle, number, &value, offset) != 0);
         set(api, handle, 0, " ", 1);
     }
+    set(api, handle, 2, lengths, 0);
 }
 
 /* Does what a host must refuse, and one thing that it must not, with a digit for each; value 2 is
@@ -125,7 +107,7 @@ EXPORT void fake_probe(an_extfn_api* api, void* handle) {
 
 /* Tells through value 2 that it can be cancelled, and waits until it is. */
 EXPORT void fake_wait(an_extfn_api* api, void* handle) {
-    a_wait* const record = new_wait(1);
+    a_wait* const record = new_wait();
     api->set_cancel(handle, record);
     set(api, handle, 2, "ready", 0);
     sem_wait(&record->cancelled);
@@ -134,8 +116,8 @@ EXPORT void fake_wait(an_extfn_api* api, void* handle) {
 
 /* Registers two records and leaves. */
 EXPORT void fake_brief(an_extfn_api* api, void* handle) {
-    api->set_cancel(handle, new_wait(0));
-    api->set_cancel(handle, new_wait(0));
+    api->set_cancel(handle, new_wait());
+    api->set_cancel(handle, new_wait());
     set_status(api, handle, 0);
 }
 

@@ -7,14 +7,10 @@
 
 /// The declaration of one of fakelib's procedures.
 struct FakeProcedure : host::Procedure {
-    explicit FakeProcedure(std::string_view its_name, host::Absent absent = host::Absent::Null,
-                           a_sql_data_type type = EXTFN_TYPE_STRING)
-        : Procedure{}, rows{{"value", host::Direction::In, type, absent, "a value"},
-                            {"text", host::Direction::Out, EXTFN_TYPE_STRING, host::Absent::Null,
-                             ""}} {
-        name = its_name;
-        parameters = rows;
-    }
+    FakeProcedure(std::string_view its_name, host::Absent absent, a_sql_data_type type)
+        : Procedure{.name = its_name, .summary = "", .parameters = rows, .otherwise = ""},
+          rows{{"value", host::Direction::In, type, absent, "a value"},
+               {"text", host::Direction::Out, EXTFN_TYPE_STRING, host::Absent::Null, ""}} {}
     FakeProcedure(const FakeProcedure&) = delete;
 
     host::Parameter rows[2];
@@ -23,7 +19,7 @@ struct FakeProcedure : host::Procedure {
 inline const host::Library& fake_library() {
     static std::string error;
     static const host::Library library = host::Library::load(FAKE_LIBRARY, error);
-    EXPECT_EQ(error, "");
+    EXPECT_EQ("", error);
     return library;
 }
 

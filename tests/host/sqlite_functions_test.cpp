@@ -18,8 +18,8 @@ class Database {
   public:
     explicit Database(const char* library_path = PRODUCT_LIBRARY,
                       const std::string& file = ":memory:")
-        : _library(Library::load(library_path, _error)) {
-        EXPECT_TRUE(_library.loaded()) << _error;
+        : _library(std::make_shared<Library>(Library::load(library_path, _error))) {
+        EXPECT_TRUE(_library->loaded()) << _error;
         sqlite3_open(file.c_str(), &_db);
         EXPECT_EQ(quorel_sqlite_register(_db, _library, quorel_sqlite_next_connection()),
                   SQLITE_OK);
@@ -47,7 +47,7 @@ class Database {
 
   private:
     std::string _error;
-    Library _library;
+    std::shared_ptr<Library> _library;
     sqlite3* _db = nullptr;
 };
 

@@ -9,18 +9,12 @@
 /// An expression is anything that SQLite can select: a literal, a call, a scalar subquery. A
 /// procedure that needs no argument may be called without the parentheses.
 
-#include <cstddef>
-#include <string>
 #include <string_view>
 #include <vector>
 
-namespace host {
+#include "host/sqlite/shell/statement.h"
 
-/// What is wrong with a statement, and the byte of its text that shows it.
-struct StatementError {
-    std::string message;
-    std::size_t offset = 0;
-};
+namespace host {
 
 /// The parts of a CALL, as views into the statement's text.
 struct CallStatement {

@@ -9,10 +9,12 @@
 #include "host/callframe.h"
 #include "host/mailsession.h"
 #include "host/nearestname.h"
+#include "host/sqlite/query.h"
+#include "host/sqlite/shell/callparser.h"
 #include "host/sqlite/shell/display.h"
-#include "host/sqlite/shell/interrupt.h"
 #include "host/sqlite/shell/procedurehelp.h"
 #include "host/sqlite/shell/resultprinter.h"
+#include "host/sqlite/shell/signals.h"
 #include "host/sqlite/shell/sqlrunner.h"
 #include "host/sqlite/sqlvalue.h"
 
@@ -121,22 +123,20 @@ bool CallRun::_evaluate(Given& given) {
     const auto begin = static_cast<std::size_t>(given.expression.data() - _text.data());
     // The line end closes a comment at the end of the expression.
     const std::string sql = std::string(before).append(given.expression).append("\n)");
-    sqlite3_stmt* raw = nullptr;
-    const int code =
-        sqlite3_prepare_v2(_session.db, sql.c_str(), static_cast<int>(sql.size()), &raw, nullptr);
+    int code = SQLITE_OK;
     // It is gone before the procedure runs: an open row would keep the database locked all the
     // time.
-    const PreparedStatement statement(raw);
+    const PreparedStatement statement = prepare(_session.db, sql, code);
     // SQLite takes @name for a variable without a value.
-    if (sqlite3_bind_parameter_count(raw) > 0)
+    if (sqlite3_bind_parameter_count(statement.get()) > 0)
         return _fail("there are no variables here; OUT parameters are not given, they are shown",
                      given.expression);
     if (code == SQLITE_OK) {
         _session.progress.begin("evaluating an argument", cancel_hint(_session, sql),
                                 Progress::Place::Edge);
-        const bool row = sqlite3_step(raw) == SQLITE_ROW;
+        const bool row = sqlite3_step(statement.get()) == SQLITE_ROW;
         _session.progress.end();
-        if (row) return _copy_value(given, sqlite3_column_value(raw, 0));
+        if (row) return _copy_value(given, sqlite3_column_value(statement.get(), 0));
     }
     _error = sqlite_error(_session.db, before.size());
     _error.offset += begin;

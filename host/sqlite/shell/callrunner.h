@@ -5,8 +5,8 @@
 
 #include <string_view>
 
-#include "host/sqlite/shell/callparser.h"
 #include "host/sqlite/shell/session.h"
+#include "host/sqlite/shell/statement.h"
 
 namespace host {
 

@@ -3,10 +3,11 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "host/sqlite/shell/callparser.h"
 #include "host/sqlite/shell/callrunner.h"
 #include "host/sqlite/shell/display.h"
 #include "host/sqlite/shell/dotcommands.h"
-#include "host/sqlite/shell/interrupt.h"
+#include "host/sqlite/shell/signals.h"
 #include "host/sqlite/shell/sqlrunner.h"
 
 namespace host {

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "host/sqlite/shell/session.h"
-#include "host/sqlite/shell/splitter.h"
+#include "host/sqlite/shell/statement.h"
 
 namespace host {
 

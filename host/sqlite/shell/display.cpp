@@ -3,15 +3,27 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <iterator>
 
 #include <wchar.h>
 
 #include "host/sqlite/shell/hex.h"
-#include "host/sqlite/shell/utf8.h"
+#include "host/utf8.h"
 
 namespace host {
 
 namespace {
+
+struct Range {
+    char32_t first;
+    char32_t last;
+};
+
+constexpr Range hidden[] = {
+    {0x00, 0x1F},     {0x7F, 0x9F},     {0xAD, 0xAD},       {0x61C, 0x61C},
+    {0x180E, 0x180E}, {0x200B, 0x200F}, {0x2028, 0x202E},   {0x2060, 0x206F},
+    {0xFEFF, 0xFEFF}, {0xFFF9, 0xFFFB}, {0xE0000, 0xE007F},
+};
 
 // Terminal columns; what cannot be told counts as one.
 std::size_t columns_of(const Character& c) {
@@ -72,6 +84,12 @@ std::string display_content(std::string_view text, bool cut) {
 }
 
 }  // namespace
+
+bool is_hidden(char32_t code) {
+    return std::any_of(std::begin(hidden), std::end(hidden), [code](const Range& range) {
+        return range.first <= code && code <= range.last;
+    });
+}
 
 std::string display_text(std::string_view text, std::string_view kept) {
     std::string out;

@@ -4,8 +4,9 @@
 #include <charconv>
 #include <cmath>
 
+#include "host/sqlite/shell/display.h"
 #include "host/sqlite/shell/hex.h"
-#include "host/sqlite/shell/utf8.h"
+#include "host/utf8.h"
 
 namespace host {
 

@@ -8,7 +8,7 @@
 #include <sys/stat.h>
 
 #include "host/descriptor.h"
-#include "host/sqlite/shell/interrupt.h"
+#include "host/sqlite/shell/signals.h"
 #include "host/text.h"
 
 namespace host {

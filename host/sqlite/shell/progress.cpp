@@ -12,7 +12,7 @@
 
 #include "host/quietthread.h"
 #include "host/sqlite/shell/display.h"
-#include "host/sqlite/shell/interrupt.h"
+#include "host/sqlite/shell/signals.h"
 
 namespace host {
 

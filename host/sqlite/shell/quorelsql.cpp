@@ -9,10 +9,10 @@
 #include <langinfo.h>
 #include <unistd.h>
 
-#include "host/sqlite/shell/interrupt.h"
 #include "host/sqlite/shell/options.h"
 #include "host/sqlite/shell/script.h"
 #include "host/sqlite/shell/session.h"
+#include "host/sqlite/shell/signals.h"
 #include "host/sqlite/shell/terminal.h"
 #include "host/startup.h"
 

@@ -13,10 +13,10 @@ namespace host {
 /// Prints the names of the tables and views that are LIKE `pattern`, each on a line, those of an
 /// attached database behind its name; all of them where `pattern` is empty. False with a sentence
 /// in `error`.
-bool print_tables(Session& session, std::string_view pattern, std::string& error);
+bool print_tables(const Session& session, std::string_view pattern, std::string& error);
 
 /// The same for the statements that made them, with their indexes and triggers.
-bool print_schema(Session& session, std::string_view pattern, std::string& error);
+bool print_schema(const Session& session, std::string_view pattern, std::string& error);
 
 }  // namespace host
 

@@ -7,8 +7,8 @@
 
 #include "host/descriptor.h"
 #include "host/filebytes.h"
-#include "host/sqlite/shell/dispatcher.h"
-#include "host/sqlite/shell/interrupt.h"
+#include "host/sqlite/shell/signals.h"
+#include "host/sqlite/shell/splitter.h"
 
 namespace host {
 

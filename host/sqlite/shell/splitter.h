@@ -8,14 +8,9 @@
 #include <string>
 #include <string_view>
 
-namespace host {
+#include "host/sqlite/shell/statement.h"
 
-/// One statement, from its first byte that is no blank or comment to its semicolon. A
-/// command to the shell ends with its line instead.
-struct Statement {
-    std::string text;
-    std::size_t line = 1;  ///< where it begins in the whole stream
-};
+namespace host {
 
 /// Feed it text, take statements until there is none, feed on. What was scanned once is not scanned
 /// again, so long statements that arrive line by line cost no more than others.

@@ -4,8 +4,9 @@
 #include <limits>
 
 #include "host/procedures.h"
-#include "host/sqlite/shell/interrupt.h"
+#include "host/sqlite/query.h"
 #include "host/sqlite/shell/rowprinter.h"
+#include "host/sqlite/shell/signals.h"
 
 namespace host {
 
@@ -70,10 +71,8 @@ bool run_sql(Session& session, std::string_view sql, StatementError& error) {
         error = {"the statement is too long", 0};
         return false;
     }
-    sqlite3_stmt* raw = nullptr;
-    const int code =
-        sqlite3_prepare_v2(session.db, sql.data(), static_cast<int>(sql.size()), &raw, nullptr);
-    const PreparedStatement statement(raw);
+    int code = SQLITE_OK;
+    const PreparedStatement statement = prepare(session.db, sql, code);
     if (code != SQLITE_OK) {
         error = sqlite_error(session.db);
         return false;

@@ -3,20 +3,13 @@
 
 /// A statement of SQLite's, run for a person.
 
-#include <memory>
 #include <string>
 #include <string_view>
 
-#include "host/sqlite/shell/callparser.h"
 #include "host/sqlite/shell/session.h"
+#include "host/sqlite/shell/statement.h"
 
 namespace host {
-
-struct StatementDeleter {
-    void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
-};
-/// Owns a prepared statement.
-using PreparedStatement = std::unique_ptr<sqlite3_stmt, StatementDeleter>;
 
 /// Runs `sql` and prints its rows, if it is one that has any, to standard output. False with
 /// `error` set when it fails, which an interrupt also is.

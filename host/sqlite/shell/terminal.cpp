@@ -7,9 +7,10 @@
 #include "host/procedures.h"
 #include "host/sqlite/shell/dispatcher.h"
 #include "host/sqlite/shell/dotcommands.h"
-#include "host/sqlite/shell/interrupt.h"
 #include "host/sqlite/shell/lineeditor.h"
 #include "host/sqlite/shell/secrets.h"
+#include "host/sqlite/shell/signals.h"
+#include "host/sqlite/shell/splitter.h"
 
 namespace host {
 

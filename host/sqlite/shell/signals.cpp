@@ -1,4 +1,4 @@
-#include "host/sqlite/shell/interrupt.h"
+#include "host/sqlite/shell/signals.h"
 
 #include <atomic>
 #include <cerrno>

@@ -1,5 +1,5 @@
-#ifndef QUOREL_HOST_SQLITE_SHELL_INTERRUPT_H
-#define QUOREL_HOST_SQLITE_SHELL_INTERRUPT_H
+#ifndef QUOREL_HOST_SQLITE_SHELL_SIGNALS_H
+#define QUOREL_HOST_SQLITE_SHELL_SIGNALS_H
 
 /// Signals to the shell. Ctrl-C cancels what runs, and does not end a shell that a person types in;
 /// what ends the shell leaves no command behind that it runs.
