@@ -40,13 +40,14 @@ bool find_program(const std::string& folder, const char* below, int wanted, std:
 bool find_worker(const std::string& library, std::string_view remedy, WorkerFiles& files,
                  std::string& error) {
     files.library = library.empty() ? default_library_path(WordSize::Any) : library;
-    // The worker may work in another folder by the time it starts.
-    if (!files.library.starts_with('/')) files.library.insert(0, current_folder() + "/");
+    if (files.library.find('/') == std::string::npos) files.library.insert(0, "./");
     if (access(files.library.c_str(), R_OK) != 0) {
         error = "cannot load " + files.library + ": " + strerror(errno) + "; ";
         error.append(remedy);
         return false;
     }
+    // The host may work in another folder by the time the worker starts.
+    if (!files.library.starts_with('/')) files.library.insert(0, current_folder() + "/");
     const int wanted = elf_class(files.library);
     const std::string folder = files.library.substr(0, files.library.rfind('/') + 1);
     for (const char* below : beside_library)

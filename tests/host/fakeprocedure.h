@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "host/callframe.h"
+#include "host/library.h"
 
 /// The declaration of one of fakelib's procedures.
 struct FakeProcedure : host::Procedure {
