@@ -17,8 +17,8 @@ constexpr const char* program_name = "quorel-worker";
 
 // As seen from the library's folder: beside it, and in a build tree.
 constexpr const char* beside_library[] = {"", "../host/worker/"};
-// As seen from the host's: beside it, and in a build tree, from its programs and its tests.
-constexpr const char* beside_host[] = {"", "worker/", "../worker/", "../../host/worker/"};
+// As seen from the host's: the same.
+constexpr const char* beside_host[] = {"", "worker/", "../worker/"};
 
 // ELFCLASS32 or ELFCLASS64; ELFCLASSNONE for what is not there or is no ELF file.
 int elf_class(const std::string& path) {
