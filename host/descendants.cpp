@@ -56,6 +56,14 @@ void kill_until(pid_t parent, const AtRest& at_rest) {
     }
 }
 
+// Waits for those children that have ended. True when there are no others.
+bool wait_for_ended() {
+    pid_t ended = 0;
+    do ended = waitpid(-1, nullptr, WNOHANG);
+    while (ended > 0);
+    return ended < 0 && errno == ECHILD;
+}
+
 thread_local bool orphans_stay = false;
 
 void keep_orphans_in_child() {
@@ -86,7 +94,7 @@ void end_descendants(const HeldProcess& command) {
 
 void end_own_descendants() {
     const int saved = errno;
-    kill_until(getpid(), [] { return true; });
+    if (!wait_for_ended()) kill_until(getpid(), [] { return true; });
     errno = saved;
 }
 

@@ -28,7 +28,7 @@ class OrphansStay {
 void end_descendants(const HeldProcess& command);
 
 /// The same for what this process has started. It must be the parent of their orphans
-/// (PR_SET_CHILD_SUBREAPER), and start nothing meanwhile. What has ended is not waited for.
+/// (PR_SET_CHILD_SUBREAPER), and start nothing meanwhile.
 void end_own_descendants();
 
 }  // namespace host

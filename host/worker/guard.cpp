@@ -49,8 +49,11 @@ void pass_on(const signalfd_siginfo& received, pid_t server) {
 void become_worker() {
     sigset_t blocked;
     sigfillset(&blocked);
-    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP, SIGSYS})
+    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP, SIGSYS}) {
         sigdelset(&blocked, fault);
+        // A sanitizer's handler would report, which it cannot from everywhere, and hide the signal.
+        signal(fault, SIG_DFL);
+    }
     sigprocmask(SIG_SETMASK, &blocked, nullptr);
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     prctl(PR_SET_PDEATHSIG, orphan_signal);
