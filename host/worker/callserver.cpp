@@ -45,9 +45,12 @@ bool CallServer::_serve(const Frame& call) {
     std::string error;
     const bool called = _enter(_request.folder, error) && _make_call(error);
     if (_lost || !_leave_batch()) return false;
-    if (!called) return _socket.send({.kind = FrameKind::Failed, .payload = error});
-    const auto flags = static_cast<std::uint8_t>(_was_cancelled ? FRAME_CANCELLED : 0);
-    return _socket.send({.kind = FrameKind::Done, .flags = flags});
+    Frame end{.kind = FrameKind::Failed, .payload = error};
+    if (called) end = {.kind = FrameKind::Done};
+    if (_was_cancelled) end.flags = FRAME_CANCELLED;
+    const bool sent = _socket.send(end);
+    _watch({});  // the host need not wait for that
+    return sent;
 }
 
 // Relative names of files are the host's.
@@ -59,7 +62,7 @@ bool CallServer::_enter(std::string_view folder, std::string& error) const {
 
 bool CallServer::_make_call(std::string& error) {
     _watch(_request.procedure);
-    _cancellable = false;
+    _cancellable = _was_cancelled = false;
     CancelRecord record(*_engine);
     an_extfn_api api = {
         .get_value = [](void* handle, std::uint32_t number, an_extfn_value* value) -> std::int16_t {
@@ -81,7 +84,6 @@ bool CallServer::_make_call(std::string& error) {
     _end_stray_child();
     _was_cancelled = _cancellable && record.cancelled();
     _record.store(nullptr);
-    _watch({});
     return end == CallEnd::Returned;
 }
 

@@ -1,6 +1,8 @@
 #include "host/worker/framesocket.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -58,20 +60,36 @@ bool FrameSocket::hold(const Frame& frame) {
     return true;
 }
 
-FrameSocket::Received FrameSocket::_fill(char* bytes, std::size_t count) {
-    const int flags = _wait ? MSG_DONTWAIT : 0;
-    while (count > 0) {
-        const ssize_t got = recv(_descriptor, bytes, count, flags);
+// Some bytes, `most` at most.
+FrameSocket::Received FrameSocket::_read(char* bytes, std::size_t most, std::size_t& count) {
+    for (;;) {
+        const ssize_t got = recv(_descriptor, bytes, most, _wait ? MSG_DONTWAIT : 0);
         if (got > 0) {
-            bytes += got;
-            count -= static_cast<std::size_t>(got);
-        } else if (got == 0 || (errno != EAGAIN && errno != EINTR)) {
-            return Received::End;
-        } else if (errno == EAGAIN && (!_wait || !_wait(POLLIN))) {
-            return Received::GaveUp;
+            count = static_cast<std::size_t>(got);
+            return Received::Frame;
         }
+        if (got == 0 || (errno != EAGAIN && errno != EINTR)) return Received::End;
+        if (errno == EAGAIN && (!_wait || !_wait(POLLIN))) return Received::GaveUp;
     }
-    return Received::Frame;
+}
+
+FrameSocket::Received FrameSocket::_fill(char* bytes, std::size_t count) {
+    Received received = Received::Frame;
+    while (count > 0 && received == Received::Frame) {
+        std::size_t got = std::min(count, _ahead_end - _ahead_begin);
+        if (got > 0) {
+            memcpy(bytes, &_ahead[_ahead_begin], got);
+            _ahead_begin += got;
+        } else if (count >= _ahead.size()) {
+            received = _read(bytes, count, got);
+        } else {
+            _ahead_begin = _ahead_end = 0;
+            received = _read(_ahead.data(), _ahead.size(), _ahead_end);
+        }
+        bytes += got;
+        count -= got;
+    }
+    return received;
 }
 
 FrameSocket::Received FrameSocket::receive(Frame& frame) {
@@ -86,6 +104,7 @@ FrameSocket::Received FrameSocket::receive(Frame& frame) {
 }
 
 FrameSocket::Received FrameSocket::receive_if_there(Frame& frame) {
+    if (_ahead_begin < _ahead_end) return receive(frame);
     pollfd socket{_descriptor, POLLIN, 0};
     return poll(&socket, 1, 0) == 1 ? receive(frame) : Received::Nothing;
 }

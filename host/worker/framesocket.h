@@ -46,12 +46,17 @@ class FrameSocket {
     static constexpr std::size_t longest_held = 4096;
 
     bool _send_all(iovec* parts, std::size_t count);
+    Received _read(char* bytes, std::size_t most, std::size_t& count);
     Received _fill(char* bytes, std::size_t count);
 
     const int _descriptor;
     const Sender _other_side;
     const Wait _wait;
     std::string _held;
+    // Short frames come several at a time; long payloads go where they belong.
+    std::array<char, 4096> _ahead;
+    std::size_t _ahead_begin = 0;
+    std::size_t _ahead_end = 0;
     std::array<char, longest_payload> _payload;
 };
 

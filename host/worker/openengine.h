@@ -17,9 +17,8 @@ enum class Place { InProcess, InWorker };
 /// The engine that a connection works with, for the library at `path` or, when that is empty, the
 /// one that is found. Null with a sentence in `error`, which ends with `remedy` where the file is
 /// missing. A worker begins with the first call, and what is wrong with the library shows then.
-[[nodiscard]] std::shared_ptr<const Engine> open_engine(Place place, const std::string& path,
-                                                        std::string_view remedy,
-                                                        std::string& error);
+[[nodiscard]] std::shared_ptr<const Engine>
+open_engine(Place place, const std::string& path, std::string_view remedy, std::string& error);
 
 }  // namespace host
 

@@ -91,16 +91,17 @@ class Worker : public testing::Test {
 
 TEST_F(Worker, gives_what_a_call_in_this_process_gives) {
     const std::shared_ptr<const Engine> worker = worker_with(FAKE_LIBRARY);
-    const FakeProcedure trace("fake_trace", Absent::Null, EXTFN_TYPE_STRING);
+    const FakeProcedure spell("fake_spell", Absent::Null, EXTFN_TYPE_STRING);
     for (const std::size_t length : {0, 1, 3, 65536, 65537, 700000, 3000000})
         for (const std::uint32_t piece : {65536U, 30000U}) {
-            const std::string argument = pattern(length);
+            std::string argument = pattern(length);
+            for (char& c : argument) c = static_cast<char>('a' + (c & 15));  // text
             std::optional<Value> results[2];
             std::optional<Value> pieces[2];
             std::uint64_t moved[2] = {};
             for (const int i : {0, 1}) {
                 CallFrame frame(i == 0 ? static_cast<const Engine&>(fake_library()) : *worker,
-                                trace, 1, piece);
+                                spell, 1, piece);
                 std::string error;
                 frame.on_progress = [&moved, i](std::uint64_t bytes) { moved[i] = bytes; };
                 ASSERT_TRUE(frame.lend_argument(1, argument, error));
