@@ -8,6 +8,12 @@ function(quorel_library name)
   target_link_libraries(${name} PUBLIC quorel_options ${arg_DEPENDS})
 endfunction()
 
+# quorel_tells_version(source): the source may include quorelversion.h. Not a whole folder may, which
+# each version would compile anew.
+function(quorel_tells_version source)
+  set_property(SOURCE ${source} APPEND PROPERTY INCLUDE_DIRECTORIES "${CMAKE_BINARY_DIR}/version")
+endfunction()
+
 # quorel_exports(library map): the library exports the symbols of this version script only.
 function(quorel_exports library map)
   set_property(TARGET ${library} APPEND PROPERTY LINK_DEPENDS "${map}")

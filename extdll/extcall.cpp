@@ -5,24 +5,25 @@
 #include <cstring>
 #include <limits>
 
-#include "utils/etc/utwipe.h"
+#include "utils/utmem/utwipe.h"
 
-bool ExternalCall::get_value(uint32 number, an_extfn_value* value) const {
+a_bool ExternalCall::get_value(uint32 number, an_extfn_value* value) const {
     *value = {};
     if (_api->get_value(_arg_handle, number, value) != 0) return true;
+    // A host may have begun to fill it in before it refused.
     *value = {};
     return false;
 }
 
-bool ExternalCall::get_piece(uint32 number, an_extfn_value* value, uint32 offset) const {
+a_bool ExternalCall::get_piece(uint32 number, an_extfn_value* value, uint32 offset) const {
     *value = {};
     if (_api->get_piece(_arg_handle, number, value, offset) != 0) return true;
     *value = {};
     return false;
 }
 
-bool ExternalCall::set_value(uint32 number, a_sql_data_type type, void* data, uint32 length,
-                             bool append) const {
+a_bool ExternalCall::set_value(uint32 number, a_sql_data_type type, void* data, uint32 length,
+                               bool append) const {
     an_extfn_value value = {};
     value.data = data;
     value.piece_len = length;
@@ -30,7 +31,7 @@ bool ExternalCall::set_value(uint32 number, a_sql_data_type type, void* data, ui
     return _api->set_value(_arg_handle, number, &value, append ? 1 : 0) != 0;
 }
 
-bool ExternalCall::set_string(uint32 number, char* text, uint32 length) const {
+a_bool ExternalCall::set_string(uint32 number, char* text, uint32 length) const {
     an_extfn_value value = {};
     value.data = text;
     value.piece_len = length;
@@ -39,7 +40,7 @@ bool ExternalCall::set_string(uint32 number, char* text, uint32 length) const {
     return _api->set_value(_arg_handle, number, &value, 0) != 0;
 }
 
-bool ExternalCall::set_null(uint32 number, a_sql_data_type type) const {
+a_bool ExternalCall::set_null(uint32 number, a_sql_data_type type) const {
     return set_value(number, type, nullptr, 0);
 }
 
@@ -47,7 +48,7 @@ void ExternalCall::set_status(int32 status) const {
     set_value(result_argument, EXTFN_TYPE_INT32, &status, sizeof status);
 }
 
-bool ArgumentPieces::first() {
+a_bool ArgumentPieces::first() {
     if (!_call.get_value(_number, &_piece)) return false;
     _type = _piece.type;
     _total_length = _piece.total_len;
@@ -55,8 +56,9 @@ bool ArgumentPieces::first() {
     return true;
 }
 
-bool ArgumentPieces::next() {
+a_bool ArgumentPieces::next() {
     if (complete()) return false;
+    // The offset fits: it is below the announced length.
     if (!_call.get_piece(_number, &_piece, static_cast<uint32>(_offset))) return false;
     // A piece without bytes would be asked for again for ever.
     if (_piece.data == nullptr || _piece.piece_len == 0) return false;
@@ -74,7 +76,7 @@ void TextArgument::drop() {
     _text = nullptr;
 }
 
-bool TextArgument::reserve(uint64 length) {
+a_bool TextArgument::reserve(uint64 length) {
     if (length >= std::numeric_limits<std::size_t>::max()) return false;
     _size = static_cast<std::size_t>(length) + 1;
     _text = _size <= sizeof _inline ? _inline : static_cast<char*>(malloc(_size));
@@ -89,6 +91,7 @@ TextArgument::Outcome TextArgument::read(const ExternalCall& call, uint32 number
 }
 
 TextArgument::Outcome TextArgument::join(ArgumentPieces& pieces) {
+    // A value of one piece may come with no length, or one that is too small.
     const uint64 whole = std::max(pieces.total_length(), pieces.length());
     if (!reserve(whole)) return Outcome::NoMemory;
     uint64 held = 0;

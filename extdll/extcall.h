@@ -22,18 +22,18 @@ class ExternalCall {
 
     /// Reads the first piece of argument `number`, or a further one. False when the host refuses;
     /// *value is then all zero.
-    bool get_value(uint32 number, an_extfn_value* value) const;
-    bool get_piece(uint32 number, an_extfn_value* value, uint32 offset) const;
+    a_bool get_value(uint32 number, an_extfn_value* value) const;
+    a_bool get_piece(uint32 number, an_extfn_value* value, uint32 offset) const;
 
     /// Hands over `length` bytes for argument `number`. False when the host refuses them.
-    bool set_value(uint32 number, a_sql_data_type type, void* data, uint32 length,
-                   bool append = false) const;
+    a_bool set_value(uint32 number, a_sql_data_type type, void* data, uint32 length,
+                     a_bool append = false) const;
 
     /// Sets argument `number` to a whole string, whose length a host finds in total_len too.
-    bool set_string(uint32 number, char* text, uint32 length) const;
+    a_bool set_string(uint32 number, char* text, uint32 length) const;
 
     /// Sets argument `number` to NULL of type `type`.
-    bool set_null(uint32 number, a_sql_data_type type) const;
+    a_bool set_null(uint32 number, a_sql_data_type type) const;
 
     /// Sets the result to a status; 0 means success.
     void set_status(int32 status) const;
@@ -59,13 +59,13 @@ class ArgumentPieces {
     ArgumentPieces(const ExternalCall& call, uint32 number) : _call(call), _number(number) {}
 
     /// Reads the first piece. False when the argument does not exist or cannot be read.
-    bool first();
+    a_bool first();
 
     /// Reads the piece after the current one. False at the end of the value, and when the host
     /// refuses or delivers a NULL or empty piece; complete() tells which.
-    bool next();
+    a_bool next();
 
-    [[nodiscard]] bool is_null() const { return _piece.data == nullptr; }
+    [[nodiscard]] a_bool is_null() const { return _piece.data == nullptr; }
     [[nodiscard]] const void* data() const { return _piece.data; }
     [[nodiscard]] uint32 length() const { return _piece.piece_len; }
     [[nodiscard]] a_sql_data_type type() const { return _type; }
@@ -73,7 +73,7 @@ class ArgumentPieces {
     /// Length of the whole value as the host announced it with the first piece.
     [[nodiscard]] uint32 total_length() const { return _total_length; }
     /// True when the pieces read so far reach the announced length.
-    [[nodiscard]] bool complete() const { return _offset >= _total_length; }
+    [[nodiscard]] a_bool complete() const { return _offset >= _total_length; }
 
   private:
     const ExternalCall& _call;
@@ -117,12 +117,12 @@ class TextArgument {
     [[nodiscard]] a_sql_data_type type() const { return _type; }
 
   private:
-    bool reserve(uint64 length);
+    a_bool reserve(uint64 length);
     void drop();
 
     char* _text = nullptr;
     std::size_t _size = 0;  // of the text's memory
-    bool _secret = false;
+    a_bool _secret = false;
     a_sql_data_type _type = 0;
     char _inline[256];
 };

@@ -7,30 +7,15 @@
 #include "extdll/extcall.h"
 #include "extdll/procedures.h"
 #include "utils/unix/posixio.h"
+#include "utils/unix/utdescriptor.h"
 
 namespace {
 
 constexpr std::size_t piece_size = 32768;
 constexpr mode_t new_file_mode = 0660;
 
-/// An open descriptor, closed with its scope.
-class OpenFile {
-  public:
-    OpenFile(const char* path, int flags, mode_t mode) : _fd(_posix_open(path, flags, mode)) {}
-    ~OpenFile() {
-        if (is_open()) _posix_close(_fd);
-    }
-    OpenFile(const OpenFile&) = delete;
-    OpenFile& operator=(const OpenFile&) = delete;
-
-    [[nodiscard]] bool is_open() const { return _fd != -1; }
-    [[nodiscard]] int descriptor() const { return _fd; }
-
-  private:
-    int _fd;
-};
-
-/// One piece's worth of memory, or null when there is none.
+/// One piece's worth of memory, or null when there is none. Not on the stack: the thread is the
+/// host's, and may have little.
 class PieceBuffer {
   public:
     PieceBuffer() : _bytes(malloc(piece_size)) {}
@@ -46,14 +31,14 @@ class PieceBuffer {
 
 /// Delivers the file as the result. False when it could not be delivered whole.
 bool deliver_file(const ExternalCall& call, const char* name) {
-    const OpenFile file(name, O_RDONLY, 0);
+    const UTDescriptor file(_posix_open(name, O_RDONLY, 0));
     if (!file.is_open()) return false;
     const PieceBuffer buffer;
     if (buffer.bytes() == nullptr) return false;
 
     bool append = false;
     for (;;) {
-        const ssize_t count = _posix_read(file.descriptor(), buffer.bytes(), piece_size);
+        const ssize_t count = _posix_read(file.get(), buffer.bytes(), piece_size);
         if (count < 0) return false;
         // Kept: an empty file sets no result at all.
         if (count == 0) return true;
@@ -61,6 +46,8 @@ bool deliver_file(const ExternalCall& call, const char* name) {
                             static_cast<uint32>(count), append)) {
             return false;
         }
+        // A read fills the buffer unless the file ends: asking again would only cost a call, or
+        // wait at a terminal.
         if (static_cast<std::size_t>(count) < piece_size) return true;
         append = true;
     }
@@ -69,14 +56,15 @@ bool deliver_file(const ExternalCall& call, const char* name) {
 /// Rewrites the file with the value whose first piece is at hand. False when it could not be opened
 /// or a piece was missing; the file then keeps what was written and the rest of what it held.
 bool rewrite_file(const char* name, ArgumentPieces& contents) {
-    const OpenFile file(name, O_WRONLY | O_CREAT, new_file_mode);
+    // Not emptied yet: a value that does not come whole leaves what it has not replaced.
+    const UTDescriptor file(_posix_open(name, O_WRONLY | O_CREAT, new_file_mode));
     if (!file.is_open()) return false;
     do {
         // Kept: a failing write is not detected; the status tells that all pieces were offered.
-        _posix_write(file.descriptor(), contents.data(), contents.length());
+        _posix_write(file.get(), contents.data(), contents.length());
     } while (contents.next());
     if (!contents.complete()) return false;
-    _posix_ftruncate(file.descriptor(), _posix_tell(file.descriptor()));
+    _posix_ftruncate(file.get(), _posix_tell(file.get()));
     return true;
 }
 

@@ -28,7 +28,7 @@ class FormatArguments {
     bool read(const ExternalCall& call) {
         bool reading = true;
         for (uint32 i = 0; i < 1 + most_values; ++i) {
-            _texts[i] = "";
+            _texts[i] = "";  // what a format that asks for more than was given finds
             if (!reading) continue;
             const auto outcome = _arguments[i].read(call, format_argument + i);
             const bool is_format = i == 0;

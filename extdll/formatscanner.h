@@ -6,13 +6,12 @@
 #include <algorithm>
 #include <string_view>
 
+#include "utils/etc/utascii.h"
+#include "utils/etc/uttypes.h"
+
 /// Largest number that a format's fields are read as; larger ones stop here. It is beyond every
 /// buffer of the format procedures, so that clamping changes no result.
 constexpr int largest_format_number = 65535;
-
-constexpr bool is_format_digit(char c) {
-    return c >= '0' && c <= '9';
-}
 
 /// Takes the characters of `set` off the front of `rest`; returns those taken.
 inline std::string_view take_any_of(std::string_view& rest, std::string_view set) {
@@ -32,7 +31,7 @@ inline int take_number(std::string_view& rest) {
 }
 
 /// Takes `c` off the front of `rest`, if it is there.
-inline bool take_char(std::string_view& rest, char c) {
+inline a_bool take_char(std::string_view& rest, char c) {
     if (rest.empty() || rest.front() != c) return false;
     rest.remove_prefix(1);
     return true;
@@ -40,9 +39,9 @@ inline bool take_char(std::string_view& rest, char c) {
 
 /// Takes a position ("7$") off the front of `rest` and stores its number. False, with `rest`
 /// unchanged, when there is none.
-inline bool take_position(std::string_view& rest, int* position) {
+inline a_bool take_position(std::string_view& rest, int* position) {
     std::string_view ahead = rest;
-    if (ahead.empty() || !is_format_digit(ahead.front())) return false;
+    if (ahead.empty() || !ut_is_digit(ahead.front())) return false;
     const int number = take_number(ahead);
     if (!take_char(ahead, '$')) return false;
     *position = number;

@@ -27,26 +27,20 @@ unsigned long ThreadIdCallback(void*) {
 }
 
 void* MutexCreateCallback(void*) {
-    std::unique_ptr<a_critical_sect> section(new (std::nothrow) a_critical_sect);
-    if (section == nullptr) return nullptr;
-    return ut_safe_pthread_mutex_init(section.get(), nullptr) == 0 ? section.release() : nullptr;
+    std::unique_ptr<UTCriticalSection> section(new (std::nothrow) UTCriticalSection);
+    return section != nullptr && section->exists() ? section.release() : nullptr;
 }
 
 void MutexDestroyCallback(void*, void* mutex) {
-    const std::unique_ptr<a_critical_sect> section(static_cast<a_critical_sect*>(mutex));
-    ut_safe_pthread_mutex_destroy(section.get());
-}
-
-pthread_mutex_t* mutex_of(void* mutex) {
-    return &static_cast<a_critical_sect*>(mutex)->p_mutex->mutex;
+    delete static_cast<UTCriticalSection*>(mutex);
 }
 
 void MutexGetCallback(void*, void* mutex) {
-    pthread_mutex_lock(mutex_of(mutex));
+    static_cast<UTCriticalSection*>(mutex)->mutex()->lock();
 }
 
 void MutexGiveCallback(void*, void* mutex) {
-    pthread_mutex_unlock(mutex_of(mutex));
+    static_cast<UTCriticalSection*>(mutex)->mutex()->unlock();
 }
 
 }  // namespace

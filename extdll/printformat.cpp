@@ -75,8 +75,10 @@ class BoundedText {
 
 }  // namespace
 
-bool format_strings(char* buffer, std::size_t size, const char* format,
-                    std::span<const char* const> values, std::size_t* length) {
+a_bool format_strings(char* buffer, std::size_t size, const char* format,
+                      std::span<const char* const> values, std::size_t* length) {
+    // One conversion at a time, and each rebuilt from what was understood of it: the C library
+    // never sees the format, which might have it store a count or read a value that nobody gave.
     BoundedText text(buffer, size);
     ValuePicker picker(values);
     std::string_view rest = format;

@@ -16,7 +16,7 @@ Socket& socket_of(void* context) {
 
 size_t TlsWriteCallback(void* context, const char* buf, size_t buflen) {
     const auto length = static_cast<unsigned int>(std::min<size_t>(buflen, INT_MAX));
-    return static_cast<size_t>(socket_of(context).send(buf, length));
+    return static_cast<size_t>(socket_of(context).send(buf, length));  // -1: (size_t)-1
 }
 
 // A peer that has closed is success with no bytes, like one that has nothing to say.
@@ -114,7 +114,7 @@ int SecureSMTPClient::_StartTls() {
     if (result != SMTP_OK) return result;
     _istrm.reset(new (std::nothrow) TlsIStream(_tlsconn.get(), &_heap));
     _ostrm.reset(new (std::nothrow) TlsOStream(_tlsconn.get()));
-    const a_bool there = _istrm != nullptr && !_istrm->eof() && _ostrm != nullptr;
+    const bool there = _istrm != nullptr && !_istrm->eof() && _ostrm != nullptr;
     return there ? SMTP_OK : SMTP_NO_MEMORY;
 }
 

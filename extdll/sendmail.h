@@ -66,8 +66,8 @@ struct a_mail {
     const char* type;  // not used
 };
 
-/// One session. It is a lock by itself, for std::lock_guard; startsmtp(), sendsmtp() and stopsmtp()
-/// are called with it held.
+/// One session. It is a lock by itself, for UTLock; startsmtp(), sendsmtp() and stopsmtp() are
+/// called with it held.
 class SendmailState {
   public:
     explicit SendmailState(int32 connection);
@@ -78,14 +78,14 @@ class SendmailState {
     SendmailState& operator=(const SendmailState&) = delete;
 
     /// False when there was no mutex for it: then it cannot be started.
-    bool is_usable() const { return cs.p_mutex != nullptr; }
+    a_bool is_usable() const { return cs.exists(); }
 
     /// Enter and leave `cs`, which is not recursive; nothing for a session that is not usable.
     void lock() {
-        if (is_usable()) pthread_mutex_lock(&cs.p_mutex->mutex);
+        if (is_usable()) cs.mutex()->lock();
     }
     void unlock() {
-        if (is_usable()) pthread_mutex_unlock(&cs.p_mutex->mutex);
+        if (is_usable()) cs.mutex()->unlock();
     }
 
     /// Opens a connection in place of the one that is open. After a failure there is none, but the
@@ -93,14 +93,13 @@ class SendmailState {
     int32 startsmtp(const a_smtp_start& start);
     /// Sends one message.
     int32 sendsmtp(const a_mail& mail);
-    /// Closes the connection and ends the TLS environment, as far as they are there; always
-    /// MAIL_OK.
+    /// Closes the connection and ends the TLS environment, if there are any; always MAIL_OK.
     int32 stopsmtp();
 
     SendmailState* next = nullptr;  // guarded by SendmailManager::_cs
     const int32 cid;
     SMTPClient* smtp_handle = nullptr;  // owned, guarded by cs; null when not connected
-    a_critical_sect cs;
+    UTCriticalSection cs;
     DBQXCIEnvironment* qxcienv = nullptr;  // owned, guarded by cs; made by the first secure start
     uint32 refcount = 0;                   // guarded by SendmailManager::_cs
     /// Stopped, and about to leave the registry if it has not yet: whoever looked it up to start it
@@ -117,9 +116,9 @@ class SendmailState {
 /// one up as another.
 class SendmailManager {
   public:
-    SendmailManager();
+    SendmailManager() = default;
     /// Sessions that were not stopped stay behind.
-    ~SendmailManager();
+    ~SendmailManager() = default;
     SendmailManager(const SendmailManager&) = delete;
     SendmailManager& operator=(const SendmailManager&) = delete;
 
@@ -140,7 +139,7 @@ class SendmailManager {
     void unlinkState(SendmailState* state);
 
     SendmailState* _head = nullptr;  // newest first; guarded by _cs
-    a_critical_sect _cs;
+    UTCriticalSection _cs;
 };
 
 #endif

@@ -2,16 +2,8 @@
 
 #include "extdll/sendmail.h"
 
-SendmailManager::SendmailManager() {
-    ut_safe_pthread_mutex_init(&_cs, nullptr);
-}
-
-SendmailManager::~SendmailManager() {
-    ut_safe_pthread_mutex_destroy(&_cs);
-}
-
 SendmailState* SendmailManager::FindOrAddState(int32 cid) {
-    const CriticalSection lock(_cs);
+    const UTLock lock(_cs.mutex());
     if (!lock.is_held()) return nullptr;
     SendmailState* state = findState(cid);
     if (state == nullptr) {
@@ -25,7 +17,7 @@ SendmailState* SendmailManager::FindOrAddState(int32 cid) {
 }
 
 SendmailState* SendmailManager::FindState(int32 cid) {
-    const CriticalSection lock(_cs);
+    const UTLock lock(_cs.mutex());
     SendmailState* const state = lock.is_held() ? findState(cid) : nullptr;
     if (state != nullptr) ++state->refcount;
     return state;
@@ -34,7 +26,7 @@ SendmailState* SendmailManager::FindState(int32 cid) {
 void SendmailManager::ReleaseState(SendmailState* state) {
     bool last = false;
     {
-        const CriticalSection lock(_cs);
+        const UTLock lock(_cs.mutex());
         last = --state->refcount == 0;
     }
     if (last) delete state;
@@ -45,7 +37,7 @@ void SendmailManager::ReleaseState(SendmailState* state) {
 void SendmailManager::ReleaseAndDeleteState(SendmailState* state) {
     bool last = false;
     {
-        const CriticalSection lock(_cs);
+        const UTLock lock(_cs.mutex());
         --state->refcount;
         unlinkState(state);
         last = state->refcount == 0;

@@ -5,13 +5,10 @@
 #include "extdll/securesmtp.h"
 #include "extdll/sendmail.h"
 
-SendmailState::SendmailState(int32 connection) : cid(connection) {
-    ut_safe_pthread_mutex_init(&cs, nullptr);
-}
+SendmailState::SendmailState(int32 connection) : cid(connection) {}
 
 SendmailState::~SendmailState() {
     _EndEnvironment();
-    ut_safe_pthread_mutex_destroy(&cs);
 }
 
 // The client that the arguments ask for, not yet connected.
@@ -50,6 +47,7 @@ void SendmailState::_EndEnvironment() {
 
 int32 SendmailState::startsmtp(const a_smtp_start& start) {
     if (!is_usable()) return MAIL_NO_MEMORY;
+    // An environment that a failed start left is used again: making one loads the provider.
     if (smtp_handle != nullptr) stopsmtp();
     std::unique_ptr<SMTPClient> client;
     int32 result = _MakeClient(start, &client);

@@ -34,6 +34,7 @@ void ignore_output_option(const ExternalCall& call) {
 
 // Runs in the child. Returns only when the shell could not be executed.
 void become_shell(const char* command) {
+    // A server's threads often block signals, and a shell keeps the mask that it starts with.
     sigset_t nothing_blocked;
     sigemptyset(&nothing_blocked);
     sigprocmask(SIG_SETMASK, &nothing_blocked, nullptr);
@@ -57,6 +58,8 @@ int32 wait_for(pid_t child) {
 }
 
 int32 run_command(const ExternalCall& call, const char* command) {
+    // Not system(3): it tells nobody which child a cancel must end, and changes what the host does
+    // with its signals meanwhile.
     const pid_t child = fork();
     if (child == -1) return STATUS_NO_EXIT;
     if (child == 0) {

@@ -6,9 +6,8 @@
 #include <cstring>
 
 #include "extdll/buildmachine.h"
+#include "quorelversion.h"
 
-#define VERSION "12.0.1"
-#define BUILD "3891"
 #define BUILD_DATE "2013/04/26"
 #if UINTPTR_MAX == 0xFFFFFFFFU
 #define POINTER_BITS "32"
@@ -21,10 +20,10 @@
 char __DBVersionInfo_quorel_static[] =
     "@@==Version==@1@MODULE=libquorel_static.so.1\0"
     "VERSION_CLASS=GA\0"
-    "VERSION_MAJOR=12\0"
-    "VERSION_MINOR=0\0"
-    "VERSION_PATCH=1\0"
-    "BUILD_NUMBER=" BUILD "\0"
+    "VERSION_MAJOR=" QUOREL_VERSION_MAJOR "\0"
+    "VERSION_MINOR=" QUOREL_VERSION_MINOR "\0"
+    "VERSION_PATCH=" QUOREL_VERSION_PATCH "\0"
+    "BUILD_NUMBER=" QUOREL_BUILD "\0"
     "POINTERSIZE=" POINTER_BITS "\0"
     "PLATFORM=linux\0"
     "DATE=" BUILD_DATE "\0"
@@ -34,7 +33,7 @@ char __DBVersionInfo_quorel_static[] =
     "PRODUCTION=production\0"
     "COMPILER=gnu\0"
     "UNAME=" BUILD_UNAME "\0"
-    "IDENT=libquorel_static.so.1/" VERSION "/linux/" BUILD "/" BUILD_DATE "\0"
+    "IDENT=libquorel_static.so.1/" QUOREL_VERSION "/linux/" QUOREL_BUILD "/" BUILD_DATE "\0"
     "NOTICE=Quorel external procedures\n"
     "Copyright (c) 2026 The Quorel maintainers\n"
     "Released under the MIT License\0"

@@ -42,6 +42,8 @@ struct Owner {
     int countdown;
     int live = 0;
 };
+constexpr a_qxci_callbacks callbacks = {Owner::Alloc, nullptr, Owner::Free, nullptr, nullptr,
+                                        nullptr,      nullptr, nullptr,     nullptr, nullptr};
 
 /// A file without a place, whose contents are set for each input.
 class File {
@@ -111,7 +113,7 @@ bool IsDocumented(uint32_t code) {
 
 /// The first certificate is the peer's; the others, or only it, are trusted.
 void Judge(STACK_OF(X509) & chain, X509_STORE* trust, const Settings& settings,
-           const OwnerMemory& memory) {
+           const qxci::Memory& memory) {
     if (sk_X509_num(&chain) == 0) return;
     using ContextStorePtr =
         std::unique_ptr<X509_STORE_CTX, an_openssl_deleter<X509_STORE_CTX_free>>;
@@ -120,7 +122,7 @@ void Judge(STACK_OF(X509) & chain, X509_STORE* trust, const Settings& settings,
     X509_STORE_CTX_init(context.get(), trust, peer, &chain);
     X509_VERIFY_PARAM_set_flags(X509_STORE_CTX_get0_param(context.get()),
                                 X509_V_FLAG_PARTIAL_CHAIN);
-    ErrorRecord error(memory);
+    qxci::ErrorRecord error(memory);
     Require(check_peer(*context, settings, error) == (error.get()->code == QxciErrOK));
     // And as a chain whose signatures were right.
     X509_STORE_CTX_set0_verified_chain(context.get(), X509_chain_up_ref(&chain));
@@ -132,7 +134,10 @@ void Judge(STACK_OF(X509) & chain, X509_STORE* trust, const Settings& settings,
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    Require(start_openssl());
+    Owner owner{-1};
+    const qxci::Memory memory(&callbacks, &owner);
+    qxci::ErrorRecord error(memory);
+    Require(ProviderEnv(memory).init(nullptr, nullptr, error));  // sets OpenSSL up
     return 0;
 }
 
@@ -156,11 +161,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                                 : text   ? "trusted_root"
                                          : "trusted_certificate",
                                 text ? contents.c_str() : file.Write(contents), false, &named};
-    const a_qxci_callbacks callbacks = {Owner::Alloc, nullptr, Owner::Free, nullptr, nullptr,
-                                        nullptr,      nullptr, nullptr,     nullptr, nullptr};
     {
-        const OwnerMemory memory(&callbacks, &owner);
-        ErrorRecord error(memory);
+        const qxci::Memory memory(&callbacks, &owner);
+        qxci::ErrorRecord error(memory);
         Settings settings(memory, nullptr);
         a_credentials credentials;
         const bool loaded = settings.read(&given, SCOPE_OBJECT, error) &&

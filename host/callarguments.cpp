@@ -24,6 +24,7 @@ void CallArguments::own(std::uint32_t number, std::unique_ptr<char[]> memory, st
 void CallArguments::lend(std::uint32_t number, std::string_view value) {
     Argument& argument = _arguments[number - 1];
     argument.given = true;
+    // A null pointer would be NULL to the procedure, and this is an empty value.
     argument.bytes = value.data() == nullptr ? std::string_view("") : value;
 }
 

@@ -102,6 +102,7 @@ bool CallFrame::State::write_to(std::optional<Value>& slot, const an_extfn_value
         slot = Value::text(std::string(data, value.piece_len), value.type);
         return true;
     }
+    // Nothing was begun that this could go on with.
     if (!slot || slot->is_null()) return false;
     slot->bytes->append(data, value.piece_len);
     return true;
@@ -110,6 +111,7 @@ bool CallFrame::State::write_to(std::optional<Value>& slot, const an_extfn_value
 bool CallFrame::State::write_result(const an_extfn_value& value, bool append) {
     if (!frame.on_result || value.data == nullptr) return write_to(result, value, append);
     if (append && (!result || result->is_null())) return false;
+    // The bytes are on_result's. That they came is told by a value that is not NULL.
     result = Value::text({}, value.type);
     return frame.on_result(value.data, value.piece_len, append);
 }

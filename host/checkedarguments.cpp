@@ -15,6 +15,7 @@ CheckedArguments::CheckedArguments(const Procedure& procedure, std::int32_t conn
 
 bool CheckedArguments::set(std::uint32_t number, Value value, std::string& error) {
     const std::optional<std::int32_t> given = value.as_int();
+    // What a text may hold is no question for a number's bytes.
     const bool is_text = value.bytes && !given;
     if (!_takes(number, is_text ? std::string_view(*value.bytes) : "", error)) return false;
     if (value.is_null()) return _set_null(number, error);
@@ -66,6 +67,7 @@ bool CheckedArguments::_set_null(std::uint32_t number, std::string& error) {
 bool CheckedArguments::_set_number(std::uint32_t number, const Value& value, std::string& error) {
     const Content content = _procedure.parameter(number).content;
     std::optional<std::int32_t> wanted = value.as_int();
+    // A switch is a number to the frame and a word to people.
     if (!wanted && content == Content::Switch) wanted = parse_switch(*value.bytes);
     if (!wanted) wanted = parse_number<std::int32_t>(*value.bytes);
     const NumberRange range = number_range(content);
@@ -113,6 +115,7 @@ bool CheckedArguments::_are_without_gap(std::string& error) const {
 bool CheckedArguments::_have_what_they_need(std::string& error) const {
     for (const Need& need : _procedure.needs) {
         const CallArguments::Bytes& bytes = _arguments[need.parameter];
+        // An empty value asks for nothing.
         if (!bytes || bytes->empty() || _arguments[need.other]) continue;
         error = _procedure.describe(need.parameter) + "does nothing without " +
                 _procedure.parameter_name(need.other) + "; give both, or neither";

@@ -21,6 +21,7 @@ bool has_break(std::string_view text) {
 bool is_control(char c) {
     constexpr char last_control = 0x1f;
     constexpr char deleted = 0x7f;
+    // Bytes beyond ASCII, which are negative here, are parts of letters.
     return (c >= 0 && c <= last_control && c != '\t') || c == deleted;
 }
 

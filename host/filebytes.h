@@ -8,7 +8,8 @@
 
 namespace host {
 
-/// The bytes of a whole file, in memory that may turn out not to be there.
+/// The bytes of a whole file, in memory that may turn out not to be there: a std::string would end
+/// the program then.
 class FileBytes {
   public:
     /// False with a sentence in `error`. Any kind of file that can be read to its end.

@@ -37,12 +37,14 @@ std::string FileCheck::_written() const {
     if (!contents) return {};
     struct stat64 status {};
     if (!look_at(_file, status)) return std::string("the file is not there: ") + strerror(errno);
+    // What is written to a device or a pipe is gone; it has no size that could tell.
     if (!S_ISREG(status.st_mode) || size_of(status) == contents->size()) return {};
     return "the file holds " + std::to_string(size_of(status)) + " of " +
            std::to_string(contents->size()) + " bytes";
 }
 
 std::string FileCheck::_sent() const {
+    // What is no regular file has nothing to compare with.
     if (!_size) return {};
     struct stat64 status {};
     const bool is_there = look_at(_file, status);

@@ -35,6 +35,8 @@ Library Library::load(std::string path, std::string& error, std::string_view rem
     if (path.find('/') == std::string::npos) path.insert(0, "./");
 
     Library library;
+    // At once, because a symbol that is missing would else end the program in the middle of a call;
+    // for nobody else, because the program may have functions of the same names.
     void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (handle == nullptr) {
         error = load_failure(path, remedy);

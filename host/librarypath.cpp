@@ -13,7 +13,8 @@ namespace host {
 namespace {
 
 // Where the library lies as seen from the host's folder: beside it, installed (as this build would
-// be, and in the folders that distributions have), and in a build tree.
+// be, and in the folders that distributions have), and in a build tree. The first that is there is
+// taken, loadable or not: the loader tells why, which helps more than another library.
 constexpr const char* library_folders[] = {
     "",
     QUOREL_LIBRARY_FOLDER,

@@ -47,10 +47,11 @@ bool has_line_with(std::string_view text, std::string_view mark) {
 Refused use_crlf(CallArguments& arguments) {
     const std::string_view message = *arguments[mail_message];
     const std::uint64_t length = length_with_crlf(message);
-    if (length == message.size()) return std::nullopt;
+    if (length <= message.size()) return std::nullopt;  // nothing to add
     if (length > UINT32_MAX)
         return Refusal{mail_message, "takes less than 4 GiB, counting CRLF for each line end"};
     const auto size = static_cast<std::size_t>(length);
+    // A message may be as large as half of a 32-bit process; a std::string would end its program.
     std::unique_ptr<char[]> text(new (std::nothrow) char[size]);
     if (text == nullptr)
         return Refusal{mail_message, "is too long: there is no memory to make its line ends CRLF"};

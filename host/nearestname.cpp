@@ -11,7 +11,8 @@ namespace host {
 
 namespace {
 
-// How many characters must be inserted, dropped or replaced to turn `a` into `b`, case ignored.
+// How many characters must be inserted, dropped or replaced to turn `a` into `b`, case ignored: the
+// table of the distances between all their beginnings, of which one row is kept.
 std::size_t edit_distance(std::string_view a, std::string_view b) {
     std::vector<std::size_t> row(b.size() + 1);
     std::iota(row.begin(), row.end(), std::size_t{0});

@@ -1,7 +1,7 @@
 #ifndef QUOREL_HOST_NEARESTNAME_H
 #define QUOREL_HOST_NEARESTNAME_H
 
-/// What a person is told who mistyped a procedure's name.
+/// What to tell a person who mistyped a procedure's name.
 
 #include <string>
 #include <string_view>

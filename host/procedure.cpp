@@ -21,6 +21,7 @@ std::uint32_t Procedure::parameter_count() const {
     return repeats == 0 ? rows : rows - 1 + repeats;
 }
 
+// Every number behind the last row is one of those that it repeats for.
 const Parameter& Procedure::parameter(std::uint32_t number) const {
     return parameters[std::min<std::size_t>(number, parameters.size()) - 1];
 }

@@ -7,7 +7,8 @@
 
 namespace host {
 
-/// Starts a thread with every signal blocked: the program's handlers run on its own threads. The
+/// Starts a thread with every signal blocked: the program's handlers run on its own threads. By
+/// pthreads, because std::thread ends a program that can have no more threads. The
 /// caller joins it through `joinable`, or, where that is null, it is detached. False when no thread
 /// can be had.
 bool start_quiet_thread(void* (*run)(void*), void* argument, pthread_t* joinable = nullptr);

@@ -44,6 +44,7 @@ Refused guard_login(const CallArguments& arguments) {
     const CallArguments::Bytes& user = arguments[start_username];
     const CallArguments::Bytes& password = arguments[start_password];
     if (!user || !password) return std::nullopt;
+    // Broken into two lines it would be no login to the server.
     if (user->size() + password->size() >= credential_limit)
         return Refusal{start_password,
                        "and the user's name are too long for a login: together they "
@@ -59,6 +60,7 @@ Refused guard_login(const CallArguments& arguments) {
 
 // The name as a certificate spells it; empty for what no certificate names.
 std::string certificate_name(std::string_view host) {
+    // The dot that ends a complete name stands in no certificate.
     if (host.ends_with('.')) host.remove_suffix(1);
     return is_host_name(host) ? std::string(host) : std::string();
 }
@@ -68,6 +70,7 @@ Refused guard_certificate(CallArguments& arguments, std::string& warning) {
     const CallArguments::Bytes& name = arguments[start_name];
     if (name && !name->empty()) return std::nullopt;
     if (name) {
+        // To the library it would be a name to look for.
         arguments.set_null(start_name);
         warning = "cert_name is empty: any server with a certificate that trusted_cert vouches for "
                   "can pass for " +

@@ -30,8 +30,8 @@ namespace host {
     return std::ranges::equal(a, b, {}, to_lower, to_lower);
 }
 
-/// A setting as people write it: 1, true, on, yes, or 0, false, off, no, in any case; nothing for
-/// anything else.
+/// A setting as people write it: 1, true, on, yes, or 0, false, off, no, in small letters or
+/// capitals; nothing for anything else.
 [[nodiscard]] inline std::optional<bool> parse_switch(std::string_view text) {
     for (const std::string_view word : {"1", "true", "on", "yes"})
         if (same_name(word, text)) return true;

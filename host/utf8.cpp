@@ -29,6 +29,7 @@ Character first_character(std::string_view text) {
         if ((byte(i) & 0xC0U) != 0x80) return not_utf8;
         code = code << 6 | (byte(i) & 0x3FU);
     }
+    // A character has one form: a longer one would get past whoever looks for the short one.
     constexpr char32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
     const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
     if (code < smallest[length] || code > 0x10FFFF || surrogate) return not_utf8;

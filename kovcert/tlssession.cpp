@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "utils/unix/timelib.h"
+#include "utils/unix/utmutex.h"
 
 namespace {
 
@@ -28,18 +29,6 @@ class Patience {
 
 }  // namespace
 
-/// The connection's mutex, for the length of a scope.
-class TlsConnection::Held {
-  public:
-    explicit Held(TlsConnection& conn) : _conn(conn) { _conn.getMutex(); }
-    ~Held() { _conn.giveMutex(); }
-    Held(const Held&) = delete;
-    Held& operator=(const Held&) = delete;
-
-  private:
-    TlsConnection& _conn;
-};
-
 TlsConnection::TlsConnection(DBQXCIStream* stream, DBQXCIEnvironment* env,
                              const TlsCallbacks* callbacks, void* user_context, void* yield_ref,
                              DBQXCIError* err, a_qxci_user_option* options)
@@ -47,7 +36,7 @@ TlsConnection::TlsConnection(DBQXCIStream* stream, DBQXCIEnvironment* env,
       _qxci_stream(stream),
       _qxci_stream_conn(stream->CreateConn(&tls_conn_callbacks, options, this, err)),
       _is_valid(_qxci_stream_conn != nullptr) {
-    _error.createMutex(env);
+    _error.createMutex(env);  // the provider may report from threads of its own
     if (!_is_valid) _error.CloneFrom(err);
     _mutex.reset(env->createMutex());
 }
@@ -59,13 +48,13 @@ TlsConnection::~TlsConnection() {
 }
 
 a_dbqxci_error TlsConnection::write(const void* data, size_t len) {
-    const Held held(*this);
+    const UTLock lock(_Mutex());
     _error.Clear();
     return _error.setErrorCode(_Write(data, len));
 }
 
 a_dbqxci_error TlsConnection::read(char* buf, size_t* len) {
-    const Held held(*this);
+    const UTLock lock(_Mutex());
     _error.Clear();
     return _error.setErrorCode(_Read(buf, len));
 }
@@ -101,6 +90,7 @@ a_dbqxci_error TlsConnection::_Read(char* buf, size_t* len) {
         const a_qxci_io_result result = _qxci_stream_conn->Read(position, remaining, &got);
         if (result != QXCI_IO_OK) return _Failed(result);
         _handshake_done = true;
+        // Bytes that are enough for the caller count even if somebody shut down meanwhile.
         if (_shutdown && !_partialIO && got < remaining) return QxciErrConnectionClosed;
         *len += got;
         if (_partialIO || got >= remaining) return QxciErrOK;
@@ -134,6 +124,7 @@ a_dbqxci_error TlsConnection::_Record(a_dbqxci_error code) {
     return _error.setErrorCode(code);
 }
 
+// Without the mutex, so that the thread that feeds the connection gets a turn.
 void TlsConnection::_Yield() {
     giveMutex();
     if (_callbacks->yieldFunc != nullptr) _callbacks->yieldFunc(_yield_ref);
@@ -156,7 +147,7 @@ a_dbqxci_error TlsConnection::getReceivedBytes(char* buf, size_t len, size_t* go
     while (count < len) {
         TlsReadBuffer* const oldest = _buffers.get_first();
         count += oldest->read(buf + count, len - count);
-        if (oldest->finished()) delete oldest;
+        if (oldest->finished()) delete oldest;  // which takes it off the list
     }
     _total_saved -= len;
     *got = len;
@@ -172,6 +163,7 @@ uint32 TlsConnection::getAlgorithmID() const {
 }
 
 void TlsConnection::getErrorString(UTLangStringBase* lang, char* buf, size_t len) {
+    // Shut down between two calls, the record still tells about the call before.
     if (!_shutdown) {
         _error.GetString(lang, buf, len, nullptr);
         return;

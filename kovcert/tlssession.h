@@ -27,6 +27,7 @@
 
 #include "kovcert/qxci/dbqxci.h"
 #include "kovcert/qxci/qxcierror.h"
+#include "kovcert/qxci/qxcimutex.h"
 #include "kovcert/tlscallbacks.h"
 #include "kovcert/tlsreadbuffer.h"
 
@@ -92,8 +93,6 @@ class TlsConnection {
     void giveMutex() { _Mutex().give(); }
 
   private:
-    class Held;
-
     a_dbqxci_error _Write(const void* data, size_t len);
     a_dbqxci_error _Read(char* buf, size_t* len);
     a_dbqxci_error _Failed(a_qxci_io_result result);

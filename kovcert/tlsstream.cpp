@@ -15,7 +15,7 @@ void TlsIStream::set_eof() {
 void TlsIStream::refill() {
     size_t count = _data_size;
     const a_dbqxci_error result = _conn->read(reinterpret_cast<char*>(_data), &count);
-    if (result == QxciErrWouldBlock) return;
+    if (result == QxciErrWouldBlock) return;  // no end: the caller asks again
     if (result != QxciErrOK) {
         set_eof();
         return;

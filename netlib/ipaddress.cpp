@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
+#include "netlib/netsocket.h"
 #include "netlib/netutil.h"
-#include "netlib/netutil_internal.h"
+#include "netlib/netutil_text.h"
 
 namespace {
 
@@ -17,7 +18,7 @@ union a_comparable {
     sockaddr_in6 sin6;
 };
 
-a_comparable Comparable(const IPAddress& ip) {
+a_comparable comparable(const IPAddress& ip) {
     a_comparable result = {};
     std::memcpy(&result.sa, ip.get_sockaddr(), std::min(ip.get_sockaddr_len(), storage_size));
     result.sin.sin_port = 0;
@@ -50,6 +51,13 @@ IPAddress::IPAddress(const char* text)
     reset(text);
 }
 
+// The length is the room that the socket may fill, so at first it is that of the whole storage.
+IPAddress::IPAddress(Socket& socket)
+    : _sa{}, _salen(sizeof(sockaddr_storage)), _valid(true), _isv6(false) {
+    _valid = socket.getsockname(*this) == 0;
+    _salen = _isv6 ? sizeof(sockaddr_storage) : sizeof(sockaddr_in);
+}
+
 IPAddress::IPAddress(const IPAddress& other)
     : c_utils_link(other), _sa{}, _salen(other._salen), _valid(other._valid), _isv6(other._isv6) {
     std::memcpy(&_sa, &other._sa, std::min(_salen, storage_size));
@@ -75,7 +83,7 @@ IPAddress* IPAddress::clone() const {
 }
 
 void IPAddress::reset(const sockaddr_storage* sa, socklen_t len) {
-    sockaddr_storage given = {};  // sa may be our own
+    sockaddr_storage given = {};  // a copy: `sa` may be our own
     _salen = std::min(len, storage_size);
     if (sa != nullptr) std::memcpy(&given, sa, _salen);
     _sa = given;
@@ -139,8 +147,8 @@ a_bool IPAddress::sameIPAddress(const IPAddress& other) const {
         const IPAddress& v4 = _isv6 ? other : *this;
         return v6.embedsIPv4() && v4.sameIPAddress(v6.getIPv4EmbeddedAddress());
     }
-    a_comparable mine = Comparable(*this);
-    a_comparable theirs = Comparable(other);
+    a_comparable mine = comparable(*this);
+    a_comparable theirs = comparable(other);
     if (_isv6 && (mine.sin6.sin6_scope_id == 0 || theirs.sin6.sin6_scope_id == 0)) {
         mine.sin6.sin6_scope_id = theirs.sin6.sin6_scope_id = 0;
     }

@@ -26,7 +26,7 @@ constexpr a_prefix_type prefix_types[] = {
     {0xFFC0, 0xFEC0, addrSiteLocalUnicast}, {0xFF00, 0xFF00, addrMulticast},
 };
 
-a_bool AllZero(const a_byte* begin, const a_byte* end) {
+a_bool all_zero(const a_byte* begin, const a_byte* end) {
     for (; begin != end; ++begin) {
         if (*begin != 0) return false;
     }
@@ -38,7 +38,7 @@ a_bool AllZero(const a_byte* begin, const a_byte* end) {
 e_IPv6AddressType IPAddress::getIPv6AddressType() const {
     if (!_isv6 || !_valid) return addrUnknown;
     const a_byte* const bytes = _sin6.sin6_addr.s6_addr;
-    if (AllZero(bytes, bytes + 10) && !is_INADDR_ANY_v6()) {
+    if (all_zero(bytes, bytes + 10) && !is_INADDR_ANY_v6()) {
         if (bytes[10] == 0xFF && bytes[11] == 0xFF) return addrIPv4Mapped;
         // Kept: every ::w.x.y.z is IPv4-compatible, the loopback address ::1 included.
         if (bytes[10] == 0 && bytes[11] == 0) return addrIPv4Compatible;

@@ -13,17 +13,17 @@ namespace {
 
 constexpr size_t mac_bytes = 6;
 
-a_bool AddressText(const IPAddress& ip, char* buf, size_t buflen) {
+a_bool address_text(const IPAddress& ip, char* buf, size_t buflen) {
     return ip.toString(buf, buflen, false, false, true);
 }
 
-a_bool SameBytes(const IPAddress& a, const IPAddress& b) {
+a_bool same_bytes(const IPAddress& a, const IPAddress& b) {
     return a.isValid() == b.isValid() && a.get_sockaddr_len() == b.get_sockaddr_len() &&
            std::memcmp(a.get_sockaddr(), b.get_sockaddr(), sizeof(sockaddr_storage)) == 0;
 }
 
 /// Writes a hardware address as pairs of hex digits with `sep` between them.
-a_bool HexText(const a_byte* bytes, a_bool last_first, const char* sep, char* buf, size_t len) {
+a_bool hex_text(const a_byte* bytes, a_bool last_first, const char* sep, char* buf, size_t len) {
     if (buf == nullptr) return false;
     size_t used = 0;
     for (size_t i = 0; i < mac_bytes; ++i) {
@@ -49,15 +49,15 @@ void NetworkInterface::cloneTo(NetworkInterface& other) const {
 }
 
 a_bool NetworkInterface::getIPAddress(char* buf, size_t buflen) const {
-    return AddressText(_addr, buf, buflen);
+    return address_text(_addr, buf, buflen);
 }
 
 a_bool NetworkInterface::getNetMask(char* buf, size_t buflen) const {
-    return AddressText(_mask, buf, buflen);
+    return address_text(_mask, buf, buflen);
 }
 
 a_bool NetworkInterface::getBroadcastAddress(char* buf, size_t buflen) const {
-    return AddressText(_broadcast, buf, buflen);
+    return address_text(_broadcast, buf, buflen);
 }
 
 void NetworkInterface::setIPAddress(const IPAddress& ip) {
@@ -89,8 +89,8 @@ a_bool NetworkInterface::isAddressInSameSubnet(const IPAddress& ip) const {
 
 a_bool NetworkInterface::isSameEntry(const NetworkInterface& other) const {
     return std::strcmp(_name, other._name) == 0 && _ifIndex == other._ifIndex &&
-           _flags == other._flags && SameBytes(_addr, other._addr) &&
-           SameBytes(_mask, other._mask) && SameBytes(_broadcast, other._broadcast);
+           _flags == other._flags && same_bytes(_addr, other._addr) &&
+           same_bytes(_mask, other._mask) && same_bytes(_broadcast, other._broadcast);
 }
 
 void NetworkInterface::setName(const char* name, size_t length) {
@@ -112,11 +112,11 @@ a_bool NetworkInterface::isLoopback() const {
 }
 
 a_bool NetworkInterface::getMACAddress(char* buf, size_t len) const {
-    return HexText(_mac_addr, true, ":", buf, len);
+    return hex_text(_mac_addr, true, ":", buf, len);
 }
 
 a_bool NetworkInterface::getMACAddressInTransOrder(char* buf, size_t len, const char* sep) const {
-    return HexText(_mac_addr, false, sep, buf, len);
+    return hex_text(_mac_addr, false, sep, buf, len);
 }
 
 int NetworkInterface::getNumNICs() {

@@ -4,10 +4,11 @@
 #include <net/if.h>
 #include <sys/ioctl.h>
 
+#include "netlib/netcalls.h"
 #include "netlib/netinterface.h"
 #include "netlib/netutil.h"
-#include "netlib/netutil_internal.h"
 #include "netlib/unixsocket.h"
+#include "utils/unix/utdescriptor.h"
 
 /// What the kernel says about one interface through the calls of netdevice(7).
 
@@ -16,19 +17,15 @@ class InterfaceQuery {
   public:
     InterfaceQuery(int domain, const char* name)
         : _name(name), _domain(domain), _sock(NetInterface::_socket(domain, SOCK_DGRAM, 0)) {}
-    ~InterfaceQuery() {
-        if (_sock != -1) unix_close(_sock);
-    }
-    InterfaceQuery(const InterfaceQuery&) = delete;
-    InterfaceQuery& operator=(const InterfaceQuery&) = delete;
 
-    a_bool AskFlags(int& flags) {
-        if (!Ask(SIOCGIFFLAGS)) return false;
+    a_bool ask_flags(int& flags) {
+        if (!ask(SIOCGIFFLAGS)) return false;
+        // The field is signed, and its top bit is a flag.
         flags = static_cast<unsigned short>(_answer.request.ifr_flags);
         return true;
     }
-    a_bool AskAddress(unsigned long request, IPAddress& ip) {
-        if (!Ask(request)) return false;
+    a_bool ask_address(unsigned long request, IPAddress& ip) {
+        if (!ask(request)) return false;
         sockaddr_storage address;
         std::memcpy(&address, &_answer.request.ifr_addr, sizeof address);
         // Some kernels leave the family of a mask open.
@@ -37,19 +34,19 @@ class InterfaceQuery {
         ip.reset(&address, ipv6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in));
         return true;
     }
-    a_bool is_open() const { return _sock != -1; }
+    a_bool is_open() const { return _sock.is_open(); }
 
   private:
-    a_bool Ask(unsigned long request) {
+    a_bool ask(unsigned long request) {
         if (!is_open()) return false;
         std::memset(&_answer, 0, sizeof _answer);
         std::snprintf(_answer.request.ifr_name, sizeof _answer.request.ifr_name, "%s", _name);
-        return unix_ioctl(_sock, request, &_answer) == 0;
+        return unix_ioctl(_sock.get(), request, &_answer) == 0;
     }
 
     const char* const _name;
     const int _domain;
-    const int _sock;
+    const UTDescriptor _sock;
     // An answer may be longer than an ifreq has room for.
     struct {
         ifreq request;
@@ -59,7 +56,7 @@ class InterfaceQuery {
 
 a_bool NetworkInterface::_getFlags(int domain) {
     if (_flags != 0) return true;
-    return InterfaceQuery(domain, _name).AskFlags(_flags);
+    return InterfaceQuery(domain, _name).ask_flags(_flags);
 }
 
 a_bool NetworkInterface::_getInterfaceInfo(int domain) {
@@ -72,9 +69,9 @@ a_bool NetworkInterface::_getInterfaceInfo(int domain) {
 }
 
 a_bool NetworkInterface::_takeIPv4(InterfaceQuery& query) {
-    if (!query.AskAddress(SIOCGIFADDR, _addr)) return false;
-    query.AskAddress(SIOCGIFNETMASK, _mask);
-    if (!hasBroadcast() || !query.AskAddress(SIOCGIFBRDADDR, _broadcast)) _setBroadcastFromMask();
+    if (!query.ask_address(SIOCGIFADDR, _addr)) return false;
+    query.ask_address(SIOCGIFNETMASK, _mask);
+    if (!hasBroadcast() || !query.ask_address(SIOCGIFBRDADDR, _broadcast)) _setBroadcastFromMask();
     _supports_ipv4 = true;
     _supports_ipv6 = false;
     return true;
@@ -82,7 +79,7 @@ a_bool NetworkInterface::_takeIPv4(InterfaceQuery& query) {
 
 a_bool NetworkInterface::_takeIPv6(InterfaceQuery& query) {
     // The kernel need not answer this for IPv6; the interface then stays without an address.
-    if (!query.AskAddress(SIOCGIFADDR, _addr)) return true;
+    if (!query.ask_address(SIOCGIFADDR, _addr)) return true;
     _addr.setScopeId(_ifIndex);
     _mask = IPAddress();
     _broadcast = TcpUtil::GetBroadcastAddressBasedOnClass(_addr);

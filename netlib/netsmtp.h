@@ -55,7 +55,7 @@ enum a_smtp_reply : int {
 };
 
 /// The name and version that this library goes by: in every message, and towards providers of TLS.
-inline constexpr char external_library_name[] = "Corvane External Library 12.0.1.3891";
+extern const char external_library_name[];
 
 /// The order of the virtual operations is a binary interface; new ones go to the end.
 class SMTPClient {

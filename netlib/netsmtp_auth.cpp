@@ -4,7 +4,7 @@
 
 #include "netlib/netsmtp.h"
 #include "utils/etc/base64.h"
-#include "utils/etc/utwipe.h"
+#include "utils/utmem/utwipe.h"
 
 namespace {
 

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "netlib/netsmtp.h"
+#include "quorelversion.h"
 #include "utils/etc/utascii.h"
 #include "utils/locale/utlocale.h"
 
@@ -62,6 +63,8 @@ void append_part_header(Buffer& message, const char* content_type) {
 }
 
 }  // namespace
+
+const char external_library_name[] = "Corvane External Library " QUOREL_VERSION "." QUOREL_BUILD;
 
 char* SMTPClient::_ComposeMessage(const char* subject, const char* body, const char** to,
                                   int to_count, const char** cc, int cc_count, const char* boundary,

@@ -47,7 +47,7 @@ Socket::Socket(SOCKET s, a_socket_type type, a_bool) {
 }
 
 a_bool Socket::init(int domain, int type, int protocol) {
-    _Hold(unix_socket(domain, type, protocol));
+    _hold(unix_socket(domain, type, protocol));
     if (_sock == -1) return false;
     _closed = false;
     _isv6 = domain == AF_INET6;
@@ -72,7 +72,7 @@ a_bool Socket::init(a_socket_type type, a_bool ipv6) {
 }
 
 a_bool Socket::init(SOCKET s, a_socket_type type, a_bool ipv6) {
-    _Hold(s);
+    _hold(s);
     _closed = false;
     _type = type;
     _isv6 = ipv6;
@@ -119,7 +119,7 @@ int Socket::send_with_yield(const char* buf, unsigned int len, a_bool (*yield_fu
         if (count != -1) {
             sent += static_cast<unsigned int>(count);
             if (sent == len) return static_cast<int>(len);
-        } else if (getLastError().code() != EAGAIN) {
+        } else if (getLastError().code() != EAGAIN) {  // not errno: a derived class knows better
             return -1;
         }
         if (yield_func == nullptr) {
@@ -153,6 +153,7 @@ int Socket::_take_pending_error() {
 }
 
 int Socket::select(a_bool& read, a_bool& write, uint32 timeout_in_us) {
+    // poll(2), as an fd_set has no room for the high descriptors of a large server.
     pollfd wanted = {.fd = _sock, .events = POLLERR, .revents = 0};
     if (read) wanted.events |= POLLIN;
     if (write) wanted.events |= POLLOUT;
@@ -288,4 +289,14 @@ int Socket::set_Nagle_algorithm(a_bool flag) {
 
 UTErrorCode Socket::getLastError() {
     return UTErrorCode::from_errno(errno);
+}
+
+a_bool UdpSocket::reinit() {
+    const a_bool ipv6 = _isv6;  // init() forgets it where it fails
+    close();
+    const a_bool opened = init(SOCK_UDP, ipv6);
+    _isv6 = ipv6;
+    if (opened && (_blocking || set_blocking_state(false) != -1)) return true;
+    close();
+    return false;
 }

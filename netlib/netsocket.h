@@ -142,12 +142,29 @@ class Socket : public c_utils_link {
     int _take_pending_error();
 
   private:
-    void _Hold(SOCKET s) { _sock = _known_as = s; }
+    void _hold(SOCKET s) { _sock = _known_as = s; }
     a_bool _wait_for_room();
     template <class Value>
     int _set_option(int level, int optname, const Value& value);
 
     SOCKET _known_as = -1;  // the last descriptor held
+};
+
+/// A datagram socket.
+class UdpSocket : public Socket {
+  public:
+    /// Without a descriptor until reinit() or init().
+    UdpSocket() = default;
+    explicit UdpSocket(a_bool ipv6) : Socket(SOCK_UDP, ipv6) {}
+    /// Adopts an open descriptor.
+    UdpSocket(SOCKET s, a_bool ipv6) { init(s, SOCK_UDP, ipv6); }
+
+    /// Closes the socket and opens a fresh, unbound one of the same address family and blocking
+    /// mode. False when that fails; the socket is then closed.
+    a_bool reinit();
+
+    /// The longest message that can be sent; -1, no limit known.
+    int get_max_msg_size() const { return -1; }
 };
 
 using Socket_list = c_utils_list<Socket>;

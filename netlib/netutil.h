@@ -131,7 +131,7 @@ NetworkInterface_list* GetNIList(unsigned long* count);
 /// were handed out before stay valid until the last Fini(); they show the interfaces of their time,
 /// so each call that finds a change keeps the memory of one more list.
 a_bool UpdateNIList();
-/// The first interface that has the address, resp. the name; null when there is none. It stays
+/// The first interface that has the address or the name; null when there is none. It stays
 /// valid as the list does.
 const NetworkInterface* FindInterfaceByIPAddress(const IPAddress& ip);
 const NetworkInterface* _find_interface_by_name(const char* name);
@@ -146,8 +146,8 @@ a_bool IsLocalIPAddress(const char* text);
 /// resolves only inside it. Null or empty: not set, as at the start. The texts are not copied; set
 /// them before other threads ask.
 void SetInternalNetwork(const char* domain, const char* probe_host);
-/// Whether the first 4096 bytes of the resolver's configuration name the domain, in any case of
-/// letters. False while it is not set.
+/// Whether the first 4096 bytes of the resolver's configuration name the domain,
+/// whatever the case of letters. False while it is not set.
 a_bool IsOnInternalNetwork();
 /// If an interface has a private address, whether the probe host resolves; otherwise, or while no
 /// probe host is set, IsOnInternalNetwork().

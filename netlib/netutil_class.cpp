@@ -25,7 +25,7 @@ constexpr an_address_class address_classes[] = {
 
 constexpr const an_address_class& no_class = address_classes[3];
 
-const an_address_class& ClassOf(const sockaddr_storage* sa, socklen_t salen) {
+const an_address_class& class_of(const sockaddr_storage* sa, socklen_t salen) {
     if (sa == nullptr || salen < sizeof(sockaddr_in) || sa->ss_family != AF_INET) return no_class;
     sockaddr_in address;
     std::memcpy(&address, sa, sizeof address);
@@ -35,7 +35,7 @@ const an_address_class& ClassOf(const sockaddr_storage* sa, socklen_t salen) {
     return *row;
 }
 
-uint32 CommonLeadingBits(const void* a, const void* b, size_t bytes) {
+uint32 common_leading_bits(const void* a, const void* b, size_t bytes) {
     const auto* const left = static_cast<const a_byte*>(a);
     const auto* const right = static_cast<const a_byte*>(b);
     for (size_t i = 0; i < bytes; ++i) {
@@ -56,11 +56,11 @@ IPAddress GetLoopbackIPAddress(a_bool ipv6) {
 }
 
 const char* GetClass(const sockaddr_storage* sa, socklen_t salen) {
-    return ClassOf(sa, salen).name;
+    return class_of(sa, salen).name;
 }
 
 IPAddress GetSubnetMaskBasedOnClass(const IPAddress& ip) {
-    return IPAddress(ClassOf(ip.get_sockaddr(), ip.get_sockaddr_len()).net_mask);
+    return IPAddress(class_of(ip.get_sockaddr(), ip.get_sockaddr_len()).net_mask);
 }
 
 IPAddress GetBroadcastAddressBasedOnClass(const IPAddress& ip) {
@@ -69,15 +69,15 @@ IPAddress GetBroadcastAddressBasedOnClass(const IPAddress& ip) {
     if (ip == static_cast<uint32>(INADDR_ANY)) {
         return IPAddress(static_cast<uint32>(INADDR_BROADCAST));
     }
-    const uint32 mask = ClassOf(ip.get_sockaddr(), ip.get_sockaddr_len()).net_mask;
+    const uint32 mask = class_of(ip.get_sockaddr(), ip.get_sockaddr_len()).net_mask;
     return IPAddress((static_cast<uint32>(int(ip)) & mask) | ~mask);
 }
 
 uint32 CalcNetworkMatchScore(const IPAddress& a, const IPAddress& b) {
     if (!a.isValid() || !b.isValid() || a.isIPv6() != b.isIPv6()) return 0;
     if (a.isIPv6()) {
-        return CommonLeadingBits(&a.get_sockaddr_in6()->sin6_addr, &b.get_sockaddr_in6()->sin6_addr,
-                                 sizeof(in6_addr));
+        return common_leading_bits(&a.get_sockaddr_in6()->sin6_addr,
+                                   &b.get_sockaddr_in6()->sin6_addr, sizeof(in6_addr));
     }
     const auto differing = static_cast<uint32>(int(a)) ^ static_cast<uint32>(int(b));
     return static_cast<uint32>(std::countl_zero(differing));

@@ -3,7 +3,7 @@
 #include <new>
 
 #include "netlib/netutil.h"
-#include "netlib/netutil_internal.h"
+#include "netlib/netutil_state.h"
 #include "netlib/unix_nilist.h"
 
 /// Questions about the host's interfaces, answered from the list that is read once and kept.
@@ -13,14 +13,14 @@ namespace {
 using TcpUtil::a_ni_reading;
 
 /// Null on failure.
-std::unique_ptr<a_ni_reading> ReadInterfaces() {
+std::unique_ptr<a_ni_reading> read_interfaces() {
     std::unique_ptr<a_ni_reading> reading(new (std::nothrow) a_ni_reading());
     if (reading == nullptr) return nullptr;
     if (!TcpUtil::_InternalGetNIList(reading->list, reading->count)) return nullptr;
     return reading;
 }
 
-a_bool SameReading(const a_ni_reading& a, const a_ni_reading& b) {
+a_bool same_reading(const a_ni_reading& a, const a_ni_reading& b) {
     if (a.count != b.count) return false;
     const NetworkInterface* left = a.list.get_first();
     const NetworkInterface* right = b.list.get_first();
@@ -32,7 +32,7 @@ a_bool SameReading(const a_ni_reading& a, const a_ni_reading& b) {
 
 /// The first interface for which `wanted` holds; null when there is none.
 template <class Predicate>
-const NetworkInterface* FindInterface(Predicate wanted) {
+const NetworkInterface* find_interface(Predicate wanted) {
     NetworkInterface_list* const list = TcpUtil::GetNIList(nullptr);
     if (list == nullptr) return nullptr;
     for (NetworkInterface_iter iter(*list); !iter.is_past(); iter.next()) {
@@ -50,11 +50,11 @@ a_ni_reading::~a_ni_reading() {
 }
 
 NetworkInterface_list* GetNIList(unsigned long* count) {
-    const LockIfThere lock(NICritSect);
+    const UTLock lock(NICritSect.p_mutex);
     if (!lock.is_held()) return nullptr;
     if (NIList.is_empty()) {
-        std::unique_ptr<a_ni_reading> reading = ReadInterfaces();
-        if (reading == nullptr) return nullptr;
+        std::unique_ptr<a_ni_reading> reading = read_interfaces();
+        if (reading == nullptr) return nullptr;  // the next call tries again
         NIList.append(reading.release());
     }
     a_ni_reading* const current = NIList.get_last();
@@ -63,24 +63,24 @@ NetworkInterface_list* GetNIList(unsigned long* count) {
 }
 
 a_bool UpdateNIList() {
-    const LockIfThere lock(NICritSect);
+    const UTLock lock(NICritSect.p_mutex);
     if (!lock.is_held()) return false;
-    std::unique_ptr<a_ni_reading> reading = ReadInterfaces();
+    std::unique_ptr<a_ni_reading> reading = read_interfaces();
     if (reading == nullptr) return false;
-    if (NIList.is_empty() || !SameReading(*NIList.get_last(), *reading)) {
+    if (NIList.is_empty() || !same_reading(*NIList.get_last(), *reading)) {
         NIList.append(reading.release());
     }
     return true;
 }
 
 const NetworkInterface* FindInterfaceByIPAddress(const IPAddress& ip) {
-    return FindInterface(
+    return find_interface(
         [&](const NetworkInterface& entry) { return entry.getIPAddress().sameIPAddress(ip); });
 }
 
 const NetworkInterface* _find_interface_by_name(const char* name) {
     if (name == nullptr) return nullptr;
-    return FindInterface(
+    return find_interface(
         [=](const NetworkInterface& entry) { return std::strcmp(entry.getName(), name) == 0; });
 }
 

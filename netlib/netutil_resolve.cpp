@@ -5,8 +5,10 @@
 #include <arpa/inet.h>
 #include <net/if.h>
 
+#include "netlib/hostanswer.h"
+#include "netlib/netcalls.h"
 #include "netlib/netutil.h"
-#include "netlib/netutil_internal.h"
+#include "netlib/netutil_state.h"
 #include "utils/etc/utascii.h"
 
 /// Text to addresses.
@@ -22,14 +24,14 @@ struct a_target {
     uint16 port;     // 0: none
 };
 
-a_target_kind Classify(const char* text) {
+a_target_kind classify(const char* text) {
     if (TcpUtil::IsIPv4Address(text, true)) return TARGET_IPv4;
     return TcpUtil::IsIPv6Address(text, true) ? TARGET_IPv6 : TARGET_NAME;
 }
 
 /// Copies the host of `text` into `target`; returns the text of the port, null when there is none.
 /// A host that fills its buffer has no port.
-const char* SplitOffPort(const char* text, a_target& target) {
+const char* split_off_port(const char* text, a_target& target) {
     const a_bool bracketed = target.kind == TARGET_IPv6;
     const char* const ends = bracketed ? ")]" : ":";
     for (size_t length = 0; length < sizeof target.host - 1; ++text) {
@@ -43,27 +45,28 @@ const char* SplitOffPort(const char* text, a_target& target) {
     return nullptr;
 }
 
-a_bool ReadPort(const char* text, uint16& port) {
+a_bool read_port(const char* text, uint16& port) {
     if (!ut_is_digit(*text)) return false;
-    const long number = std::strtol(text, nullptr, 10);
+    const long number = std::strtol(text, nullptr, 10);  // LONG_MAX for what no long holds
     if (number > 65535) return false;
     port = static_cast<uint16>(number);
     return true;
 }
 
-a_bool TakeApart(const char* text, a_target& target) {
+a_bool take_apart(const char* text, a_target& target) {
     if (text == nullptr) return false;
     target = {};
-    target.kind = Classify(text);
+    target.kind = classify(text);
     if (target.kind == TARGET_IPv6 && !TcpUtil::IsIPv6Supported()) return false;
-    const char* const port = SplitOffPort(text, target);
-    return port == nullptr || ReadPort(port, target.port);
+    const char* const port = split_off_port(text, target);
+    return port == nullptr || read_port(port, target.port);
 }
 
 /// The interface that the text after "%" names or numbers; 0 when there is none.
-uint32 ScopeIndex(const char* scope) {
+uint32 scope_index(const char* scope) {
     if (const uint32 index = if_nametoindex(scope); index != 0) return index;
     if (*scope == '\0' || scope[std::strspn(scope, "0123456789")] != '\0') return 0;
+    // Wider than an index, so that a number beyond one does not come out as a small one.
     const unsigned long long number = std::strtoull(scope, nullptr, 10);
     const auto index = static_cast<uint32>(number);
     char name[IF_NAMESIZE];
@@ -77,7 +80,8 @@ class SystemAnswer {
         char host[sizeof target.host];
         std::memcpy(host, target.host, sizeof host);
         char* const percent = std::strchr(host, '%');
-        const uint32 scope = percent != nullptr ? ScopeIndex(percent + 1) : 0;
+        // getaddrinfo takes a scope behind literals only; here a name may have one too.
+        const uint32 scope = percent != nullptr ? scope_index(percent + 1) : 0;
         if (scope != 0) *percent = '\0';
 
         addrinfo hints = {};
@@ -86,7 +90,7 @@ class SystemAnswer {
         hints.ai_protocol = IPPROTO_TCP;
         if (target.kind != TARGET_NAME) hints.ai_flags = AI_NUMERICHOST;
         if (NetInterface::_getaddrinfo(host, &hints, &_first) != 0) _first = nullptr;
-        if (scope != 0) SetScope(scope);
+        if (scope != 0) set_scope(scope);
     }
     ~SystemAnswer() {
         if (_first != nullptr) NetInterface::_freeaddrinfo(_first);
@@ -98,9 +102,9 @@ class SystemAnswer {
     const addrinfo* first() const { return _first; }
 
   private:
-    void SetScope(uint32 scope) {
+    void set_scope(uint32 scope) {
         if (_first == nullptr || _first->ai_family != AF_INET6) return;
-        sockaddr_in6 address;
+        sockaddr_in6 address;  // a copy: ai_addr is another type's storage
         std::memcpy(&address, _first->ai_addr, sizeof address);
         address.sin6_scope_id = scope;
         std::memcpy(_first->ai_addr, &address, sizeof address);
@@ -117,7 +121,7 @@ class Collector {
     Collector(const Collector&) = delete;
     Collector& operator=(const Collector&) = delete;
 
-    void Add(IPAddress ip) {
+    void add(IPAddress ip) {
         ip.setPortNumber(_port);
         auto* const entry = new (std::nothrow) IPAddress(ip);
         if (entry == nullptr) {
@@ -132,7 +136,7 @@ class Collector {
     a_bool found_none() const { return !_out_of_memory && _taken.is_empty(); }
     /// Moves the addresses to the end of `list`. False, with `list` as it was, when there is none,
     /// or was no memory for one.
-    a_bool Deliver(IPAddress_list& list) {
+    a_bool deliver(IPAddress_list& list) {
         if (_out_of_memory || _taken.is_empty()) return false;
         while (IPAddress* const first = _taken.get_first()) list.append(first);
         return true;
@@ -145,12 +149,12 @@ class Collector {
     a_bool _out_of_memory = false;
 };
 
-a_bool Wants(TcpUtil::eAddressType type, int family) {
+a_bool wants(TcpUtil::eAddressType type, int family) {
     if (family == AF_INET) return type != TcpUtil::ADDR_IPv6;
     return family == AF_INET6 && type != TcpUtil::ADDR_IPv4;
 }
 
-IPAddress FromSockaddr(const sockaddr* sa, socklen_t len) {
+IPAddress from_sockaddr(const sockaddr* sa, socklen_t len) {
     sockaddr_storage storage = {};
     if (len > sizeof storage) len = sizeof storage;
     std::memcpy(&storage, sa, len);
@@ -158,15 +162,17 @@ IPAddress FromSockaddr(const sockaddr* sa, socklen_t len) {
 }
 
 /// Keeps the order of the system, which knows which address is the best to try (RFC 6724).
-void TakeAnswer(const addrinfo* answer, TcpUtil::eAddressType type, Collector& collector) {
+void take_answer(const addrinfo* answer, TcpUtil::eAddressType type, Collector& collector) {
     for (; answer != nullptr && !collector.is_done(); answer = answer->ai_next) {
-        if (!Wants(type, answer->ai_family)) continue;
-        collector.Add(FromSockaddr(answer->ai_addr, answer->ai_addrlen));
+        if (!wants(type, answer->ai_family)) continue;
+        collector.add(from_sockaddr(answer->ai_addr, answer->ai_addrlen));
     }
 }
 
-void TakeHostEntry(const char* host, Collector& collector) {
-    const LockIfThere lock(TcpUtil::ThreadCritSect);
+void take_host_entry(const char* host, Collector& collector) {
+    // gethostbyname_r needs no lock for its own sake; this keeps the promise of netlib/netutil.h
+    // that only one such look-up is under way.
+    const UTLock lock(TcpUtil::ThreadCritSect.p_mutex);
     if (!lock.is_held()) return;
     HostAnswer answer;
     const hostent* const entry = NetInterface::_gethostbyname(host, answer);
@@ -174,41 +180,43 @@ void TakeHostEntry(const char* host, Collector& collector) {
     for (char** at = entry->h_addr_list; *at != nullptr && !collector.is_done(); ++at) {
         uint32 address;
         std::memcpy(&address, *at, sizeof address);
-        collector.Add(IPAddress(ntohl(address)));
+        collector.add(IPAddress(ntohl(address)));
     }
+}
+
+/// Resolves as Resolve and ResolveAll do; appends all addresses, or only the first. The caller owns
+/// the entries. A failure, want of memory among them, leaves the list as it was.
+a_bool do_resolve(const char* text, IPAddress_list& list, TcpUtil::eAddressType type, a_bool all) {
+    a_target target;
+    if (!take_apart(text, target)) return false;
+    Collector collector(target.port, all);
+    if (std::strcmp(target.host, "255.255.255.255") == 0) {
+        collector.add(IPAddress(static_cast<uint32>(INADDR_BROADCAST)));
+        return collector.deliver(list);
+    }
+    if (TcpUtil::IsIPv6Supported()) {
+        const SystemAnswer answer(target);
+        if (answer.first() == nullptr) return false;
+        take_answer(answer.first(), type, collector);
+        if (!collector.found_none()) return collector.deliver(list);
+    }
+    if (type == TcpUtil::ADDR_IPv6 || target.kind == TARGET_IPv6) return false;
+    if (target.kind == TARGET_NAME) {
+        take_host_entry(target.host, collector);
+    } else {
+        // Kept: a literal that inet_addr refuses, as one with an empty part, is 255.255.255.255.
+        collector.add(IPAddress(ntohl(inet_addr(target.host))));
+    }
+    return collector.deliver(list);
 }
 
 }  // namespace
 
 namespace TcpUtil {
 
-a_bool _DoResolve(const char* text, IPAddress_list& list, eAddressType type, a_bool all) {
-    a_target target;
-    if (!TakeApart(text, target)) return false;
-    Collector collector(target.port, all);
-    if (std::strcmp(target.host, "255.255.255.255") == 0) {
-        collector.Add(IPAddress(static_cast<uint32>(INADDR_BROADCAST)));
-        return collector.Deliver(list);
-    }
-    if (IsIPv6Supported()) {
-        const SystemAnswer answer(target);
-        if (answer.first() == nullptr) return false;
-        TakeAnswer(answer.first(), type, collector);
-        if (!collector.found_none()) return collector.Deliver(list);
-    }
-    if (type == ADDR_IPv6 || target.kind == TARGET_IPv6) return false;
-    if (target.kind == TARGET_NAME) {
-        TakeHostEntry(target.host, collector);
-    } else {
-        // Kept: a literal that inet_addr refuses, as one with an empty part, is 255.255.255.255.
-        collector.Add(IPAddress(ntohl(inet_addr(target.host))));
-    }
-    return collector.Deliver(list);
-}
-
 a_bool Resolve(const char* text, IPAddress& ip, eAddressType type) {
     IPAddress_list list;
-    if (!_DoResolve(text, list, type, false)) return false;
+    if (!do_resolve(text, list, type, false)) return false;
     if (const IPAddress* const first = list.get_first(); first != nullptr) ip = *first;
     list.delete_all();
     return true;
@@ -221,7 +229,7 @@ a_bool Resolve(const char* text, uint16 port, IPAddress& ip, eAddressType type) 
 }
 
 a_bool ResolveAll(const char* text, IPAddress_list& list, eAddressType type) {
-    return _DoResolve(text, list, type, true);
+    return do_resolve(text, list, type, true);
 }
 
 }  // namespace TcpUtil

@@ -1,11 +1,13 @@
+#include "netlib/netutil_site.h"
+
 #include <cstring>
 
 #include <fcntl.h>
 
 #include "netlib/netutil.h"
-#include "netlib/netutil_internal.h"
 #include "utils/etc/utascii.h"
 #include "utils/unix/posixio.h"
+#include "utils/unix/utdescriptor.h"
 
 /// Whether this host sits in the site's own network.
 
@@ -16,28 +18,27 @@ constexpr const char* resolver_config = "/etc/resolv.conf";
 const char* internal_domain = nullptr;
 const char* internal_probe_host = nullptr;
 
-a_bool IsSet(const char* text) {
+a_bool is_set(const char* text) {
     return text != nullptr && *text != '\0';
 }
 
 /// The start of a file, as text.
 struct a_file_start {
     explicit a_file_start(const char* path) {
-        const int fd = _posix_open(path, O_RDONLY, 0);
-        if (fd == -1) return;
-        const ssize_t length = _posix_read(fd, text, sizeof text - 1);
+        const UTDescriptor file(_posix_open(path, O_RDONLY, 0));
+        if (!file.is_open()) return;
+        const ssize_t length = _posix_read(file.get(), text, sizeof text - 1);
         if (length > 0) text[length] = '\0';
-        _posix_close(fd);
     }
     char text[4096 + 1] = {};
 };
 
-a_bool EndsName(const char* at) {
+a_bool ends_name(const char* at) {
     if (*at == '.') ++at;
     return std::strchr(" \t\r\n", *at) != nullptr;  // finds the terminator too
 }
 
-a_bool AnyPrivateInterface() {
+a_bool any_private_interface() {
     NetworkInterface_list* const list = TcpUtil::GetNIList(nullptr);
     if (list == nullptr) return false;
     for (NetworkInterface_iter iter(*list); !iter.is_past(); iter.next()) {
@@ -51,11 +52,11 @@ a_bool AnyPrivateInterface() {
 namespace TcpUtil {
 
 a_bool _ConfigNamesDomain(const char* path, const char* domain) {
-    if (!IsSet(domain)) return false;
+    if (!is_set(domain)) return false;
     const size_t length = std::strlen(domain);
     const a_file_start config(path);
     for (const char* at = config.text; *at != '\0'; ++at) {
-        if (ut_equal_nocase(at, domain, length) && EndsName(at + length)) return true;
+        if (ut_equal_nocase(at, domain, length) && ends_name(at + length)) return true;
     }
     return false;
 }
@@ -70,7 +71,7 @@ a_bool IsOnInternalNetwork() {
 }
 
 a_bool IsOnInternalNetwork_Ex() {
-    if (!IsSet(internal_probe_host) || !AnyPrivateInterface()) return IsOnInternalNetwork();
+    if (!is_set(internal_probe_host) || !any_private_interface()) return IsOnInternalNetwork();
     IPAddress probe;
     return Resolve(internal_probe_host, probe, ADDR_BOTH);
 }

@@ -1,3 +1,5 @@
+#include "netlib/netutil_text.h"
+
 #include <cstdio>
 #include <cstring>
 
@@ -5,7 +7,7 @@
 #include <netdb.h>
 
 #include "netlib/netutil.h"
-#include "netlib/netutil_internal.h"
+#include "utils/etc/utstream.h"
 #include "utils/utmem/utmem.h"
 
 /// Addresses to text.
@@ -21,41 +23,41 @@ union a_socket_address {
 
 /// The family says how much there is: the length beside an address may be what a system call has
 /// left there, or nobody has set.
-a_socket_address CopyOf(const sockaddr_storage* sa) {
+a_socket_address copy_of(const sockaddr_storage* sa) {
     a_socket_address copy = {};
     std::memcpy(&copy, sa, sa->ss_family == AF_INET6 ? sizeof copy.sin6 : sizeof copy.sin);
     return copy;
 }
 
-a_bool CopyText(char* buf, size_t buflen, const char* text) {
+a_bool copy_text(char* buf, size_t buflen, const char* text) {
     *buf = '\0';
     return TcpUtil::AppendText(buf, buflen, text);
 }
 
 /// For families that inet_ntop does not know.
-a_bool OtherNumericText(const sockaddr_storage* sa, socklen_t salen,
-                        const a_socket_address& address, char* buf, size_t buflen) {
+a_bool other_numeric_text(const sockaddr_storage* sa, socklen_t salen,
+                          const a_socket_address& address, char* buf, size_t buflen) {
     auto* const host = static_cast<char*>(ut_calloc(buflen + 1));
     if (host == nullptr) return false;
     const auto* const generic = reinterpret_cast<const sockaddr*>(sa);
-    const auto hostlen = static_cast<socklen_t>(buflen);
+    const auto hostlen = static_cast<socklen_t>(buflen);  // no longer than what fits afterwards
     const int failed = getnameinfo(generic, salen, host, hostlen, nullptr, 0, NI_NUMERICHOST);
-    const a_bool fits = CopyText(buf, buflen, failed ? inet_ntoa(address.sin.sin_addr) : host);
+    const a_bool fits = copy_text(buf, buflen, failed ? inet_ntoa(address.sin.sin_addr) : host);
     ut_free(host);
     return fits;
 }
 
-a_bool NumericText(const sockaddr_storage* sa, socklen_t salen, const a_socket_address& address,
-                   char* buf, size_t buflen) {
+a_bool numeric_text(const sockaddr_storage* sa, socklen_t salen, const a_socket_address& address,
+                    char* buf, size_t buflen) {
     const int family = address.sa.ss_family;
     const void* bytes = &address.sin.sin_addr;
     if (family == AF_INET6) bytes = &address.sin6.sin6_addr;
     char text[60] = {};
-    if (inet_ntop(family, bytes, text, sizeof text) != nullptr) return CopyText(buf, buflen, text);
-    return OtherNumericText(sa, salen, address, buf, buflen);
+    if (inet_ntop(family, bytes, text, sizeof text) != nullptr) return copy_text(buf, buflen, text);
+    return other_numeric_text(sa, salen, address, buf, buflen);
 }
 
-a_bool PutParenthesisBefore(char* buf, size_t buflen) {
+a_bool put_parenthesis_before(char* buf, size_t buflen) {
     const size_t size = std::strlen(buf) + 1;
     if (size >= buflen) return false;
     std::memmove(buf + 1, buf, size);
@@ -63,8 +65,8 @@ a_bool PutParenthesisBefore(char* buf, size_t buflen) {
     return true;
 }
 
-a_bool FinishScope(const a_socket_address& address, char* buf, size_t buflen,
-                   a_bool include_scope) {
+a_bool finish_scope(const a_socket_address& address, char* buf, size_t buflen,
+                    a_bool include_scope) {
     constexpr uint32 max_scope = 999;
     char* const percent = std::strchr(buf, '%');
     if (!include_scope) {
@@ -97,12 +99,12 @@ a_bool AppendPort(char* buf, size_t buflen, uint16 port) {
 a_bool AddressToString(const sockaddr_storage* sa, socklen_t salen, char* buf, size_t buflen,
                        a_bool include_port, a_bool include_scope) {
     if (sa == nullptr || buf == nullptr || buflen == 0) return false;
-    const a_socket_address address = CopyOf(sa);
-    if (!NumericText(sa, salen, address, buf, buflen)) return false;
+    const a_socket_address address = copy_of(sa);
+    if (!numeric_text(sa, salen, address, buf, buflen)) return false;
     const a_bool ipv6 = IsIPv6Address(buf, false);
     if (ipv6) {
-        if (include_port && !PutParenthesisBefore(buf, buflen)) return false;
-        if (!FinishScope(address, buf, buflen, include_scope)) return false;
+        if (include_port && !put_parenthesis_before(buf, buflen)) return false;
+        if (!finish_scope(address, buf, buflen, include_scope)) return false;
     }
     if (!include_port) return true;
     if (ipv6 && !AppendText(buf, buflen, ")")) return false;
@@ -124,6 +126,12 @@ a_bool AddressToString(const char* addr, uint16 port, char* buf, size_t buflen) 
 
 a_bool AddressToString(const char* addr, char* buf, size_t buflen) {
     return IPAddress(addr).toString(buf, buflen, false, false, true);
+}
+
+a_bool ListenerAddrToUTOStream(const IPAddress& ip, UTOStream& out) {
+    char text[80];
+    if (!ip.toString(text, sizeof text, true, false, true)) return false;
+    return out.put(text) == std::strlen(text);
 }
 
 }  // namespace TcpUtil

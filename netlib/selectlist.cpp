@@ -40,6 +40,7 @@ void SelectList::clear() {
 
 int SelectList::_select(uint32 timeout_ms) {
     const nfds_t count = size_of(_read_list) + size_of(_write_list);
+    // From the heap: a host may wait on more sockets than its thread's stack has room for.
     const std::unique_ptr<pollfd[]> fds(new (std::nothrow) pollfd[count]);
     if (fds == nullptr) {
         errno = ENOMEM;
@@ -69,7 +70,7 @@ int SelectList::_poll(pollfd* fds, nfds_t count, uint32 timeout_ms) const {
 // `result` holds the poll results of `list` in order; returns the place behind them.
 const pollfd* SelectList::_keep_ready(Socket_list& list, short wanted, const pollfd* result) {
     for (Socket* entry = list.get_first(); entry != nullptr; ++result) {
-        Socket* following = list.next(entry);
+        Socket* following = list.next(entry);  // first, as the entry may leave the list
         if ((result->revents & (POLLERR | POLLNVAL)) != 0)
             _error_list.append(entry);
         else if ((result->revents & wanted) == 0)

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <limits>
 
-#include "utils/etc/utwipe.h"
+#include "utils/utmem/utwipe.h"
 
 namespace {
 

@@ -26,7 +26,8 @@ class LineReader {
     /// Whether reading failed, so that the end was not that of the file.
     a_bool has_failed() const { return std::ferror(_file) != 0; }
     /// The next line without its end, valid until the next call; null at the end.
-    const char* Next() {
+    // Not with fgets(3), which does not tell how much it read where a line holds a zero byte.
+    const char* next() {
         size_t length = 0;
         int c = 0;
         while ((c = std::getc(_file)) != EOF && c != '\n') {
@@ -43,7 +44,7 @@ class LineReader {
 };
 
 /// The name in a line of the interface list: the text before ":". False for the header lines.
-a_bool TakeName(const char* line, NetworkInterface& entry) {
+a_bool take_name(const char* line, NetworkInterface& entry) {
     const char* const colon = std::strchr(line, ':');
     if (colon == nullptr) return false;
     while (line < colon && (*line == ' ' || *line == '\t')) ++line;
@@ -54,8 +55,9 @@ a_bool TakeName(const char* line, NetworkInterface& entry) {
 constexpr size_t address_digits = 32;
 
 /// An IPv6 address as exactly 32 hex digits.
-a_bool ParseAddress(const char* digits, in6_addr& address) {
+a_bool parse_address(const char* digits, in6_addr& address) {
     if (std::strlen(digits) != address_digits) return false;
+    // Not with inet_pton(3), which wants colons.
     for (a_byte& byte : address.s6_addr) {
         const char pair[] = {digits[0], digits[1], '\0'};
         byte = static_cast<a_byte>(std::strtoul(pair, nullptr, 16));
@@ -65,18 +67,18 @@ a_bool ParseAddress(const char* digits, in6_addr& address) {
 }
 
 /// Null without memory.
-std::unique_ptr<NetworkInterface> NewEntry() {
+std::unique_ptr<NetworkInterface> new_entry() {
     return std::unique_ptr<NetworkInterface>(new (std::nothrow) NetworkInterface());
 }
 
-a_bool HasLoopback(NetworkInterface_list& list) {
+a_bool has_loopback(NetworkInterface_list& list) {
     for (NetworkInterface_iter iter(list); !iter.is_past(); iter.next()) {
         if (iter.get()->isLoopback()) return true;
     }
     return false;
 }
 
-unsigned long Length(NetworkInterface_list& list) {
+unsigned long count_of(NetworkInterface_list& list) {
     unsigned long length = 0;
     for (NetworkInterface_iter iter(list); !iter.is_past(); iter.next()) ++length;
     return length;
@@ -87,10 +89,10 @@ unsigned long Length(NetworkInterface_list& list) {
 a_bool NIListReader::ReadIPv4(NetworkInterface_list& list) const {
     LineReader lines(_source.dev);
     if (!lines.is_open()) return false;
-    while (const char* line = lines.Next()) {
-        std::unique_ptr<NetworkInterface> entry = NewEntry();
+    while (const char* line = lines.next()) {
+        std::unique_ptr<NetworkInterface> entry = new_entry();
         if (entry == nullptr) return false;
-        if (!TakeName(line, *entry) || !entry->_getInterfaceInfo(AF_INET)) continue;
+        if (!take_name(line, *entry) || !entry->_getInterfaceInfo(AF_INET)) continue;
         list.append(entry.release());
     }
     return !lines.has_failed();
@@ -110,7 +112,7 @@ a_bool NIListReader::ParseIPv6(const char* line, NetworkInterface& entry) {
     const int fields = std::sscanf(line, " %33[0-9a-fA-F] %8x %8x %8x %8x %8s", digits, &index,
                                    &prefix_length, &scope, &flags, name);
     in6_addr address;
-    if (fields != 6 || !ParseAddress(digits, address)) return false;
+    if (fields != 6 || !parse_address(digits, address)) return false;
     entry.setName(name, std::strlen(name));
     entry._addr = IPAddress(address, index);
     entry._broadcast = entry._addr.isLoopback()
@@ -125,8 +127,8 @@ a_bool NIListReader::ParseIPv6(const char* line, NetworkInterface& entry) {
 a_bool NIListReader::ReadIPv6(NetworkInterface_list& list) const {
     LineReader lines(_source.if_inet6);
     if (!lines.is_open()) return true;
-    while (const char* line = lines.Next()) {
-        std::unique_ptr<NetworkInterface> entry = NewEntry();
+    while (const char* line = lines.next()) {
+        std::unique_ptr<NetworkInterface> entry = new_entry();
         if (entry == nullptr) return false;
         if (ParseIPv6(line, *entry)) list.append(entry.release());
     }
@@ -134,7 +136,7 @@ a_bool NIListReader::ReadIPv6(NetworkInterface_list& list) const {
 }
 
 a_bool NIListReader::AppendMadeUpLoopback(NetworkInterface_list& list, a_bool ipv6) {
-    std::unique_ptr<NetworkInterface> entry = NewEntry();
+    std::unique_ptr<NetworkInterface> entry = new_entry();
     if (entry == nullptr) return false;
     entry->setName("lo0", 3);
     if (ipv6) {
@@ -154,7 +156,7 @@ a_bool NIListReader::AppendMadeUpLoopback(NetworkInterface_list& list, a_bool ip
 a_bool NIListReader::ReadAll(NetworkInterface_list& list) const {
     const a_bool ipv6 = TcpUtil::IsIPv6Supported();
     if (!ReadIPv4(list) || (ipv6 && !ReadIPv6(list))) return false;
-    if (HasLoopback(list)) return true;
+    if (has_loopback(list)) return true;
     return AppendMadeUpLoopback(list, false) && (!ipv6 || AppendMadeUpLoopback(list, true));
 }
 
@@ -163,7 +165,7 @@ a_bool NIListReader::Read(NetworkInterface_list& list, unsigned long& count) con
         list.delete_all();
         return false;
     }
-    count = Length(list);
+    count = count_of(list);
     return true;
 }
 
@@ -171,11 +173,11 @@ int NIListReader::CountLines() const {
     LineReader dev(_source.dev);
     if (!dev.is_open()) return -1;
     int count = 0;
-    while (const char* line = dev.Next()) {
+    while (const char* line = dev.next()) {
         if (std::strchr(line, ':') != nullptr) ++count;
     }
     LineReader if_inet6(_source.if_inet6);
-    while (if_inet6.is_open() && if_inet6.Next() != nullptr) ++count;
+    while (if_inet6.is_open() && if_inet6.next() != nullptr) ++count;
     return count;
 }
 

@@ -50,7 +50,7 @@ std::string folder_of(const std::string& path) {
 
 // Where opening `path` would lead, symbolic links followed, also those that lead to nothing yet.
 std::string followed(std::string path) {
-    constexpr int most_links = 40;
+    constexpr int most_links = 40;  // as the kernel has it
     for (int links = 0; links < most_links; ++links) {
         const std::optional<std::string> target = link_target(path);
         if (!target) break;
@@ -102,6 +102,8 @@ bool begins_as_database(int descriptor) {
            std::string_view(bytes, header.size()) == header;
 }
 
+// SQLite opens a database for both, or, where it may only read, one that is there and has a header.
+// A program's log is open for writing alone.
 bool may_be_database(int descriptor, const Status& status) {
     if (!S_ISREG(status.st_mode)) return false;
     switch (fcntl(descriptor, F_GETFL) & O_ACCMODE) {
@@ -118,6 +120,7 @@ bool belongs_to(const File& file, int descriptor) {
     Status status{};
     if (fstat64(descriptor, &status) != 0 || !may_be_database(descriptor, status)) return false;
     if (file.is(status)) return true;
+    // Its name tells of the files beside it, which may be closed at the moment.
     const auto name = link_target(descriptors + ("/" + std::to_string(descriptor)));
     return name && file.is_part_of(*name);
 }
@@ -126,6 +129,7 @@ int search_descriptors(const File& file, bool& found) {
     const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir(descriptors), closedir);
     if (folder == nullptr) return errno == ENOENT ? SQLITE_OK : SQLITE_CANTOPEN;
     while (const dirent* entry = found ? nullptr : readdir(folder.get()))
+        // All others are numbers; the folder's own descriptor is among them and no regular file.
         if (*entry->d_name != '.')
             found = belongs_to(file, static_cast<int>(strtol(entry->d_name, nullptr, 10)));
     return SQLITE_OK;

@@ -12,7 +12,7 @@ namespace host {
 
 namespace {
 
-// How long an interrupt may go unnoticed.
+// How long an interrupt may go unnoticed. SQLite calls nobody back for one, so it is asked for.
 constexpr std::chrono::milliseconds probe_interval(25);
 
 class Worker {
@@ -74,6 +74,7 @@ bool call_interruptibly(sqlite3* db, CallFrame& frame, std::string& error) {
     InterruptProbe probe(db);
     while (!worker.ended_within(probe_interval)) {
         if (!probe.interrupted()) continue;
+        // With its command dead the call returns by itself. Until then it uses the values.
         frame.cancel();
         break;
     }

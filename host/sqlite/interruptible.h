@@ -27,9 +27,9 @@ class InterruptProbe {
 };
 
 /// Runs the call on a thread of its own, with every signal blocked there, and cancels it when `db`
-/// is interrupted. Returns what CallFrame::call returned, after the call has ended in any case;
-/// frame.cancelled() tells of an interrupt. The connection is used by the calling thread alone.
-/// Where no thread can be had, the call runs on the calling thread and is not interrupted.
+/// is interrupted. Returns when the call has ended, interrupted or not, what CallFrame::call
+/// returned; frame.cancelled() tells of an interrupt. The connection is used by the calling thread
+/// alone. Where no thread can be had, the call runs on the calling thread and is not interrupted.
 bool call_interruptibly(sqlite3* db, CallFrame& frame, std::string& error);
 
 }  // namespace host

@@ -26,6 +26,7 @@ class BlobBuilder {
 
     void hand_over(sqlite3_context* context) {
         const auto length = static_cast<sqlite3_uint64>(sqlite3_str_length(_bytes));
+        // An empty string has no memory, and without memory a BLOB is NULL.
         if (length == 0) return sqlite3_result_zeroblob(context, 0);
         sqlite3_result_blob64(context, sqlite3_str_finish(_bytes), length, sqlite3_free);
         _bytes = nullptr;

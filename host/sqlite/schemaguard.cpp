@@ -28,7 +28,7 @@ bool names_at(std::string_view sql, std::size_t at, std::string_view name) {
            (end == sql.size() || !continues_name(sql[end]));
 }
 
-// Where `sql` holds the word `name` from `at` on, be it quoted or not; npos where it does not.
+// Where `sql` holds the word `name` from `at` on, quoted or not; npos where it does not.
 std::size_t find_name(std::string_view sql, std::string_view name, std::size_t at = 0) {
     for (; at + name.size() <= sql.size(); ++at)
         if (names_at(sql, at, name)) return at;

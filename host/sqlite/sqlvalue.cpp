@@ -29,6 +29,7 @@ int give_sql_value(sqlite3* db, CallFrame& frame, const Procedure& procedure, st
     // An empty BLOB has no memory; anything else without memory could not be fetched.
     if (data == nullptr && (type != SQLITE_BLOB || length > 0)) return SQLITE_NOMEM;
     const std::string_view bytes(static_cast<const char*>(data), length);
+    // First, because what it refuses is no file's name.
     if (!frame.lend_argument(number, bytes, error)) return SQLITE_ERROR;
     return procedure.parameter(number).names_file ? refuse_open_database(db, bytes, error)
                                                   : SQLITE_OK;

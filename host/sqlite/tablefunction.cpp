@@ -34,6 +34,7 @@ struct Cursor : sqlite3_vtab_cursor {
     }
 };
 
+// SQLite takes the message away when it reports the error, which it does not always do.
 int fail(sqlite3_vtab* table, const std::string& message) {
     sqlite3_free(table->zErrMsg);
     table->zErrMsg = sqlite3_mprintf("%s", message.c_str());
@@ -74,12 +75,14 @@ int best_index(sqlite3_vtab* vtab, sqlite3_index_info* plan) {
         if (constraint.usable == 0 || known[argument]) continue;
         known[argument] = true;
         plan->aConstraintUsage[i].argvIndex = constraint.iColumn;
+        // The column gives back what it was compared with, so SQLite need not compare it again.
         plan->aConstraintUsage[i].omit = 1;
     }
     plan->estimatedCost = 10;
     plan->estimatedRows = 10;
     const auto found = static_cast<std::size_t>(std::count(known.begin(), known.end(), true));
     if (found + 1 == known.size()) return SQLITE_OK;
+    // With the tables of the join in another order it may be usable.
     return unusable ? SQLITE_CONSTRAINT : fail(vtab, function.wrong_count(found));
 }
 
@@ -108,6 +111,7 @@ int filter(sqlite3_vtab_cursor* base, int, const char*, int count, sqlite3_value
     std::string error;
     if (const int code = check_call(table, cursor, error); code != SQLITE_OK)
         return code == SQLITE_ERROR ? fail(&table, error) : code;
+    // SQLite's own go when this returns, and the columns are asked for later.
     for (int i = 0; i < count; ++i) {
         cursor.arguments.push_back(sqlite3_value_dup(values[i]));
         if (cursor.arguments.back() == nullptr) return SQLITE_NOMEM;

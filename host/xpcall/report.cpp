@@ -17,6 +17,7 @@ int report_nothing(const Procedure& procedure, const char* nothing) {
 }
 
 int report_bytes(const CallFrame& frame, const Procedure& procedure, const Output& output) {
+    // A prompt begins on a line of its own; what goes into a file stays as it is.
     if (output.written() > 0 && output.last() != '\n' && isatty(STDOUT_FILENO) != 0)
         fputc('\n', stderr);
     if (output.failure() != 0) {

@@ -17,7 +17,8 @@ enum XpcallExit { EXIT_SUCCEEDED = 0, EXIT_FAILED = 1, EXIT_NOT_CALLED = 2 };
 /// Says on standard error what is wrong. EXIT_NOT_CALLED.
 int complain(const std::string& what);
 
-/// Standard output for the pieces of a binary result.
+/// Standard output for the pieces of a binary result. Not stdout, whose buffer would tell of a full
+/// disk when the call is over, and take each byte twice.
 class Output {
   public:
     /// False when the bytes could not be written; then failure() tells why.

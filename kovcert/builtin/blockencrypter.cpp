@@ -2,24 +2,25 @@
 
 #include "kovcert/builtin/builtin.h"
 #include "kovcert/builtin/builtinalgorithms.h"
-#include "kovcert/builtin/builtinobject.h"
-#include "kovcert/builtin/builtintext.h"
+#include "kovcert/builtin/builtinhex.h"
+#include "kovcert/qxci/kit/providerkit.h"
 #include "utils/aes/utaes.h"
 
 namespace {
 
 constexpr const char* known_options[] = {"iv", nullptr};
 
-class BlockEncrypter : public BuiltinObject {
+class BlockEncrypter : public qxci::Object {
   public:
     using a_handle = QXCIBlockEncrypterH;
-    using BuiltinObject::BuiltinObject;
+    using an_owner = qxci::Environment;
+    using Object::Object;
 
     /// `algorithm` is a name or a number.
     template <class Key>
     a_qxci_result init(Key algorithm, const a_byte* key, size_t key_len,
                        a_qxci_user_option* options) {
-        _algorithm = find_algorithm(builtin_enc_algorithms, algorithm);
+        _algorithm = qxci::find_algorithm(builtin_enc_algorithms, algorithm);
         if (_algorithm == nullptr) return fail(QxciErrBadEncryptionAlgorithm);
         if (key == nullptr || key_len == 0) return fail(QxciErrKeyMissing);
         const size_t wanted = _algorithm->id == QXCI_ENC_AES128 ? 16 : 32;
@@ -47,9 +48,9 @@ class BlockEncrypter : public BuiltinObject {
 
   private:
     a_qxci_result take_options(a_qxci_user_option* options) {
-        const char* const unknown = find_unknown_option(options, known_options);
+        const char* const unknown = qxci::find_unknown_option(options, known_options);
         if (unknown != nullptr) return fail(QxciErrBadOption, unknown);
-        const char* const iv = find_option(options, "iv");
+        const char* const iv = qxci::find_option(options, "iv");
         if (iv != nullptr && !parse_hex(iv, _iv, sizeof _iv)) {
             return fail(QxciErrOptionError, "iv");
         }
@@ -72,33 +73,23 @@ class BlockEncrypter : public BuiltinObject {
     a_byte _decrypted_to[UTAES::block_size];
 };
 
+template <class Key>
+constexpr auto create =
+    qxci::create<BlockEncrypter, Key, const a_byte*, size_t, a_qxci_user_option*>;
+
 constexpr a_qxci_enc_iface enc_iface = {
-    .create_func =
-        [](QXCIEnvironmentH env, const char* name, const a_qxci_byte* key, size_t key_len,
-           a_qxci_user_option* options, a_qxci_error* error) {
-            return create_object<BlockEncrypter>(env, error, name, key, key_len, options);
-        },
-    .create_with_id_func =
-        [](QXCIEnvironmentH env, a_qxci_byte id, const a_qxci_byte* key, size_t key_len,
-           a_qxci_user_option* options, a_qxci_error* error) {
-            return create_object<BlockEncrypter>(env, error, id, key, key_len, options);
-        },
-    .get_algorithm_id_func = object_algorithm_id<BlockEncrypter>,
-    .encrypt_func =
-        [](QXCIBlockEncrypterH encrypter, a_qxci_byte* data, size_t len, unsigned flags) {
-            return operate_on<BlockEncrypter>(encrypter).encrypt(data, len, flags);
-        },
-    .decrypt_func =
-        [](QXCIBlockEncrypterH encrypter, a_qxci_byte* data, size_t len, unsigned flags) {
-            return operate_on<BlockEncrypter>(encrypter).decrypt(data, len, flags);
-        },
+    .create_func = create<const char*>,
+    .create_with_id_func = create<a_qxci_byte>,
+    .get_algorithm_id_func = qxci::algorithm_id<BlockEncrypter>,
+    .encrypt_func = qxci::entry<&BlockEncrypter::encrypt>,
+    .decrypt_func = qxci::entry<&BlockEncrypter::decrypt>,
     .get_block_size_func = [](QXCIBlockEncrypterH) { return UTAES::block_size; },
-    .get_last_error_func = object_last_error<BlockEncrypter>,
-    .destroy_func = destroy_object<BlockEncrypter>,
+    .get_last_error_func = qxci::last_error<BlockEncrypter>,
+    .destroy_func = qxci::destroy<BlockEncrypter>,
 };
 
 }  // namespace
 
 a_qxci_result QXCIGetBlockEncrypterIface(a_qxci_enc_iface* iface) {
-    return fill_iface(iface, enc_iface);
+    return qxci::fill_table(iface, enc_iface);
 }

@@ -2,7 +2,7 @@
 
 #include "kovcert/builtin/builtin.h"
 #include "kovcert/builtin/builtinalgorithms.h"
-#include "kovcert/builtin/builtinobject.h"
+#include "kovcert/qxci/kit/providerkit.h"
 #include "utils/digest/utcrc32.h"
 #include "utils/digest/utdigest.h"
 #include "utils/etc/utbytes.h"
@@ -16,15 +16,16 @@ struct CRC32Digest : UTCRC32 {
     void end(a_byte* out) const { ut_store_be32(out, value()); }
 };
 
-class BlockHasher : public BuiltinObject {
+class BlockHasher : public qxci::Object {
   public:
     using a_handle = QXCIBlockHasherH;
-    using BuiltinObject::BuiltinObject;
+    using an_owner = qxci::Environment;
+    using Object::Object;
 
     /// `algorithm` is a name or a number.
     template <class Key>
     a_qxci_result init(Key algorithm) {
-        _algorithm = find_algorithm(builtin_hash_algorithms, algorithm);
+        _algorithm = qxci::find_algorithm(builtin_hash_algorithms, algorithm);
         if (_algorithm == nullptr) return fail(QxciErrBadHashAlgorithm);
         start_digest();
         return QXCI_OK;
@@ -84,31 +85,20 @@ class BlockHasher : public BuiltinObject {
 };
 
 constexpr a_qxci_hash_iface hash_iface = {
-    .create_func = [](QXCIEnvironmentH env, const char* name,
-                      a_qxci_error* error) { return create_object<BlockHasher>(env, error, name); },
-    .create_with_id_func =
-        [](QXCIEnvironmentH env, a_qxci_byte id, a_qxci_error* error) {
-            return create_object<BlockHasher>(env, error, id);
-        },
-    .get_algorithm_id_func = object_algorithm_id<BlockHasher>,
-    .get_max_hash_size_func =
-        [](QXCIBlockHasherH hasher) { return object_of<BlockHasher>(hasher).hash_size(); },
-    .get_block_size_func =
-        [](QXCIBlockHasherH hasher) { return object_of<BlockHasher>(hasher).block_size(); },
-    .begin_hash_func =
-        [](QXCIBlockHasherH hasher) { return operate_on<BlockHasher>(hasher).begin(); },
-    .add_data_func = [](QXCIBlockHasherH hasher, const a_qxci_byte* data,
-                        size_t len) { return operate_on<BlockHasher>(hasher).add(data, len); },
-    .end_hash_func =
-        [](QXCIBlockHasherH hasher, a_qxci_byte* out, size_t* out_len) {
-            return operate_on<BlockHasher>(hasher).end(out, out_len);
-        },
-    .get_last_error_func = object_last_error<BlockHasher>,
-    .destroy_func = destroy_object<BlockHasher>,
+    .create_func = qxci::create<BlockHasher, const char*>,
+    .create_with_id_func = qxci::create<BlockHasher, a_qxci_byte>,
+    .get_algorithm_id_func = qxci::algorithm_id<BlockHasher>,
+    .get_max_hash_size_func = qxci::entry<&BlockHasher::hash_size>,
+    .get_block_size_func = qxci::entry<&BlockHasher::block_size>,
+    .begin_hash_func = qxci::entry<&BlockHasher::begin>,
+    .add_data_func = qxci::entry<&BlockHasher::add>,
+    .end_hash_func = qxci::entry<&BlockHasher::end>,
+    .get_last_error_func = qxci::last_error<BlockHasher>,
+    .destroy_func = qxci::destroy<BlockHasher>,
 };
 
 }  // namespace
 
 a_qxci_result QXCIGetBlockHasherIface(a_qxci_hash_iface* iface) {
-    return fill_iface(iface, hash_iface);
+    return qxci::fill_table(iface, hash_iface);
 }

@@ -3,13 +3,11 @@
 
 /// The algorithms of the built-in provider by number and by name.
 
-#include "kovcert/builtin/builtintext.h"
 #include "kovcert/qxci/qxci.h"
-#include "utils/etc/utascii.h"
 
 struct a_builtin_algorithm {
     a_qxci_byte id;
-    const char* names[5];  // the last one used is followed by null
+    const char* names[4];  // the unused ones at the end are null
 };
 
 inline constexpr a_builtin_algorithm builtin_enc_algorithms[] = {
@@ -27,26 +25,5 @@ inline constexpr a_builtin_algorithm builtin_hash_algorithms[] = {
 inline constexpr a_builtin_algorithm builtin_pw_hash_algorithms[] = {
     {QXCI_PW_HASH_PBKDF2_SHA256, {"PBKDF2-SHA256", "PBKDF2_SHA256"}},
 };
-
-/// The row of an algorithm, or null; a null name is no algorithm.
-template <size_t Rows>
-const a_builtin_algorithm* find_algorithm(const a_builtin_algorithm (&rows)[Rows], a_qxci_byte id) {
-    for (const a_builtin_algorithm& row : rows) {
-        if (row.id == id) return &row;
-    }
-    return nullptr;
-}
-
-template <size_t Rows>
-const a_builtin_algorithm* find_algorithm(const a_builtin_algorithm (&rows)[Rows],
-                                          const char* name) {
-    if (name == nullptr) return nullptr;
-    for (const a_builtin_algorithm& row : rows) {
-        for (const char* const* known = row.names; *known != nullptr; ++known) {
-            if (ut_equal_nocase(*known, name)) return &row;
-        }
-    }
-    return nullptr;
-}
 
 #endif

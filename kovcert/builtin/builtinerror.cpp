@@ -1,27 +1,11 @@
 #include "kovcert/builtin/builtinerror.h"
 
-#include "kovcert/builtin/builtinenv.h"
-#include "kovcert/qxci/qxciparms.h"
+#include "kovcert/qxci/kit/environment.h"
 
 namespace {
 
-/// A list for `count` parameters that has none yet; null when there is no memory.
-char** new_list(const BuiltinEnv& env, size_t count) {
-    char** const list = static_cast<char**>(env.alloc((count + 1) * sizeof(char*)));
-    if (list == nullptr) return nullptr;
-    for (size_t i = 0; i <= count; ++i) list[i] = nullptr;
-    return list;
-}
-
-/// Copies `count` strings. Those behind the first that there is no memory for are left out.
-char** copy_list(const BuiltinEnv& env, const char* const* parms, size_t count) {
-    char** const list = new_list(env, count);
-    if (list == nullptr) return nullptr;
-    for (size_t i = 0; i < count; ++i) {
-        list[i] = env.strdup(parms[i]);
-        if (list[i] == nullptr) break;
-    }
-    return list;
+const qxci::Memory& memory_of(QXCIEnvironmentH env) {
+    return qxci::object_of<qxci::Environment>(env).memory();
 }
 
 }  // namespace
@@ -32,8 +16,7 @@ void _QXCIError_Clear(a_qxci_error* rec) {
 
 void QXCIError_Destroy(QXCIEnvironmentH env, a_qxci_error* rec) {
     if (rec == nullptr || rec->parm_list == nullptr) return;
-    const BuiltinEnv& memory = *BuiltinEnv::of(env);
-    qxci_free_parms(rec->parm_list, [&memory](void* parm) { memory.free(parm); });
+    qxci::free_error(memory_of(env), rec);
 }
 
 void _QXCIError_SetError(a_qxci_error* rec, QXCIEnvironmentH env, a_dbqxci_error code,
@@ -41,7 +24,7 @@ void _QXCIError_SetError(a_qxci_error* rec, QXCIEnvironmentH env, a_dbqxci_error
     if (rec == nullptr) return;
     QXCIError_Destroy(env, rec);
     *rec = {static_cast<uint32_t>(code), system_code, nullptr};
-    if (parm != nullptr) rec->parm_list = copy_list(*BuiltinEnv::of(env), &parm, 1);
+    if (parm != nullptr) rec->parm_list = qxci::make_parms(memory_of(env), parm);
 }
 
 void _QXCIError_SetError(a_qxci_error* rec, QXCIEnvironmentH env, a_dbqxci_error code,
@@ -65,6 +48,7 @@ void _QXCIError_Clone(QXCIEnvironmentH env, a_qxci_error* dst, const a_qxci_erro
     QXCIError_Destroy(env, dst);
     *dst = {src->code, src->system_code, nullptr};
     if (src->parm_list == nullptr) return;
-    dst->parm_list =
-        copy_list(*BuiltinEnv::of(env), src->parm_list, qxci_count_parms(src->parm_list));
+    const size_t count = qxci::count_parms(src->parm_list);
+    dst->parm_list = qxci::make_parms(memory_of(env), count,
+                                      [parm = src->parm_list]() mutable { return *parm++; });
 }

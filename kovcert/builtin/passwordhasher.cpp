@@ -7,9 +7,10 @@
 
 #include "kovcert/builtin/builtin.h"
 #include "kovcert/builtin/builtinalgorithms.h"
-#include "kovcert/builtin/builtinobject.h"
-#include "kovcert/builtin/builtintext.h"
+#include "kovcert/builtin/builtinhex.h"
+#include "kovcert/qxci/kit/providerkit.h"
 #include "utils/digest/utpbkdf2.h"
+#include "utils/utmem/utwipe.h"
 
 namespace {
 
@@ -79,13 +80,15 @@ int draw_random(a_byte* bytes, size_t len) {
     return 0;
 }
 
-class PasswordHasher : public BuiltinObject {
+class PasswordHasher : public qxci::Object {
   public:
     using a_handle = QXCIPasswordHasherH;
-    using BuiltinObject::BuiltinObject;
+    using an_owner = qxci::Environment;
+    using Object::Object;
 
-    a_qxci_result init(a_qxci_byte id) {
-        _algorithm = find_algorithm(builtin_pw_hash_algorithms, id);
+    /// Without a number: the best there is.
+    a_qxci_result init(a_qxci_byte id = QXCI_PW_HASH_PBKDF2_SHA256) {
+        _algorithm = qxci::find_algorithm(builtin_pw_hash_algorithms, id);
         return _algorithm == nullptr ? fail(QxciErrBadHashAlgorithm) : QXCI_OK;
     }
 
@@ -125,28 +128,17 @@ class PasswordHasher : public BuiltinObject {
 };
 
 constexpr a_qxci_pw_hash_iface pw_hash_iface = {
-    .create_func =
-        [](QXCIEnvironmentH env, a_qxci_error* error) {
-            constexpr a_qxci_byte best = QXCI_PW_HASH_PBKDF2_SHA256;
-            return create_object<PasswordHasher>(env, error, best);
-        },
-    .create_with_id_func =
-        [](QXCIEnvironmentH env, a_qxci_byte id, a_qxci_error* error) {
-            return create_object<PasswordHasher>(env, error, id);
-        },
-    .get_algorithm_id_func = object_algorithm_id<PasswordHasher>,
+    .create_func = qxci::create<PasswordHasher>,
+    .create_with_id_func = qxci::create<PasswordHasher, a_qxci_byte>,
+    .get_algorithm_id_func = qxci::algorithm_id<PasswordHasher>,
     .get_max_hash_size_func = [](QXCIPasswordHasherH) { return max_text_size; },
-    .hash_func =
-        [](QXCIPasswordHasherH hasher, const a_qxci_byte* in, size_t in_len, a_qxci_byte* out,
-           size_t* out_len) {
-            return operate_on<PasswordHasher>(hasher).hash(in, in_len, out, out_len);
-        },
-    .get_last_error_func = object_last_error<PasswordHasher>,
-    .destroy_func = destroy_object<PasswordHasher>,
+    .hash_func = qxci::entry<&PasswordHasher::hash>,
+    .get_last_error_func = qxci::last_error<PasswordHasher>,
+    .destroy_func = qxci::destroy<PasswordHasher>,
 };
 
 }  // namespace
 
 a_qxci_result QXCIGetPasswordHasherIface(a_qxci_pw_hash_iface* iface) {
-    return fill_iface(iface, pw_hash_iface);
+    return qxci::fill_table(iface, pw_hash_iface);
 }

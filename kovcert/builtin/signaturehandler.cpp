@@ -2,11 +2,12 @@
 #include <initializer_list>
 
 #include "kovcert/builtin/builtin.h"
-#include "kovcert/builtin/builtinobject.h"
-#include "kovcert/builtin/builtintext.h"
+#include "kovcert/builtin/builtinhex.h"
+#include "kovcert/qxci/kit/providerkit.h"
 #include "utils/digest/utdigest.h"
 #include "utils/dss/utdsa.h"
 #include "utils/etc/utbytes.h"
+#include "utils/utmem/utwipe.h"
 
 namespace {
 
@@ -38,13 +39,14 @@ void add_with_length(UTSHA1& digest, const char* text) {
     digest.add(text, len);
 }
 
-class SignatureHandler : public BuiltinObject {
+class SignatureHandler : public qxci::Object {
   public:
     using a_handle = QXCISignatureHandlerH;
-    using BuiltinObject::BuiltinObject;
+    using an_owner = qxci::Environment;
+    using Object::Object;
 
     a_qxci_result init(a_qxci_user_option* options) {
-        const char* const unknown = find_unknown_option(options, known_options);
+        const char* const unknown = qxci::find_unknown_option(options, known_options);
         if (unknown != nullptr) return fail(QxciErrBadOption, unknown);
         UTBigInt p, q, g, x, y;
         const bool has_p = take_number(options, "dsa_p", p);
@@ -60,11 +62,28 @@ class SignatureHandler : public BuiltinObject {
         return QXCI_OK;
     }
 
-    /// Signs `kind` and the texts. Like verify(), for any number of them.
-    template <class... Texts>
-    a_qxci_result sign(const char* kind, char* out, size_t* out_len, Texts... texts) {
+    a_qxci_result sign_database(const char* a, const char* b, const char* c, char* out,
+                                size_t* out_len) {
+        return sign({database_kind, a, b, c}, out, out_len);
+    }
+    a_qxci_result sign_connection(const char* a, const char* b, char* out, size_t* out_len) {
+        return sign({connection_kind, a, b}, out, out_len);
+    }
+    a_qxci_result verify_database(const char* a, const char* b, const char* c, const char* sig,
+                                  bool* ok) {
+        return verify({database_kind, a, b, c}, sig, ok);
+    }
+    a_qxci_result verify_connection(const char* a, const char* b, const char* sig, bool* ok) {
+        return verify({connection_kind, a, b}, sig, ok);
+    }
+
+  private:
+    /// The kind of signature, then the owner's texts.
+    using a_text_list = std::initializer_list<const char*>;
+
+    a_qxci_result sign(a_text_list texts, char* out, size_t* out_len) {
         a_byte digest[UTSHA1::digest_size], signature[UTDSA::max_signature_size];
-        if (hash(digest, {kind, texts...}) != QXCI_OK) return QXCI_ERROR;
+        if (hash(texts, digest) != QXCI_OK) return QXCI_ERROR;
         if (!_dsa.can_sign()) return fail(QxciErrKeyMissing);
         const size_t len = _dsa.signature_size();
         if (check_room(out, out_len, 2 * len + 1) != QXCI_OK) return QXCI_ERROR;
@@ -73,28 +92,25 @@ class SignatureHandler : public BuiltinObject {
         return QXCI_OK;
     }
 
-    template <class... Texts>
-    a_qxci_result verify(const char* kind, const char* sig, bool* ok, Texts... texts) {
+    a_qxci_result verify(a_text_list texts, const char* sig, bool* ok) {
         if (ok == nullptr) return fail(QxciErrOptionError, "ok");
         *ok = false;
         a_byte digest[UTSHA1::digest_size], signature[UTDSA::max_signature_size];
-        if (hash(digest, {kind, texts...}) != QXCI_OK) return QXCI_ERROR;
+        if (hash(texts, digest) != QXCI_OK) return QXCI_ERROR;
         if (sig == nullptr) return fail(QxciErrOptionError, "sig");
         *ok = parse_hex(sig, signature, _dsa.signature_size()) && _dsa.verify(digest, signature);
         return QXCI_OK;
     }
 
-  private:
     /// False when there is no such option. One whose value is no number is a failure.
     bool take_number(a_qxci_user_option* options, const char* name, UTBigInt& number) {
-        const char* const text = find_option(options, name);
+        const char* const text = qxci::find_option(options, name);
         if (text == nullptr) return false;
         if (!parse_number(text, number)) fail(QxciErrOptionError, name);
         return true;
     }
 
-    /// The first text is the kind of signature, the others are the owner's.
-    a_qxci_result hash(a_byte* out, std::initializer_list<const char*> texts) {
+    a_qxci_result hash(a_text_list texts, a_byte* out) {
         static constexpr const char* names[] = {"kind", "a", "b", "c"};
         UTSHA1 digest;
         const char* const* name = names;
@@ -111,39 +127,17 @@ class SignatureHandler : public BuiltinObject {
 };
 
 constexpr a_qxci_sig_iface sig_iface = {
-    .create_func =
-        [](QXCIEnvironmentH env, a_qxci_user_option* options, a_qxci_error* error) {
-            return create_object<SignatureHandler>(env, error, options);
-        },
-    .create_dbsig_func =
-        [](QXCISignatureHandlerH handler, const char* a, const char* b, const char* c, char* out,
-           size_t* out_len) {
-            SignatureHandler& object = operate_on<SignatureHandler>(handler);
-            return object.sign(database_kind, out, out_len, a, b, c);
-        },
-    .create_connsig_func =
-        [](QXCISignatureHandlerH handler, const char* a, const char* b, char* out,
-           size_t* out_len) {
-            SignatureHandler& object = operate_on<SignatureHandler>(handler);
-            return object.sign(connection_kind, out, out_len, a, b);
-        },
-    .verify_dbsig_func =
-        [](QXCISignatureHandlerH handler, const char* a, const char* b, const char* c,
-           const char* sig, bool* ok) {
-            SignatureHandler& object = operate_on<SignatureHandler>(handler);
-            return object.verify(database_kind, sig, ok, a, b, c);
-        },
-    .verify_connsig_func =
-        [](QXCISignatureHandlerH handler, const char* a, const char* b, const char* sig, bool* ok) {
-            SignatureHandler& object = operate_on<SignatureHandler>(handler);
-            return object.verify(connection_kind, sig, ok, a, b);
-        },
-    .get_last_error_func = object_last_error<SignatureHandler>,
-    .destroy_func = destroy_object<SignatureHandler>,
+    .create_func = qxci::create<SignatureHandler, a_qxci_user_option*>,
+    .create_dbsig_func = qxci::entry<&SignatureHandler::sign_database>,
+    .create_connsig_func = qxci::entry<&SignatureHandler::sign_connection>,
+    .verify_dbsig_func = qxci::entry<&SignatureHandler::verify_database>,
+    .verify_connsig_func = qxci::entry<&SignatureHandler::verify_connection>,
+    .get_last_error_func = qxci::last_error<SignatureHandler>,
+    .destroy_func = qxci::destroy<SignatureHandler>,
 };
 
 }  // namespace
 
 a_qxci_result QXCIGetSignatureHandlerIface(a_qxci_sig_iface* iface) {
-    return fill_iface(iface, sig_iface);
+    return qxci::fill_table(iface, sig_iface);
 }

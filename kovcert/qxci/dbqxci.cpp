@@ -4,19 +4,29 @@
 #include <cstdlib>
 #include <new>
 
+#include "kovcert/qxci/kit/parmlist.h"
 #include "kovcert/qxci/qxcialgorithms.h"
 #include "kovcert/qxci/qxcicreate.h"
-#include "kovcert/qxci/qxciparms.h"
-#include "utils/etc/locate.h"
+#include "utils/unix/locate.h"
 
 namespace {
 
-constexpr const char* UseStubVariable = "QX_USE_QXCI_STUB";
+constexpr const char* use_stub_variable = "QX_USE_QXCI_STUB";
 
-constexpr a_qxci_dll_type DllTypes[] = {
-    QXCI_DLL_BASIC,  // STATIC_IFACE
-    QXCI_DLL_RSA,   QXCI_DLL_ECC, QXCI_DLL_FIPS, QXCI_DLL_OTHER,
-};
+a_qxci_dll_type dll_type_of(_iface_index slot) {
+    switch (slot) {
+    case RSA_IFACE:
+        return QXCI_DLL_RSA;
+    case ECC_IFACE:
+        return QXCI_DLL_ECC;
+    case FIPS_IFACE:
+        return QXCI_DLL_FIPS;
+    case OTHER_IFACE:
+        return QXCI_DLL_OTHER;
+    default:
+        return QXCI_DLL_BASIC;
+    }
+}
 
 bool is_located(const char* library) {
     std::array<char, LOCATE_MAX_PATH> path;
@@ -29,12 +39,12 @@ bool is_located(const char* library) {
 
 DBQXCIEnvironment::DBQXCIEnvironment(const a_qxci_callbacks* cb, void* global_context)
     : _qxci_callbacks(cb), _global_context(global_context) {
-    if (std::getenv(UseStubVariable) != nullptr) gUseStub = true;
+    if (std::getenv(use_stub_variable) != nullptr) gUseStub = true;
 }
 
 a_qxci_result DBQXCIEnvironment::Init(bool fips, const char* component, a_qxci_user_option* options,
                                       DBQXCIError* err) {
-    Fini();
+    Fini();  // of an earlier Init()
     _fips_mode = fips;
     _options = options;
     if (fips) _fips_opt = {"FIPS", "YES", true, nullptr};
@@ -61,6 +71,7 @@ bool DBQXCIEnvironment::_SetUp(const char* component, const char* dll_name) {
 }
 
 void DBQXCIEnvironment::Fini() {
+    // Late objects may hold more references, so an interface is finished before it is let go.
     for (DBQXCIInterface*& slot : _interfaces) {
         if (slot == nullptr) continue;
         slot->Finish();
@@ -97,12 +108,13 @@ bool DBQXCIEnvironment::_loadInterface(_iface_index index, DBQXCIError* err) {
         err->Set(QxciErrUnknown);
         return false;
     }
+    // Before the look at what is loaded: FIPS may be disabled after its provider came.
     if (index == FIPS_IFACE && _fips_disabled) {
         err->Set(QxciErrFipsDisabled);
         return false;
     }
     if (iface->IsLoaded()) return true;
-    if (!iface->Load(DllTypes[index], _dll_name_opt.get(), err)) return false;
+    if (!iface->Load(dll_type_of(index), _dll_name_opt.get(), err)) return false;
     return _CreateProviderEnvironment(*iface, err);
 }
 
@@ -113,6 +125,7 @@ bool DBQXCIEnvironment::_CreateProviderEnvironment(DBQXCIInterface& iface, DBQXC
         return false;
     }
     a_qxci_user_option* options = _options;
+    // At the head, where it wins over what the owner says about it.
     if (_fips_mode) {
         _fips_opt.next = _options;
         options = &_fips_opt;
@@ -123,8 +136,8 @@ bool DBQXCIEnvironment::_CreateProviderEnvironment(DBQXCIInterface& iface, DBQXC
     if (iface._qxci_env != nullptr) return true;
     qxci_report(error, err);
     // No environment of the provider goes with this record, so it goes back by hand.
-    qxci_free_parms(error.parm_list,
-                    [this](void* memory) { _qxci_callbacks->free_cb(_global_context, memory); });
+    qxci::free_parms(error.parm_list,
+                     [this](void* memory) { _qxci_callbacks->free_cb(_global_context, memory); });
     iface.Unload();
     return false;
 }
@@ -148,7 +161,7 @@ bool DBQXCIEnvironment::_IsSupported(const a_qxci_algorithm* table, Key key,
                                      bool (*a_qxci_env_iface::*entry)(QXCIEnvironmentH, Key)) {
     const std::optional<_iface_index> slot = qxci_choose_slot(table, key, _fips_mode);
     if (!slot.has_value()) return false;
-    DBQXCIError ignored;
+    DBQXCIError ignored;  // a provider that cannot be had supports nothing
     const DBQXCIInterface* const iface = _LoadIfNeeded(*slot, &ignored);
     if (iface == nullptr || !iface->IsValid()) return false;
     const auto ask = iface->_env_iface.*entry;

@@ -18,6 +18,8 @@
 #include "utils/utmem/utmem.h"
 #include "utils/utmem/uttext.h"
 
+struct a_qxci_source;
+
 /// The environment of one owner. Init() comes before everything else, and its objects are deleted
 /// before Fini(); what becomes of one that is not stands in dbqxciwrappers.h.
 ///
@@ -122,9 +124,8 @@ class DBQXCIEnvironment : public c_utils_base {
     template <class Key>
     bool _IsSupported(const a_qxci_algorithm* table, Key key,
                       bool (*a_qxci_env_iface::*entry)(QXCIEnvironmentH, Key));
-    template <class Wrapper, class Table, class Entry, class... Args>
-    Wrapper* _Create(std::optional<_iface_index> slot, a_dbqxci_error no_slot, Entry Table::*entry,
-                     DBQXCIError* err, Args... args);
+    a_qxci_source _SourceIn(std::optional<_iface_index> slot, a_dbqxci_error no_slot,
+                            DBQXCIError* err);
     _iface_index _PasswordSlot() const;
     bool _CheckFips(DBQXCIError* err) const;
     DBQXCIInterface* _LoadIfNeeded(_iface_index index, DBQXCIError* err);

@@ -6,20 +6,17 @@
 
 // ---- Objects ----
 
-/// Makes an object with `entry` of the table that belongs to `Wrapper`; `no_slot` is the error for
-/// an algorithm without a slot.
-template <class Wrapper, class Table, class Entry, class... Args>
-Wrapper* DBQXCIEnvironment::_Create(std::optional<_iface_index> slot, a_dbqxci_error no_slot,
-                                    Entry Table::*entry, DBQXCIError* err, Args... args) {
+/// The provider in `slot`, loaded; without one, the reason is in `err`: `no_slot` when there is no
+/// such slot.
+a_qxci_source DBQXCIEnvironment::_SourceIn(std::optional<_iface_index> slot, a_dbqxci_error no_slot,
+                                           DBQXCIError* err) {
     err->Clear();
     if (!slot.has_value()) {
         err->setErrorCode(no_slot);
-        return nullptr;
+        return {};
     }
-    if (!_loadInterface(*slot, err)) return nullptr;
-    const c_utils_ref<DBQXCIInterface> iface(_getInterface(*slot));
-    return qxci_create<Wrapper>({this, iface.get(), *slot}, (*iface.*Wrapper::iface).*entry, err,
-                                iface->_qxci_env, args...);
+    if (!_loadInterface(*slot, err)) return {};
+    return {this, _interfaces[*slot], *slot};
 }
 
 _iface_index DBQXCIEnvironment::_PasswordSlot() const {
@@ -28,34 +25,44 @@ _iface_index DBQXCIEnvironment::_PasswordSlot() const {
 }
 
 DBQXCIPasswordHasher* DBQXCIEnvironment::CreatePasswordHasher(DBQXCIError* err) {
-    return _Create<DBQXCIPasswordHasher>(_PasswordSlot(), QxciErrBadHashAlgorithm,
-                                         &a_qxci_pw_hash_iface::create_func, err);
+    const a_qxci_source from = _SourceIn(_PasswordSlot(), QxciErrBadHashAlgorithm, err);
+    if (from.iface == nullptr) return nullptr;
+    return qxci_create<DBQXCIPasswordHasher>(from, from.iface->_pw_hash_iface.create_func, err,
+                                             from.iface->_qxci_env);
 }
 
 DBQXCIPasswordHasher* DBQXCIEnvironment::CreatePasswordHasherWithID(a_qxci_byte id,
                                                                     DBQXCIError* err) {
-    return _Create<DBQXCIPasswordHasher>(_PasswordSlot(), QxciErrBadHashAlgorithm,
-                                         &a_qxci_pw_hash_iface::create_with_id_func, err, id);
+    const a_qxci_source from = _SourceIn(_PasswordSlot(), QxciErrBadHashAlgorithm, err);
+    if (from.iface == nullptr) return nullptr;
+    return qxci_create<DBQXCIPasswordHasher>(from, from.iface->_pw_hash_iface.create_with_id_func,
+                                             err, from.iface->_qxci_env, id);
 }
 
 DBQXCIBlockHasher* DBQXCIEnvironment::CreateBlockHasher(const char* name, DBQXCIError* err) {
-    return _Create<DBQXCIBlockHasher>(qxci_choose_slot(HashAlgorithms, name, _fips_mode),
-                                      QxciErrBadHashAlgorithm, &a_qxci_hash_iface::create_func, err,
-                                      name);
+    const a_qxci_source from =
+        _SourceIn(qxci_choose_slot(HashAlgorithms, name, _fips_mode), QxciErrBadHashAlgorithm, err);
+    if (from.iface == nullptr) return nullptr;
+    return qxci_create<DBQXCIBlockHasher>(from, from.iface->_hash_iface.create_func, err,
+                                          from.iface->_qxci_env, name);
 }
 
 DBQXCIBlockHasher* DBQXCIEnvironment::CreateBlockHasherWithID(a_qxci_byte id, DBQXCIError* err) {
-    return _Create<DBQXCIBlockHasher>(qxci_choose_slot(HashAlgorithms, id, _fips_mode),
-                                      QxciErrBadHashAlgorithm,
-                                      &a_qxci_hash_iface::create_with_id_func, err, id);
+    const a_qxci_source from =
+        _SourceIn(qxci_choose_slot(HashAlgorithms, id, _fips_mode), QxciErrBadHashAlgorithm, err);
+    if (from.iface == nullptr) return nullptr;
+    return qxci_create<DBQXCIBlockHasher>(from, from.iface->_hash_iface.create_with_id_func, err,
+                                          from.iface->_qxci_env, id);
 }
 
 DBQXCIBlockEncrypter*
 DBQXCIEnvironment::CreateBlockEncrypter(const char* name, const a_qxci_byte* key, size_t key_len,
                                         a_qxci_user_option* options, DBQXCIError* err) {
-    return _Create<DBQXCIBlockEncrypter>(
-        qxci_choose_slot(EncAlgorithms, name, _fips_mode), QxciErrBadEncryptionAlgorithm,
-        &a_qxci_enc_iface::create_func, err, name, key, key_len, options);
+    const a_qxci_source from = _SourceIn(qxci_choose_slot(EncAlgorithms, name, _fips_mode),
+                                         QxciErrBadEncryptionAlgorithm, err);
+    if (from.iface == nullptr) return nullptr;
+    return qxci_create<DBQXCIBlockEncrypter>(from, from.iface->_enc_iface.create_func, err,
+                                             from.iface->_qxci_env, name, key, key_len, options);
 }
 
 DBQXCIBlockEncrypter* DBQXCIEnvironment::CreateBlockEncrypterWithID(a_qxci_byte id,
@@ -63,15 +70,19 @@ DBQXCIBlockEncrypter* DBQXCIEnvironment::CreateBlockEncrypterWithID(a_qxci_byte 
                                                                     size_t key_len,
                                                                     a_qxci_user_option* options,
                                                                     DBQXCIError* err) {
-    return _Create<DBQXCIBlockEncrypter>(
-        qxci_choose_slot(EncAlgorithms, id, _fips_mode), QxciErrBadEncryptionAlgorithm,
-        &a_qxci_enc_iface::create_with_id_func, err, id, key, key_len, options);
+    const a_qxci_source from = _SourceIn(qxci_choose_slot(EncAlgorithms, id, _fips_mode),
+                                         QxciErrBadEncryptionAlgorithm, err);
+    if (from.iface == nullptr) return nullptr;
+    return qxci_create<DBQXCIBlockEncrypter>(from, from.iface->_enc_iface.create_with_id_func, err,
+                                             from.iface->_qxci_env, id, key, key_len, options);
 }
 
 DBQXCISignatureHandler* DBQXCIEnvironment::CreateSignatureHandler(a_qxci_user_option* options,
                                                                   DBQXCIError* err) {
-    return _Create<DBQXCISignatureHandler>(STATIC_IFACE, QxciErrUnknown,
-                                           &a_qxci_sig_iface::create_func, err, options);
+    const a_qxci_source from = _SourceIn(STATIC_IFACE, QxciErrUnknown, err);
+    if (from.iface == nullptr) return nullptr;
+    return qxci_create<DBQXCISignatureHandler>(from, from.iface->_sig_iface.create_func, err,
+                                               from.iface->_qxci_env, options);
 }
 
 // ---- Streams ----
@@ -112,25 +123,31 @@ DBQXCIStream* DBQXCIEnvironment::CreateStream(const a_qxci_stream_callbacks* cb,
     err->Clear();
     a_wanted_stream wanted;
     if (!wanted.Read(level, err)) return nullptr;
-    return _Create<DBQXCIStream>(
-        qxci_choose_slot(StreamAlgorithms, wanted.name, _fips_mode || wanted.fips),
-        QxciErrBadEncryptionAlgorithm, &a_qxci_stream_iface::create_func, err, cb, user_data,
-        wanted.name);
+    const a_qxci_source from =
+        _SourceIn(qxci_choose_slot(StreamAlgorithms, wanted.name, _fips_mode || wanted.fips),
+                  QxciErrBadEncryptionAlgorithm, err);
+    if (from.iface == nullptr) return nullptr;
+    return qxci_create<DBQXCIStream>(from, from.iface->_stream_iface.create_func, err,
+                                     from.iface->_qxci_env, cb, user_data, wanted.name);
 }
 
 DBQXCIStream* DBQXCIEnvironment::CreateStream(const a_qxci_stream_callbacks* cb, void* user_data,
                                               const char* name, DBQXCIError* err) {
-    return _Create<DBQXCIStream>(qxci_choose_slot(StreamAlgorithms, name, _fips_mode),
-                                 QxciErrBadEncryptionAlgorithm, &a_qxci_stream_iface::create_func,
-                                 err, cb, user_data, name);
+    const a_qxci_source from = _SourceIn(qxci_choose_slot(StreamAlgorithms, name, _fips_mode),
+                                         QxciErrBadEncryptionAlgorithm, err);
+    if (from.iface == nullptr) return nullptr;
+    return qxci_create<DBQXCIStream>(from, from.iface->_stream_iface.create_func, err,
+                                     from.iface->_qxci_env, cb, user_data, name);
 }
 
 DBQXCIStream* DBQXCIEnvironment::CreateStreamWithID(const a_qxci_stream_callbacks* cb,
                                                     void* user_data, a_qxci_byte id,
                                                     DBQXCIError* err) {
-    return _Create<DBQXCIStream>(qxci_choose_slot(StreamAlgorithms, id, _fips_mode),
-                                 QxciErrBadEncryptionAlgorithm,
-                                 &a_qxci_stream_iface::create_with_id_func, err, cb, user_data, id);
+    const a_qxci_source from = _SourceIn(qxci_choose_slot(StreamAlgorithms, id, _fips_mode),
+                                         QxciErrBadEncryptionAlgorithm, err);
+    if (from.iface == nullptr) return nullptr;
+    return qxci_create<DBQXCIStream>(from, from.iface->_stream_iface.create_with_id_func, err,
+                                     from.iface->_qxci_env, cb, user_data, id);
 }
 
 bool DBQXCIEnvironment::_CheckFips(DBQXCIError* err) const {
@@ -150,6 +167,7 @@ bool DBQXCIEnvironment::ValidateStreamEncryption(c_encrypt_level& level, DBQXCIE
     a_wanted_stream wanted;
     if (!wanted.Read(level, err)) return false;
     const bool fips = _fips_mode || wanted.fips;
+    // Not qxci_choose_slot(), which heeds gUseStub and takes any name for a FIPS provider's.
     const a_qxci_algorithm* const row = qxci_find_algorithm(StreamAlgorithms, wanted.name);
     if (row == nullptr) {
         err->Set(QxciErrBadEncryptionAlgorithm);

@@ -2,10 +2,9 @@
 
 #include <array>
 
-#include "kovcert/builtin/builtin.h"
 #include "kovcert/qxci/qxcierror.h"
-#include "utils/etc/locate.h"
 #include "utils/unix/dllloader.h"
+#include "utils/unix/locate.h"
 
 /// The entry points of a provider; null where it has none.
 struct a_qxci_entry_points {
@@ -22,7 +21,8 @@ struct a_qxci_entry_points {
 
 namespace {
 
-constexpr a_qxci_entry_points BuiltinEntryPoints = {
+/// Those of the provider that is linked in, whichever that is: qxci.h declares them.
+constexpr a_qxci_entry_points builtin_entry_points = {
     .version = nullptr,  // it has this system's own
     .env = QXCIGetEnvIface,
     .error = QXCIGetErrorIface,
@@ -88,6 +88,8 @@ void report_failure(DBQXCIError* err, a_dbqxci_error failure, const char* name) 
 }
 
 void* open_library(const char* name) {
+    // Never by the bare name, which dlopen() would look for wherever the process's environment
+    // says.
     std::array<char, LOCATE_MAX_PATH> path;
     if (!ut_locate_file(LOCATE_LIBRARY, name, path.data(), path.size())) return nullptr;
     return ut_dll_open(path.data());
@@ -106,15 +108,15 @@ bool DBQXCIInterface::Load(a_qxci_dll_type type, const char* dll_name, DBQXCIErr
     const char* const name = library_name(type, dll_name);
     a_dbqxci_error failure = type == QXCI_DLL_FIPS ? QxciErrFipsNotAvailable : QxciErrMissingDll;
     if (_LoadLibrary(name, &failure)) return true;
-    Unload();
+    Unload();  // whatever part of it was done, so that a later Load() tries again
     report_failure(err, failure, name);
     return false;
 }
 
 bool DBQXCIInterface::_LoadBuiltin() {
-    _loaded = true;
+    _loaded = true;  // even if it fails: there is nothing that could be better the next time
     _vers = {QXCI_API_MAJOR, QXCI_API_MINOR, QXCI_IMPL_ID, 1};
-    _valid = _Fill(BuiltinEntryPoints);
+    _valid = _Fill(builtin_entry_points);
     return _valid;
 }
 
@@ -141,7 +143,7 @@ bool DBQXCIInterface::_Fill(const a_qxci_entry_points& entries) {
 }
 
 void DBQXCIInterface::Finish() {
-    const std::lock_guard lock(_ending);
+    const UTLock lock(_ending);
     if (_qxci_env != nullptr && _env_iface.destroy_func != nullptr) {
         _env_iface.destroy_func(_qxci_env);
     }

@@ -4,8 +4,6 @@
 /// One loaded provider: which file a kind of provider is in, how the file is opened and checked,
 /// and the tables of functions that it fills.
 
-#include <mutex>
-
 #include "kovcert/qxci/qxci.h"
 #include "utils/contain/utrefobj.h"
 #include "utils/etc/uttypes.h"
@@ -33,7 +31,7 @@ enum _iface_index : uint32 {
     MAX_IFACE_INDEX = 4,
 };
 
-/// The files. All are bare names, which the file locator (utils/etc/locate.h) finds.
+/// The files. All are bare names, which the file locator (utils/unix/locate.h) finds.
 inline constexpr const char* QXCI_ECC_DLL_NAME = "libnxecc12_r.so";
 inline constexpr const char* QXCI_RSA_DLL_NAME = "libnxrsa12_r.so";
 inline constexpr const char* QXCI_FIPS_DLL_NAME = "libnxfips12_r.so";
@@ -84,7 +82,7 @@ class DBQXCIInterface : public c_utils_refobj {
     /// destroy_func may call the owner's callbacks, but must not come back here.
     template <class Table, class Handle>
     bool DestroyHandle(Table DBQXCIInterface::*objects, Handle handle) {
-        const std::lock_guard lock(_ending);
+        const UTLock lock(_ending);
         const auto destroy = (this->*objects).destroy_func;
         if (destroy == nullptr) return false;
         destroy(handle);

@@ -1,8 +1,8 @@
 #ifndef QUOREL_KOVCERT_QXCI_DBQXCIWRAPPERS_H
 #define QUOREL_KOVCERT_QXCI_DBQXCIWRAPPERS_H
 
-/// What the library holds in its hands of a provider's objects: the handle, a reference on the
-/// provider's tables, and the last error. Every operation forwards to the table's entry of that
+/// What the library has of a provider's objects: the handle, a reference on the provider's tables,
+/// and the last error. Every operation forwards to the table's entry of that
 /// name, whose contract is in qxci.h.
 ///
 /// Objects come from DBQXCIEnvironment (connections from DBQXCIStream) and are the caller's, who
@@ -25,7 +25,9 @@
 class DBQXCIEnvironment;
 
 /// For wrappers that do not keep the slot they come from.
-struct a_no_slot {};
+struct a_no_slot {
+    explicit a_no_slot(_iface_index) {}
+};
 
 /// What all of them share. `Iface` is the table of DBQXCIInterface that has their operations.
 template <class Handle, class Table, Table DBQXCIInterface::*Iface, class Slot = a_no_slot>
@@ -34,6 +36,14 @@ class DBQXCIWrapper : public c_utils_base {
     using a_handle = Handle;
     static constexpr Table DBQXCIInterface::*iface = Iface;
 
+    /// Takes over `handle` and adds a reference to `source`, which may be null and is in slot
+    /// `index`. `env` gives the error record its mutex.
+    DBQXCIWrapper(Handle handle, DBQXCIEnvironment* env, DBQXCIInterface* source,
+                  enum _iface_index index)
+        : _handle(handle), _iface(source), _iface_index(index) {
+        if (_iface != nullptr) _iface->AddRef();
+        _last_error.createMutex(env);
+    }
     DBQXCIWrapper(const DBQXCIWrapper&) = delete;
     DBQXCIWrapper& operator=(const DBQXCIWrapper&) = delete;
 
@@ -49,14 +59,6 @@ class DBQXCIWrapper : public c_utils_base {
     }
 
   protected:
-    /// Takes over `handle` and adds a reference to `source`, which may be null. `env` gives the
-    /// error record its mutex.
-    DBQXCIWrapper(Handle handle, DBQXCIEnvironment* env, DBQXCIInterface* source, Slot index = {})
-        : _handle(handle), _iface(source), _iface_index(index) {
-        if (_iface != nullptr) _iface->AddRef();
-        _last_error.createMutex(env);
-    }
-
     /// Kept: without an entry to destroy the handle with, which is so after the environment's
     /// Fini(), the reference is not given back.
     ~DBQXCIWrapper() {
@@ -101,10 +103,7 @@ class DBQXCIBlockEncrypter final
     : public DBQXCIWrapper<QXCIBlockEncrypterH, a_qxci_enc_iface, &DBQXCIInterface::_enc_iface,
                            _iface_index> {
   public:
-    /// `index` is the slot that `source` is in.
-    DBQXCIBlockEncrypter(QXCIBlockEncrypterH handle, DBQXCIEnvironment* env,
-                         DBQXCIInterface* source, enum _iface_index index)
-        : DBQXCIWrapper(handle, env, source, index) {}
+    using DBQXCIWrapper::DBQXCIWrapper;
 
     a_qxci_byte GetAlgorithmID();  // 0 when missing
     a_qxci_result Encrypt(a_qxci_byte* data, size_t len, unsigned flags);
@@ -119,8 +118,7 @@ class DBQXCIBlockEncrypter final
 class DBQXCIBlockHasher final
     : public DBQXCIWrapper<QXCIBlockHasherH, a_qxci_hash_iface, &DBQXCIInterface::_hash_iface> {
   public:
-    DBQXCIBlockHasher(QXCIBlockHasherH handle, DBQXCIEnvironment* env, DBQXCIInterface* source)
-        : DBQXCIWrapper(handle, env, source) {}
+    using DBQXCIWrapper::DBQXCIWrapper;
 
     a_qxci_byte GetAlgorithmID();  // 0 when missing
     size_t GetMaxHashSize();       // 0 when missing
@@ -135,9 +133,7 @@ class DBQXCIBlockHasher final
 class DBQXCIPasswordHasher final : public DBQXCIWrapper<QXCIPasswordHasherH, a_qxci_pw_hash_iface,
                                                         &DBQXCIInterface::_pw_hash_iface> {
   public:
-    DBQXCIPasswordHasher(QXCIPasswordHasherH handle, DBQXCIEnvironment* env,
-                         DBQXCIInterface* source)
-        : DBQXCIWrapper(handle, env, source) {}
+    using DBQXCIWrapper::DBQXCIWrapper;
 
     a_qxci_byte GetAlgorithmID();  // 0 when missing
     size_t GetMaxHashSize();       // 0 when missing
@@ -149,9 +145,7 @@ class DBQXCIPasswordHasher final : public DBQXCIWrapper<QXCIPasswordHasherH, a_q
 class DBQXCISignatureHandler final
     : public DBQXCIWrapper<QXCISignatureHandlerH, a_qxci_sig_iface, &DBQXCIInterface::_sig_iface> {
   public:
-    DBQXCISignatureHandler(QXCISignatureHandlerH handle, DBQXCIEnvironment* env,
-                           DBQXCIInterface* source)
-        : DBQXCIWrapper(handle, env, source) {}
+    using DBQXCIWrapper::DBQXCIWrapper;
 
     a_qxci_result CreateDBSig(const char* a, const char* b, const char* c, char* out,
                               size_t* out_len);
@@ -166,8 +160,7 @@ class DBQXCISignatureHandler final
 class DBQXCIStreamConn final
     : public DBQXCIWrapper<QXCIStreamConnH, a_qxci_conn_iface, &DBQXCIInterface::_conn_iface> {
   public:
-    DBQXCIStreamConn(QXCIStreamConnH handle, DBQXCIEnvironment* env, DBQXCIInterface* source)
-        : DBQXCIWrapper(handle, env, source) {}
+    using DBQXCIWrapper::DBQXCIWrapper;
 
     // QXCI_IO_ERROR when missing; *got is then left alone.
     a_qxci_io_result Read(a_qxci_byte* buf, size_t len, size_t* got);
@@ -180,8 +173,9 @@ class DBQXCIStreamConn final
 class DBQXCIStream final
     : public DBQXCIWrapper<QXCIStreamH, a_qxci_stream_iface, &DBQXCIInterface::_stream_iface> {
   public:
-    DBQXCIStream(QXCIStreamH handle, DBQXCIEnvironment* env, DBQXCIInterface* source)
-        : DBQXCIWrapper(handle, env, source), _env(env) {}
+    DBQXCIStream(QXCIStreamH handle, DBQXCIEnvironment* env, DBQXCIInterface* source,
+                 enum _iface_index index)
+        : DBQXCIWrapper(handle, env, source, index), _env(env) {}
 
     /// Once, before the first connection. The options are the caller's.
     a_qxci_result Init(a_qxci_side side, a_qxci_user_option* options);

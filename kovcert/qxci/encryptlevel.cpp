@@ -69,6 +69,6 @@ void c_encrypt_level::set_level(a_encrypt_level level) {
 }
 
 const char* c_encrypt_level::get_level_name() const {
-    static constexpr const char* Names[] = {"none", "simple", "ecc_tls", "rsa_tls", "rsa_tls_fips"};
-    return _known ? Names[_level] : "Unknown";
+    static constexpr const char* names[] = {"none", "simple", "ecc_tls", "rsa_tls", "rsa_tls_fips"};
+    return _known ? names[_level] : "Unknown";
 }

@@ -35,10 +35,10 @@ class c_encrypt_level : public c_utils_link {
     c_encrypt_level(const c_encrypt_level&) = delete;
     c_encrypt_level& operator=(const c_encrypt_level&) = delete;
 
-    /// Takes a setting: "none", "simple", or "tls" with its parameters, in any case. Both texts are
-    /// copied, which may be ones that this gave out, and kept whatever comes out; `parms` may be
-    /// null. False for anything else: the level is then unknown, and get_error() is the text that
-    /// is wrong.
+    /// Takes a setting: "none", "simple", or "tls" with its parameters, without regard to case.
+    /// Both texts are copied, even such as this object gave out, and kept whatever comes out;
+    /// `parms` may be null. False for anything else: the level is then unknown, and get_error() is
+    /// the text that is wrong.
     bool set_level(const char* algorithm, const char* parms);
 
     /// Makes the setting stand for `level`.

@@ -6,9 +6,10 @@
  * A provider is a shared library that does cryptography for the library that loads it (the owner):
  * TLS streams, block encryption, block hashing, password hashing, signatures, or some of these. It
  * exports the entry points at the end of this file; all else goes through tables of functions that
- * these fill. This header is all that a provider includes. It compiles as C11 and as C++.
+ * these fill. This header is all that a provider needs. It compiles as C11 and as C++; one in C++
+ * may also use kit/providerkit.h.
  *
- * The course of things
+ * How a provider is used
  *
  *   1. The owner opens the library and looks up QXCIGetVersion, QXCIGetEnvIface and
  *      QXCIGetErrorIface, without which it refuses the library, and the other six, each of which

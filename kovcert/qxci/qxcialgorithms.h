@@ -24,8 +24,8 @@ extern const a_qxci_algorithm StreamAlgorithms[];
 extern const a_qxci_algorithm EncAlgorithms[];
 extern const a_qxci_algorithm HashAlgorithms[];
 
-/// The first row with the number, or with the name in any case; null when there is none. A null
-/// name is in no table.
+/// The first row with the number, or with the name without regard to case; null when there is none.
+/// A null name is in no table.
 const a_qxci_algorithm* qxci_find_algorithm(const a_qxci_algorithm* table, a_qxci_byte id);
 const a_qxci_algorithm* qxci_find_algorithm(const a_qxci_algorithm* table, const char* name);
 

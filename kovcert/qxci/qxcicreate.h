@@ -4,7 +4,6 @@
 /// How every object of a provider is made, connections included.
 
 #include <new>
-#include <type_traits>
 
 #include "kovcert/qxci/dbqxciinterface.h"
 #include "kovcert/qxci/qxci.h"
@@ -15,20 +14,9 @@ class DBQXCIEnvironment;
 /// Where an object comes from.
 struct a_qxci_source {
     DBQXCIEnvironment* env;
-    DBQXCIInterface* iface;
-    _iface_index index;
+    DBQXCIInterface* iface;  // null: there is none
+    _iface_index index;      // the slot that it is in
 };
-
-/// The wrapper of a handle; null when there is no memory.
-template <class Wrapper>
-Wrapper* qxci_wrap(typename Wrapper::a_handle handle, const a_qxci_source& from) {
-    if constexpr (std::is_constructible_v<Wrapper, decltype(handle), DBQXCIEnvironment*,
-                                          DBQXCIInterface*, _iface_index>) {
-        return new (std::nothrow) Wrapper(handle, from.env, from.iface, from.index);
-    } else {
-        return new (std::nothrow) Wrapper(handle, from.env, from.iface);
-    }
-}
 
 /// Copies why a creation failed to `err`: QxciErrUnknown for a provider that gives no reason.
 inline void qxci_report(const a_qxci_error& error, DBQXCIError* err) {
@@ -56,10 +44,9 @@ Wrapper* qxci_create(const a_qxci_source& from, Create create, DBQXCIError* err,
         if (destroy != nullptr) destroy(from.iface->_qxci_env, &error);
         return nullptr;
     }
-    Wrapper* const wrapper = qxci_wrap<Wrapper>(handle, from);
+    auto* const wrapper = new (std::nothrow) Wrapper(handle, from.env, from.iface, from.index);
     if (wrapper == nullptr) {
-        const auto destroy = (from.iface->*Wrapper::iface).destroy_func;
-        if (destroy != nullptr) destroy(handle);
+        from.iface->DestroyHandle(Wrapper::iface, handle);
         err->Set(QxciErrNoMemory);
     }
     return wrapper;

@@ -4,47 +4,10 @@
 #include <cstring>
 
 #include "kovcert/qxci/dbqxci.h"
-#include "kovcert/qxci/qxciparms.h"
+#include "kovcert/qxci/kit/parmlist.h"
 #include "utils/etc/uttypes.h"
 #include "utils/lang/utlangstring.h"
-
-// ---- Mutexes ----
-
-DBQXCIMutex::DBQXCIMutex(const a_qxci_callbacks& callbacks, void* global_context)
-    : _callbacks(callbacks), _global_context(global_context) {
-    if (_callbacks.mutex_create_cb != nullptr) {
-        _handle = _callbacks.mutex_create_cb(_global_context);
-    }
-}
-
-DBQXCIMutex::~DBQXCIMutex() {
-    if (_handle != nullptr) _callbacks.mutex_destroy_cb(_global_context, _handle);
-}
-
-void DBQXCIMutex::get() {
-    if (_handle != nullptr) _callbacks.mutex_get_cb(_global_context, _handle);
-}
-
-void DBQXCIMutex::give() {
-    if (_handle != nullptr) _callbacks.mutex_give_cb(_global_context, _handle);
-}
-
-/// Holds a record's mutex for the length of a scope.
-class DBQXCIError::Lock {
-  public:
-    explicit Lock(const DBQXCIError& error, bool wanted = true)
-        : _mutex(wanted ? &error._Mutex() : nullptr) {
-        if (_mutex != nullptr) _mutex->get();
-    }
-    ~Lock() {
-        if (_mutex != nullptr) _mutex->give();
-    }
-    Lock(const Lock&) = delete;
-    Lock& operator=(const Lock&) = delete;
-
-  private:
-    DBQXCIBaseMutex* const _mutex;
-};
+#include "utils/unix/utmutex.h"
 
 // ---- Parameter lists ----
 
@@ -53,7 +16,8 @@ namespace {
 /// A copy from the system's allocator; it ends at the first string that there is no memory for, and
 /// is null when there is none for the list.
 char** copy_parms(const char* const* list) {
-    const size_t count = qxci_count_parms(list);
+    const size_t count = qxci::count_parms(list);
+    // Of null pointers, so that the list ends wherever the copying ends.
     char** const copy = static_cast<char**>(std::calloc(count + 1, sizeof(char*)));
     for (size_t i = 0; copy != nullptr && i < count; ++i) {
         copy[i] = strdup(list[i]);
@@ -65,15 +29,15 @@ char** copy_parms(const char* const* list) {
 }  // namespace
 
 void DBQXCIError::_freeParms() {
-    qxci_free_parms(_err.parm_list, std::free);
+    qxci::free_parms(_err.parm_list, std::free);
     _err.parm_list = nullptr;
 }
 
 void DBQXCIError::AddParm(const char* parm) {
     if (parm == nullptr) return;
-    const Lock lock(*this);
-    const size_t count = qxci_count_parms(_err.parm_list);
-    char* const copy = strdup(parm);
+    const UTLock lock(_Mutex());
+    const size_t count = qxci::count_parms(_err.parm_list);
+    char* const copy = strdup(parm);  // before the list grows, which then cannot fail halfway
     if (copy == nullptr) return;
     void* const grown = std::realloc(_err.parm_list, (count + 2) * sizeof(char*));
     if (grown == nullptr) {
@@ -86,8 +50,9 @@ void DBQXCIError::AddParm(const char* parm) {
 }
 
 const char* DBQXCIError::GetParm(int index) const {
-    const Lock lock(*this);
-    if (index < 0 || static_cast<size_t>(index) >= qxci_count_parms(_err.parm_list)) return nullptr;
+    const UTLock lock(_Mutex());
+    if (index < 0 || static_cast<size_t>(index) >= qxci::count_parms(_err.parm_list))
+        return nullptr;
     return _err.parm_list[index];
 }
 
@@ -98,13 +63,19 @@ void DBQXCIError::createMutex(DBQXCIEnvironment* env) {
 }
 
 void DBQXCIError::Clear() {
-    const Lock lock(*this);
+    const UTLock lock(_Mutex());
     _freeParms();
     _err = {};
 }
 
 void DBQXCIError::_CloneFrom(const a_qxci_error* rec, bool lock) {
-    const Lock held(*this, lock);
+    if (!lock) return _CopyFrom(rec);
+    const UTLock locked(_Mutex());
+    _CopyFrom(rec);
+}
+
+// The caller holds the mutex.
+void DBQXCIError::_CopyFrom(const a_qxci_error* rec) {
     _freeParms();
     if (rec == nullptr) {
         _err = {QxciErrUnknown, 0, nullptr};
@@ -116,17 +87,18 @@ void DBQXCIError::_CloneFrom(const a_qxci_error* rec, bool lock) {
 
 void DBQXCIError::CloneFrom(const DBQXCIError* other) {
     if (other == this) return;
-    const Lock lock(*this);
+    const UTLock lock(_Mutex());
     if (other == nullptr) {
-        _CloneFrom(static_cast<const a_qxci_error*>(nullptr), false);
+        _CopyFrom(nullptr);
         return;
     }
+    // By way of a copy, so that the source's mutex is held no longer than reading it takes.
     DBQXCIError copy;
     {
-        const Lock other_lock(*other);
-        copy._CloneFrom(&other->_err, false);
+        const UTLock other_lock(other->_Mutex());
+        copy._CopyFrom(&other->_err);
     }
-    _CloneFrom(&copy._err, false);
+    _CopyFrom(&copy._err);
 }
 
 // ---- Texts ----
@@ -136,62 +108,64 @@ namespace {
 enum a_text_argument { TEXT_TAKES_NOTHING, TEXT_TAKES_PARM, TEXT_TAKES_SYSTEM_CODE };
 
 struct a_error_text {
+    a_dbqxci_error code;
     int id;
     a_text_argument argument;
 };
 
-/// For every code that has no text of its own.
-constexpr a_error_text UnknownErrorText = {17587, TEXT_TAKES_SYSTEM_CODE};
+/// The text of the codes that have none of their own.
+constexpr a_error_text unknown_error_text = {QxciErrUnknown, 17587, TEXT_TAKES_SYSTEM_CODE};
 
-/// By code.
-constexpr a_error_text ErrorTexts[] = {
-    {0, TEXT_TAKES_NOTHING},  // QxciErrOK
-    {17590, TEXT_TAKES_NOTHING},
-    {9845, TEXT_TAKES_PARM},
-    {13974, TEXT_TAKES_SYSTEM_CODE},
-    {13975, TEXT_TAKES_NOTHING},
-    {9118, TEXT_TAKES_PARM},
-    {14824, TEXT_TAKES_PARM},
-    {11242, TEXT_TAKES_SYSTEM_CODE},
-    {11237, TEXT_TAKES_SYSTEM_CODE},
-    {13976, TEXT_TAKES_SYSTEM_CODE},
+constexpr a_error_text error_texts[] = {
+    {QxciErrOK, 0, TEXT_TAKES_NOTHING},
+    {QxciErrNoMemory, 17590, TEXT_TAKES_NOTHING},
+    {QxciErrCantFindCertFile, 9845, TEXT_TAKES_PARM},
+    {QxciErrBadCertFile, 13974, TEXT_TAKES_SYSTEM_CODE},
+    {QxciErrBadCertPassword, 13975, TEXT_TAKES_NOTHING},
+    {QxciErrNoCertificates, 9118, TEXT_TAKES_PARM},
+    {QxciErrCertExpired, 14824, TEXT_TAKES_PARM},
+    {QxciErrInitError, 11242, TEXT_TAKES_SYSTEM_CODE},
+    {QxciErrIOError, 11237, TEXT_TAKES_SYSTEM_CODE},
+    {QxciErrHandshakeFailed, 13976, TEXT_TAKES_SYSTEM_CODE},
     // A reader need not know that the call would only have had to wait: as QxciErrIOError.
-    {11237, TEXT_TAKES_SYSTEM_CODE},
-    UnknownErrorText,  // QxciErrCantFindTLSDLL
-    {13977, TEXT_TAKES_NOTHING},
-    {13345, TEXT_TAKES_PARM},
-    {13346, TEXT_TAKES_PARM},
-    {13347, TEXT_TAKES_PARM},
-    UnknownErrorText,  // QxciErrOpenSSLError
-    {14003, TEXT_TAKES_NOTHING},
-    {14215, TEXT_TAKES_NOTHING},
-    {14216, TEXT_TAKES_NOTHING},
-    {9123, TEXT_TAKES_NOTHING},
-    {17440, TEXT_TAKES_NOTHING},
-    {17441, TEXT_TAKES_NOTHING},
-    {17446, TEXT_TAKES_PARM},
-    {17591, TEXT_TAKES_SYSTEM_CODE},
-    {14554, TEXT_TAKES_PARM},
-    {13972, TEXT_TAKES_PARM},
-    {17589, TEXT_TAKES_NOTHING},
-    {17921, TEXT_TAKES_PARM},
-    {17932, TEXT_TAKES_NOTHING},
-    {17993, TEXT_TAKES_NOTHING},
-    {18541, TEXT_TAKES_NOTHING},
-    {14909, TEXT_TAKES_NOTHING},
-    {14530, TEXT_TAKES_NOTHING},
-    {25988, TEXT_TAKES_NOTHING},
-    {26617, TEXT_TAKES_NOTHING},
-    {26618, TEXT_TAKES_NOTHING},
-    UnknownErrorText,  // QxciErrUnknown
+    {QxciErrWouldBlock, 11237, TEXT_TAKES_SYSTEM_CODE},
+    {QxciErrConnectionClosed, 13977, TEXT_TAKES_NOTHING},
+    {QxciErrBadCompany, 13345, TEXT_TAKES_PARM},
+    {QxciErrBadUnit, 13346, TEXT_TAKES_PARM},
+    {QxciErrBadCommonName, 13347, TEXT_TAKES_PARM},
+    {QxciErrHandshakeTimedOut, 14003, TEXT_TAKES_NOTHING},
+    {QxciErrMissingCertFile, 14215, TEXT_TAKES_NOTHING},
+    {QxciErrMissingCertPassword, 14216, TEXT_TAKES_NOTHING},
+    {QxciErrSpecifiedCertExpired, 9123, TEXT_TAKES_NOTHING},
+    {QxciErrBadEncryptionAlgorithm, 17440, TEXT_TAKES_NOTHING},
+    {QxciErrBadHashAlgorithm, 17441, TEXT_TAKES_NOTHING},
+    {QxciErrBadOption, 17446, TEXT_TAKES_PARM},
+    {QxciErrCerticomError, 17591, TEXT_TAKES_SYSTEM_CODE},
+    {QxciErrFipsNotAvailable, 14554, TEXT_TAKES_PARM},
+    {QxciErrMissingDll, 13972, TEXT_TAKES_PARM},
+    {QxciErrDllMismatch, 17589, TEXT_TAKES_NOTHING},
+    {QxciErrOptionError, 17921, TEXT_TAKES_PARM},
+    {QxciErrKeyMissing, 17932, TEXT_TAKES_NOTHING},
+    {QxciErrMissingIdentityFile, 17993, TEXT_TAKES_NOTHING},
+    {QxciErrFipsDisabled, 18541, TEXT_TAKES_NOTHING},
+    {QxciErrFipsNotAvailableOnPlatform, 14909, TEXT_TAKES_NOTHING},
+    {QxciErrFipsNotSupportedByAlgorithm, 14530, TEXT_TAKES_NOTHING},
+    {QxciErrBadCert, 25988, TEXT_TAKES_NOTHING},
+    {QxciErrBadECCCert, 26617, TEXT_TAKES_NOTHING},
+    {QxciErrBadRSACert, 26618, TEXT_TAKES_NOTHING},
 };
-static_assert(std::size(ErrorTexts) == QxciErrUnknown + 1);
+
+const a_error_text& text_of(uint32 code) {
+    for (const a_error_text& text : error_texts) {
+        if (text.code == code) return text;
+    }
+    return unknown_error_text;
+}
 
 }  // namespace
 
 int DBQXCIError::_getTlsErrorId(bool* use_parm, bool* use_system_code) const {
-    const a_error_text text =
-        _err.code < std::size(ErrorTexts) ? ErrorTexts[_err.code] : UnknownErrorText;
+    const a_error_text& text = text_of(_err.code);
     *use_parm = text.argument == TEXT_TAKES_PARM;
     *use_system_code = text.argument == TEXT_TAKES_SYSTEM_CODE;
     return text.id;
@@ -200,7 +174,7 @@ int DBQXCIError::_getTlsErrorId(bool* use_parm, bool* use_system_code) const {
 void DBQXCIError::GetString(UTLangStringBase* lang, char* buf, size_t len, const char* parm) const {
     if (buf == nullptr || len == 0 || lang == nullptr) return;
     buf[0] = '\0';
-    const Lock lock(*this);
+    const UTLock lock(_Mutex());
     if (parm == nullptr && _err.parm_list != nullptr) parm = _err.parm_list[0];
     bool use_parm = false;
     bool use_system_code = false;

@@ -8,40 +8,12 @@
 #include <memory>
 
 #include "kovcert/qxci/qxci.h"
+#include "kovcert/qxci/qxcimutex.h"
 #include "utils/contain/utlist.h"
 #include "utils/utmem/utmem.h"
 
 class DBQXCIEnvironment;
 class UTLangStringBase;
-
-/// A lock that does not lock, for records that one thread has to itself.
-class DBQXCIBaseMutex : public c_utils_base {
-  public:
-    DBQXCIBaseMutex() = default;
-    virtual ~DBQXCIBaseMutex() = default;
-    DBQXCIBaseMutex(const DBQXCIBaseMutex&) = delete;
-    DBQXCIBaseMutex& operator=(const DBQXCIBaseMutex&) = delete;
-
-    virtual void get() {}
-    virtual void give() {}
-};
-
-/// A mutex made from an owner's callbacks, not recursive. Without mutex_create_cb, or when that has
-/// none to give, it does not lock.
-class DBQXCIMutex : public DBQXCIBaseMutex {
-  public:
-    /// `callbacks` is copied, so that the mutex may outlive what the table came from.
-    DBQXCIMutex(const a_qxci_callbacks& callbacks, void* global_context);
-    ~DBQXCIMutex() override;
-
-    void get() override;
-    void give() override;
-
-  private:
-    void* _handle = nullptr;
-    const a_qxci_callbacks _callbacks;
-    void* const _global_context;
-};
 
 /// One failure, or none (code 0).
 ///
@@ -108,7 +80,7 @@ class DBQXCIError : public c_utils_base {
     int _getTlsErrorId(bool* use_parm, bool* use_system_code) const;
 
   private:
-    class Lock;
+    void _CopyFrom(const a_qxci_error* rec);
     DBQXCIBaseMutex& _Mutex() const { return _mutex != nullptr ? *_mutex : _no_mutex; }
     void _freeParms();
 

@@ -7,8 +7,8 @@
 #include "kovcert/qxci/qxcierror.h"
 #include "utils/dbutils/dboptions.h"
 #include "utils/etc/utascii.h"
-#include "utils/etc/utwipe.h"
 #include "utils/utmem/utmem.h"
+#include "utils/utmem/utwipe.h"
 
 namespace {
 

@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
-bool CallbackBio::init() {
+bool CallbackBio::init(void* user_data) {
+    _user_data = user_data;
     _in = static_cast<unsigned char*>(_memory.alloc(in_size + out_size));
     if (_in == nullptr) return false;
     _out = _in + in_size;

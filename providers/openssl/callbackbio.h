@@ -7,20 +7,21 @@
 /// read, or on flush: one call of the owner's for several records. As much is read ahead as the
 /// owner has.
 
+#include "kovcert/qxci/kit/memory.h"
 #include "providers/openssl/emptyreads.h"
 #include "providers/openssl/openssllibrary.h"
-#include "providers/openssl/ownermemory.h"
 
 class CallbackBio {
   public:
-    CallbackBio(const OwnerMemory& memory, const a_qxci_conn_callbacks& callbacks, void* user_data)
-        : _memory(memory), _callbacks(callbacks), _user_data(user_data) {}
+    /// Both live longer. The callbacks may be filled in until init().
+    CallbackBio(const qxci::Memory& memory, const a_qxci_conn_callbacks& callbacks)
+        : _memory(memory), _callbacks(callbacks) {}
     CallbackBio(const CallbackBio&) = delete;
     CallbackBio& operator=(const CallbackBio&) = delete;
     ~CallbackBio() { _memory.free(_in); }
 
-    /// Takes the buffers; false when there is no memory.
-    bool init();
+    /// Takes the buffers; false when there is no memory. `user_data` is for the callbacks.
+    bool init(void* user_data);
 
     // The peer has begun a record, or sent a message of a handshake; a record of data has gone out,
     // which the peer may take for a reason to want new keys; the handshake is done, or data has
@@ -66,9 +67,9 @@ class CallbackBio {
     // hold thousands.
     static constexpr int most_idle = 1000;
 
-    const OwnerMemory& _memory;
+    const qxci::Memory& _memory;
     const a_qxci_conn_callbacks& _callbacks;
-    void* const _user_data;
+    void* _user_data = nullptr;
     BioMethodPtr _method;
     unsigned char* _in = nullptr;   // in_size bytes; out_size more follow
     unsigned char* _out = nullptr;  // those

@@ -11,6 +11,7 @@ void EmptyReads::wait() {
     if (_gave_up) return;
     const int64_t start = monotonic_us();
     sleep_us(left > 0 ? std::min(_next_us, left) : _next_us);
+    // By the clock, since a signal may end a sleep early and a busy machine late.
     _slept_us += monotonic_us() - start;
     _next_us = std::min(2 * _next_us, longest_us);
 }

@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
-/// Paces reads that bring nothing, be it that nothing has arrived yet or that the peer is gone:
-/// which of them cannot be told, so that patience has an end.
+/// Paces reads that bring nothing. Whether nothing has arrived yet or the peer is gone cannot be
+/// told, so that patience has an end.
 ///
 /// It ends with the first empty read after 1.9 seconds of sleep, which is about 2 seconds on a
 /// machine that is not overloaded. Only the time slept here counts, not what passes between the

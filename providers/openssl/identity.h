@@ -19,20 +19,20 @@ class Identity {
     ///   QxciErrBadRSACert, QxciErrBadECCCert            another kind of key than the provider's
     ///   QxciErrBadCert                                  the key belongs to another certificate
     /// each with the file.
-    bool load(const OwnerMemory& memory, const a_setting_value& setting, const char* password,
-              ErrorRecord& error);
+    bool load(const qxci::Memory& memory, const a_setting_value& setting, const char* password,
+              qxci::ErrorRecord& error);
 
     bool loaded() const { return _certificate != nullptr; }
 
     /// Makes the session show it. QxciErrBadCert with the file when the session's security level
     /// finds it too weak.
-    bool apply(SSL& ssl, ErrorRecord& error) const;
+    bool apply(SSL& ssl, qxci::ErrorRecord& error) const;
 
   private:
-    bool load(const PemText& text, const char* password, ErrorRecord& error);
-    bool load_certificates(BIO& bio, const PemText& text, ErrorRecord& error);
-    bool load_key(BIO& bio, const PemText& text, const char* password, ErrorRecord& error);
-    bool check(const PemText& text, ErrorRecord& error) const;
+    bool load(const PemText& text, const char* password, qxci::ErrorRecord& error);
+    bool load_certificates(BIO& bio, const PemText& text, qxci::ErrorRecord& error);
+    bool load_key(BIO& bio, const PemText& text, const char* password, qxci::ErrorRecord& error);
+    bool check(const PemText& text, qxci::ErrorRecord& error) const;
 
     const char* _source = nullptr;  // the file, or the option
     CertPtr _certificate;

@@ -4,8 +4,8 @@
 
 #include <openssl/x509v3.h>
 
-#include "providers/openssl/hostname.h"
-#include "providers/openssl/settings.h"
+#include "kovcert/qxci/kit/names.h"
+#include "providers/openssl/ipaddress.h"
 
 namespace {
 
@@ -32,7 +32,7 @@ class HostName {
         if (base.empty()) return true;
         if (base.size() > _dns.size()) return false;
         const size_t start = _dns.size() - base.size();
-        if (!same_name(_dns.substr(start), base)) return false;
+        if (!qxci::same_name(_dns.substr(start), base)) return false;
         return start == 0 || base.front() == '.' || _dns[start - 1] == '.';
     }
 
@@ -69,7 +69,7 @@ int judge(const X509& authority, const HostName& name) {
     int found = 0;
     const ConstraintsPtr constraints(static_cast<NAME_CONSTRAINTS*>(
         X509_get_ext_d2i(&authority, NID_name_constraints, &found, nullptr)));
-    constexpr int none = -1;
+    constexpr int none = -1;  // -2: several, which is a fault (X509_get_ext_d2i(3))
     if (found == none) return X509_V_OK;
     if (constraints == nullptr) return X509_V_ERR_UNSUPPORTED_CONSTRAINT_SYNTAX;
     const a_count permitted(constraints->permittedSubtrees, name);

@@ -16,12 +16,6 @@
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
 
-/// Sets the library up on the first call. No configuration file is read and no module loaded
-/// whatever the environment variables of the process say, and no exit handler is registered. False
-/// when the library cannot work. OpenSSL tries each step of its set-up once: one that memory was
-/// too short for has failed until the process ends.
-bool start_openssl();
-
 template <auto Free>
 struct an_openssl_deleter {
     template <class T>

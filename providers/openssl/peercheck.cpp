@@ -4,7 +4,7 @@
 
 #include <openssl/x509v3.h>
 
-#include "providers/openssl/hostname.h"
+#include "providers/openssl/ipaddress.h"
 #include "providers/openssl/nameconstraints.h"
 #include "providers/openssl/validity.h"
 
@@ -27,9 +27,10 @@ a_dbqxci_error code_of(int result) {
     return QxciErrBadCert;
 }
 
-bool fail_verify(X509_STORE_CTX& context, ErrorRecord& error) {
+bool fail_verify(X509_STORE_CTX& context, qxci::ErrorRecord& error) {
     const int result = X509_STORE_CTX_get_error(&context);
     const X509* const faulty = X509_STORE_CTX_get_current_cert(&context);
+    // Whoever it is, the code and the result get through without the name.
     const BioPtr subject = faulty == nullptr ? nullptr : subject_text(*faulty);
     return error.fail(code_of(result), subject == nullptr ? "" : text_of(*subject),
                       static_cast<uint32_t>(result));
@@ -94,7 +95,7 @@ bool meets(X509& certificate, const a_demand& demand, const char* text) {
 
 }  // namespace
 
-bool check_peer(X509_STORE_CTX& context, const Settings& settings, ErrorRecord& error) {
+bool check_peer(X509_STORE_CTX& context, const Settings& settings, qxci::ErrorRecord& error) {
     constrain_common_name(context);
     leave_dates_aside(context);
     if (X509_verify_cert(&context) != 1 || !judge_chain_dates(context)) {

@@ -14,7 +14,7 @@
 /// False with the reason in `error`: QxciErrCertExpired or QxciErrBadCert with the subject of the
 /// certificate at fault and OpenSSL's verify result as the system code; QxciErrBadCompany,
 /// QxciErrBadUnit or QxciErrBadCommonName with what was asked for.
-bool check_peer(X509_STORE_CTX& context, const Settings& settings, ErrorRecord& error);
+bool check_peer(X509_STORE_CTX& context, const Settings& settings, qxci::ErrorRecord& error);
 
 /// A reader of the certificate's subject as text, such as "CN=mail.example,O=Example"; null when
 /// there is no memory. Its data ends with a zero byte.

@@ -34,7 +34,7 @@ PemText::~PemText() {
     _memory.free(_data);
 }
 
-bool PemText::read_file(const char* file, ErrorRecord& error) {
+bool PemText::read_file(const char* file, qxci::ErrorRecord& error) {
     _source = file;
     const int descriptor = open_file(file);
     if (descriptor < 0) return bad_file(errno, error);
@@ -43,11 +43,12 @@ bool PemText::read_file(const char* file, ErrorRecord& error) {
     return done;
 }
 
-bool PemText::read_descriptor(int descriptor, ErrorRecord& error) {
+bool PemText::read_descriptor(int descriptor, qxci::ErrorRecord& error) {
     struct stat status;
     if (fstat(descriptor, &status) != 0) return bad_file(errno, error);
     if (const int fault = judge_file(status); fault != 0) return bad_file(fault, error);
     if (!reserve(static_cast<size_t>(status.st_size), error)) return false;
+    // A file that grows meanwhile is taken as it was, one that shrinks as far as it goes.
     while (_len < _room) {
         const ssize_t count = read(descriptor, _data + _len, _room - _len);
         if (count == 0) break;
@@ -58,7 +59,7 @@ bool PemText::read_descriptor(int descriptor, ErrorRecord& error) {
     return true;
 }
 
-bool PemText::set(const char* text, const char* option, ErrorRecord& error) {
+bool PemText::set(const char* text, const char* option, qxci::ErrorRecord& error) {
     _source = option;
     if (!reserve(std::strlen(text), error)) return false;
     std::memcpy(_data, text, _room);
@@ -66,14 +67,14 @@ bool PemText::set(const char* text, const char* option, ErrorRecord& error) {
     return true;
 }
 
-bool PemText::reserve(size_t room, ErrorRecord& error) {
-    _data = static_cast<char*>(_memory.alloc(room + 1));
+bool PemText::reserve(size_t room, qxci::ErrorRecord& error) {
+    _data = static_cast<char*>(_memory.alloc(room + 1));  // not 0, for which there may be null
     if (_data == nullptr) return error.fail(QxciErrNoMemory);
     _room = room;
     return true;
 }
 
-bool PemText::bad_file(int system_error, ErrorRecord& error) const {
+bool PemText::bad_file(int system_error, qxci::ErrorRecord& error) const {
     const bool missing = system_error == ENOENT || system_error == ENOTDIR;
     return error.fail(missing ? QxciErrCantFindCertFile : QxciErrBadCertFile, _source,
                       static_cast<uint32_t>(system_error));
@@ -84,6 +85,7 @@ bool PemText::contains(const char* mark) const {
 }
 
 BioPtr PemText::open() const {
+    // It reads in place: no second copy of a key.
     return BioPtr(BIO_new_mem_buf(_data, static_cast<int>(_len)));
 }
 

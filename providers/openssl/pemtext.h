@@ -4,12 +4,12 @@
 /// Certificates and keys as the owner gives them: the bytes of a file, or the text of an option.
 /// They may hold a key, so the memory is wiped before it goes back.
 
-#include "providers/openssl/errorrecord.h"
+#include "kovcert/qxci/kit/errorrecord.h"
 #include "providers/openssl/openssllibrary.h"
 
 class PemText {
   public:
-    explicit PemText(const OwnerMemory& memory) : _memory(memory) {}
+    explicit PemText(const qxci::Memory& memory) : _memory(memory) {}
     PemText(const PemText&) = delete;
     PemText& operator=(const PemText&) = delete;
     ~PemText();
@@ -17,10 +17,10 @@ class PemText {
     /// Reads a regular file of at most 16 MiB. A missing one is QxciErrCantFindCertFile, any other
     /// that cannot be read QxciErrBadCertFile with the system's error number: EISDIR for a folder,
     /// EINVAL for a device or pipe, EFBIG.
-    bool read_file(const char* file, ErrorRecord& error);
+    bool read_file(const char* file, qxci::ErrorRecord& error);
 
     /// Takes a text, which `option` named.
-    bool set(const char* text, const char* option, ErrorRecord& error);
+    bool set(const char* text, const char* option, qxci::ErrorRecord& error);
 
     bool empty() const { return _len == 0; }
     bool is_pem() const { return contains("-----BEGIN "); }
@@ -32,11 +32,11 @@ class PemText {
 
   private:
     bool contains(const char* mark) const;
-    bool read_descriptor(int descriptor, ErrorRecord& error);
-    bool reserve(size_t room, ErrorRecord& error);
-    bool bad_file(int system_error, ErrorRecord& error) const;
+    bool read_descriptor(int descriptor, qxci::ErrorRecord& error);
+    bool reserve(size_t room, qxci::ErrorRecord& error);
+    bool bad_file(int system_error, qxci::ErrorRecord& error) const;
 
-    const OwnerMemory& _memory;
+    const qxci::Memory& _memory;
     const char* _source = "";
     char* _data = nullptr;
     size_t _len = 0, _room = 0;

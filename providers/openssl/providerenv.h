@@ -1,27 +1,23 @@
 #ifndef QUOREL_PROVIDERS_OPENSSL_PROVIDERENV_H
 #define QUOREL_PROVIDERS_OPENSSL_PROVIDERENV_H
 
-/// The environment, what a QXCIEnvironmentH points at: the owner's memory and its options. Does not
-/// change once it is made, so any number of threads may use it.
-
+#include "kovcert/qxci/kit/providerkit.h"
 #include "providers/openssl/settings.h"
 
-class ProviderEnv {
+/// The environment: the owner's memory and its options. Does not change once it is made, so any
+/// number of threads may use it: nothing in this provider needs a mutex.
+class ProviderEnv : public qxci::Environment {
   public:
-    ProviderEnv(const a_qxci_callbacks* callbacks, void* context)
-        : memory(callbacks, context), settings(memory, nullptr) {}
+    explicit ProviderEnv(const qxci::Memory& owner)
+        : Environment(owner), _settings(memory(), nullptr) {}
 
-    static ProviderEnv* of(QXCIEnvironmentH env) { return reinterpret_cast<ProviderEnv*>(env); }
-    QXCIEnvironmentH handle() { return reinterpret_cast<QXCIEnvironmentH>(this); }
+    /// Sets OpenSSL up, if no other has, and reads the options; false with the reason in `error`.
+    bool init(a_qxci_user_option* options, const char* component, qxci::ErrorRecord& error);
 
-    /// Reads the options; false with the reason in `error`.
-    bool init(a_qxci_user_option* options, ErrorRecord& error);
+    const Settings& settings() const { return _settings; }
 
-    const OwnerMemory memory;
-    Settings settings;
+  private:
+    Settings _settings;
 };
-
-/// Fills the table of environments.
-extern const a_qxci_env_iface env_iface;
 
 #endif

@@ -1,6 +1,6 @@
 #include "providers/openssl/settings.h"
 
-#include <algorithm>
+#include "kovcert/qxci/kit/options.h"
 
 namespace {
 
@@ -31,39 +31,33 @@ constexpr struct an_option {
 const an_option* find_option(const char* name, an_option_scope scope) {
     for (const an_option& option : known_options) {
         const bool offered = scope == SCOPE_ENVIRONMENT || option.scope == SCOPE_OBJECT;
-        if (offered && same_name(option.name, name)) return &option;
+        if (offered && qxci::same_name(option.name, name)) return &option;
     }
     return nullptr;
 }
 
-char lower_case(char letter) {
-    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-}
-
 }  // namespace
 
-bool same_name(std::string_view a, std::string_view b) {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](char one, char other) { return lower_case(one) == lower_case(other); });
-}
-
-bool Settings::read(a_qxci_user_option* options, an_option_scope scope, ErrorRecord& error) {
+bool Settings::read(a_qxci_user_option* options, an_option_scope scope, qxci::ErrorRecord& error) {
     for (; options != nullptr; options = options->next) {
         if (!take(*options, scope, error)) return false;
     }
     return true;
 }
 
-bool Settings::take(a_qxci_user_option& option, an_option_scope scope, ErrorRecord& error) {
-    const char* const name = option.opt_name == nullptr ? "" : option.opt_name;
+bool Settings::take(a_qxci_user_option& option, an_option_scope scope, qxci::ErrorRecord& error) {
+    const char* const name = qxci::option_name(option);
     const an_option* const known = find_option(name, scope);
     if (known == nullptr) return scope == SCOPE_ENVIRONMENT || error.fail(QxciErrBadOption, name);
+    // Under one name the first counts, as everywhere. Two names for one thing are a contradiction
+    // in what is meant for this object, but not in an environment's, which is meant for whoever
+    // comes.
     if (has(known->setting)) {
-        const bool same = _values[known->setting].option == known->name;
+        const bool same = _values[known->setting].option == known->name;  // the pointer
         return same || scope == SCOPE_ENVIRONMENT || error.fail(QxciErrOptionError, known->name);
     }
     option.used = true;
-    char* const copy = _memory.strdup(option.opt_value == nullptr ? "" : option.opt_value);
+    char* const copy = _memory.copy(qxci::option_value(option));
     if (copy == nullptr) return error.fail(QxciErrNoMemory);
     _values[known->setting] = {copy, known->form, known->name};
     const bool needs_value =

@@ -5,9 +5,7 @@
 /// settings of their own; what a connection does not say holds as the stream, else the environment,
 /// says it.
 
-#include <string_view>
-
-#include "providers/openssl/errorrecord.h"
+#include "kovcert/qxci/kit/errorrecord.h"
 
 enum a_setting {
     SETTING_TLS_TYPE,
@@ -43,7 +41,7 @@ enum an_option_scope {
 class Settings {
   public:
     /// `outer` holds for what is not set here, and lives longer; null: there is none.
-    Settings(const OwnerMemory& memory, const Settings* outer) : _memory(memory), _outer(outer) {}
+    Settings(const qxci::Memory& memory, const Settings* outer) : _memory(memory), _outer(outer) {}
     Settings(const Settings&) = delete;
     Settings& operator=(const Settings&) = delete;
     ~Settings() { clear(); }
@@ -51,7 +49,7 @@ class Settings {
     /// Takes copies of the options and marks them as used. The first of several with the same name
     /// counts, and the others are not marked; an environment's that differ in name but not in
     /// meaning likewise, else such a one is QxciErrOptionError. False with the reason in `error`.
-    bool read(a_qxci_user_option* options, an_option_scope scope, ErrorRecord& error);
+    bool read(a_qxci_user_option* options, an_option_scope scope, qxci::ErrorRecord& error);
 
     /// Forgets what was read.
     void clear();
@@ -63,9 +61,9 @@ class Settings {
     bool has(a_setting setting) const { return _values[setting].text != nullptr; }
 
   private:
-    bool take(a_qxci_user_option& option, an_option_scope scope, ErrorRecord& error);
+    bool take(a_qxci_user_option& option, an_option_scope scope, qxci::ErrorRecord& error);
 
-    const OwnerMemory& _memory;
+    const qxci::Memory& _memory;
     const Settings* const _outer;
     struct a_value {
         char* text;  // owned
@@ -73,8 +71,5 @@ class Settings {
         const char* option;
     } _values[SETTING_COUNT] = {};
 };
-
-/// True when the names differ in the case of ASCII letters at most, in any locale.
-bool same_name(std::string_view a, std::string_view b);
 
 #endif

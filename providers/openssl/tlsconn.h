@@ -1,7 +1,7 @@
 #ifndef QUOREL_PROVIDERS_OPENSSL_TLSCONN_H
 #define QUOREL_PROVIDERS_OPENSSL_TLSCONN_H
 
-/// A connection, what a QXCIStreamConnH points at: one TLS session over the owner's callbacks.
+/// A connection: one TLS session over the owner's callbacks.
 ///
 /// A client's handshake is driven when it is created, and goes on in the first reads and writes
 /// only if the callbacks would block; a server's, which begins with waiting for the client, is done
@@ -10,32 +10,33 @@
 #include "providers/openssl/callbackbio.h"
 #include "providers/openssl/tlsstream.h"
 
-class TlsConn {
+class TlsConn : public qxci::Object {
   public:
-    TlsConn(TlsStream& stream, const a_qxci_conn_callbacks& callbacks, void* user_data)
-        : error(stream.env.memory), _stream(stream), _settings(stream.env.memory, &stream.settings),
-          _callbacks(callbacks), _user_data(user_data),
-          _bio(stream.env.memory, _callbacks, user_data) {}
+    using a_handle = QXCIStreamConnH;
+    using an_owner = TlsStream;
+
+    explicit TlsConn(const TlsStream& stream)
+        : Object(stream.env()), _stream(stream), _settings(memory(), &stream.settings()),
+          _bio(memory(), _callbacks) {}
     TlsConn(const TlsConn&) = delete;
     TlsConn& operator=(const TlsConn&) = delete;
     ~TlsConn();
 
-    static TlsConn* of(QXCIStreamConnH conn) { return reinterpret_cast<TlsConn*>(conn); }
-    QXCIStreamConnH handle() { return reinterpret_cast<QXCIStreamConnH>(this); }
-    const OwnerMemory& memory() const { return _stream.env.memory; }
+    /// Reads the options and begins the handshake.
+    a_qxci_result init(const a_qxci_conn_callbacks* callbacks, a_qxci_user_option* options,
+                       void* user_data);
 
-    /// Reads the options and begins the handshake; false with the reason in `error`.
-    bool init(a_qxci_user_option* options);
+    /// Once the session is broken, its error stays.
+    void begin_operation() {
+        if (_state != BROKEN) Object::begin_operation();
+    }
 
-    /// The entries of the same names.
     a_qxci_io_result read(a_qxci_byte* buf, size_t len, size_t* got);
     a_qxci_io_result write(const a_qxci_byte* data, size_t len);
-    a_qxci_io_result flush_writes();
+    a_qxci_io_result flush();
 
     /// OpenSSL's request to verify the peer's certificate.
     static int verify_entry(X509_STORE_CTX* context, void*);
-
-    ErrorRecord error;  // once the session is broken, it stays
 
   private:
     enum a_state {
@@ -61,18 +62,15 @@ class TlsConn {
     void log(int level, const char* text) const;
     void log_session() const;
 
-    TlsStream& _stream;
+    const TlsStream& _stream;
     Settings _settings;
-    const a_qxci_conn_callbacks _callbacks;
-    void* const _user_data;
+    a_qxci_conn_callbacks _callbacks = {};
+    void* _user_data = nullptr;
     a_credentials _credentials;  // its own; the stream's hold for what is missing
     CallbackBio _bio;
     SslPtr _ssl;
     a_state _state = HANDSHAKING;
     size_t _taken = 0;  // bytes of an unfinished write that have gone out
 };
-
-/// Fills the table of connections.
-extern const a_qxci_conn_iface conn_iface;
 
 #endif

@@ -13,6 +13,7 @@
 /// The store with the certificates of the setting, which is set; null with the reason in `error`:
 /// those of PemText, QxciErrNoCertificates when there is none in it, QxciErrBadCertFile when one
 /// cannot be read or is one too many (E2BIG), each with the file.
-StorePtr load_trust(const OwnerMemory& memory, const a_setting_value& setting, ErrorRecord& error);
+StorePtr load_trust(const qxci::Memory& memory, const a_setting_value& setting,
+                    qxci::ErrorRecord& error);
 
 #endif

@@ -2,7 +2,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include "providers/stub/qxcistub.h"
 #include "providers/stub/stubstream.h"
 #include "providers/stub/stubwire.h"
 
@@ -11,11 +10,12 @@ namespace {
 class StubConn : public StubObject {
   public:
     using a_handle = QXCIStreamConnH;
-    static constexpr StubOperation creation = StubOperation::conn;
-    using StubObject::StubObject;
+    using an_owner = StubStream;
 
-    a_qxci_result init(const StubStream* stream, const a_qxci_conn_callbacks* callbacks,
-                       void* user_data, a_qxci_user_option* options);
+    explicit StubConn(const StubStream& stream)
+        : StubObject(stream.env(), stream.script()), _stream(stream) {}
+    a_qxci_result init(const a_qxci_conn_callbacks* callbacks, a_qxci_user_option* options,
+                       void* user_data);
 
     a_qxci_io_result read(a_qxci_byte* buf, size_t len, size_t* got);
     a_qxci_io_result write(const a_qxci_byte* data, size_t len);
@@ -48,6 +48,7 @@ class StubConn : public StubObject {
     const char* peer_greeting() const { return _side == QXCI_CLIENT ? "server\n" : "client\n"; }
     static constexpr size_t greeting_size = 7;
 
+    const StubStream& _stream;
     StubWire _wire;
     a_qxci_conn_callbacks _callbacks = {};
     void* _user_data = nullptr;
@@ -60,16 +61,14 @@ class StubConn : public StubObject {
     size_t _taken = 0;  // of a write that blocked
 };
 
-a_qxci_result StubConn::init(const StubStream* stream, const a_qxci_conn_callbacks* callbacks,
-                             void* user_data, a_qxci_user_option* options) {
-    if (!stream->is_started() || callbacks == nullptr) return fail(QxciErrInitError);
-    if (callbacks->read_cb == nullptr || callbacks->write_cb == nullptr) {
-        return fail(QxciErrInitError);
-    }
+a_qxci_result StubConn::init(const a_qxci_conn_callbacks* callbacks, a_qxci_user_option* options,
+                             void* user_data) {
+    if (prepare(StubOperation::conn, options, stub_tls_options) != QXCI_OK) return QXCI_ERROR;
+    if (!_stream.is_started() || !qxci::are_usable(callbacks)) return fail(QxciErrInitError);
     _callbacks = *callbacks;
     _user_data = user_data;
     _wire.set_callbacks(_callbacks, user_data);
-    _side = stream->side();
+    _side = _stream.side();
     if (compose_hello(options) != QXCI_OK) return QXCI_ERROR;
     switch (make_ready()) {
     case QXCI_IO_ERROR:
@@ -89,17 +88,17 @@ bool StubConn::add_to_hello(const char* text) {
     return true;
 }
 
-/// The options are not there any more when the hello is sent.
+/// In the wire's own buffer, since the options may be gone when the hello is sent.
 a_qxci_result StubConn::compose_hello(a_qxci_user_option* options) {
     add_to_hello(own_greeting());
     if (_side == QXCI_SERVER) return QXCI_OK;
     for (; options != nullptr; options = options->next) {
         options->used = true;
-        if (stub_same_name(options->opt_name, "stub_script")) continue;
-        const char* const value = options->opt_value == nullptr ? "" : options->opt_value;
-        if (!add_to_hello(options->opt_name) || !add_to_hello("=") || !add_to_hello(value) ||
-            !add_to_hello("\n")) {
-            return fail(QxciErrOptionError, options->opt_name);
+        const char* const name = qxci::option_name(*options);
+        if (qxci::same_name(name, "stub_script")) continue;
+        if (!add_to_hello(name) || !add_to_hello("=") ||
+            !add_to_hello(qxci::option_value(*options)) || !add_to_hello("\n")) {
+            return fail(QxciErrOptionError, name);
         }
     }
     return QXCI_OK;
@@ -155,7 +154,7 @@ a_qxci_io_result StubConn::handshake() {
 
 a_qxci_io_result StubConn::send_hello() {
     if (_hello_sent) return QXCI_IO_OK;
-    _hello_sent = true;
+    _hello_sent = true;  // or not for good: a wire that failed stays so
     return _wire.send(StubRecord::hello, _hello_len);
 }
 
@@ -278,31 +277,21 @@ void StubConn::close() {
     }
 }
 
-QXCIStreamConnH create_conn(QXCIStreamH handle, const a_qxci_conn_callbacks* callbacks,
-                            a_qxci_user_option* options, void* user_data, a_qxci_error* error) {
-    StubStream& stream = stub_object<StubStream>(handle);
-    const StubStream* const of = &stream;
-    return stub_create<StubConn>(stream.env(), stream.script(), error, options, stub_tls_options,
-                                 of, callbacks, user_data, options);
-}
-
 constexpr a_qxci_conn_iface conn_iface = {
-    .create_func = create_conn,
-    .read_func = [](QXCIStreamConnH conn, a_qxci_byte* buf, size_t len,
-                    size_t* got) { return stub_operate<StubConn>(conn).read(buf, len, got); },
-    .write_func = [](QXCIStreamConnH conn, const a_qxci_byte* data,
-                     size_t len) { return stub_operate<StubConn>(conn).write(data, len); },
-    .flush_writes_func = [](QXCIStreamConnH conn) { return stub_operate<StubConn>(conn).flush(); },
-    .get_last_error_func = stub_last_error<StubConn>,
+    .create_func = qxci::create<StubConn, const a_qxci_conn_callbacks*, a_qxci_user_option*, void*>,
+    .read_func = qxci::entry<&StubConn::read>,
+    .write_func = qxci::entry<&StubConn::write>,
+    .flush_writes_func = qxci::entry<&StubConn::flush>,
+    .get_last_error_func = qxci::last_error<StubConn>,
     .destroy_func =
         [](QXCIStreamConnH conn) {
-            if (conn != nullptr) stub_object<StubConn>(conn).close();
-            stub_destroy<StubConn>(conn);
+            if (conn != nullptr) qxci::object_of<StubConn>(conn).close();
+            qxci::destroy<StubConn>(conn);
         },
 };
 
 }  // namespace
 
 a_qxci_result QXCIGetStreamConnIface(a_qxci_conn_iface* iface) {
-    return stub_fill(iface, conn_iface);
+    return qxci::fill_table(iface, conn_iface);
 }

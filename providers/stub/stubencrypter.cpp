@@ -1,8 +1,7 @@
 #include <cstring>
 
-#include "providers/stub/qxcistub.h"
+#include "providers/stub/stubalgorithms.h"
 #include "providers/stub/stubobject.h"
-#include "providers/stub/stubtext.h"
 
 namespace {
 
@@ -14,12 +13,13 @@ constexpr const char* known_options[] = {"iv", "stub_script", nullptr};
 class StubEncrypter : public StubObject {
   public:
     using a_handle = QXCIBlockEncrypterH;
-    static constexpr StubOperation creation = StubOperation::object;
     using StubObject::StubObject;
 
     template <class Key>
-    a_qxci_result init(Key algorithm, const a_qxci_byte* key, size_t key_len) {
-        _algorithm = stub_find_algorithm(stub_encrypters, algorithm);
+    a_qxci_result init(Key algorithm, const a_qxci_byte* key, size_t key_len,
+                       a_qxci_user_option* options) {
+        if (prepare(StubOperation::object, options, known_options) != QXCI_OK) return QXCI_ERROR;
+        _algorithm = qxci::find_algorithm(stub_encrypters, algorithm);
         if (_algorithm == nullptr) return fail(QxciErrBadEncryptionAlgorithm);
         if (key == nullptr || key_len == 0) return fail(QxciErrKeyMissing);
         if (key_len != _algorithm->size) return fail(QxciErrOptionError, "key");
@@ -53,26 +53,22 @@ class StubEncrypter : public StubObject {
 };
 
 template <class Key>
-QXCIBlockEncrypterH create(QXCIEnvironmentH env, Key algorithm, const a_qxci_byte* key,
-                           size_t key_len, a_qxci_user_option* options, a_qxci_error* error) {
-    StubEnv& owner = *StubEnv::of(env);
-    return stub_create<StubEncrypter>(owner, owner.script(), error, options, known_options,
-                                      algorithm, key, key_len);
-}
+constexpr auto create =
+    qxci::create<StubEncrypter, Key, const a_qxci_byte*, size_t, a_qxci_user_option*>;
 
 constexpr a_qxci_enc_iface enc_iface = {
     .create_func = create<const char*>,
     .create_with_id_func = create<a_qxci_byte>,
-    .get_algorithm_id_func = stub_algorithm_id<StubEncrypter>,
+    .get_algorithm_id_func = qxci::algorithm_id<StubEncrypter>,
     .encrypt_func = stub_work<&StubEncrypter::encrypt>,
     .decrypt_func = stub_work<&StubEncrypter::decrypt>,
     .get_block_size_func = [](QXCIBlockEncrypterH) { return block_size; },
-    .get_last_error_func = stub_last_error<StubEncrypter>,
-    .destroy_func = stub_destroy<StubEncrypter>,
+    .get_last_error_func = qxci::last_error<StubEncrypter>,
+    .destroy_func = qxci::destroy<StubEncrypter>,
 };
 
 }  // namespace
 
 a_qxci_result QXCIGetBlockEncrypterIface(a_qxci_enc_iface* iface) {
-    return stub_fill(iface, enc_iface);
+    return qxci::fill_table(iface, enc_iface);
 }

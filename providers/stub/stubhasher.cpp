@@ -1,19 +1,18 @@
-#include "providers/stub/qxcistub.h"
+#include "providers/stub/stubalgorithms.h"
 #include "providers/stub/stubmix.h"
 #include "providers/stub/stubobject.h"
-#include "providers/stub/stubtext.h"
 
 namespace {
 
 class StubHasher : public StubObject {
   public:
     using a_handle = QXCIBlockHasherH;
-    static constexpr StubOperation creation = StubOperation::object;
     using StubObject::StubObject;
 
     template <class Key>
     a_qxci_result init(Key algorithm) {
-        _algorithm = stub_find_algorithm(stub_hashers, algorithm);
+        if (prepare(StubOperation::object) != QXCI_OK) return QXCI_ERROR;
+        _algorithm = qxci::find_algorithm(stub_hashers, algorithm);
         return _algorithm != nullptr ? QXCI_OK : fail(QxciErrBadHashAlgorithm);
     }
 
@@ -49,25 +48,20 @@ class StubHasher : public StubObject {
 };
 
 constexpr a_qxci_hash_iface hash_iface = {
-    .create_func = [](QXCIEnvironmentH env, const char* name,
-                      a_qxci_error* error) { return stub_create<StubHasher>(env, error, name); },
-    .create_with_id_func =
-        [](QXCIEnvironmentH env, a_qxci_byte id, a_qxci_error* error) {
-            return stub_create<StubHasher>(env, error, id);
-        },
-    .get_algorithm_id_func = stub_algorithm_id<StubHasher>,
-    .get_max_hash_size_func =
-        [](QXCIBlockHasherH hasher) { return stub_object<StubHasher>(hasher).hash_size(); },
+    .create_func = qxci::create<StubHasher, const char*>,
+    .create_with_id_func = qxci::create<StubHasher, a_qxci_byte>,
+    .get_algorithm_id_func = qxci::algorithm_id<StubHasher>,
+    .get_max_hash_size_func = qxci::entry<&StubHasher::hash_size>,
     .get_block_size_func = [](QXCIBlockHasherH) { return size_t{1}; },
     .begin_hash_func = stub_work<&StubHasher::begin>,
     .add_data_func = stub_work<&StubHasher::add>,
     .end_hash_func = stub_work<&StubHasher::end>,
-    .get_last_error_func = stub_last_error<StubHasher>,
-    .destroy_func = stub_destroy<StubHasher>,
+    .get_last_error_func = qxci::last_error<StubHasher>,
+    .destroy_func = qxci::destroy<StubHasher>,
 };
 
 }  // namespace
 
 a_qxci_result QXCIGetBlockHasherIface(a_qxci_hash_iface* iface) {
-    return stub_fill(iface, hash_iface);
+    return qxci::fill_table(iface, hash_iface);
 }

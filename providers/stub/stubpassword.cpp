@@ -1,10 +1,9 @@
 #include <atomic>
 #include <cstring>
 
-#include "providers/stub/qxcistub.h"
+#include "providers/stub/stubalgorithms.h"
 #include "providers/stub/stubmix.h"
 #include "providers/stub/stubobject.h"
-#include "providers/stub/stubtext.h"
 
 namespace {
 
@@ -32,11 +31,12 @@ bool is_earlier_hash(const char* text) {
 class StubPasswordHasher : public StubObject {
   public:
     using a_handle = QXCIPasswordHasherH;
-    static constexpr StubOperation creation = StubOperation::object;
     using StubObject::StubObject;
 
-    a_qxci_result init(a_qxci_byte id) {
-        _algorithm = stub_find_algorithm(stub_pw_hashers, id);
+    /// Without a number: the best there is.
+    a_qxci_result init(a_qxci_byte id = QXCI_PW_HASH_PBKDF2_SHA256) {
+        if (prepare(StubOperation::object) != QXCI_OK) return QXCI_ERROR;
+        _algorithm = qxci::find_algorithm(stub_pw_hashers, id);
         return _algorithm != nullptr ? QXCI_OK : fail(QxciErrBadHashAlgorithm);
     }
 
@@ -66,24 +66,17 @@ class StubPasswordHasher : public StubObject {
 };
 
 constexpr a_qxci_pw_hash_iface pw_hash_iface = {
-    .create_func =
-        [](QXCIEnvironmentH env, a_qxci_error* error) {
-            constexpr a_qxci_byte best = QXCI_PW_HASH_PBKDF2_SHA256;
-            return stub_create<StubPasswordHasher>(env, error, best);
-        },
-    .create_with_id_func =
-        [](QXCIEnvironmentH env, a_qxci_byte id, a_qxci_error* error) {
-            return stub_create<StubPasswordHasher>(env, error, id);
-        },
-    .get_algorithm_id_func = stub_algorithm_id<StubPasswordHasher>,
+    .create_func = qxci::create<StubPasswordHasher>,
+    .create_with_id_func = qxci::create<StubPasswordHasher, a_qxci_byte>,
+    .get_algorithm_id_func = qxci::algorithm_id<StubPasswordHasher>,
     .get_max_hash_size_func = [](QXCIPasswordHasherH) { return text_size; },
     .hash_func = stub_work<&StubPasswordHasher::hash>,
-    .get_last_error_func = stub_last_error<StubPasswordHasher>,
-    .destroy_func = stub_destroy<StubPasswordHasher>,
+    .get_last_error_func = qxci::last_error<StubPasswordHasher>,
+    .destroy_func = qxci::destroy<StubPasswordHasher>,
 };
 
 }  // namespace
 
 a_qxci_result QXCIGetPasswordHasherIface(a_qxci_pw_hash_iface* iface) {
-    return stub_fill(iface, pw_hash_iface);
+    return qxci::fill_table(iface, pw_hash_iface);
 }

@@ -182,6 +182,7 @@ class SharedScript {
     /// one of `version` any more.
     a_stub_step next(StubOperation operation, unsigned* calls, unsigned& version) {
         const std::lock_guard lock(_mutex);
+        // Another thread may have set it since this object's last call.
         if (version != _version) std::memset(calls, 0, stub_operation_count * sizeof *calls);
         version = _version;
         return find_step(_text, operation, calls[static_cast<size_t>(operation)]++);

@@ -1,10 +1,8 @@
 #include <cstring>
 #include <initializer_list>
 
-#include "providers/stub/qxcistub.h"
 #include "providers/stub/stubmix.h"
 #include "providers/stub/stubobject.h"
-#include "providers/stub/stubtext.h"
 
 namespace {
 
@@ -14,10 +12,11 @@ constexpr const char* known_options[] = {"stub_key", "stub_script", nullptr};
 class StubSigner : public StubObject {
   public:
     using a_handle = QXCISignatureHandlerH;
-    static constexpr StubOperation creation = StubOperation::object;
     using StubObject::StubObject;
 
-    a_qxci_result init(const char* key) {
+    a_qxci_result init(a_qxci_user_option* options) {
+        if (prepare(StubOperation::object, options, known_options) != QXCI_OK) return QXCI_ERROR;
+        const char* const key = qxci::find_option(options, "stub_key");
         if (key == nullptr) return fail(QxciErrKeyMissing);
         _keyed.add_text(key);
         return QXCI_OK;
@@ -75,25 +74,18 @@ class StubSigner : public StubObject {
     StubMix _keyed;
 };
 
-QXCISignatureHandlerH create(QXCIEnvironmentH env, a_qxci_user_option* options,
-                             a_qxci_error* error) {
-    StubEnv& owner = *StubEnv::of(env);
-    return stub_create<StubSigner>(owner, owner.script(), error, options, known_options,
-                                   stub_find_option(options, "stub_key"));
-}
-
 constexpr a_qxci_sig_iface sig_iface = {
-    .create_func = create,
+    .create_func = qxci::create<StubSigner, a_qxci_user_option*>,
     .create_dbsig_func = stub_work<&StubSigner::sign_db>,
     .create_connsig_func = stub_work<&StubSigner::sign_conn>,
     .verify_dbsig_func = stub_work<&StubSigner::verify_db>,
     .verify_connsig_func = stub_work<&StubSigner::verify_conn>,
-    .get_last_error_func = stub_last_error<StubSigner>,
-    .destroy_func = stub_destroy<StubSigner>,
+    .get_last_error_func = qxci::last_error<StubSigner>,
+    .destroy_func = qxci::destroy<StubSigner>,
 };
 
 }  // namespace
 
 a_qxci_result QXCIGetSignatureHandlerIface(a_qxci_sig_iface* iface) {
-    return stub_fill(iface, sig_iface);
+    return qxci::fill_table(iface, sig_iface);
 }

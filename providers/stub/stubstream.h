@@ -3,19 +3,41 @@
 
 /// Streams: the side that their connections are on.
 
+#include "providers/stub/stubalgorithms.h"
 #include "providers/stub/stubobject.h"
-#include "providers/stub/stubtext.h"
+
+/// Accepted by streams and connections: all that the owner or a user may want of TLS.
+inline constexpr const char* stub_tls_options[] = {
+    "stub_script",
+    "tls_type",
+    "FIPS",
+    "identity",
+    "identity_file",
+    "certificate_file",
+    "identity_password",
+    "certificate_password",
+    "trusted_certificates",
+    "trusted_root_file",
+    "trusted_root",
+    "trusted_root_files",
+    "trusted_roots",
+    "trusted_certificate",
+    "certificate_company",
+    "certificate_unit",
+    "certificate_name",
+    nullptr,
+};
 
 class StubStream : public StubObject {
   public:
     using a_handle = QXCIStreamH;
-    static constexpr StubOperation creation = StubOperation::stream;
     using StubObject::StubObject;
 
     /// `algorithm` is a name or a number.
     template <class Key>
-    a_qxci_result init(Key algorithm) {
-        _algorithm = stub_find_algorithm(stub_streams, algorithm);
+    a_qxci_result init(const a_qxci_stream_callbacks*, void*, Key algorithm) {
+        if (prepare(StubOperation::stream) != QXCI_OK) return QXCI_ERROR;
+        _algorithm = qxci::find_algorithm(stub_streams, algorithm);
         return _algorithm != nullptr ? QXCI_OK : fail(QxciErrBadEncryptionAlgorithm);
     }
 

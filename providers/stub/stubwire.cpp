@@ -54,7 +54,8 @@ a_qxci_io_result StubWire::receive(void* buf, size_t len, size_t* got) {
     return QXCI_IO_WOULD_BLOCK;
 }
 
-/// Checks that the header is exactly what would be sent for its kind and length.
+/// Checks that the header is exactly what would be sent for its kind and length: what strtoul()
+/// takes besides, blanks and signs, does not print alike.
 bool StubWire::parse_header() {
     constexpr size_t length_at = QXCI_STUB_HEADER_SIZE - 6;
     _left = std::strtoul(_in + length_at, nullptr, 10);

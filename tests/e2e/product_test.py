@@ -1,6 +1,6 @@
 """The library as its users get it: what the file exports, needs, says and leaves behind.
 
-    product_test.py LIBRARY EXPORTS_MAP BITS LOADLOOP
+    product_test.py LIBRARY HOSTCALL EXPORTS_MAP BITS
 """
 import os
 import re
@@ -8,14 +8,15 @@ import subprocess
 import sys
 import unittest
 
-LIBRARY, EXPORTS_MAP, BITS, LOADLOOP = sys.argv[1:5]
+from hostcall import LIBRARY, line, output, start
+
+EXPORTS_MAP, BITS = sys.argv[3:5]
 SANITIZED = bool(os.environ.get("QUOREL_SANITIZE"))
 MARKER = b"@@==Version==@1@"
 
 
-def run(*command, **environment):
-    return subprocess.run(command, check=True, capture_output=True, text=True, timeout=120,
-                          env={**os.environ, **environment}).stdout
+def run(*command):
+    return subprocess.run(command, check=True, capture_output=True, text=True, timeout=120).stdout
 
 
 def record_of(path):
@@ -61,16 +62,16 @@ class Product(unittest.TestCase):
 
     @unittest.skipIf(SANITIZED, "the sanitizer's own run time stays behind")
     def test_loads_and_unloads_without_growing(self):
-        self.assertEqual(run(LOADLOOP, LIBRARY, "5000"), "regions 0 descriptors 0 heap 0\n")
+        # The C library counts blocks that it caches for a thread as in use. The start fails for want
+        # of a host, after the network has been set up for it.
+        self.assertEqual(output("reload 5000", line("xp_read_file", {1: "/proc/self/exe"}),
+                                start(25, host=None), GLIBC_TUNABLES="glibc.malloc.tcache_count=0"),
+                         "regions 0 descriptors 0 heap 0\n")
 
     def test_prints_one_entry_on_request_and_otherwise_nothing(self):
-        environment = {"TALVEX_VERSION_INFO": ""}
-        uname = record_of(LIBRARY)[14]
-        # The eleven loads of a short loop print it eleven times.
-        printed = run(LOADLOOP, LIBRARY, "1", **environment).splitlines()
-        self.assertEqual(printed[:-1], [uname] * 11)
         os.environ.pop("TALVEX_VERSION_INFO", None)
-        self.assertEqual(len(run(LOADLOOP, LIBRARY, "1").splitlines()), 1)
+        self.assertEqual(output(), "")
+        self.assertEqual(output(TALVEX_VERSION_INFO=""), record_of(LIBRARY)[14] + "\n")
 
 
 if __name__ == "__main__":

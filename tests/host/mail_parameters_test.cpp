@@ -9,7 +9,7 @@
 #include "host/callframe.h"
 #include "host/library.h"
 #include "host/mailguards.h"
-#include "tests/host/fakeprocedure.h"
+#include "tests/host/fakecall.h"
 #include "tests/scratch.h"
 
 using namespace host;
@@ -25,37 +25,13 @@ std::vector<std::string> split(const std::string& text) {
     return words;
 }
 
-// A call of what fakelib makes of a procedure's arguments, given by name.
-class NamedCall {
-  public:
-    explicit NamedCall(const std::string& procedure, const char* fake = "fake_spell")
-        : _procedure(*find_procedure(procedure)), frame(fake_library(), _procedure, 1) {
-        _procedure.name = fake;
+// Gives all of "host=h|port=25".
+void give(FakeCall& call, const std::string& arguments) {
+    for (const std::string& argument : split(arguments)) {
+        const std::size_t name = argument.find('=');
+        EXPECT_TRUE(call.set(argument.substr(0, name), argument.substr(name + 1))) << call.error;
     }
-
-    bool set(const std::string& name, const std::string& bytes) {
-        return frame.set_argument(_procedure.parameter_number(name),
-                                  Value::text(bytes, EXTFN_TYPE_STRING), error);
-    }
-    // As an SQL function does.
-    bool lend(const std::string& name, const std::string& bytes) {
-        return frame.lend_argument(_procedure.parameter_number(name), bytes, error);
-    }
-    // All of "host=h|port=25".
-    void give(const std::string& arguments) {
-        for (const std::string& argument : split(arguments)) {
-            const std::size_t name = argument.find('=');
-            EXPECT_TRUE(set(argument.substr(0, name), argument.substr(name + 1))) << error;
-        }
-    }
-    std::string error;  // of the last that failed
-
-  private:
-    Procedure _procedure;
-
-  public:
-    CallFrame frame;
-};
+}
 
 TEST(MailParameters, hold_what_can_be_pasted_where_it_goes) {
     const std::vector<std::string> breaks = {"\r", "\n", std::string(1, '\0')};
@@ -84,7 +60,7 @@ TEST(MailParameters, hold_what_can_be_pasted_where_it_goes) {
               {"\n", "/a/b\"c", "a\"", "b\\", "/a/\x01"}},
          })
         for (const std::string& parameter : split(row.parameters)) {
-            NamedCall call(row.procedure);
+            FakeCall call("fake_spell", *find_procedure(row.procedure));
             for (const std::string& text : row.right)
                 EXPECT_TRUE(call.set(parameter, text)) << call.error;
             for (const std::string& text : row.wrong) {
@@ -95,12 +71,12 @@ TEST(MailParameters, hold_what_can_be_pasted_where_it_goes) {
         }
 }
 
-// What the procedure is given ("2=h 12=1 ", by number) of "host=h|…" and the host's warning; or why
-// it is not called ("6 (message) takes …").
+// What the procedure is given ("2=h 12=42 ", by number) of "host=h|…" and the host's warning; or
+// why it is not called ("6 (message) takes …").
 std::string outcome(const char* procedure, const std::string& given) {
-    NamedCall call(procedure);
-    call.give(given);
-    if (call.frame.call(call.error)) return *call.frame.result()->bytes + call.frame.warning();
+    FakeCall call("fake_spell", *find_procedure(procedure));
+    give(call, given);
+    if (call.run().empty()) return *call.frame.result()->bytes + call.frame.warning();
     EXPECT_FALSE(call.frame.result()) << "nothing is called";
     return call.error.substr(strlen("fake_spell: parameter "));
 }
@@ -128,11 +104,11 @@ TEST(MailParameters, a_start_protects_what_it_is_given) {
     const std::string unnamed = "11 (cert_name) is missing, and the host is no name";
     const std::string name(190, 'x');
     for (const Outcome& row : {
-             Outcome{"host=h", "2=h 12=1 "},
+             Outcome{"host=h", "2=h 12=42 "},
              {"host=h|auth_username=|auth_password=", clear},
              {"host=h|allow_plaintext_auth=off" + login, clear},
-             {"host=h|allow_plaintext_auth=yes" + login, "2=h 6=u 7=p 12=1 "},
-             {"host=a.test.|trusted_cert=c" + login, "2=a.test. 6=u 7=p 8=c 11=a.test 12=1 "},
+             {"host=h|allow_plaintext_auth=yes" + login, "2=h 6=u 7=p 12=42 "},
+             {"host=a.test.|trusted_cert=c" + login, "2=a.test. 6=u 7=p 8=c 11=a.test 12=42 "},
              {"host=::1|auth_username=" + name + "|auth_password=" + name.substr(1), "2=::1 6=x"},
              {"host=::1|auth_username=" + name + "|auth_password=" + name,
               "7 (auth_password) and the user's name are too long"},
@@ -140,9 +116,9 @@ TEST(MailParameters, a_start_protects_what_it_is_given) {
              {"host=h|auth_password=p", "7 (auth_password) does nothing without auth_username"},
              {"host=h|cert_name=n", "11 (cert_name) does nothing without trusted_cert"},
              {"host=h|cert_unit=n", "10 (cert_unit) does nothing without trusted_cert"},
-             {"host=h|cert_name=", "2=h 11= 12=1 "},
-             {"host=h|trusted_cert=c|cert_name=n", "2=h 8=c 11=n 12=1 "},
-             {"host=h|trusted_cert=c|cert_name=", "2=h 8=c 12=1 cert_name is empty: any server"},
+             {"host=h|cert_name=", "2=h 11= 12=42 "},
+             {"host=h|trusted_cert=c|cert_name=n", "2=h 8=c 11=n 12=42 "},
+             {"host=h|trusted_cert=c|cert_name=", "2=h 8=c 12=42 cert_name is empty: any server"},
              {"host=192.0.2.1|trusted_cert=c", unnamed},
              {"host=3221225985|trusted_cert=c", unnamed},
              {"host=::1|trusted_cert=c", unnamed},
@@ -153,24 +129,24 @@ TEST(MailParameters, a_start_protects_what_it_is_given) {
 
 TEST(MailParameters, a_message_stays_one_message_with_whole_line_ends) {
     const std::string bare = "message=\na\rb\r\nc\r\r\nd\n\re\n";
-    const std::string whole = "6=\r\na\r\nb\r\nc\r\n\r\nd\r\n\r\ne\r\n 20=1 ";
-    const std::string kept = "6=\na\rb\r\nc\r\r\nd\n\re\n 20=1 ";
+    const std::string whole = "6=\r\na\r\nb\r\nc\r\n\r\nd\r\n\r\ne\r\n 20=42 ";
+    const std::string kept = "6=\na\rb\r\nc\r\r\nd\n\re\n 20=42 ";
     const std::string forged = "6 (message) takes no line that begins with --==_EMAIL_MIME_ beside";
     for (const Outcome& row : {
              Outcome{bare, whole},
              {bare + "|raw=true", kept},
              {bare + "|raw=0", whole},
-             {"message=--==_EMAIL_MIME_2026", "6=--==_EMAIL_MIME_2026 20=1 "},
+             {"message=--==_EMAIL_MIME_2026", "6=--==_EMAIL_MIME_2026 20=42 "},
              {"message=--==_EMAIL_MIME_2026|include_file=f", forged},
              {"message=a\r--==_EMAIL_MIME_|include_file=f|raw=1", forged},
              {"message=a --==_EMAIL_MIME_\n\n--==_EMAIL_MIME_|include_file=f", forged},
-             {"message=a --==_EMAIL_MIME_|include_file=f", "6=a --==_EMAIL_MIME_ 10=f 20=1 "},
-             {"include_file=f", "6= 10=f 20=1 "},
-             {"subject=s", "2=s 20=1 "},
+             {"message=a --==_EMAIL_MIME_|include_file=f", "6=a --==_EMAIL_MIME_ 10=f 20=42 "},
+             {"include_file=f", "6= 10=f 20=42 "},
+             {"subject=s", "2=s 20=42 "},
          })
         EXPECT_THAT(outcome("xp_sendmail", row.given), StartsWith(row.begins));
     const std::string lines(40000, '\n');
-    EXPECT_EQ(80000 + strlen("6= 20=1 "), outcome("xp_sendmail", "message=" + lines).size());
+    EXPECT_EQ(80000 + strlen("6= 20=42 "), outcome("xp_sendmail", "message=" + lines).size());
 
     send_raw_by_default(true);
     EXPECT_EQ(kept, outcome("xp_sendmail", bare));
@@ -182,12 +158,11 @@ TEST(MailParameters, a_message_stays_one_message_with_whole_line_ends) {
 TEST(MailParameters, a_message_that_does_not_fit_is_refused) {
     const auto send_without_memory = [] {
         const std::string message(64U << 20, '\n');
-        NamedCall call("xp_sendmail");
+        FakeCall call("fake_spell", *find_procedure("xp_sendmail"));
         call.lend("message", message);
         const rlimit none = {1, 1};
         setrlimit(RLIMIT_AS, &none);
-        call.frame.call(call.error);
-        fputs(call.error.c_str(), stderr);
+        fputs(call.run().c_str(), stderr);
         _exit(0);
     };
     EXPECT_EXIT(send_without_memory(), testing::ExitedWithCode(0),
@@ -218,15 +193,15 @@ TEST(FileCheck, bears_out_a_status_of_0) {
               held + "the attached file had 3 bytes before the call and is gone after"},
              {"xp_write_file", write, -1, held + "the file is not there: No such file"},
          }) {
-        NamedCall call(row.procedure, "fake_brief");
-        call.give(row.given);
+        FakeCall call("fake_brief", *find_procedure(row.procedure));
+        give(call, row.given);
         call.frame.on_progress = [&](std::uint64_t) {
             if (row.size < 0)
                 std::filesystem::remove(file);
             else
                 std::filesystem::resize_file(file, static_cast<std::uintmax_t>(row.size));
         };
-        EXPECT_EQ(row.doubt.empty(), call.frame.call(call.error)) << call.error;
+        EXPECT_EQ(row.doubt.empty(), call.frame.call(call.error));
         EXPECT_THAT(call.error, StartsWith(row.doubt));
         EXPECT_EQ(0, call.frame.result()->as_int());
     }

@@ -1,9 +1,8 @@
+#include <csignal>
 #include <cstring>
-#include <thread>
 
 #include <gmock/gmock.h>
 #include <sqlite3.h>
-#include <unistd.h>
 
 #include "host/library.h"
 #include "host/sqlite/functions.h"
@@ -17,37 +16,33 @@ namespace {
 class Database {
   public:
     explicit Database(const char* library_path = PRODUCT_LIBRARY,
-                      const std::string& file = ":memory:")
-        : _library(std::make_shared<Library>(Library::load(library_path, _error))) {
-        EXPECT_TRUE(_library->loaded()) << _error;
+                      const std::string& file = ":memory:") {
+        std::string error;
+        auto library = std::make_shared<Library>(Library::load(library_path, error));
+        EXPECT_EQ("", error);
         sqlite3_open(file.c_str(), &_db);
-        EXPECT_EQ(quorel_sqlite_register(_db, _library, quorel_sqlite_next_connection()),
-                  SQLITE_OK);
+        EXPECT_EQ(SQLITE_OK, quorel_sqlite_register(_db, std::move(library), quorel_sqlite_next_connection()));
     }
-    ~Database() { EXPECT_EQ(sqlite3_close(_db), SQLITE_OK) << "no statement is left behind"; }
+    ~Database() { EXPECT_EQ(SQLITE_OK, sqlite3_close(_db)) << "no statement is left behind"; }
     Database(const Database&) = delete;
 
     // The rows, fields joined with "|", rows ended with ";"; or the error's message.
     std::string run(const std::string& sql) {
         std::string text;
-        char* message = nullptr;
         const auto add_row = [](void* to, int count, char** fields, char**) {
+            auto& row = *static_cast<std::string*>(to);
             for (int i = 0; i < count; ++i)
-                *static_cast<std::string*>(to) +=
-                    std::string(i > 0 ? "|" : "") + (fields[i] != nullptr ? fields[i] : "NULL");
-            *static_cast<std::string*>(to) += ";";
+                row.append(i > 0 ? "|" : "").append(fields[i] != nullptr ? fields[i] : "NULL");
+            row += ";";
             return 0;
         };
-        if (sqlite3_exec(_db, sql.c_str(), add_row, &text, &message) != SQLITE_OK) text = message;
-        sqlite3_free(message);
-        return text;
+        const int code = sqlite3_exec(_db, sql.c_str(), add_row, &text, nullptr);
+        return code == SQLITE_OK ? text : sqlite3_errmsg(_db);
     }
 
     [[nodiscard]] sqlite3* handle() const { return _db; }
 
   private:
-    std::string _error;
-    std::shared_ptr<Library> _library;
     sqlite3* _db = nullptr;
 };
 
@@ -56,7 +51,7 @@ struct Row {
     const char* answer;
 };
 
-TEST(SqlFunctions, give_results_of_the_kind_that_the_procedure_has) {
+TEST(SqlFunctions, give_results_of_the_procedures_kind_or_say_how_they_are_called) {
     const ScratchFolder folder;
     Database db;
     db.run("CREATE TABLE f AS SELECT '" + folder.file("f") + "' AS name");
@@ -66,13 +61,10 @@ TEST(SqlFunctions, give_results_of_the_kind_that_the_procedure_has) {
              {"SELECT xp_write_file(name, -9000000000) FROM f", "0;"},
              {"SELECT CAST(xp_read_file(name) AS TEXT) FROM f", "-9000000000;"},
              {"SELECT xp_write_file(name, x'') FROM f", "1;"},
-             {"SELECT xp_write_file(name, NULL) FROM f", "1;"},
              {"SELECT xp_read_file('/nowhere'), xp_read_file(NULL)", "NULL|NULL;"},
              {"SELECT typeof(xp_read_file('/dev/null'))", "blob;"},
              {"SELECT xp_sprintf('%s-%s-%s', 'a', 1.5, x'62')", "a-1.5-b;"},
              {"SELECT xp_sprintf(NULL), xp_sprintf('%d', 1)", "NULL|NULL;"},
-             {"SELECT length(xp_sprintf('%252s€', '')), length(xp_sprintf('%251s€', '')) FROM f",
-              "252|252;"},
              {"SELECT hex(xp_sprintf('%s', x'61e282')), hex(xp_sprintf('%s', x'e28261')),"
               " hex(xp_sprintf('%s', x'80'))",
               "61|E28261|80;"},
@@ -85,15 +77,9 @@ TEST(SqlFunctions, give_results_of_the_kind_that_the_procedure_has) {
              {"SELECT a || value FROM (SELECT 'p q' AS a UNION SELECT 'r'), xp_scanf(a, '%s %s')",
               "p qp;p qq;rr;"},
              {"SELECT count(*) FROM xp_scanf('x', 'y%s'), xp_scanf(NULL, '%s')", "0;"},
-         })
-        EXPECT_EQ(db.run(row.sql), row.answer) << row.sql;
-}
-
-TEST(SqlFunctions, say_how_they_are_called) {
-    Database db;
-    for (const Row& row : {
-             Row{"SELECT xp_write_file('f')",
-                 "wrong number of arguments (1); use xp_write_file(name, contents)"},
+             // How they are called.
+             {"SELECT xp_write_file('f')",
+              "wrong number of arguments (1); use xp_write_file(name, contents)"},
              {"SELECT xp_cmdshell(1, 2, 3)",
               "wrong number of arguments (3); use xp_cmdshell(command [, output])"},
              {"SELECT xp_sprintf()",
@@ -104,7 +90,7 @@ TEST(SqlFunctions, say_how_they_are_called) {
               "xp_read_file: parameter 1 (name) is text and takes no zero byte"},
              {"SELECT * FROM xp_scanf(1, 2, 3)", "too many arguments on xp_scanf() - max 2"},
          })
-        EXPECT_EQ(db.run(row.sql), row.answer) << row.sql;
+        EXPECT_EQ(row.answer, db.run(row.sql)) << row.sql;
 }
 
 TEST(SqlFunctions, leave_open_databases_alone) {
@@ -114,31 +100,31 @@ TEST(SqlFunctions, leave_open_databases_alone) {
            "' AS other; CREATE TABLE other.t(a)");
     // Another connection of the program's, which knows nothing of the procedures.
     sqlite3* stranger = nullptr;
-    ASSERT_EQ(sqlite3_open(folder.file("strange").c_str(), &stranger), SQLITE_OK);
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(folder.file("strange").c_str(), &stranger));
     sqlite3_exec(stranger, "CREATE TABLE t(a)", nullptr, nullptr, nullptr);
-    const auto link = [&folder](const char* target, const char* name) {
-        ASSERT_EQ(symlink(folder.file(target).c_str(), folder.file(name).c_str()), 0);
+    const auto link = [&folder](const std::string& target, const char* name) {
+        std::filesystem::create_symlink(target, folder.file(name));
     };
     link("db", "alias");
-    link("strange-journal", "journal to be");
+    link(folder.file("strange-journal"), "journal to be");
+    link("strange-shm", "memory to be");
     link(".", "way");
     const std::string refusal = "this program has that file in use, as it has an open database's; "
                                 "copy a database with VACUUM INTO";
-    for (const char* name : {"db", "db-wal", "db-shm", "db-journal", "other", "other-wal", "alias",
-                             "strange", "strange-journal", "journal to be", "way/strange-wal"}) {
-        const std::string file = "'" + folder.file(name) + "'";
-        EXPECT_EQ(db.run("SELECT xp_read_file(" + file + ")"), refusal) << name;
-        EXPECT_EQ(db.run("SELECT xp_write_file(" + file + ", 'x')"), refusal) << name;
+    for (const char* name :
+         {"db", "db-wal", "db-shm", "db-journal", "other", "other-wal", "alias", "strange",
+          "strange-journal", "journal to be", "memory to be", "way/strange-wal"}) {
+        EXPECT_EQ(refusal, db.run("SELECT xp_read_file('" + folder.file(name) + "')")) << name;
+        EXPECT_EQ(refusal, db.run("SELECT xp_write_file('" + folder.file(name) + "', 'x')"));
     }
     sqlite3_close(stranger);
     // A file that the program reads or writes for itself is none.
     std::ofstream writer(folder.file("plain"));
     std::ifstream reader(folder.file("plain"));
     for (const char* name : {"plain", "strange", "strange-journal", "plain-journal"})
-        EXPECT_EQ(db.run("SELECT xp_write_file('" + folder.file(name) + "', 'x')"), "0;") << name;
-    EXPECT_EQ(db.run("VACUUM INTO '" + folder.file("copy") + "'; SELECT length(xp_read_file('" +
-                     folder.file("copy") + "')) > 0"),
-              "1;");
+        EXPECT_EQ("0;", db.run("SELECT xp_write_file('" + folder.file(name) + "', 'x')")) << name;
+    const std::string copy = "'" + folder.file("copy") + "'";
+    EXPECT_EQ("1;", db.run("VACUUM INTO " + copy + "; SELECT xp_read_file(" + copy + ") <> ''"));
 }
 
 TEST(SqlFunctions, are_refused_while_a_schema_may_call_them) {
@@ -160,8 +146,6 @@ TEST(SqlFunctions, are_refused_while_a_schema_may_call_them) {
               "xp_sprintf is refused while view \"v\" of database temp"},
              {"CREATE TEMP VIEW v AS SELECT * FROM xp_scanf('a', '%s')", "SELECT * FROM v",
               "xp_scanf is refused while view \"v\" of database temp"},
-             {"ATTACH ':memory:' AS 'a\"b'; CREATE TABLE \"a\"\"b\".t(a /* xp_sprintf */)",
-              "SELECT xp_sprintf('a')", "xp_sprintf is refused while table \"t\" of database a\"b"},
              // The text on file is another than that in memory.
              {"CREATE TABLE t(a, CHECK(xp_sprintf('x') = 'x')); PRAGMA writable_schema = ON;"
               "UPDATE sqlite_master SET sql = 'CREATE TABLE t(a)'",
@@ -197,17 +181,17 @@ TEST(SqlFunctions, want_a_statement_of_their_own) {
         sqlite3_free(message);
     };
     sqlite3_create_function(db.handle(), "eval", 1, SQLITE_UTF8, nullptr, eval, nullptr, nullptr);
-    EXPECT_EQ(db.run("SELECT eval('SELECT xp_sprintf(1)')"),
-              "xp_sprintf is refused inside another statement, whose text may be a stranger's; "
-              "call it in a statement of its own;");
+    EXPECT_EQ("xp_sprintf is refused inside another statement, whose text may be a stranger's; "
+              "call it in a statement of its own;",
+              db.run("SELECT eval('SELECT xp_sprintf(1)')"));
 
     // What rests between two rows, and an open BLOB, are nobody's callers.
     sqlite3_blob* blob = nullptr;
     sqlite3_stmt* resting = nullptr;
-    ASSERT_EQ(sqlite3_blob_open(db.handle(), "main", "t", "a", 1, 0, &blob), SQLITE_OK);
-    ASSERT_EQ(sqlite3_prepare_v2(db.handle(), "SELECT a FROM t", -1, &resting, nullptr), SQLITE_OK);
-    ASSERT_EQ(sqlite3_step(resting), SQLITE_ROW);
-    EXPECT_EQ(db.run("SELECT xp_sprintf('a')"), "a;");
+    ASSERT_EQ(SQLITE_OK, sqlite3_blob_open(db.handle(), "main", "t", "a", 1, 0, &blob));
+    ASSERT_EQ(SQLITE_OK, sqlite3_prepare_v2(db.handle(), "SELECT a FROM t", -1, &resting, nullptr));
+    ASSERT_EQ(SQLITE_ROW, sqlite3_step(resting));
+    EXPECT_EQ("a;", db.run("SELECT xp_sprintf('a')"));
     sqlite3_blob_close(blob);
     sqlite3_finalize(resting);
 
@@ -215,10 +199,9 @@ TEST(SqlFunctions, want_a_statement_of_their_own) {
         return table != nullptr && strcmp(table, "sqlite_master") == 0 ? SQLITE_DENY : SQLITE_OK;
     };
     sqlite3_set_authorizer(db.handle(), deny, nullptr);
-    EXPECT_EQ(
-        db.run("SELECT xp_sprintf('a')"),
-        "xp_sprintf is refused since SQLite does not tell the schema of database main: access "
-        "to sqlite_master.sql is prohibited");
+    EXPECT_EQ("xp_sprintf is refused since SQLite does not tell the schema of database main: "
+              "access to sqlite_master.sql is prohibited",
+              db.run("SELECT xp_sprintf('a')"));
 }
 
 TEST(SqlFunctions, keep_within_the_connections_length_limit) {
@@ -227,37 +210,29 @@ TEST(SqlFunctions, keep_within_the_connections_length_limit) {
     sqlite3_limit(db.handle(), SQLITE_LIMIT_LENGTH, 100000);
     const std::string fits = folder.file_with("fits", pattern(99999));
     const std::string exceeds = folder.file_with("exceeds", pattern(100001));
-    EXPECT_EQ(db.run("SELECT length(xp_read_file('" + fits + "'))"), "99999;");
-    EXPECT_EQ(db.run("SELECT length(xp_read_file('" + exceeds + "'))"), "string or blob too big");
-    EXPECT_EQ(db.run("SELECT xp_read_file('/dev/zero')"), "string or blob too big");
+    EXPECT_EQ("99999;", db.run("SELECT length(xp_read_file('" + fits + "'))"));
+    EXPECT_EQ("string or blob too big", db.run("SELECT length(xp_read_file('" + exceeds + "'))"));
+    EXPECT_EQ("string or blob too big", db.run("SELECT xp_read_file('/dev/zero')"));
 }
+
+sqlite3* to_interrupt;
 
 TEST(SqlFunctions, end_a_running_command_when_interrupted) {
     Database db;
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    std::thread interrupter([&] {
-        // The command says when it runs.
-        char byte;
-        EXPECT_EQ(read(ends[0], &byte, 1), 1);
-        sqlite3_interrupt(db.handle());
-    });
-    EXPECT_EQ(db.run("SELECT xp_cmdshell('echo >&" + std::to_string(ends[1]) + "; exec sleep 60')"),
-              "interrupted");
-    interrupter.join();
-    EXPECT_EQ(db.run("SELECT xp_cmdshell('exit 5')"), "5;") << "the connection goes on";
-    close(ends[0]);
-    close(ends[1]);
+    to_interrupt = db.handle();
+    signal(SIGUSR1, [](int) { sqlite3_interrupt(to_interrupt); });
+    EXPECT_EQ("interrupted", db.run("SELECT xp_cmdshell('kill -USR1 $PPID; exec sleep 60')"));
+    EXPECT_EQ("5;", db.run("SELECT xp_cmdshell('exit 5')")) << "the connection goes on";
 }
 
 TEST(SqlFunctions, keep_the_programs_signals_away_from_their_threads) {
     Database db(FAKE_LIBRARY);
-    EXPECT_EQ(db.run("SELECT xp_cmdshell('')"), "1;");
+    EXPECT_EQ("1;", db.run("SELECT xp_cmdshell('')"));
     sigset_t mask;
     pthread_sigmask(SIG_SETMASK, nullptr, &mask);
-    EXPECT_EQ(sigismember(&mask, SIGINT), 0) << "and leave the caller's own mask alone";
-    EXPECT_EQ(db.run("SELECT xp_sprintf('')"), "the library does not export xp_sprintf; use a "
-                                               "library and a host of one build");
+    EXPECT_EQ(0, sigismember(&mask, SIGINT)) << "and leave the caller's own mask alone";
+    EXPECT_EQ("the library does not export xp_sprintf; use a library and a host of one build",
+              db.run("SELECT xp_sprintf('')"));
 }
 
 }  // namespace

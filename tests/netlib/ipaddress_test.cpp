@@ -1,7 +1,7 @@
 #include "netlib/ipaddress.h"
 
-#include <algorithm>
 #include <memory>
+#include <set>
 
 #include "tests/netlib/netlib_fixture.h"
 
@@ -20,13 +20,10 @@ IPAddress Literal(const std::string& text) {
 }
 
 TEST_F(Address, is_classified_by_its_leading_bits) {
-    const std::vector<std::string> loopback = Words("127.0.0.1 ::1");
-    const std::vector<std::string> private_net =
-        Words("10.0.0.0 172.16.0.1 172.31.255.255 192.168.255.1 ::10.1.2.3 ::ffff:10.1.2.3 fc00:: "
-              "fd00::1");
-    const auto holds = [](const auto& all, const auto& one) {
-        return std::ranges::count(all, one) == 1;
-    };
+    const std::set<std::string> loopback = {"127.0.0.1", "::1"};
+    const std::set<std::string> private_net = {"10.0.0.0",      "172.16.0.1", "172.31.255.255",
+                                               "192.168.255.1", "::10.1.2.3", "::ffff:10.1.2.3",
+                                               "fc00::",        "fd00::1"};
     const std::map<e_IPv6AddressType, const char*> types = {
         {addrUnknown, "127.0.0.1 127.0.0.2 9.255.255.255 10.0.0.0 172.15.0.1 172.16.0.1 "
                       "172.31.255.255 172.32.0.1 192.167.1.1 192.168.255.1 192.169.1.1"},
@@ -43,8 +40,8 @@ TEST_F(Address, is_classified_by_its_leading_bits) {
         for (const std::string& text : Words(texts)) {
             const IPAddress ip = Literal(text);
             EXPECT_EQ(type, ip.getIPv6AddressType()) << text;
-            EXPECT_EQ(holds(loopback, text), ip.isLoopback()) << text;
-            EXPECT_EQ(holds(private_net, text), ip.isPrivateNet()) << text;
+            EXPECT_EQ(loopback.contains(text), ip.isLoopback()) << text;
+            EXPECT_EQ(private_net.contains(text), ip.isPrivateNet()) << text;
         }
     }
 }
@@ -83,8 +80,8 @@ TEST_F(Address, equals_another_by_host_alone_and_a_number_as_IPv4) {
         const std::vector<std::string> words = Words(texts);
         for (size_t i = 0; i < words.size(); i += 2) {
             const IPAddress a = Literal(words[i]), b = Literal(words[i + 1]);
-            EXPECT_EQ(same, a.sameIPAddress(b) && b.sameIPAddress(a)) << Text(a) << " " << Text(b);
-            EXPECT_EQ(same, a.sameIPAddress(b) || b.sameIPAddress(a)) << Text(a) << " " << Text(b);
+            EXPECT_EQ(same, a.sameIPAddress(b)) << Text(a) << " " << Text(b);
+            EXPECT_EQ(same, b.sameIPAddress(a)) << Text(a) << " " << Text(b);
         }
     }
 }

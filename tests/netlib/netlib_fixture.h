@@ -17,8 +17,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "netlib/netcalls.h"
 #include "netlib/netutil.h"
-#include "netlib/netutil_internal.h"
 #include "netlib/unixsocket.h"
 
 struct a_fake_system {

@@ -7,6 +7,7 @@
 #include "netlib/netsmtp.h"
 #include "netlib/smtpbuffer.h"
 #include "netlib/socketstream.h"
+#include "tests/netlib/scarcememory.h"
 #include "tests/scratch.h"
 
 namespace {
@@ -57,15 +58,25 @@ class TestClient : public SMTPClient {
         _istrm = std::make_unique<SockIStream>(socket, &_heap);
         _ostrm = std::make_unique<SockOStream>(socket);
     }
-    // Whose time-out is none unless it is set here.
-    using SMTPClient::_socket;
     explicit TestClient(const std::string& reply)
         : TestClient(std::vector<ScriptedSocket::Piece>{{reply}}) {}
 
     using SMTPClient::_ProcessResponse;
     using SMTPClient::_SendRawText;
-    using SMTPClient::_SMTPAuthenticate;
-    using SMTPClient::_SMTPConnect;
+
+    int read_reply(bool to_ehlo = true) {
+        return _ProcessResponse(line.get(), 256, &code, to_ehlo);
+    }
+    int say_hello(const char* sender, const char* name = nullptr) {
+        return _SMTPConnect(line.get(), 256, sender, name, 1, &code);
+    }
+    int log_in(const char* user, const char* password) {
+        return _SMTPAuthenticate(line.get(), 256, user, password, &code);
+    }
+    int send(const char* subject, std::vector<const char*> to, const char* attachment = nullptr) {
+        return SendMessage(subject, "body", to.data(), static_cast<int>(to.size()), nullptr, 0,
+                           nullptr, 0, attachment, nullptr);
+    }
 
     std::vector<std::string> capabilities() const {
         std::vector<std::string> all;
@@ -74,6 +85,8 @@ class TestClient : public SMTPClient {
     }
 
     ScriptedSocket socket;
+    int code = 0;
+    const std::unique_ptr<char[]> line{new char[256]};  // of exactly that size, for the checker
 };
 
 using Lines = std::vector<std::string>;
@@ -82,10 +95,8 @@ TEST(SmtpReply, may_be_split_anywhere) {
     const std::string reply = "250-one\r\n250-AUTH PLAIN\r\n250 three\r\n";
     for (size_t at = 1; at < reply.size(); ++at) {
         TestClient client({{reply.substr(0, at)}, {"", EAGAIN}, {reply.substr(at)}});
-        char buf[256];
-        int code = 0;
-        EXPECT_EQ(0, client._ProcessResponse(buf, sizeof buf, &code, true)) << at;
-        EXPECT_EQ(250, code);
+        EXPECT_EQ(0, client.read_reply()) << at;
+        EXPECT_EQ(250, client.code);
         EXPECT_EQ((Lines{"one", "AUTH PLAIN", "three"}), client.capabilities());
         EXPECT_EQ(3, client.socket.recvs);
     }
@@ -106,6 +117,10 @@ TEST(SmtpReply, keeps_what_a_line_says_and_never_reads_beyond_it) {
         {"250 \r\n", 0, 250, {""}},
         {"250 ", 0, 250, {""}},
         {"250", 104, 0, {}},
+        {"22\r\n", 104, 0, {}},
+        {"250x\r\n", 104, 0, {}},
+        {"2 0 x\r\n", 104, 0, {}},
+        {std::string("2\0000 \r\n", 6), 104, 0, {}},
         {"", 104, 0, {}},
         {"250-a\r\n251 b\r\n", 0, 251, {"a", "b"}},
         {"250-a\r\n", 104, 250, {"a"}},
@@ -121,12 +136,10 @@ TEST(SmtpReply, keeps_what_a_line_says_and_never_reads_beyond_it) {
     };
     for (const Case& c : cases) {
         TestClient client(c.reply);
-        const std::unique_ptr<char[]> buf(new char[256]);  // of exactly that size, for the checker
-        std::memset(buf.get(), '7', 256);
-        std::memcpy(buf.get(), "250 ", 4);  // what a former reply has left there
-        int code = 0;
-        EXPECT_EQ(c.result, client._ProcessResponse(buf.get(), 256, &code, true)) << c.reply;
-        EXPECT_EQ(c.code, code) << c.reply;
+        std::memset(client.line.get(), '7', 256);
+        std::memcpy(client.line.get(), "250 ", 4);  // what a former reply has left there
+        EXPECT_EQ(c.result, client.read_reply()) << c.reply;
+        EXPECT_EQ(c.code, client.code) << c.reply;
         EXPECT_EQ(c.capabilities, client.capabilities()) << c.reply;
     }
 }
@@ -136,9 +149,7 @@ TEST(SmtpReply, has_at_most_a_thousand_lines) {
         std::vector<ScriptedSocket::Piece> pieces(static_cast<size_t>(lines) - 1, {"250-x\r\n"});
         pieces.push_back({"250 x\r\n"});
         TestClient client(std::move(pieces));
-        char buf[256];
-        int code = 0;
-        EXPECT_EQ(lines == 1000 ? 0 : 104, client._ProcessResponse(buf, sizeof buf, &code, true));
+        EXPECT_EQ(lines == 1000 ? 0 : 104, client.read_reply());
         EXPECT_EQ(1000U, client.capabilities().size());
     }
 }
@@ -146,13 +157,11 @@ TEST(SmtpReply, has_at_most_a_thousand_lines) {
 TEST(SmtpReply, capabilities_are_found_by_prefix_in_any_case_until_the_next_hello) {
     TestClient client("250-me\r\n250-AUTHX\r\n250 AUTH PLAIN\r\n");
     EXPECT_EQ(nullptr, client.FindServerCapability("AUTH"));
-    char buf[256];
-    int code = 0;
-    client._ProcessResponse(buf, sizeof buf, &code, true);
+    client.read_reply();
     EXPECT_STREQ("AUTHX", client.FindServerCapability("auth"));
     EXPECT_STREQ("AUTH PLAIN", client.FindServerCapability("AUTH "));
     EXPECT_EQ(nullptr, client.FindServerCapability("STARTTLS"));
-    EXPECT_EQ(15, client._ProcessResponse(nullptr, 0, &code, true));
+    EXPECT_EQ(15, client._ProcessResponse(nullptr, 0, &client.code, true));
     EXPECT_EQ(nullptr, client.FindServerCapability("AUTH"));
 }
 
@@ -187,11 +196,7 @@ TEST(SmtpText, that_never_left_is_not_accepted_whatever_the_server_says) {
     for (const auto& c : cases) {
         TestClient client({{"250 ok\r\n"}, {"250 ok\r\n"}, {"354 go on\r\n"}, {"250 taken\r\n"}});
         client.socket.good_sends = c.good_sends;
-        const auto send = [&](const char* to) {
-            return client.SendMessage(nullptr, "x", &to, 1, nullptr, 0, nullptr, 0, nullptr,
-                                      nullptr);
-        };
-        EXPECT_EQ(c.result, send(nullptr)) << c.good_sends;
+        EXPECT_EQ(c.result, client.send(nullptr, {nullptr})) << c.good_sends;
         EXPECT_EQ(c.replies, client.socket.recvs) << "what did not go out is not waited for";
         const std::string& sent = client.socket.sent;
         EXPECT_EQ(sent.substr(0, envelope.size()), envelope.substr(0, sent.size()));
@@ -199,52 +204,39 @@ TEST(SmtpText, that_never_left_is_not_accepted_whatever_the_server_says) {
         if (c.result == 0) continue;
         const size_t size = sent.size();
         client.socket.good_sends = 1000;
-        EXPECT_EQ(104, send(nullptr));
+        EXPECT_EQ(104, client.send(nullptr, {nullptr}));
         EXPECT_EQ(size, sent.size()) << "nothing goes into a broken message";
     }
 }
 
-a_utmem_source no_memory = {[](size_t) -> void* { return nullptr; }, realloc, free,
-                            [] { return false; }};
-
-// How many allocations go well before one fails; and whether memory that was freed held a secret.
-int good_allocations = 0;
+// Whether memory that was freed held a secret.
 bool secret_left = false;
 const std::vector<std::string> secrets = {"open sesame", "AHUAb3BlbiBzZXNhbWU="};
 
-a_utmem_source scarce = {
-    [](size_t size) -> void* { return good_allocations-- == 0 ? nullptr : malloc(size); }, realloc,
-    [](void* block) {
-        const std::string_view bytes(static_cast<char*>(block), malloc_usable_size(block));
-        for (const std::string& secret : secrets)
-            secret_left |= bytes.find(secret) != std::string_view::npos;
-        free(block);
-    },
-    [] { return false; }};
+void look_and_free(void* block) {
+    const std::string_view bytes(static_cast<char*>(block), malloc_usable_size(block));
+    for (const std::string& secret : secrets)
+        secret_left |= bytes.find(secret) != std::string_view::npos;
+    free(block);
+}
 
-TEST(SmtpSteps, an_allocation_that_fails_gives_15_and_no_half_of_anything) {
+TEST(SmtpSteps, a_request_for_memory_that_fails_gives_15_and_no_half_of_anything) {
     const ScratchFolder folder;
     const std::string file = folder.file_with("file", "contents");
     std::string whole;
-    std::string failed;
     // Backwards from where there is enough, so that the first one shows what all is sent.
     for (int good = 100; good >= 0; --good) {
         TestClient client("250-me\r\n250 AUTH PLAIN\r\n235 in\r\n250 ok\r\n250 ok\r\n250 ok\r\n"
                           "354 go on\r\n250 taken\r\n");
-        char buf[256];
-        int code = 0;
-        const char* to[] = {"bob", "eve"};
-        good_allocations = good;
-        utmem_set_source(&scarce);
-        int result = client._SMTPConnect(buf, sizeof buf, "ann", "Ann", 1, &code);
-        if (result == 0)
-            result = client._SMTPAuthenticate(buf, sizeof buf, "u", "open sesame", &code);
-        if (result == 0) {
-            result = client.SendMessage("\xe9", "body", to, 2, nullptr, 0, nullptr, 0, file.c_str(),
-                                        nullptr);
+        int result = 0;
+        bool enough = false;
+        {
+            const auto scarce = ScarceMemory::after(good, look_and_free);
+            result = client.say_hello("ann", "Ann");
+            if (result == 0) result = client.log_in("u", "open sesame");
+            if (result == 0) result = client.send("\xe9", {"bob", "eve"}, file.c_str());
+            enough = !scarce.has_failed();
         }
-        const bool enough = good_allocations >= 0;
-        utmem_set_source(nullptr);
         EXPECT_EQ(enough ? 0 : 15, result) << good;
         std::string sent = client.socket.sent;
         if (enough) {
@@ -261,29 +253,14 @@ TEST(SmtpSteps, an_allocation_that_fails_gives_15_and_no_half_of_anything) {
 }
 
 TEST(SmtpSteps, a_line_that_does_not_go_out_ends_its_step) {
-    char buf[256];
-    int code = 0;
     TestClient client("250 AUTH PLAIN\r\n");
-    EXPECT_EQ(0, client._ProcessResponse(buf, sizeof buf, &code, true));
+    EXPECT_EQ(0, client.read_reply());
     client.socket.good_sends = 0;
-    EXPECT_EQ(104, client._SMTPAuthenticate(buf, sizeof buf, "u", "p", &code));
-    EXPECT_EQ(104, client._SMTPConnect(buf, sizeof buf, "a", nullptr, 1, &code));
+    EXPECT_EQ(104, client.log_in("u", "p"));
+    EXPECT_EQ(104, client.say_hello("a"));
     client.Disconnect();
     EXPECT_EQ(1, client.socket.recvs);
-}
-
-TEST(SmtpSteps, without_a_buffer_a_sender_or_memory_give_15) {
-    TestClient client("250 AUTH PLAIN\r\n");
-    char buf[256];
-    int code = 0;
-    EXPECT_EQ(15, client._SMTPConnect(nullptr, 0, "a", nullptr, 1, &code));
-    EXPECT_EQ(15, client._SMTPConnect(buf, sizeof buf, nullptr, nullptr, 1, &code));
-    EXPECT_EQ(15, client._SMTPAuthenticate(nullptr, 0, nullptr, nullptr, &code));
-    EXPECT_EQ(0, client._ProcessResponse(buf, sizeof buf, &code, true));
-    utmem_set_source(&no_memory);
-    EXPECT_EQ(15, client._SMTPAuthenticate(buf, sizeof buf, "u", "p", &code));
-    utmem_set_source(nullptr);
-    EXPECT_EQ("", client.socket.sent);
+    EXPECT_EQ(15, client.say_hello(nullptr));
 }
 
 TEST(SockIStream, hands_out_what_has_arrived_and_ends_with_the_connection) {
@@ -304,7 +281,6 @@ TEST(SockIStream, hands_out_what_has_arrived_and_ends_with_the_connection) {
 
 TEST(Buffer, grows_by_its_rule_and_drops_what_does_not_fit) {
     Buffer buffer;
-    EXPECT_EQ(nullptr, buffer.c_str());
     buffer.append(nullptr);
     EXPECT_EQ(nullptr, buffer.c_str());
     struct Step {
@@ -317,17 +293,12 @@ TEST(Buffer, grows_by_its_rule_and_drops_what_does_not_fit) {
         EXPECT_EQ(step.length, buffer.length()) << step.text;
         EXPECT_EQ(step.capacity, buffer.capacity()) << step.text;
     }
-    EXPECT_STREQ("abcdefg", buffer.c_str());
-    utmem_set_source(&no_memory);
-    Buffer empty;
-    empty.append("dropped");
-    buffer.append("h and more than fits");
-    utmem_set_source(nullptr);
-    EXPECT_EQ(nullptr, empty.c_str());
-    EXPECT_STREQ("abcdefg", buffer.c_str());
-    EXPECT_EQ(7U, buffer.length());
-    EXPECT_FALSE(buffer.is_whole());
+    {
+        const ScarceMemory none;
+        buffer.append("h and more than fits");
+    }
     buffer.append("i");
+    EXPECT_STREQ("abcdefgi", buffer.c_str());
     EXPECT_FALSE(buffer.is_whole()) << "what came after it does not make up for it";
     buffer.assign("x");
     EXPECT_TRUE(buffer.is_whole());

@@ -9,6 +9,7 @@
 
 #include "netlib/netutil.h"
 #include "netlib/socketstream.h"
+#include "tests/netlib/scarcememory.h"
 #include "tests/netlib/smtppeer.h"
 #include "tests/scratch.h"
 #include "tests/wrapped.h"
@@ -21,6 +22,7 @@ namespace {
 // System calls of the thread that uses the client.
 struct Calls {
     int sends = 0;
+    size_t largest_send = 0;
     int reads = 0;
     int connects = 0;
     int blocking_connects = 0;
@@ -33,14 +35,9 @@ thread_local Calls calls;
 thread_local const std::atomic<bool>* time_passes = nullptr;
 int waited_ms = 0;
 
-// Unless this is 0, the network takes so many bytes and then none until the next wait for room.
-thread_local size_t bytes_per_wait = 0;
-thread_local size_t room = 0;
-
 bool nameless = false;  // gethostname fails
 
-// Every path stands for the first file, and for the second when it is opened. None: for itself.
-std::pair<const char*, const char*> stand_ins;
+const char* stand_in = nullptr;  // the file for which every path stands
 
 }  // namespace
 
@@ -67,24 +64,12 @@ int __wrap_connect(int s, const sockaddr* name, socklen_t n) {
 ssize_t __real_send(int s, const void* b, size_t n, int flags);
 ssize_t __wrap_send(int s, const void* b, size_t n, int flags) {
     ++calls.sends;
-    if (bytes_per_wait == 0) return __real_send(s, b, n, flags);
-    errno = EAGAIN;
-    if (room == 0) return -1;
-    fcntl(s, F_SETFL, 0);  // however slow the peer itself is
-    const ssize_t sent = __real_send(s, b, std::min(n, room), flags);
-    fcntl(s, F_SETFL, O_NONBLOCK);
-    room -= std::min(n, room);
-    return sent;
+    calls.largest_send = std::max(calls.largest_send, n);
+    return __real_send(s, b, n, flags);
 }
 
 int __real_poll(pollfd* fds, nfds_t count, int timeout);
 int __wrap_poll(pollfd* fds, nfds_t count, int timeout) {
-    if (bytes_per_wait != 0 && (fds->events & POLLOUT) != 0) {
-        room = bytes_per_wait;
-        waited_ms += timeout;
-        fds->revents = POLLOUT;
-        return 1;
-    }
     if (time_passes == nullptr || !*time_passes) return __real_poll(fds, count, timeout);
     const int ready = __real_poll(fds, count, timeout / 10);
     if (ready == 0) waited_ms += timeout;
@@ -93,13 +78,11 @@ int __wrap_poll(pollfd* fds, nfds_t count, int timeout) {
 
 int __real_access(const char* path, int mode);
 int __wrap_access(const char* path, int mode) {
-    return __real_access(stand_ins.first != nullptr ? stand_ins.first : path, mode);
+    return __real_access(stand_in != nullptr ? stand_in : path, mode);
 }
 int __real_open64(const char* path, int flags, mode_t mode);
 int __wrap_open64(const char* path, int flags, mode_t mode) {
-    if (stand_ins.second == nullptr) return __real_open64(path, flags, mode);
-    EXPECT_NE(0, flags & O_NONBLOCK) << "it could be a FIFO now";
-    return __real_open64(stand_ins.second, flags | O_NONBLOCK, mode);
+    return __real_open64(stand_in != nullptr ? stand_in : path, flags, mode);
 }
 
 int __wrap_gethostname(char* name, size_t length) {
@@ -140,28 +123,48 @@ struct Mail {
     const char* content_type = nullptr;
 };
 
-int send(SMTPClient& client, Mail mail) {
+int send_mail(SMTPClient& client, Mail mail) {
     return client.SendMessage(
         mail.subject, mail.body, mail.to.data(), static_cast<int>(mail.to.size()), mail.cc.data(),
         static_cast<int>(mail.cc.size()), mail.bcc.data(), static_cast<int>(mail.bcc.size()),
         mail.attachment, mail.content_type);
 }
 
-class Smtp : public testing::Test {
-  protected:
+struct Smtp : testing::Test {
     Smtp() {
         setenv("TZ", "UTC", 1);
         TcpUtil::Init();
     }
     ~Smtp() override { TcpUtil::Fini(); }
-
-    static int connect(SMTPClient& client, const SMTPPeer& peer, int timeout = 10,
-                       const char* user = nullptr, const char* password = nullptr,
-                       const char* name = nullptr) {
-        return client.Connect("ann@a.test", name, "127.0.0.1", peer.port(), timeout, user,
-                              password);
-    }
 };
+
+int connect(SMTPClient& client, const SMTPPeer& peer, const char* user = nullptr,
+            const char* password = nullptr, const char* name = nullptr) {
+    constexpr int timeout = 3;
+    return client.Connect("ann@a.test", name, "127.0.0.1", peer.port(), timeout, user, password);
+}
+
+/// A client that is connected to a peer of its own.
+struct Session {
+    explicit Session(SMTPPeer::Replies replies = {}, const char* name = nullptr)
+        : peer(std::move(replies)) {
+        EXPECT_EQ(0, connect(client, peer, nullptr, nullptr, name));
+    }
+    int send(const Mail& mail) { return send_mail(client, mail); }
+    /// What the peer received, to the end.
+    std::string transcript() {
+        client.Disconnect();
+        return peer.transcript();
+    }
+    SMTPPeer peer;
+    SMTPClient client;
+};
+
+std::string base64(const std::string& bytes, uint16 line_length) {
+    std::string encoded(bytes.size() * 2 + 8, '\0');
+    encoded.resize(base64_encode(encoded.data(), bytes.data(), bytes.size(), line_length));
+    return encoded;
+}
 
 const std::string hello = "EHLO client.test\r\n";
 const std::string mail_from = "MAIL FROM:<ann@a.test>\r\n";
@@ -184,22 +187,13 @@ TEST_F(Smtp, connecting_ends_in_its_code_and_says_what_the_step_needs) {
         {{{"greeting", "220-a\r\n220-b\r\n220 c"}}, nullptr, 0, hello},
         {{{"greeting", "554 no"}}, nullptr, 104, ""},
         {{{"greeting", "close"}}, nullptr, 104, ""},
-        {{{"greeting", "22\r\n"}}, nullptr, 104, ""},
-        {{{"greeting", "220x\r\n"}}, nullptr, 104, ""},
-        {{{"greeting", "2 0 x\r\n"}}, nullptr, 104, ""},
-        {{{"greeting", std::string("2\0000 \r\n", 6)}}, nullptr, 104, ""},
-        {{{"greeting", "\n"}}, nullptr, 104, ""},
         {{{"greeting", "flood"}}, nullptr, 104, ""},
         {{{"EHLO", "502 what"}}, nullptr, 104, hello + quit},
-        {{{"EHLO", "250-a\r\n35 b"}}, nullptr, 104, hello + quit},
         {{{"EHLO", "close now"}}, nullptr, 104, hello},
         {{{"AUTH", "535 no"}}, "u", 104, hello + login + quit},
-        {{{"AUTH", "334 "}}, "u", 104, hello + login + quit},
-        {{{"AUTH", "23"}}, "u", 104, hello + login + quit},
         {{{"AUTH", "close"}}, "u", 104, hello + login},
         {{{"EHLO", "250-a\r\n250 AUTH LOGIN CRAM-MD5"}}, "u", 104, hello + quit},
         {{{"EHLO", "250-a\r\n250 AUTH LOGIN CRAM-MD5"}}, nullptr, 0, hello},
-        {{{"EHLO", "250-a\r\n250 AUTH=PLAIN"}}, "u", 104, hello + quit},
         {{{"EHLO", "250 a"}}, "u", 104, hello + quit},
         {{{"EHLO", "250-a\r\n250 auth=LOGIN PLAIN"}}, "u", 0, hello + login},
     };
@@ -208,7 +202,7 @@ TEST_F(Smtp, connecting_ends_in_its_code_and_says_what_the_step_needs) {
         calls = {};
         {
             SMTPClient client;
-            EXPECT_EQ(c.result, connect(client, peer, 10, c.user, "p")) << c.transcript;
+            EXPECT_EQ(c.result, connect(client, peer, c.user, "p")) << c.transcript;
         }
         EXPECT_EQ(1, calls.closes) << "the socket, once";
         // After a close of its own the peer does not see what came too late.
@@ -242,19 +236,17 @@ TEST_F(Smtp, an_IPv6_host_is_connected_over_IPv6) {
 }
 
 TEST_F(Smtp, a_credential_is_encoded_in_lines_of_512_characters) {
-    for (const size_t size : {0U, 1U, 2U, 382U, 383U, 384U, 800U}) {
+    for (const size_t size : {0U, 1U, 382U, 383U, 800U}) {
         SMTPPeer peer;
         const std::string password(size, 'p');
-        const std::string credential = std::string("\0\0", 2) + password;
-        std::string encoded(credential.size() * 2 + 8, '\0');
-        encoded.resize(base64_encode(encoded.data(), credential.data(), credential.size(), 0));
-        for (size_t at = 512; at <= encoded.size(); at += 514) encoded.insert(at, "\r\n");
+        std::string said = hello + "AUTH PLAIN ";
+        const size_t begin = said.size();
+        said += base64(std::string("\0\0", 2) + password, 0);
+        for (size_t at = begin + 512; at <= said.size(); at += 514) said.insert(at, "\r\n");
         SMTPClient client;
         // The server takes what follows the break for a command of its own.
-        connect(client, peer, 10, "", password.c_str());
-        EXPECT_EQ(hello + "AUTH PLAIN " + encoded + "\r\n",
-                  peer.transcript().substr(0, hello.size() + 13 + encoded.size()))
-            << size;
+        connect(client, peer, "", password.c_str());
+        EXPECT_EQ(said + "\r\n", peer.transcript().substr(0, said.size() + 2)) << size;
     }
 }
 
@@ -287,7 +279,6 @@ TEST_F(Smtp, a_message_is_composed_to_the_byte) {
         {{.to = {}, .bcc = {"secret"}}, from_line + subject + rest},
         {{.to = {}}, from_line + subject + rest},
         {{.subject = nullptr, .body = nullptr}, from_line + to + mailer + "\r\n"},
-        {{.subject = ""}, from_line + to + "Subject: \r\n" + rest},
         {{.subject = "H\xe9"},
          from_line + to + "Subject: =?" + charset() + "?q?=48=e9?=\r\n" + rest},
         {{.body = ""}, header + mime + text_headers() + "\r\n"},
@@ -296,18 +287,14 @@ TEST_F(Smtp, a_message_is_composed_to_the_byte) {
          header + mime +
              "Content-Type: text/html;\r\nContent-Disposition: inline;\r\n\r\ntext\r\n"},
         {{.content_type = "ASIS"}, header + mime + "text\r\n"},
-        {{.content_type = "asis-is"}, header + mime + "text\r\n"},
         // Dots are doubled at the beginning of lines, the first included; line ends stay.
         {{.body = ".x\r\n..\r\na.b\n.\n\r.\r\n."},
          header + mime + text_headers() + "..x\r\n...\r\na.b\n..\n\r.\r\n..\r\n"},
     };
     for (const Case& c : cases) {
-        SMTPPeer peer;
-        SMTPClient client;
-        ASSERT_EQ(0, connect(client, peer, 10, nullptr, nullptr, c.name));
-        ASSERT_EQ(0, send(client, c.mail));
-        client.Disconnect();
-        EXPECT_EQ(hello + transaction(c.mail, c.text) + quit, peer.transcript());
+        Session session({}, c.name);
+        EXPECT_EQ(0, session.send(c.mail));
+        EXPECT_EQ(hello + transaction(c.mail, c.text) + quit, session.transcript());
     }
 }
 
@@ -327,82 +314,55 @@ TEST_F(Smtp, an_attachment_is_a_base64_section_that_closes_the_message) {
         cases.push_back({size, {}, mime + text_headers() + "text\r\n"});
     const ScratchFolder folder;
     for (Case& c : cases) {
-        const std::string contents = pattern(c.size);
-        const std::string path = folder.file_with("report.csv", contents);
-        std::string encoded(c.size * 2 + 8, '\0');
-        encoded.resize(base64_encode(encoded.data(), contents.data(), c.size, 76));
+        const std::string path = folder.file_with("report.csv", pattern(c.size));
         c.mail.attachment = path.c_str();
-
-        SMTPPeer peer;
-        SMTPClient client;
-        ASSERT_EQ(0, connect(client, peer));
-        ASSERT_EQ(0, send(client, c.mail));
-        client.Disconnect();
+        Session session;
+        calls = {};
+        EXPECT_EQ(0, session.send(c.mail));
+        EXPECT_LE(calls.largest_send, 65536U) << "each has a time-out for itself";
+        EXPECT_LE(static_cast<size_t>(calls.sends), 6 + c.size / 40000);
         const std::string text =
             from_line + "To: bob@b.test\r\nSubject: Hi\r\n" + mailer + c.text + "\r\n\r\n--" +
             boundary +
             "\r\nContent-Type: application/octet-stream; name=\"report.csv\"\r\n"
             "Content-transfer-encoding: base64\r\n"
             "Content-Disposition: attachment; filename=\"report.csv\"\r\n\r\n" +
-            encoded + "\r\n\r\n--" + boundary + "--\r\n\r\n\r\n";
-        EXPECT_TRUE(hello + transaction(c.mail, text) + quit == peer.transcript()) << c.size;
+            base64(pattern(c.size), 76) + "\r\n\r\n--" + boundary + "--\r\n\r\n\r\n";
+        EXPECT_TRUE(hello + transaction(c.mail, text) + quit == session.transcript()) << c.size;
     }
 }
 
-TEST_F(Smtp, an_attachment_s_name_is_cut_at_255_bytes_and_the_file_never_waited_for) {
+TEST_F(Smtp, an_attachment_s_name_is_cut_at_255_bytes) {
     const ScratchFolder folder;
     const std::string file = folder.file_with("file", "contents");
-    const std::string fifo = folder.file("fifo");
-    mkfifo(fifo.c_str(), 0600);
     const std::string path = "/some/folder/" + std::string(256, 'n');
-    SMTPPeer peer;
-    SMTPClient client;
-    ASSERT_EQ(0, connect(client, peer));
-    stand_ins = {file.c_str(), file.c_str()};
-    EXPECT_EQ(0, send(client, {.attachment = path.c_str()}));
-    stand_ins = {file.c_str(), fifo.c_str()};  // put in its place after it was looked at
-    EXPECT_EQ(12, send(client, {.attachment = path.c_str()}));
-    stand_ins = {};
+    Session session;
+    stand_in = file.c_str();
+    EXPECT_EQ(0, session.send({.attachment = path.c_str()}));
+    stand_in = nullptr;
     const std::string name = "name=\"" + std::string(255, 'n') + "\"\r\n";
-    const std::string sent = peer.transcript();
+    const std::string sent = session.transcript();
     EXPECT_NE(std::string::npos, sent.find("; " + name));
     EXPECT_NE(std::string::npos, sent.find("; file" + name));
 }
 
-TEST_F(Smtp, a_message_that_cannot_be_begun_says_nothing_of_it) {
-    const ScratchFolder folder;
-    mkfifo(folder.file("fifo").c_str(), 0600);
-    mkdir(folder.file("folder").c_str(), 0700);
-    static a_utmem_source poor = {[](size_t) -> void* { return nullptr; }, realloc, free,
-                                  [] { return false; }};
-    SMTPPeer peer;
-    SMTPClient client;
-    ASSERT_EQ(0, connect(client, peer));
-    const std::string paths[] = {folder.file("missing"), folder.file("fifo"), folder.file("folder"),
-                                 "/dev/zero", ""};
-    for (const std::string& path : paths)
-        EXPECT_EQ(12, send(client, {.attachment = path.c_str()})) << path;
-    utmem_set_source(&poor);
-    EXPECT_EQ(15, send(client, {}));
-    utmem_set_source(nullptr);
-    client.Disconnect();
-    EXPECT_EQ(hello + rset + rset + rset + rset + rset + quit, peer.transcript());
-}
-
-TEST_F(Smtp, the_buffers_of_a_session_serve_one_message_after_another) {
+TEST_F(Smtp, a_message_that_cannot_be_begun_says_nothing_and_leaves_the_next_ones_whole) {
     const ScratchFolder folder;
     const std::string file = folder.file_with("file", "contents");
-    static constexpr a_utmem_source poor = {
-        [](size_t size) { return size < 60000 ? malloc(size) : nullptr; }, realloc, free,
-        [] { return false; }};
-    SMTPPeer peer;
-    SMTPClient client;
-    ASSERT_EQ(0, connect(client, peer));
-    utmem_set_source(&poor);
-    EXPECT_EQ(15, send(client, {.attachment = file.c_str()}));
-    utmem_set_source(nullptr);
-    for (int i = 0; i < 2; ++i) EXPECT_EQ(0, send(client, {.attachment = file.c_str()}));
-    const std::string sent = peer.transcript();
+    mkfifo(folder.file("fifo").c_str(), 0600);
+    mkdir(folder.file("folder").c_str(), 0700);
+    Session session;
+    // A FIFO is not waited for.
+    for (const std::string& path : {folder.file("missing"), folder.file("fifo"),
+                                    folder.file("folder"), std::string("/dev/zero")})
+        EXPECT_EQ(12, session.send({.attachment = path.c_str()})) << path;
+    for (const size_t largest_block : {0, 60000}) {
+        const ScarceMemory scarce(largest_block);
+        EXPECT_EQ(15, session.send({.attachment = file.c_str()})) << largest_block;
+    }
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(0, session.send({.attachment = file.c_str()}));
+    const std::string sent = session.transcript(), begun = hello + rset + rset + rset + rset;
+    EXPECT_EQ(begun + mail_from, sent.substr(0, begun.size() + mail_from.size()));
     const size_t first = sent.find("Y29udGVudHM=");
     EXPECT_NE(std::string::npos, sent.find("Y29udGVudHM=", first + 1)) << sent;
 }
@@ -421,49 +381,40 @@ TEST_F(Smtp, a_failed_message_ends_in_its_code_and_leaves_the_session_usable) {
     };
     const Case cases[] = {
         {"MAIL 1", "451 no", 104, mail_from},
-        {"MAIL 1", "25 no", 104, mail_from},
         {"RCPT 2", "550 no", 20, first_two},
         {"RCPT 2", "551 no", 20, first_two},
         {"RCPT 2", "553-no\r\n553 no", 20, first_two},
         {"RCPT 2", "550-no\r\nxyz", 20, first_two},
         {"RCPT 2", "552 no", 104, first_two},
         {"RCPT 2", "450 no", 104, first_two},
-        {"RCPT 2", "25x", 104, first_two},
-        {"DATA 1", "35", 104, envelope + "DATA\r\n"},
-        {". 1", "25", 104, whole},
         {"RCPT 3", "550 no", 20, envelope},
         {"DATA 1", "554 no", 104, envelope + "DATA\r\n"},
         {"DATA 1", "250 no", 104, envelope + "DATA\r\n"},
         {". 1", "552 no", 104, whole},
-        {". 1", "354 no", 104, whole},
         {"RSET", "502 no", 0, whole},  // what RSET is answered does not matter
     };
     for (const Case& c : cases) {
-        SMTPPeer peer(SMTPPeer::Replies{{c.verb, c.reply}});
-        SMTPClient client;
-        ASSERT_EQ(0, connect(client, peer));
-        EXPECT_EQ(c.result, send(client, mail)) << c.verb << c.reply;
-        EXPECT_EQ(0, send(client, mail)) << c.verb << c.reply;
-        client.Disconnect();
+        Session session(SMTPPeer::Replies{{c.verb, c.reply}});
+        EXPECT_EQ(c.result, session.send(mail)) << c.verb << c.reply;
+        EXPECT_EQ(0, session.send(mail)) << c.verb << c.reply;
         EXPECT_EQ(hello + c.transcript + (c.result != 0 ? rset : "") + whole + quit,
-                  peer.transcript());
+                  session.transcript());
     }
 }
 
 TEST_F(Smtp, an_over_long_reply_leaves_the_replies_out_of_step) {
     // Its first 256 bytes accept the recipient, the rest is malformed, and every reply after that
     // is taken for the one to the next command.
-    SMTPPeer peer({{"RCPT 1", "250 " + std::string(300, 'x')}, {"DATA", "554 no"}});
-    SMTPClient client;
     nameless = true;
-    ASSERT_EQ(0, connect(client, peer));
+    Session session(
+        SMTPPeer::Replies{{"RCPT 1", "250 " + std::string(300, 'x')}, {"DATA", "554 no"}});
     nameless = false;
-    EXPECT_EQ(104, send(client, {}));
-    EXPECT_EQ(104, send(client, {}));
+    EXPECT_EQ(104, session.send({}));
+    EXPECT_EQ(104, session.send({}));
     // What followed is on its way, unanswered.
     const std::string answered =
         "EHLO localhost\r\n" + mail_from + rcpt_bob + "DATA\r\n" + rset + mail_from + rcpt_bob;
-    EXPECT_EQ(answered, peer.transcript().substr(0, answered.size()));
+    EXPECT_EQ(answered, session.peer.transcript().substr(0, answered.size()));
 }
 
 constexpr a_timelib_clock waiting_clock = {
@@ -473,7 +424,6 @@ constexpr a_timelib_clock waiting_clock = {
 };
 
 TEST_F(Smtp, a_peer_that_stalls_or_goes_holds_a_call_for_a_time_out) {
-    constexpr int timeout = 3;
     const ScratchFolder folder;
     const std::string large = folder.file_with("large", pattern(24 << 20));
     struct Case {
@@ -485,14 +435,10 @@ TEST_F(Smtp, a_peer_that_stalls_or_goes_holds_a_call_for_a_time_out) {
         {"greeting", "drip", 101},
         {"greeting", "drip 3", 101},
         {"EHLO", "silence", 101},
-        {"AUTH", "silence", 101},
         {"DATA", "silence", 101},
         {"MAIL", "silence", 101},
-        {"MAIL", "drip", 101},
-        {"MAIL", "close", 104},
         {"MAIL", "close now", 104},
         {"MAIL", "flood", 104},
-        {"RCPT", "silence", 101},
         {"DATA", "354 deaf", 101},
         {"DATA", "close now", 104},
         {".", "silence", 101},
@@ -508,44 +454,17 @@ TEST_F(Smtp, a_peer_that_stalls_or_goes_holds_a_call_for_a_time_out) {
         {
             SMTPClient client;
             const char* const attachment = c.verb == "DATA" ? large.c_str() : nullptr;
-            int result = connect(client, peer, timeout, "u", "p");
-            if (result == 0) result = send(client, {.attachment = attachment});
+            int result = connect(client, peer, "u", "p");
+            if (result == 0) result = send_mail(client, {.attachment = attachment});
             EXPECT_EQ(c.result, result) << c.verb << " " << c.behaviour;
-            EXPECT_LE(waited_ms - before, (timeout + 1) * 1000) << c.verb << " " << c.behaviour;
+            EXPECT_LE(waited_ms - before, 4000) << c.verb << " " << c.behaviour;
             EXPECT_LT(calls.reads, 320) << "a file of 384 blocks, which nobody takes, is not read";
             // Nothing more is sent into a broken message, and nothing waited for.
             const int failed = waited_ms;
-            EXPECT_EQ(104, send(client, {})) << c.verb << " " << c.behaviour;
+            EXPECT_EQ(104, send_mail(client, {})) << c.verb << " " << c.behaviour;
             client.Disconnect();
             EXPECT_EQ(failed, waited_ms) << c.verb << " " << c.behaviour;
         }
-        time_passes = nullptr;
-    }
-    timelib_set_clock(nullptr);
-}
-
-TEST_F(Smtp, a_slow_network_gets_a_time_out_for_each_64_KB) {
-    constexpr int timeout = 10;
-    const ScratchFolder folder;
-    const std::string file = folder.file_with("file", pattern(256 << 10));
-    const struct {
-        size_t bytes_per_wait;  // of 250 ms
-        int result;
-        int time_outs;  // at most: the text makes five writes and a part
-    } cases[] = {{1700, 0, 6}, {1600, 101, 2}};
-    timelib_set_clock(&waiting_clock);
-    for (const auto& c : cases) {
-        SMTPPeer peer;
-        SMTPClient client;
-        ASSERT_EQ(0, connect(client, peer, timeout));
-        const int before = waited_ms;
-        const std::atomic<bool> cut_short = c.result != 0;
-        time_passes = &cut_short;
-        bytes_per_wait = c.bytes_per_wait;
-        EXPECT_EQ(c.result, send(client, {.attachment = file.c_str()}));
-        EXPECT_GT(waited_ms - before, (c.time_outs - 2) * timeout * 1000);
-        EXPECT_LT(waited_ms - before, c.time_outs * timeout * 1000);
-        bytes_per_wait = 0;
         time_passes = nullptr;
     }
     timelib_set_clock(nullptr);

@@ -4,8 +4,11 @@
 #include <atomic>
 #include <climits>
 #include <cstring>
+#include <functional>
 #include <map>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -30,6 +33,15 @@ class SMTPPeer {
     ///               only so many, and then says nothing
     ///     flood     sends continuation lines as long as they are taken
     using Replies = std::map<std::string, std::string>;
+
+    /// How bytes come and go on a connection that does not carry them as they are.
+    struct Filter {
+        virtual ~Filter() = default;
+        /// Appends what has arrived, which may be nothing yet; false at the end. Does not wait.
+        virtual bool get(std::string* bytes) = 0;
+        /// False when they did not go out whole.
+        virtual bool put(std::string_view bytes) = 0;
+    };
 
     /// One that does not listen refuses every connection.
     explicit SMTPPeer(Replies replies = {}, int family = AF_INET, bool listens = true)
@@ -72,16 +84,23 @@ class SMTPPeer {
     }
 
     std::atomic<bool> stalling = false;  // it has nothing more to say, or only drips
-    size_t keep_at_most = 1 << 24;       // bytes received in a connection; the rest is dropped
-    std::vector<std::string> received;   // valid after finish()
+    // To be set before anybody connects.
+    size_t keep_at_most = 1 << 24;  // bytes received in a connection; the rest is dropped
+    // Makes the filter for what follows a STARTTLS that was answered with 220; null closes the
+    // connection. Until then EHLO offers STARTTLS and nothing else.
+    std::function<std::unique_ptr<Filter>(int fd)> secure;
+
+    std::vector<std::string> received;  // valid after finish()
 
   private:
+    // What has come before finish() is still read.
     bool readable(int fd) const {
-        while (!_stop) {
+        for (;;) {
+            const bool last_look = _stop;
             pollfd wanted = {fd, POLLIN, 0};
-            if (poll(&wanted, 1, 20) > 0) return true;
+            if (poll(&wanted, 1, last_look ? 0 : 20) > 0) return true;
+            if (last_look) return false;
         }
-        return false;
     }
 
     void serve() {
@@ -92,6 +111,7 @@ class SMTPPeer {
             _seen.clear();
             _unread.clear();
             if (say(fd, "greeting")) converse(fd);
+            _filter.reset();  // it may say good-bye
             close(fd);
         }
     }
@@ -102,6 +122,10 @@ class SMTPPeer {
             const std::string verb = line.substr(0, line.find_first_of(" \r"));
             if (!say(fd, verb)) return;
             if (verb == "QUIT") return;
+            if (verb == "STARTTLS" && reply_to(verb).starts_with("220")) {
+                _unread.clear();
+                if ((_filter = secure(fd)) == nullptr) return;
+            }
             if (verb != "DATA" || reply_to(verb).substr(0, 3) != "354") continue;
             if (!take(fd, "\r\n.\r\n", &line) || !say(fd, ".")) return;
         }
@@ -121,14 +145,20 @@ class SMTPPeer {
     }
 
     bool receive(int fd) {
-        static thread_local char bytes[65536];
-        if (!readable(fd)) return false;
-        const ssize_t count = recv(fd, bytes, sizeof bytes, 0);
-        if (count <= 0) return false;
+        std::string bytes;
+        if (!readable(fd) || !(_filter != nullptr ? _filter->get(&bytes) : get(fd, &bytes)))
+            return false;
         std::string& kept = received.back();
-        if (kept.size() < keep_at_most) kept.append(bytes, static_cast<size_t>(count));
-        _unread.append(bytes, static_cast<size_t>(count));
+        if (kept.size() < keep_at_most) kept += bytes;
+        _unread += bytes;
         return true;
+    }
+
+    static bool get(int fd, std::string* bytes) {
+        static thread_local char block[65536];
+        const ssize_t count = recv(fd, block, sizeof block, 0);
+        if (count > 0) bytes->assign(block, static_cast<size_t>(count));
+        return count > 0;
     }
 
     std::string reply_to(const std::string& verb) const {
@@ -137,6 +167,8 @@ class SMTPPeer {
         const auto any = _replies.find(verb);
         if (any != _replies.end()) return any->second;
         if (verb == "greeting") return "220 peer.test";
+        if (verb == "EHLO" && secure && _filter == nullptr) return "250-peer.test\r\n250 STARTTLS";
+        if (verb == "STARTTLS") return "220 go on";
         if (verb == "EHLO") return "250-peer.test\r\n250-8BITMIME\r\n250 AUTH PLAIN LOGIN";
         if (verb == "AUTH") return "235 welcome";
         if (verb == "DATA") return "354 go on";
@@ -160,7 +192,8 @@ class SMTPPeer {
         return put(fd, reply.back() == '\n' ? reply : reply + "\r\n");
     }
 
-    static bool put(int fd, const std::string& text) {
+    bool put(int fd, const std::string& text) const {
+        if (_filter != nullptr) return _filter->put(text);
         size_t sent = 0;
         while (sent < text.size()) {
             const ssize_t n = send(fd, &text[sent], text.size() - sent, MSG_NOSIGNAL);
@@ -193,6 +226,7 @@ class SMTPPeer {
     Replies _replies;
     std::map<std::string, int> _seen;  // how often each verb came in this connection
     std::string _unread;
+    std::unique_ptr<Filter> _filter;  // of the connection that is served, once it is secured
     int _listener = -1;
     int _port = 0;
     bool _usable = false;

@@ -122,7 +122,6 @@ const Fault timed_faults[] = {
     {send_to, "sendto!EAGAIN poll:W sendto=8", 8},
     {send_to, "sendto!EAGAIN poll:W@600 sendto!EAGAIN poll:W@600 sendto!EAGAIN", -1, ETIMEDOUT},
     {send, "send=3 poll:W send!EAGAIN silence send!EAGAIN poll:W send=4 poll:W send=1", 8},
-    {send, "send=3 poll:W send!EPIPE", -1, EPIPE},
     {send, "send=3 poll:WE pending=ECONNRESET", -1, ECONNRESET},
     {send, "send!EAGAIN silence send=3 silence send!EAGAIN silence send!EAGAIN silence", -1,
      ETIMEDOUT},
@@ -137,10 +136,6 @@ const Fault timed_faults[] = {
     {connect, "connect!ECONNREFUSED", -1, ECONNREFUSED},
     {connect, "connect!EINPROGRESS poll:WEH pending=ECONNREFUSED", -1, ECONNREFUSED},
     {connect, "connect!EINPROGRESS poll:W getpeername!EINVAL", -1, ENOTCONN},
-    {connect,
-     "connect!EINPROGRESS silence connect!EALREADY silence connect!EALREADY silence "
-     "connect!EALREADY silence",
-     -1, ETIMEDOUT},
     {connect_invalid, "", -1, EINVAL},
 };
 

@@ -5,12 +5,16 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 
 #include "kovcert/qxci/qxci.h"
 
 class Wire {
   public:
+    explicit Wire(std::string incoming = "") : in(std::move(incoming)) {}
     virtual ~Wire() = default;
+    Wire(const Wire&) = delete;
+    Wire& operator=(const Wire&) = delete;
     /// Makes `in` longer if there is an answer to what has been written.
     virtual void answer() {}
 
@@ -33,7 +37,7 @@ class Wire {
     int records(int type = -1) const {
         int count = 0;
         for (size_t at = 0; at + 5 <= out.size();) {
-            if (type < 0 || out[at] == type) count++;
+            if (type < 0 || out[at] == type) ++count;
             at += 5 + 256 * static_cast<unsigned char>(out[at + 3]) +
                   static_cast<unsigned char>(out[at + 4]);
         }

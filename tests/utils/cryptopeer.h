@@ -1,17 +1,14 @@
 #ifndef QUOREL_TESTS_UTILS_CRYPTOPEER_H
 #define QUOREL_TESTS_UTILS_CRYPTOPEER_H
 
-/// What the tests of the primitives share: hex text, seeded bytes, and the openssl program as the
+/// What the tests of the primitives share: hex text, sample bytes, and the openssl program as the
 /// other implementation to compare with.
 
 #include <cstdio>
-#include <cstdlib>
-#include <random>
 #include <string>
 #include <string_view>
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include "utils/etc/uttypes.h"
 
@@ -37,37 +34,12 @@ inline const a_byte* bytes_of(const std::string& text) {
     return reinterpret_cast<const a_byte*>(text.data());
 }
 
-/// The same bytes on every run.
-class SeededBytes {
-  public:
-    explicit SeededBytes(unsigned seed) : _engine(seed) {}
-    std::string operator()(std::size_t len) {
-        std::string bytes(len, '\0');
-        for (char& byte : bytes) byte = static_cast<char>(_engine());
-        return bytes;
-    }
-    std::size_t below(std::size_t limit) { return _engine() % limit; }
-
-  private:
-    std::mt19937 _engine;
-};
-
-/// A file with the given contents for as long as the object lives.
-class PeerFile {
-  public:
-    explicit PeerFile(std::string_view contents) {
-        const int fd = mkstemp(_path.data());
-        EXPECT_EQ(write(fd, contents.data(), contents.size()), ssize_t(contents.size()));
-        close(fd);
-    }
-    ~PeerFile() { unlink(_path.c_str()); }
-    PeerFile(const PeerFile&) = delete;
-    PeerFile& operator=(const PeerFile&) = delete;
-    const char* path() const { return _path.c_str(); }
-
-  private:
-    std::string _path = testing::TempDir() + "cryptopeer-XXXXXX";
-};
+/// `first`, `first` + 7, `first` + 14 and so on, modulo 256.
+inline std::string sample_bytes(std::size_t len, unsigned first = 3) {
+    std::string bytes;
+    for (; bytes.size() < len; first += 7) bytes += static_cast<char>(first);
+    return bytes;
+}
 
 /// What `openssl <arguments>` writes to its standard output.
 inline std::string openssl(const std::string& arguments) {

@@ -48,7 +48,7 @@ void encrypt_cbc(const a_byte* schedule, unsigned rounds, a_byte* iv, a_byte* da
                  std::size_t blocks) {
     const __m128i first_key = load(schedule), last_key = load(schedule + block_size * rounds);
     __m128i state = load(iv);
-    for (; blocks != 0; blocks--, data += block_size) {
+    for (; blocks != 0; --blocks, data += block_size) {
         state = _mm_xor_si128(_mm_xor_si128(state, load(data)), first_key);
 #pragma GCC unroll 13
         for (unsigned round = 1; round < rounds; ++round) {
@@ -95,7 +95,7 @@ void decrypt_cbc(const a_byte* schedule, unsigned rounds, a_byte* iv, a_byte* da
         previous = decrypt_some<parallel_blocks>(keys, rounds, previous, data);
         data += parallel_blocks * block_size;
     }
-    for (; blocks != 0; blocks--, data += block_size) {
+    for (; blocks != 0; --blocks, data += block_size) {
         previous = decrypt_some<1>(keys, rounds, previous, data);
     }
     store(iv, previous);

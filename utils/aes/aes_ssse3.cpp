@@ -163,7 +163,7 @@ void encrypt_cbc(const a_byte* schedule, unsigned rounds, a_byte* iv, a_byte* da
                  std::size_t blocks) {
     const __m128i first_key = load(schedule), last_key = load(schedule + block_size * rounds);
     __m128i block = load(iv);
-    for (; blocks != 0; blocks--, data += block_size) {
+    for (; blocks != 0; --blocks, data += block_size) {
         __m128i state = apply(into_cipher, _mm_xor_si128(block, load(data)));
         state = _mm_xor_si128(state, first_key);
         for (unsigned round = 1; round < rounds; ++round) {

@@ -14,7 +14,8 @@ constexpr unsigned max_rounds = 14;
 
 using a_round_keys = a_wiped_bytes<UTAES::block_size*(max_rounds + 1)>;
 
-/// Substitutes the four bytes of a word.
+/// Substitutes the four bytes of a word, with logical operations: what a table is looked up with
+/// shows in the cache, and here that is the key.
 uint32 substitute_word(uint32 word) {
     constexpr uint32 lowest_bits = 0x01010101;
     uint32 planes[8];
@@ -51,11 +52,11 @@ const a_aes_code* best_code() {
 
 }  // namespace
 
-bool UTAES::set_key(const a_byte* key, std::size_t key_len) {
+a_bool UTAES::set_key(const a_byte* key, std::size_t key_len) {
     return set_key(key, key_len, *ut_code_for_cpu<best_code>());
 }
 
-bool UTAES::set_key(const a_byte* key, std::size_t key_len, const a_aes_code& code) {
+a_bool UTAES::set_key(const a_byte* key, std::size_t key_len, const a_aes_code& code) {
     _code = nullptr;
     if (key == nullptr || (key_len != 16 && key_len != 32)) return false;
     _rounds = key_len == 16 ? 10 : max_rounds;
@@ -66,13 +67,13 @@ bool UTAES::set_key(const a_byte* key, std::size_t key_len, const a_aes_code& co
     return true;
 }
 
-bool UTAES::encrypt_cbc(a_byte* iv, a_byte* data, std::size_t len) const {
+a_bool UTAES::encrypt_cbc(a_byte* iv, a_byte* data, std::size_t len) const {
     if (!fits(len)) return false;
     if (len != 0) _code->encrypt_cbc(_schedule, _rounds, iv, data, len / block_size);
     return true;
 }
 
-bool UTAES::decrypt_cbc(a_byte* iv, a_byte* data, std::size_t len) const {
+a_bool UTAES::decrypt_cbc(a_byte* iv, a_byte* data, std::size_t len) const {
     if (!fits(len)) return false;
     if (len != 0) _code->decrypt_cbc(_schedule, _rounds, iv, data, len / block_size);
     return true;

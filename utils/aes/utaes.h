@@ -22,7 +22,7 @@
 #include <cstddef>
 
 #include "utils/etc/uttypes.h"
-#include "utils/etc/utwipe.h"
+#include "utils/utmem/utwipe.h"
 
 struct a_aes_code;
 
@@ -38,22 +38,22 @@ class UTAES {
 
     /// Takes a key of `key_len` bytes, 16 (AES-128) or 32 (AES-256). False for any other length or
     /// a null key; the object is then without a key.
-    bool set_key(const a_byte* key, std::size_t key_len);
+    a_bool set_key(const a_byte* key, std::size_t key_len);
 
     /// The same with a given code of aescode.h, which this processor must be able to run.
-    bool set_key(const a_byte* key, std::size_t key_len, const a_aes_code& code);
+    a_bool set_key(const a_byte* key, std::size_t key_len, const a_aes_code& code);
 
     /// Encrypt or decrypt `len` bytes at `data`. `iv`, block_size bytes, is the vector to start
     /// from and is left as the last block of ciphertext, so that a further call continues the
     /// message. False without a key or when `len` is not a multiple of block_size; nothing is
     /// changed then. `len` 0 is a success that changes nothing.
-    bool encrypt_cbc(a_byte* iv, a_byte* data, std::size_t len) const;
-    bool decrypt_cbc(a_byte* iv, a_byte* data, std::size_t len) const;
+    a_bool encrypt_cbc(a_byte* iv, a_byte* data, std::size_t len) const;
+    a_bool decrypt_cbc(a_byte* iv, a_byte* data, std::size_t len) const;
 
   private:
     static constexpr std::size_t schedule_size = block_size * 8 * 15;
 
-    bool fits(std::size_t len) const { return _code != nullptr && len % block_size == 0; }
+    a_bool fits(std::size_t len) const { return _code != nullptr && len % block_size == 0; }
 
     const a_aes_code* _code = nullptr;  // null: no key
     unsigned _rounds = 0;

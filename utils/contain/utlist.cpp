@@ -2,7 +2,7 @@
 
 namespace {
 
-void LinkBetween(c_utils_link* item, c_utils_link* before, c_utils_link* after) {
+void link_between(c_utils_link* item, c_utils_link* before, c_utils_link* after) {
     item->prev = before;
     item->next = after;
     before->next = item;
@@ -38,14 +38,15 @@ void c_utils_list_base::base_append(c_utils_link* item) {
 
 void c_utils_list_base::base_insert_after(c_utils_link* item, c_utils_link* position) {
     if (item == position) return;
+    // First, since the element may be in this list, even beside `position`.
     item->unlink();
-    LinkBetween(item, position, position->next);
+    link_between(item, position, position->next);
 }
 
 void c_utils_list_base::base_insert_before(c_utils_link* item, c_utils_link* position) {
     if (item == position) return;
     item->unlink();
-    LinkBetween(item, position->prev, position);
+    link_between(item, position->prev, position);
 }
 
 c_utils_iter_base::~c_utils_iter_base() = default;

@@ -6,13 +6,13 @@
 #include <string_view>
 
 #include "utils/etc/utascii.h"
-#include "utils/etc/utwipe.h"
 #include "utils/utmem/utmem.h"
+#include "utils/utmem/utwipe.h"
 
 namespace {
 
-constexpr char Separator = ';';
-constexpr char Assign = '=';
+constexpr char separator = ';';
+constexpr char assign = '=';
 
 constexpr bool is_blank(char c) {
     return c == ' ' || c == '\t' || c == '\r' || c == '\n';
@@ -48,7 +48,7 @@ class Parser {
 
     /// Steps over what separates options; false when none is left.
     bool More() {
-        while (!_rest.empty() && (_rest.front() == Separator || is_blank(_rest.front()))) {
+        while (!_rest.empty() && (_rest.front() == separator || is_blank(_rest.front()))) {
             _rest.remove_prefix(1);
         }
         return !_rest.empty();
@@ -58,7 +58,7 @@ class Parser {
     bool Next() {
         const size_t end = std::min(_rest.find_first_of("=;"), _rest.size());
         key = trimmed(_rest.substr(0, end));
-        if (end == _rest.size() || _rest[end] != Assign || key.empty()) return false;
+        if (end == _rest.size() || _rest[end] != assign || key.empty()) return false;
         _rest.remove_prefix(end + 1);
         while (!_rest.empty() && is_blank(_rest.front())) _rest.remove_prefix(1);
         quote = !_rest.empty() && is_quote(_rest.front()) ? _rest.front() : '\0';
@@ -67,7 +67,7 @@ class Parser {
 
   private:
     bool _Plain() {
-        const size_t end = std::min(_rest.find(Separator), _rest.size());
+        const size_t end = std::min(_rest.find(separator), _rest.size());
         value = trimmed(_rest.substr(0, end));
         _rest.remove_prefix(end);
         return true;
@@ -78,7 +78,7 @@ class Parser {
         if (end == std::string_view::npos) return false;
         value = _rest.substr(1, end - 1);
         _rest.remove_prefix(end + 1);
-        const size_t behind = std::min(_rest.find(Separator), _rest.size());
+        const size_t behind = std::min(_rest.find(separator), _rest.size());
         const bool clean = trimmed(_rest.substr(0, behind)).empty();
         _rest.remove_prefix(behind);
         return clean;
@@ -138,7 +138,7 @@ class Writer {
 };
 
 void put_value(Writer& out, std::string_view value) {
-    const bool plain = value.find(Separator) == std::string_view::npos && trimmed(value) == value &&
+    const bool plain = value.find(separator) == std::string_view::npos && trimmed(value) == value &&
                        (value.empty() || !is_quote(value.front()));
     if (plain) return out.Put(value);
     out.Put('\'');
@@ -185,9 +185,9 @@ const a_db_option* db_find_option(const a_db_option* list, const char* key) {
 size_t db_format_options(const a_db_option* list, char* buf, size_t len) {
     Writer out(buf, len);
     for (const a_db_option* option = list; option != nullptr; option = option->next) {
-        if (option != list) out.Put(Separator);
+        if (option != list) out.Put(separator);
         out.Put(option->key);
-        out.Put(Assign);
+        out.Put(assign);
         put_value(out, option->value);
     }
     return out.Finish();

@@ -57,5 +57,5 @@ inline void compress_block(uint32* state, const a_byte* block) {
 const uint32 a_md5_algorithm::initial_state[4] = {0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476};
 
 void a_md5_algorithm::compress(uint32* state, const a_byte* blocks, std::size_t count) {
-    for (; count != 0; count--, blocks += 64) compress_block(state, blocks);
+    for (; count != 0; --count, blocks += 64) compress_block(state, blocks);
 }

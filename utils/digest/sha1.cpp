@@ -73,17 +73,17 @@ inline void compress_block(uint32* state, const a_byte* block) {
     state[4] += s.e;
 }
 
+a_compress_code best_code() {
+    return ut_cpu_has_sha() ? ut_sha1_instructions : ut_sha1_plain;
+}
+
 }  // namespace
 
 const uint32 a_sha1_algorithm::initial_state[5] = {0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476,
                                                    0xc3d2e1f0};
 
 void ut_sha1_plain(uint32* state, const a_byte* blocks, std::size_t count) {
-    for (; count != 0; count--, blocks += 64) compress_block(state, blocks);
-}
-
-static a_compress_code best_code() {
-    return ut_cpu_has_sha() ? ut_sha1_instructions : ut_sha1_plain;
+    for (; count != 0; --count, blocks += 64) compress_block(state, blocks);
 }
 
 void a_sha1_algorithm::compress(uint32* state, const a_byte* blocks, std::size_t count) {

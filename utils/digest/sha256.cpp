@@ -87,6 +87,10 @@ inline void compress_block(uint32* state, const a_byte* block) {
     for (unsigned i = 0; i < 8; ++i) state[i] += sums[i];
 }
 
+a_compress_code best_code() {
+    return ut_cpu_has_sha() ? ut_sha256_instructions : ut_sha256_plain;
+}
+
 }  // namespace
 
 const uint32 a_sha256_algorithm::initial_state[8] = {
@@ -94,11 +98,7 @@ const uint32 a_sha256_algorithm::initial_state[8] = {
 };
 
 void ut_sha256_plain(uint32* state, const a_byte* blocks, std::size_t count) {
-    for (; count != 0; count--, blocks += 64) compress_block(state, blocks);
-}
-
-static a_compress_code best_code() {
-    return ut_cpu_has_sha() ? ut_sha256_instructions : ut_sha256_plain;
+    for (; count != 0; --count, blocks += 64) compress_block(state, blocks);
 }
 
 void a_sha256_algorithm::compress(uint32* state, const a_byte* blocks, std::size_t count) {

@@ -58,7 +58,7 @@ void ut_sha1_instructions(uint32* state, const a_byte* blocks, std::size_t count
     const __m128i reverse = _mm_set_epi64x(0x0001020304050607, 0x08090a0b0c0d0e0f);
     __m128i abcd = _mm_shuffle_epi32(load(state), 0x1b);
     __m128i e = _mm_set_epi32(static_cast<int>(state[4]), 0, 0, 0);
-    for (; count != 0; count--, blocks += 64) {
+    for (; count != 0; --count, blocks += 64) {
         const __m128i abcd_before = abcd, e_before = e;
         __m128i w[4];
         for (std::size_t i = 0; i < 4; ++i) w[i] = _mm_shuffle_epi8(load(blocks + 16 * i), reverse);
@@ -87,7 +87,7 @@ void ut_sha256_instructions(uint32* state, const a_byte* blocks, std::size_t cou
     const __m128i hgfe = _mm_shuffle_epi32(load(state + 4), 0x1b);
     __m128i abef = _mm_alignr_epi8(badc, hgfe, 8);
     __m128i cdgh = _mm_blend_epi16(hgfe, badc, 0xf0);
-    for (; count != 0; count--, blocks += 64) {
+    for (; count != 0; --count, blocks += 64) {
         const __m128i abef_before = abef, cdgh_before = cdgh;
         __m128i w[4];
         for (std::size_t i = 0; i < 4; ++i)

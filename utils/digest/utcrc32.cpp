@@ -43,6 +43,6 @@ void UTCRC32::add(const void* data, std::size_t len) {
     for (; len >= 8; len -= 8, from += 8) {
         crc = four_bytes(crc ^ ut_load_le32(from), 4) ^ four_bytes(ut_load_le32(from + 4), 0);
     }
-    for (; len != 0; len--, from++) crc = (crc >> 8) ^ tables[0][(crc ^ *from) & 0xff];
+    for (; len != 0; --len, ++from) crc = (crc >> 8) ^ tables[0][(crc ^ *from) & 0xff];
     _register = crc;
 }

@@ -18,6 +18,7 @@ void UTBlockDigest<Algorithm>::add(const void* data, std::size_t len) {
     if (held != 0) {
         const std::size_t room = block_size - held;
         if (len < room) {
+            // memcpy() may not be given null, which a caller with nothing to add may pass.
             if (len != 0) std::memcpy(_block + held, from, len);
             return;
         }

@@ -18,26 +18,26 @@
 #include <cstddef>
 
 #include "utils/etc/uttypes.h"
-#include "utils/etc/utwipe.h"
+#include "utils/utmem/utwipe.h"
 
 /// What differs between the three: `compress` takes `count` blocks of 64 bytes into the state.
 struct a_md5_algorithm {
     static constexpr std::size_t digest_size = 16;
-    static constexpr bool big_endian = false;
+    static constexpr a_bool big_endian = false;
     static const uint32 initial_state[digest_size / 4];
     static void compress(uint32* state, const a_byte* blocks, std::size_t count);
 };
 
 struct a_sha1_algorithm {
     static constexpr std::size_t digest_size = 20;
-    static constexpr bool big_endian = true;
+    static constexpr a_bool big_endian = true;
     static const uint32 initial_state[digest_size / 4];
     static void compress(uint32* state, const a_byte* blocks, std::size_t count);
 };
 
 struct a_sha256_algorithm {
     static constexpr std::size_t digest_size = 32;
-    static constexpr bool big_endian = true;
+    static constexpr a_bool big_endian = true;
     static const uint32 initial_state[digest_size / 4];
     static void compress(uint32* state, const a_byte* blocks, std::size_t count);
 };

@@ -20,6 +20,7 @@ void derive_block(a_mac& mac, const void* salt, std::size_t salt_len, uint32 ite
     a_mac_block link;
     mac.end(link.data);
     std::copy_n(link.data, link.size, sum.data);
+    // From 1: the code above is the first, so that 0 iterations are as 1.
     for (uint32 i = 1; i < iterations; ++i) {
         mac.add(link.data, link.size);
         mac.end(link.data);

@@ -2,7 +2,7 @@
 
 #include <bit>
 
-bool UTBigInt::set_bytes(const a_byte* bytes, std::size_t len) {
+a_bool UTBigInt::set_bytes(const a_byte* bytes, std::size_t len) {
     constexpr std::size_t max_bytes = max_bits / 8;
     *this = UTBigInt();
     a_byte overflow = 0;
@@ -32,13 +32,14 @@ unsigned UTBigInt::bits() const {
     return 0;
 }
 
-bool UTBigInt::operator==(const UTBigInt& other) const {
+a_bool UTBigInt::operator==(const UTBigInt& other) const {
+    // No early end: how many limbs agree must not show.
     a_limb differing = 0;
     for (std::size_t i = 0; i < max_limbs; ++i) differing |= limb[i] ^ other.limb[i];
     return differing == 0;
 }
 
-bool UTBigInt::operator<(const UTBigInt& other) const {
+a_bool UTBigInt::operator<(const UTBigInt& other) const {
     UTBigInt difference = *this;
     return difference.subtract(other) != 0;
 }
@@ -104,6 +105,7 @@ void ut_subtract_once(a_limb* number, a_limb carry, const a_limb* modulus, std::
             static_cast<a_double_limb>(number[i]) - modulus[i] - is_less;
         is_less = static_cast<a_limb>(difference >> limb_bits) & 1;
     }
+    // Subtracted in any case, the modulus or nothing: a branch would show which.
     const a_limb mask = a_limb{0} - (carry | (is_less ^ 1));
     a_limb borrow = 0;
     for (std::size_t i = 0; i < limbs; ++i) {

@@ -11,7 +11,7 @@
 #include <cstddef>
 
 #include "utils/etc/uttypes.h"
-#include "utils/etc/utwipe.h"
+#include "utils/utmem/utwipe.h"
 
 /// The unit of arithmetic, and the type that holds the product of two with two units added.
 #if defined(__LP64__)
@@ -36,7 +36,7 @@ class UTBigInt {
 
     /// Takes `len` bytes, the most significant first; leading zeros are fine. False when the value
     /// does not fit; it is then zero.
-    bool set_bytes(const a_byte* bytes, std::size_t len);
+    a_bool set_bytes(const a_byte* bytes, std::size_t len);
 
     /// Stores the low `len` bytes of the value, the most significant first.
     void get_bytes(a_byte* bytes, std::size_t len) const;
@@ -49,9 +49,9 @@ class UTBigInt {
         return (limb[position / limb_bits] >> (position % limb_bits)) & 1;
     }
 
-    bool is_zero() const { return *this == UTBigInt(); }
-    bool operator==(const UTBigInt& other) const;
-    bool operator<(const UTBigInt& other) const;
+    a_bool is_zero() const { return *this == UTBigInt(); }
+    a_bool operator==(const UTBigInt& other) const;
+    a_bool operator<(const UTBigInt& other) const;
 
     /// Subtracts modulo 2^max_bits. Returns the borrow, 0 or 1.
     a_limb subtract(const UTBigInt& other);

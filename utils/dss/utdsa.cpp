@@ -85,7 +85,7 @@ UTBigInt digest_number(const UTModulus& q, const a_byte* digest) {
 
 }  // namespace
 
-bool UTDSA::set_domain(const UTBigInt& p, const UTBigInt& q, const UTBigInt& g) {
+a_bool UTDSA::set_domain(const UTBigInt& p, const UTBigInt& q, const UTBigInt& g) {
     _has_domain = _has_public_key = _has_private_key = false;
     const unsigned p_bits = p.bits(), q_bits = q.bits();
     const bool sizes_fit = (p_bits == 1024 && q_bits == 160) || (p_bits == 2048 && q_bits == 256);
@@ -101,7 +101,7 @@ bool UTDSA::set_domain(const UTBigInt& p, const UTBigInt& q, const UTBigInt& g) 
     return _has_domain;
 }
 
-bool UTDSA::set_public_key(const UTBigInt& y) {
+a_bool UTDSA::set_public_key(const UTBigInt& y) {
     if (!_has_domain || !is_in_subgroup(_p, _q, y)) return false;
     _y = y;
     _has_public_key = true;
@@ -109,9 +109,10 @@ bool UTDSA::set_public_key(const UTBigInt& y) {
     return true;
 }
 
-bool UTDSA::set_private_key(const UTBigInt& x) {
+a_bool UTDSA::set_private_key(const UTBigInt& x) {
     if (!_has_domain || x.is_zero() || !(x < _q.value())) return false;
     const UTBigInt y = _p.power(_g, x, _q.bits());
+    // A pair that does not fit would sign what nobody can verify.
     if (_has_public_key && !(y == _y)) return false;
     _y = y;
     _x = x;
@@ -119,11 +120,13 @@ bool UTDSA::set_private_key(const UTBigInt& x) {
     return true;
 }
 
-bool UTDSA::sign(const a_byte* digest, a_byte* signature) const {
+a_bool UTDSA::sign(const a_byte* digest, a_byte* signature) const {
     if (!_has_private_key) return false;
     const UTBigInt z = digest_number(_q, digest);
     NonceGenerator nonces(_q, _x, z);
     UTBigInt r, s;
+    // A nonce that gives a zero would show the key or nothing; FIPS 186-4 section 4.6 takes
+    // another.
     while (r.is_zero() || s.is_zero()) {
         const UTBigInt k = nonces.next();
         r = _q.reduce(_p.power(_g, k, _q.bits()));
@@ -134,7 +137,7 @@ bool UTDSA::sign(const a_byte* digest, a_byte* signature) const {
     return true;
 }
 
-bool UTDSA::verify(const a_byte* digest, const a_byte* signature) const {
+a_bool UTDSA::verify(const a_byte* digest, const a_byte* signature) const {
     if (!_has_public_key) return false;
     UTBigInt r, s;
     r.set_bytes(signature, _q.bytes());

@@ -24,33 +24,33 @@ class UTDSA {
     /// Takes domain parameters after checking them: the sizes are one of the two pairs, p and q are
     /// prime, q divides p - 1, and g has the order q. This takes many times as long as a signature.
     /// False when they are wrong; the object then has no parameters. Keys set before are dropped.
-    bool set_domain(const UTBigInt& p, const UTBigInt& q, const UTBigInt& g);
+    a_bool set_domain(const UTBigInt& p, const UTBigInt& q, const UTBigInt& g);
 
     /// Takes the public key after checking that it belongs to the domain, which must be set; false
     /// and no change otherwise.
-    bool set_public_key(const UTBigInt& y);
+    a_bool set_public_key(const UTBigInt& y);
 
     /// Takes the private key, between 0 and q, and derives the public key from it. False and no
     /// change when it is out of range, or when a public key is set that does not belong to it.
-    bool set_private_key(const UTBigInt& x);
+    a_bool set_private_key(const UTBigInt& x);
 
-    bool can_sign() const { return _has_private_key; }
-    bool can_verify() const { return _has_public_key; }
+    a_bool can_sign() const { return _has_private_key; }
+    a_bool can_verify() const { return _has_public_key; }
 
     /// Bytes of a signature: r, then s, each with the length of q, the most significant byte first.
     std::size_t signature_size() const { return 2 * _q.bytes(); }
 
     /// Stores signature_size() bytes. False without a private key.
-    bool sign(const a_byte* digest, a_byte* signature) const;
+    a_bool sign(const a_byte* digest, a_byte* signature) const;
 
     /// True when `signature`, signature_size() bytes, is one that the owner of the public key made
     /// for this digest. False for every other, and without a public key.
-    bool verify(const a_byte* digest, const a_byte* signature) const;
+    a_bool verify(const a_byte* digest, const a_byte* signature) const;
 
   private:
     UTModulus _p, _q;
     UTBigInt _g, _y, _x;
-    bool _has_domain = false, _has_public_key = false, _has_private_key = false;
+    a_bool _has_domain = false, _has_public_key = false, _has_private_key = false;
 };
 
 #endif

@@ -51,6 +51,7 @@ UTModulus::UTModulus(const UTBigInt& modulus, const a_montgomery_code& code)
     _modulus.value = modulus;
     _modulus.limbs = (_bits + limb_bits - 1) / limb_bits;
     _modulus.negative_inverse = negative_inverse(modulus.limb[0]);
+    // R and its square by doubling: a division would be more code than the time is worth.
     const unsigned r_bits = code.r_bits(_bits);
     for (unsigned i = 0; i < r_bits; ++i) double_in_place(_r);
     _r_squared = _r;
@@ -63,6 +64,8 @@ void UTModulus::double_in_place(UTBigInt& number) const {
 }
 
 UTBigInt UTModulus::reduce(const UTBigInt& number) const {
+    // Bit by bit and always all bits, since the number may be a secret. It is done a few times in a
+    // signature, beside thousands of products.
     UTBigInt rest;
     for (unsigned position = UTBigInt::max_bits; position-- > 0;) {
         const a_limb carry = ut_add_limbs(rest.limb, rest.limb, _modulus.limbs);
@@ -135,7 +138,7 @@ UTBigInt UTModulus::prime_test_base(unsigned round) const {
 }
 
 /// One round of Miller-Rabin with the modulus less 1 being `odd_part` times 2^twos.
-bool UTModulus::passes(const UTBigInt& base, const UTBigInt& odd_part, unsigned twos) const {
+a_bool UTModulus::passes(const UTBigInt& base, const UTBigInt& odd_part, unsigned twos) const {
     UTBigInt minus_one = _modulus.value;
     minus_one.subtract(UTBigInt(1));
     UTBigInt power_of_base = power(base, odd_part, odd_part.bits());
@@ -147,11 +150,11 @@ bool UTModulus::passes(const UTBigInt& base, const UTBigInt& odd_part, unsigned 
     return false;
 }
 
-bool UTModulus::is_probably_prime(unsigned rounds) const {
+a_bool UTModulus::is_probably_prime(unsigned rounds) const {
     UTBigInt minus_one = _modulus.value;
     minus_one.subtract(UTBigInt(1));
     unsigned twos = 1;
-    while (minus_one.bit(twos) == 0) twos++;
+    while (minus_one.bit(twos) == 0) ++twos;
     const UTBigInt odd_part = minus_one.shifted_right(twos);
     for (unsigned round = 0; round < rounds; ++round) {
         const UTBigInt base = prime_test_base(round);

@@ -40,7 +40,7 @@ class UTModulus {
     /// True for every prime modulus greater than 3; true for a composite one with a chance of
     /// 4^-rounds at most (Miller-Rabin, FIPS 186-4 appendix C.3.1). The bases are digests of the
     /// modulus, so that the answer to one question is always the same.
-    bool is_probably_prime(unsigned rounds) const;
+    a_bool is_probably_prime(unsigned rounds) const;
 
   private:
     UTBigInt montgomery_product(const UTBigInt& a, const UTBigInt& b) const {
@@ -48,7 +48,7 @@ class UTModulus {
     }
     void double_in_place(UTBigInt& number) const;
     UTBigInt prime_test_base(unsigned round) const;
-    bool passes(const UTBigInt& base, const UTBigInt& odd_part, unsigned twos) const;
+    a_bool passes(const UTBigInt& base, const UTBigInt& odd_part, unsigned twos) const;
 
     const a_montgomery_code* _code = nullptr;
     a_montgomery_modulus _modulus;

@@ -6,11 +6,14 @@
 /// locales (a Turkish "I" is no "i"). Texts are not null.
 
 #include <cstddef>
+#include <cstring>
 
-constexpr bool ut_is_digit(char c) {
+#include "utils/etc/uttypes.h"
+
+constexpr a_bool ut_is_digit(char c) {
     return c >= '0' && c <= '9';
 }
-constexpr bool ut_is_letter(char c) {
+constexpr a_bool ut_is_letter(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
@@ -21,13 +24,26 @@ constexpr char ut_to_lower(char c) {
 
 /// Whether two terminated strings are equal without regard to the case of ASCII letters, as far as
 /// their first `length` characters go.
-constexpr bool ut_equal_nocase(const char* left, const char* right,
-                               std::size_t length = static_cast<std::size_t>(-1)) {
+constexpr a_bool ut_equal_nocase(const char* left, const char* right,
+                                 std::size_t length = static_cast<std::size_t>(-1)) {
     for (; length > 0; ++left, ++right, --length) {
         if (ut_to_lower(*left) != ut_to_lower(*right)) return false;
         if (*left == '\0') break;
     }
     return true;
+}
+
+/// Whether `matches(word, length)` holds for a word of `list`, a string of words with one blank
+/// between them.
+template <class Predicate>
+a_bool ut_any_word(const char* list, Predicate matches) {
+    while (*list != '\0') {
+        const std::size_t length = std::strcspn(list, " ");
+        if (matches(list, length)) return true;
+        list += length;
+        if (*list == ' ') ++list;
+    }
+    return false;
 }
 
 #endif

@@ -9,6 +9,8 @@
 
 #include <cpuid.h>
 
+#include "utils/etc/uttypes.h"
+
 /// For a function that contains such instructions: compiles it for `features` (a comma-separated
 /// list) and realigns its stack, because the vector registers are saved there and a 32-bit host may
 /// be built with stacks aligned to 4 bytes only.
@@ -27,22 +29,22 @@ struct a_cpuid {
     unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
 };
 
-inline bool ut_cpu_has_sse2() {
+inline a_bool ut_cpu_has_sse2() {
     return (a_cpuid(1).edx & bit_SSE2) != 0;
 }
 
 /// The byte permutation.
-inline bool ut_cpu_has_ssse3() {
+inline a_bool ut_cpu_has_ssse3() {
     return (a_cpuid(1).ecx & bit_SSSE3) != 0;
 }
 
 /// The AES round instructions.
-inline bool ut_cpu_has_aes() {
+inline a_bool ut_cpu_has_aes() {
     return (a_cpuid(1).ecx & bit_AES) != 0;
 }
 
 /// The SHA-1 and SHA-256 instructions with the byte shuffles that go with them.
-inline bool ut_cpu_has_sha() {
+inline a_bool ut_cpu_has_sha() {
     const unsigned shuffles = bit_SSSE3 | bit_SSE4_1;
     return (a_cpuid(1).ecx & shuffles) == shuffles && (a_cpuid(7).ebx & bit_SHA) != 0;
 }

@@ -24,7 +24,7 @@ class UTErrorCode {
     constexpr uint32 code() const { return _error_code; }  // 0: no error
     constexpr a_bool is_error() const { return _error_code != 0; }
 
-    constexpr bool operator==(const UTErrorCode&) const = default;
+    constexpr a_bool operator==(const UTErrorCode&) const = default;
 
   private:
     UTErrorType _error_type = ET_POSIX;

@@ -54,7 +54,7 @@ size_t UTIStream::skip(size_t n) {
     while (left != 0 && !_eof) {
         const size_t chunk = std::min(left, sizeof scratch);
         do_get(scratch, chunk);
-        left -= chunk;
+        left -= chunk;  // whatever came: see the header
     }
     return n - left;
 }
@@ -88,7 +88,7 @@ void UTOStream::set_eof() {
 }
 
 // True when the span holds a byte, after a refill if need be.
-bool UTBufferedIStream::has_more() {
+a_bool UTBufferedIStream::has_more() {
     if (_ptr == _lim && !_eof) refill();
     return _ptr != _lim;
 }
@@ -110,6 +110,7 @@ size_t UTBufferedIStream::append_to(UTOStream& out, size_t n) {
     while (left != 0 && !out.eof() && has_more()) {
         const size_t chunk = std::min(left, unread());
         const size_t taken = accepted(out.put(_ptr, chunk), chunk);
+        // All of it, also what `out` refuses: an unbuffered input has lost it by then, too.
         consume(chunk);
         left -= taken;
     }
@@ -129,6 +130,7 @@ size_t UTBufferedIStream::do_get(a_byte* buf, size_t n) {
 
     size_t done = 0;
     for (;;) {
+        // Not >=: a span that ends with the read is used up and followed by the refill.
         if (unread() > n - done) return done + copy_out(buf + done, n - done);
         done += copy_out(buf + done, unread());
         refill();
@@ -157,6 +159,7 @@ void UTBufferedOStream::set_eof() {
 
 size_t UTBufferedOStream::do_put(const a_byte* data, size_t n) {
     size_t done = 0;
+    // A full span stays as it is until the next byte comes: nobody may want one.
     while (n - done > room()) {
         if (_eof) return done;
         const size_t chunk = room();

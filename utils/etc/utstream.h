@@ -189,7 +189,7 @@ class UTBufferedIStream : public UTIStream {
 
   private:
     friend class UTIStream;
-    bool has_more();
+    a_bool has_more();
     size_t copy_out(a_byte* buf, size_t n);
 };
 

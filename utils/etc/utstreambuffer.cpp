@@ -4,6 +4,7 @@
 
 namespace {
 
+// A block of length 0 is null, which would end the stream as want of memory does.
 size_t usable(size_t length) {
     return std::max<size_t>(length, 1);
 }

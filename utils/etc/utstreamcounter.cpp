@@ -28,6 +28,7 @@ void UTBufferedIStreamCounter::refill() {
 void UTBufferedIStreamCounter::share_span() {
     if (_istream.eof()) return set_eof();
     set_span(_istream.ptr(), _istream.unread());
+    // In advance, less what is left in count(): get() copies from a span without a call here.
     _count += unread();
 }
 

@@ -16,7 +16,8 @@ using uint64 = std::uint64_t;
 /// One byte of data, as opposed to a character of text.
 using a_byte = unsigned char;
 
-/// A truth value in interfaces and records.
+/// A truth value in what headers declare, interfaces and records. Bodies say bool, and so
+/// does utils/utmem, which lies below.
 using a_bool = bool;
 
 #endif

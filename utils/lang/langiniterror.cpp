@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr size_t MaxText = 512;
+constexpr size_t max_text = 512;
 
 /// The texts of one language in UTF-8.
 struct InitTexts {
@@ -21,7 +21,7 @@ struct InitTexts {
     const char* parsing_error;
 };
 
-constexpr InitTexts English{
+constexpr InitTexts english_texts{
     "en",
     "An error occurred loading the language resource file (%1).",
     "Language resource file (%1) version mismatch.",
@@ -29,7 +29,7 @@ constexpr InitTexts English{
     "An error occurred parsing the SQLLOCALE environment variable.",
 };
 
-constexpr InitTexts Translated[] = {
+constexpr InitTexts translated[] = {
     {
         "de",
         "Beim Laden der Sprachdatei (%1) ist ein Fehler aufgetreten.",
@@ -86,7 +86,7 @@ const char* text_for(const InitTexts& texts, ls_init_return code) {
 }
 
 const InitTexts* find_translated(const char* label) {
-    for (const InitTexts& texts : Translated) {
+    for (const InitTexts& texts : translated) {
         if (ut_equal_nocase(texts.label, label)) return &texts;
     }
     return nullptr;
@@ -104,13 +104,14 @@ size_t format(char* buf, size_t len, const char* text, ...) {
 /// `buf` does not hold all of it.
 size_t put_translated(const char* text, const char* file_name, const CharsetInfo* charset,
                       char* buf, size_t len, bool* cut) {
-    std::array<char, MaxText> utf8;
-    std::array<char, 2 * MaxText> whole;  // UTF-16 takes the most: two bytes for one
+    std::array<char, max_text> utf8;
+    std::array<char, 2 * max_text> whole;  // UTF-16 takes the most: two bytes for one
     const size_t length = format(utf8.data(), utf8.size(), text, file_name);
     CharsetConverter converter;
     converter.Open(ls_find_charset_by_id(CHARSET_UTF8), charset);
     size_t lost = 0;
     const size_t needed = converter.Convert(utf8.data(), length, whole.data(), whole.size(), &lost);
+    // Half a text in question marks helps nobody, and English follows anyway.
     if (lost > 0) return 0;
     *cut = needed > len;
     return converter.Convert(utf8.data(), length, buf, len);
@@ -123,7 +124,7 @@ size_t ls_init_error_text(ls_init_return code, const LanguageInfo* language,
                           size_t len) {
     if (len == 0) return 0;
     buf[0] = '\0';
-    const char* english = text_for(English, code);
+    const char* english = text_for(english_texts, code);
     if (english == nullptr) return 0;
     size_t length = 0;
     bool cut = false;

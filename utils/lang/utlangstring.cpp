@@ -4,27 +4,27 @@
 #include <array>
 #include <cstring>
 
-#include "utils/etc/locate.h"
 #include "utils/etc/utascii.h"
 #include "utils/etc/utsnprintf.h"
 #include "utils/lang/wlangfmt.h"
+#include "utils/unix/locate.h"
 
 namespace {
 
 /// Files from this version on have every text that this release asks for.
-constexpr uint32 OldestVersion = 120;
+constexpr uint32 oldest_version = 120;
 
 bool is_utf16(const CharsetInfo* charset) {
     return charset != nullptr && charset->id == CHARSET_UTF16;
 }
 
-/// The file's version, from its leading digits; 0 when it does not say. From OldestVersion up, any
+/// The file's version, from its leading digits; 0 when it does not say. From oldest_version up, any
 /// number that is as good.
 uint32 file_version(UTResFile& file) {
     std::array<char, 16> text{};
     file.GetString(RES_VERSION_STRING, text.data(), text.size());
     uint32 version = 0;
-    for (const char* at = text.data(); ut_is_digit(*at) && version < OldestVersion; ++at) {
+    for (const char* at = text.data(); ut_is_digit(*at) && version < oldest_version; ++at) {
         version = version * 10 + static_cast<uint32>(*at - '0');
     }
     return version;
@@ -41,13 +41,7 @@ size_t get_utf16_bytes(UTResFile& file, uint32 id, char* buf, size_t len) {
 
 }  // namespace
 
-UTLangStringBase::UTLangStringBase(const UTLocale& locale) : _locale(&locale) {
-    ut_safe_pthread_mutex_init(&_mutex, nullptr);
-}
-
-UTLangStringBase::~UTLangStringBase() {
-    ut_safe_pthread_mutex_destroy(&_mutex);
-}
+UTLangStringBase::UTLangStringBase(const UTLocale& locale) : _locale(&locale) {}
 
 a_bool UTLangStringBase::AddFile(UTResFile* file) {
     if (_nres == MAX_FILES) return false;
@@ -79,9 +73,9 @@ void UTLangStringBase::_ResetConverters() {
     _arg_conv.Open(_arg_csinfo, texts);
 }
 
-/// Without its mutex (the pool could not grow) the object delivers texts as they are.
+/// Without its critical section (the pool could not grow) the object delivers texts as they are.
 a_bool UTLangStringBase::_NeedsConversion(const CharsetConverter& converter) const {
-    return converter.NeedsConversion() && _mutex.p_mutex != nullptr;
+    return converter.NeedsConversion() && _section.exists();
 }
 
 size_t UTLangStringBase::GetString(uint32 id, char* buf, size_t len) {
@@ -106,7 +100,7 @@ size_t UTLangStringBase::_GetConverted(size_t file, uint32 id, char* buf, size_t
     const size_t text_length = do_get_string(file, id, text.data(), text.size());
     const size_t terminator = is_utf16(_dest_csinfo) ? sizeof(uint16) : 1;
     if (text_length == 0 || len < terminator) return 0;
-    CriticalSection inside(_mutex);
+    const UTLock inside(_section.mutex());
     const size_t length = _conv[file].Convert(text.data(), text_length, buf, len - terminator);
     std::memset(buf + length, 0, terminator);
     return length;
@@ -143,7 +137,7 @@ size_t UTLangStringBase::VFormatMiscStr(char* buf, size_t len, const char* forma
 
 size_t UTLangStringBase::_WriteArg(void* self, const char* parm, char* buf, size_t len) {
     auto* strings = static_cast<UTLangStringBase*>(self);
-    CriticalSection inside(strings->_mutex);
+    const UTLock inside(strings->_section.mutex());
     return strings->_arg_conv.Convert(parm, std::strlen(parm), buf, len);
 }
 
@@ -157,6 +151,7 @@ ls_init_return UTLangString::Init(const char* language_label, const CharsetInfo*
     const ls_init_return result = _OpenFile(_res_file, wanted, iq);
     const bool fallback =
         wanted != ls_english() && _OpenFile(_default_res_file, ls_english(), iq) == LS_INIT_OKAY;
+    // The wanted file's failure counts, even where English would be to blame too.
     if (result != LS_INIT_OKAY && !fallback) {
         Fini();
         return result;
@@ -196,7 +191,7 @@ ls_init_return UTLangString::_OpenFile(UTQXResFile& file, const LanguageInfo* la
         return iq ? LS_INIT_CANT_FIND_IQ_FILE : LS_INIT_CANT_FIND_FILE;
     }
     const uint32 version = file_version(file);
-    if (version > 0 && version < OldestVersion) {
+    if (version > 0 && version < oldest_version) {
         file.Close();
         return LS_INIT_BAD_VERSION;
     }

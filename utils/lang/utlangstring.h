@@ -15,8 +15,8 @@
 /// Looks texts up in up to four resource files and formats them.
 ///
 /// Threads: lookups and formatting may run on any number of threads at once; the conversion between
-/// character sets takes turns under a mutex. Everything that changes the object (the files, the
-/// character sets, Init and Fini) is done while no other thread uses it.
+/// character sets takes turns in a critical section. Everything that changes the object (the files,
+/// the character sets, Init and Fini) is done while no other thread uses it.
 ///
 /// Pointers are not null but where it says so; string parameters of a text may be (see wlangfmt).
 class UTLangStringBase {
@@ -28,7 +28,6 @@ class UTLangStringBase {
 
     /// `locale` outlives the object.
     explicit UTLangStringBase(const UTLocale& locale);
-    ~UTLangStringBase();
     UTLangStringBase(const UTLangStringBase&) = delete;
     UTLangStringBase& operator=(const UTLangStringBase&) = delete;
 
@@ -70,10 +69,10 @@ class UTLangStringBase {
 
     size_t _nres = 0;
     UTResFile* _res[MAX_FILES] = {};    // not owned, searched in order
-    CharsetConverter _conv[MAX_FILES];  // from each file's character set; guarded by _mutex
-    CharsetConverter _arg_conv;         // guarded by _mutex
+    CharsetConverter _conv[MAX_FILES];  // from each file's character set; guarded by _section
+    CharsetConverter _arg_conv;         // guarded by _section
     const CharsetInfo* _arg_csinfo = nullptr;
-    a_critical_sect _mutex;
+    UTCriticalSection _section;
 };
 
 /// The texts of one process: those of the wanted language, and English for what it lacks.

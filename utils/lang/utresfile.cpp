@@ -8,21 +8,22 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 
-#include "utils/etc/locate.h"
 #include "utils/etc/utascii.h"
 #include "utils/etc/utsnprintf.h"
 #include "utils/locale/utlocale.h"
-#include "utils/unix/posixio.h"
+#include "utils/unix/locate.h"
+#include "utils/unix/utdescriptor.h"
 
 static_assert(std::endian::native == std::endian::little, "images are read in place");
 
 namespace {
 
-constexpr uint32 IdBits = 16;
-constexpr size_t DescriptionSize = 96;
-constexpr size_t DescriptionKeySize = 8;
-constexpr const char* LanguageKey = ";language=";
+constexpr uint32 id_bits = 16;
+constexpr size_t description_size = 96;
+constexpr size_t description_key_size = 8;
+constexpr const char* language_key = ";language=";
 
+// Nothing in an image is aligned.
 template <class Number>
 Number load(const a_byte* from) {
     Number value;
@@ -40,14 +41,13 @@ Mapping map_file(const char* path) {
     Mapping mapping;
     // O_NONBLOCK: a pipe at that place fails to map, it does not keep the host waiting for a
     // writer.
-    const int fd = _posix_open(path, O_RDONLY | O_NONBLOCK, 0);
-    if (fd < 0) return mapping;
-    const int64 length = _posix_filelength(fd);
+    const UTDescriptor file(_posix_open(path, O_RDONLY | O_NONBLOCK, 0));
+    if (!file.is_open()) return mapping;
+    const int64 length = _posix_filelength(file.get());
     if (length > 0 && static_cast<uint64>(length) <= SIZE_MAX) {
         mapping.size = static_cast<size_t>(length);
-        mapping.start = mmap(nullptr, mapping.size, PROT_READ, MAP_PRIVATE, fd, 0);
+        mapping.start = mmap(nullptr, mapping.size, PROT_READ, MAP_PRIVATE, file.get(), 0);
     }
-    _posix_close(fd);
     return mapping;
 }
 
@@ -160,25 +160,25 @@ a_bool UTQXResFile::_SetLevels(const a_byte (&level_bits)[MAX_LEVELS]) {
         // After the level that ends the list early there is none, so nothing may be left over.
         if (bits == 0) break;
         used += bits;
-        if (used > IdBits) return false;
+        if (used > id_bits) return false;
         _level_bits[_num_levels] = bits;
-        _level_shift[_num_levels] = IdBits - used;
+        _level_shift[_num_levels] = id_bits - used;
         _level_mask[_num_levels] = static_cast<uint16>((1U << bits) - 1);
         ++_num_levels;
     }
     const uint32 all = level_bits[0] + level_bits[1] + level_bits[2] + level_bits[3];
-    return used == IdBits && all == IdBits;
+    return used == id_bits && all == id_bits;
 }
 
 /// The character set that the description names.
 const CharsetInfo* UTQXResFile::_ReadCharset() {
-    std::array<char, DescriptionSize> text;
+    std::array<char, description_size> text;
     if (GetString(RES_DESCRIPTION_STRING, text.data(), text.size()) == 0) return nullptr;
-    char* language = std::strstr(text.data(), LanguageKey);
+    char* language = std::strstr(text.data(), language_key);
     if (language == nullptr) return nullptr;
     *language = '\0';
-    return std::strlen(text.data()) > DescriptionKeySize
-               ? ls_find_charset(text.data() + DescriptionKeySize)
+    return std::strlen(text.data()) > description_key_size
+               ? ls_find_charset(text.data() + description_key_size)
                : nullptr;
 }
 
@@ -188,18 +188,20 @@ a_bool UTQXResFile::_Holds(uint32 offset, size_t length) const {
 }
 
 UTQXResFile::Text UTQXResFile::_Find(uint32 id) const {
-    constexpr Text None{nullptr, 0};
+    constexpr Text none{nullptr, 0};
+    // Each table is checked as it is reached; to check all of them at the start would read the
+    // whole file from disk for the few texts that are wanted.
     uint32 offset = _root;
     for (uint32 level = 0; level < _num_levels; ++level) {
         const uint32 index = (id >> _level_shift[level]) & _level_mask[level];
         const uint32 entry = index * sizeof(uint32);
-        if (!_Holds(offset, entry + sizeof(uint32))) return None;
+        if (!_Holds(offset, entry + sizeof(uint32))) return none;
         offset = load<uint32>(_img + offset + entry);
-        if (offset == 0) return None;
+        if (offset == 0) return none;
     }
-    if (_num_levels == 0 || !_Holds(offset, sizeof(uint16))) return None;
+    if (_num_levels == 0 || !_Holds(offset, sizeof(uint16))) return none;
     const size_t length = load<uint16>(_img + offset);
     const a_byte* start = _img + offset + sizeof(uint16);
-    if (length > _img_size - offset - sizeof(uint16)) return None;
+    if (length > _img_size - offset - sizeof(uint16)) return none;
     return {start, length};
 }

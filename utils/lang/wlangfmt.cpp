@@ -9,8 +9,8 @@
 
 namespace {
 
-constexpr size_t MaxParms = 9;
-constexpr const char* NullString = "???";
+constexpr size_t max_parms = 9;
+constexpr const char* null_string = "???";
 
 enum class ParmType { string, character, int_, uint_, long_, ulong, int64_, uint64_, hex4, hex8 };
 
@@ -19,7 +19,7 @@ struct Suffix {
     ParmType type;
 };
 
-constexpr Suffix Suffixes[] = {
+constexpr Suffix suffixes[] = {
     {"!s!", ParmType::string},   {"!d!", ParmType::int_},      {"!c!", ParmType::character},
     {"!u!", ParmType::uint_},    {"!ld!", ParmType::long_},    {"!lu!", ParmType::ulong},
     {"!lld!", ParmType::int64_}, {"!llu!", ParmType::uint64_}, {"!4x!", ParmType::hex4},
@@ -40,7 +40,7 @@ constexpr bool is_parm_number(char c) {
 }
 
 struct Parms {
-    std::array<Parm, MaxParms> parm;
+    std::array<Parm, max_parms> parm;
     size_t count = 0;  // the highest number in use
 
     /// The parameter whose place is at `at`; null for other text.
@@ -52,11 +52,12 @@ struct Parms {
 };
 
 void record_place(Parm& parm, const char* place) {
+    // In place of an earlier one, which is then plain text: see the header.
     const char* behind = place + 2;
     parm.place = place;
     parm.place_length = 2;
     parm.type = ParmType::string;
-    for (const Suffix& suffix : Suffixes) {
+    for (const Suffix& suffix : suffixes) {
         const size_t length = std::strlen(suffix.text);
         if (std::strncmp(behind, suffix.text, length) != 0) continue;
         parm.place_length += length;
@@ -77,6 +78,7 @@ void find_places(Parms& parms, const char* format) {
 }
 
 void take_arguments(Parms& parms, va_list args) {
+    // Also of numbers that the format does not name: the arguments behind could not be found.
     for (size_t i = 0; i < parms.count; ++i) {
         Parm& parm = parms.parm[i];
         char* number = parm.number.data();
@@ -84,7 +86,7 @@ void take_arguments(Parms& parms, va_list args) {
         switch (parm.type) {
         case ParmType::string:
             parm.string = va_arg(args, const char*);
-            if (parm.string == nullptr) parm.string = NullString;
+            if (parm.string == nullptr) parm.string = null_string;
             break;
         case ParmType::character:
             number[0] = static_cast<char>(va_arg(args, int));

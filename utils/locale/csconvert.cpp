@@ -10,10 +10,11 @@ namespace {
 
 bool is_identity(const CharsetInfo* from, const CharsetInfo* to) {
     if (from == nullptr || to == nullptr || from == to) return true;
+    // iconv would refuse bytes beyond ASCII that such a text holds against its label.
     return from->id == CHARSET_US_ASCII && to->id != CHARSET_UTF16;
 }
 
-constexpr auto Failed = static_cast<size_t>(-1);
+constexpr auto failed = static_cast<size_t>(-1);
 
 void forget_state(iconv_t handle) {
     iconv(handle, nullptr, nullptr, nullptr, nullptr);
@@ -40,7 +41,7 @@ struct Output {
     /// Delivers the character that a decoder holds back because a combining one might follow it
     /// (windows-1255, windows-1258, Big5-HKSCS); false when there is no room.
     bool PutHeldBack(iconv_t handle) {
-        if (iconv(handle, nullptr, nullptr, &at, &room) != Failed) return true;
+        if (iconv(handle, nullptr, nullptr, &at, &room) != failed) return true;
         if (errno == E2BIG) return false;
         forget_state(handle);
         return PutReplacement();
@@ -74,8 +75,10 @@ size_t CharsetConverter::Convert(const char* text, size_t text_len, char* buf, s
     char* in = const_cast<char*>(text);  // iconv's prototype; it does not write there
     Output out = {buf, len, _to, lost};
     forget_state(_handle);
-    while (iconv(_handle, &in, &text_len, &out.at, &out.room) == Failed) {
+    while (iconv(_handle, &in, &text_len, &out.at, &out.room) == failed) {
         const int error = errno;
+        // What the decoder holds back comes before the character that stopped it. EINVAL, a
+        // character cut by the end of the text, ends the loop.
         if (error == E2BIG || !out.PutHeldBack(_handle)) return len - out.room;
         if (error != EILSEQ || !out.PutReplacement()) return len - out.room;
         const size_t skipped = _OffendingLength(in, text_len);

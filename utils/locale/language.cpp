@@ -3,13 +3,12 @@
 #include <cstring>
 
 #include "utils/etc/utascii.h"
-#include "utils/locale/wordlist.h"
 
 namespace {
 
 // A language without message texts is still worth knowing: who asks for it gets English, not the
 // language of the machine. The first row that matches counts, so zh_TW stands before zh.
-constexpr LanguageInfo Languages[] = {
+constexpr LanguageInfo languages[] = {
     {"en", "english"}, {"de", "german"},   {"fr", "french"},
     {"es", "spanish"}, {"ja", "japanese"}, {"zh-Hant", "zh_TW zh_HK zh_MO"},
     {"zh", "chinese"}, {"it", "italian"},  {"pt", "portuguese"},
@@ -27,19 +26,19 @@ bool means(const char* label, const LanguageInfo& language) {
         return starts_with_name(label, name, length);
     };
     return starts_label(language.iso_label, std::strlen(language.iso_label)) ||
-           any_word(language.aliases, starts_label);
+           ut_any_word(language.aliases, starts_label);
 }
 
 }  // namespace
 
 const LanguageInfo* ls_find_language(const char* label) {
     if (label == nullptr) return nullptr;
-    for (const LanguageInfo& language : Languages) {
+    for (const LanguageInfo& language : languages) {
         if (means(label, language)) return &language;
     }
     return nullptr;
 }
 
 const LanguageInfo* ls_english() {
-    return &Languages[0];
+    return &languages[0];
 }

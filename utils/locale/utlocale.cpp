@@ -58,6 +58,7 @@ const a_os_locale& os_locale() {
 const CharsetInfo* ls_detect_charset() {
     const CharsetInfo* ascii = ls_find_charset_by_id(CHARSET_US_ASCII);
     const char* codeset = nl_langinfo(CODESET);
+    // ASCII is what a process has that never called setlocale(): then its environment tells.
     const CharsetInfo* charset = ls_find_charset(codeset);
     if (charset != ascii) return charset;
     const char* wanted = environment_locale("LC_CTYPE");

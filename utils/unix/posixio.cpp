@@ -9,17 +9,12 @@
 
 #include "utils/unix/eintr.h"
 #include "utils/unix/signalshield.h"
+#include "utils/unix/utdescriptor.h"
 
 namespace {
 
 // Added to every open: see the header on children and controlling terminals.
 constexpr int host_safe_flags = O_CLOEXEC | O_NOCTTY;
-
-void close_keeping_errno(int fd) {
-    const int reason = errno;
-    _posix_close(fd);
-    errno = reason;
-}
 
 // The flags of open(2) that a mode of fopen(3) asks for; -1 for one that is none. The C library's
 // own fopen() cannot be told to leave the controlling terminal alone.
@@ -110,11 +105,10 @@ int _posix_open(const char* path, int flags, mode_t mode) {
 }
 
 int _posix_sopen(const char* path, int flags, int share, mode_t mode) {
-    const int fd = open64(path, flags | host_safe_flags, mode);
-    if (fd == -1) return -1;
-    if (lock_whole_file(fd, (flags & O_ACCMODE) != 0, share)) return fd;
-    close_keeping_errno(fd);
-    return -1;
+    UTDescriptor file(open64(path, flags | host_safe_flags, mode));
+    if (!file.is_open()) return -1;
+    const bool for_writing = (flags & O_ACCMODE) != 0;
+    return lock_whole_file(file.get(), for_writing, share) ? file.release() : -1;
 }
 
 int _posix_creat(const char* path, mode_t mode) {
@@ -128,12 +122,12 @@ std::FILE* _posix_fopen(const char* path, const char* mode) {
         return nullptr;
     }
     constexpr mode_t as_fopen_does = 0666;
-    const int fd = _posix_open(path, flags, as_fopen_does);
-    if (fd == -1) return nullptr;
+    UTDescriptor file(_posix_open(path, flags, as_fopen_does));
+    if (!file.is_open()) return nullptr;
     // As fopen() does: where the stream's position is told from.
-    if (mode[0] == 'a' && (flags & O_ACCMODE) == O_WRONLY) lseek64(fd, 0, SEEK_END);
-    std::FILE* const stream = fdopen(fd, mode);
-    if (stream == nullptr) close_keeping_errno(fd);
+    if (mode[0] == 'a' && (flags & O_ACCMODE) == O_WRONLY) lseek64(file.get(), 0, SEEK_END);
+    std::FILE* const stream = fdopen(file.get(), mode);
+    if (stream != nullptr) file.release();
     return stream;
 }
 

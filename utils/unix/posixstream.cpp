@@ -8,28 +8,21 @@
 
 namespace {
 
-// Opens a file in place of *handle, which must be closed. False with the reason in *error.
-bool open_file(int* handle, UTErrorCode* error, const char* name, int flags, int mode) {
-    *handle = _posix_open(name, flags, static_cast<mode_t>(mode));
-    *error = *handle == -1 ? UTErrorCode::from_errno(errno) : UTErrorCode();
-    return *handle != -1;
-}
-
-void close_file(int* handle) {
-    if (*handle != -1) _posix_close(*handle);
-    *handle = -1;
+// Opens a file in place of the one in `handle`. False with the reason in *error.
+bool open_file(UTDescriptor& handle, UTErrorCode* error, const char* name, int flags, int mode) {
+    handle.reset();
+    handle.reset(_posix_open(name, flags, static_cast<mode_t>(mode)));
+    *error = handle.is_open() ? UTErrorCode() : UTErrorCode::from_errno(errno);
+    return handle.is_open();
 }
 
 }  // namespace
 
-PosixIStream::~PosixIStream() {
-    close_file(&_handle);
-}
-
 size_t PosixIStream::do_get(a_byte* buf, size_t n) {
     if (_eof || n == 0) return 0;
-    const ssize_t got =
-        _is_regular ? _posix_read_regular(_handle, buf, n) : _posix_read(_handle, buf, n);
+    // Asking at each read what kind of file it is would cost a large file thousands of calls.
+    const ssize_t got = _is_regular ? _posix_read_regular(_handle.get(), buf, n)
+                                    : _posix_read(_handle.get(), buf, n);
     if (got > 0) return static_cast<size_t>(got);
     if (got < 0) _last_error = UTErrorCode::from_errno(errno);
     set_eof();
@@ -37,10 +30,9 @@ size_t PosixIStream::do_get(a_byte* buf, size_t n) {
 }
 
 a_bool PosixIStream::open(const char* name, int flags, int mode) {
-    close();
-    _eof = !open_file(&_handle, &_last_error, name, flags, mode);
+    _eof = !open_file(_handle, &_last_error, name, flags, mode);
     a_posix_statbuf status;
-    _is_regular = !_eof && _posix_fstat(_handle, &status) == 0 && S_ISREG(status.pst_mode);
+    _is_regular = !_eof && _posix_fstat(_handle.get(), &status) == 0 && S_ISREG(status.pst_mode);
     return !_eof;
 }
 
@@ -49,16 +41,16 @@ a_bool PosixIStream::sopen(const char* name, int flags, int, int mode) {
 }
 
 void PosixIStream::close() {
-    close_file(&_handle);
+    _handle.reset();
 }
 
 PosixOStream::~PosixOStream() {
-    if (_do_close) close_file(&_handle);
+    if (!_do_close) _handle.release();
 }
 
 size_t PosixOStream::do_put(const a_byte* data, size_t n) {
     if (_eof || n == 0) return 0;
-    const ssize_t written = _posix_write(_handle, data, n);
+    const ssize_t written = _posix_write(_handle.get(), data, n);
     if (written > 0) return static_cast<size_t>(written);
     if (written < 0) _last_error = UTErrorCode::from_errno(errno);
     set_eof();
@@ -66,9 +58,9 @@ size_t PosixOStream::do_put(const a_byte* data, size_t n) {
 }
 
 a_bool PosixOStream::open(const char* name, int flags, int mode) {
-    if (_do_close) close();
+    if (!_do_close) _handle.release();
     _do_close = true;
-    _eof = !open_file(&_handle, &_last_error, name, flags, mode);
+    _eof = !open_file(_handle, &_last_error, name, flags, mode);
     return !_eof;
 }
 
@@ -77,5 +69,5 @@ a_bool PosixOStream::sopen(const char* name, int flags, int, int mode) {
 }
 
 void PosixOStream::close() {
-    close_file(&_handle);
+    _handle.reset();
 }

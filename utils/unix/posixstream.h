@@ -9,6 +9,7 @@
 
 #include "utils/etc/uterror.h"
 #include "utils/etc/utstream.h"
+#include "utils/unix/utdescriptor.h"
 
 /// Input from a file.
 class UTFileIStream : public UTIStream {
@@ -49,9 +50,6 @@ class UTFileOStream : public UTOStream {
 /// Input from a file descriptor of its own, closed on destruction.
 class PosixIStream final : public UTFileIStream {
   public:
-    PosixIStream() = default;
-    ~PosixIStream() override;
-
     /// One _posix_read(): all of `n` bytes unless the file ends, also from a pipe that delivers
     /// them in pieces. 0 at end of file or on an error, either of which ends the stream.
     size_t do_get(a_byte* buf, size_t n) override;
@@ -64,7 +62,7 @@ class PosixIStream final : public UTFileIStream {
     a_bool is_regular() const { return _is_regular; }
 
   private:
-    int _handle = -1;
+    UTDescriptor _handle;
     a_bool _is_regular = false;
 };
 
@@ -75,7 +73,7 @@ class PosixOStream final : public UTFileOStream {
     PosixOStream() = default;
 
     /// Writes to a descriptor of the caller's, closed on destruction if `do_close` says so.
-    PosixOStream(int handle, bool do_close) : _handle(handle), _do_close(do_close) {}
+    PosixOStream(int handle, a_bool do_close) : _handle(handle), _do_close(do_close) {}
     ~PosixOStream() override;
 
     /// One _posix_write(): all of `n` bytes unless the system stops taking them. It raises no
@@ -89,8 +87,8 @@ class PosixOStream final : public UTFileOStream {
     void close() override;
 
   private:
-    int _handle = -1;
-    bool _do_close = true;
+    UTDescriptor _handle;  // the caller's while _do_close is false
+    a_bool _do_close = true;
 };
 
 #endif

@@ -34,6 +34,7 @@ SignalShield::SignalShield() {
 }
 
 void SignalShield::swallow() {
+    // A signal that was pending before is the host's own and stays.
     const int saved_errno = errno;
     sigset_t pending;
     sigpending(&pending);

@@ -60,6 +60,7 @@ uint64 extended_tick() {
     constexpr uint64 quarter_of_wrap = 0x40000000;
 
     const uint64 last = LastTick.load(relaxed);
+    // times() counts in a long, of which bit 31 is a sign here and a digit on 64-bit systems.
     const uint64 raw = static_cast<uint64>(clock_source().raw_ticks());
     uint64 candidate = (last & kept_bits) | (raw & raw_bits);
     if (last > candidate + quarter_of_wrap) candidate += wrap;

@@ -19,7 +19,7 @@ class a_tick {
 
     uint64 ticks() const { return _tick; }
     void reset() { _tick = 0; }
-    bool is_valid() const { return _tick != 0; }  // false until sampled or set
+    a_bool is_valid() const { return _tick != 0; }  // false until sampled or set
 
     // The count in other units, truncated. The product behind microSeconds() and milliSeconds() may
     // wrap for counts above 2^64 / 10^6 and 2^64 / 10^3.
@@ -33,12 +33,12 @@ class a_tick {
     void operator-=(const a_tick& other) { _tick -= other._tick; }
     void operator>>=(int bits) { _tick >>= bits; }
     void operator/=(int divisor) { _tick /= static_cast<uint64>(divisor); }
-    bool operator==(const a_tick& other) const { return _tick == other._tick; }
-    bool operator!=(const a_tick& other) const { return _tick != other._tick; }
-    bool operator>(const a_tick& other) const { return _tick > other._tick; }
-    bool operator>=(const a_tick& other) const { return _tick >= other._tick; }
-    bool operator<(const a_tick& other) const { return _tick < other._tick; }
-    bool operator<=(const a_tick& other) const { return _tick <= other._tick; }
+    a_bool operator==(const a_tick& other) const { return _tick == other._tick; }
+    a_bool operator!=(const a_tick& other) const { return _tick != other._tick; }
+    a_bool operator>(const a_tick& other) const { return _tick > other._tick; }
+    a_bool operator>=(const a_tick& other) const { return _tick >= other._tick; }
+    a_bool operator<(const a_tick& other) const { return _tick < other._tick; }
+    a_bool operator<=(const a_tick& other) const { return _tick <= other._tick; }
 
   protected:
     a_tick() = default;

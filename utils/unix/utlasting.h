@@ -18,6 +18,8 @@
 #include <new>
 #include <utility>
 
+#include "utils/etc/uttypes.h"
+
 /// Every lasting object: the newest knows the one made before.
 class UTLastingObject {
   protected:
@@ -58,10 +60,10 @@ class UTLastingUse {
     UTLastingUse& operator=(const UTLastingUse&) = delete;
 
     /// False when the objects are gone.
-    bool is_granted() const { return _granted; }
+    a_bool is_granted() const { return _granted; }
 
   private:
-    const bool _granted;
+    const a_bool _granted;
 };
 
 /// Destroys them all unless they are in use. Called when the library ends; before that, by tests.

@@ -10,8 +10,8 @@ constexpr std::size_t batch_size = 50;
 
 // The guard needs no allocation, so that first use cannot fail and unloading the library leaves
 // nothing behind. critical_mutex_p is null until the guard exists.
-pthread_mutex_t guard_storage;
-std::atomic<pthread_mutex_t*> critical_mutex_p = nullptr;
+a_ut_pthread_mutex guard_storage;
+std::atomic<a_ut_pthread_mutex*> critical_mutex_p = nullptr;
 pthread_once_t guard_once = PTHREAD_ONCE_INIT;
 
 // Guarded by *critical_mutex_p.
@@ -20,20 +20,14 @@ std::size_t num_in_use = 0;
 std::size_t num_to_grab = batch_size;
 
 void create_guard() {
-    pthread_mutex_init(&guard_storage, nullptr);
+    pthread_mutex_init(&guard_storage.mutex, nullptr);
     critical_mutex_p.store(&guard_storage, std::memory_order_release);
 }
 
-class PoolGuard {
-  public:
-    PoolGuard() {
-        ut_safe_pthread_mutex_crit_init();
-        pthread_mutex_lock(critical_mutex_p.load(std::memory_order_acquire));
-    }
-    ~PoolGuard() { pthread_mutex_unlock(critical_mutex_p.load(std::memory_order_acquire)); }
-    PoolGuard(const PoolGuard&) = delete;
-    PoolGuard& operator=(const PoolGuard&) = delete;
-};
+UTLock<a_ut_pthread_mutex> lock_pool() {
+    ut_safe_pthread_mutex_crit_init();
+    return UTLock(critical_mutex_p.load(std::memory_order_acquire));
+}
 
 // Caller holds the guard, as for every helper below.
 void push_free(a_ut_pthread_mutex* record) {
@@ -48,6 +42,7 @@ a_ut_pthread_mutex* pop_free() {
 }
 
 bool add_fresh_record() {
+    // Not from the allocation layer: its out-of-memory hook may itself want a critical section.
     auto* const record = static_cast<a_ut_pthread_mutex*>(calloc(1, sizeof(a_ut_pthread_mutex)));
     if (record == nullptr) return false;
     pthread_mutex_init(&record->mutex, nullptr);
@@ -79,7 +74,7 @@ void free_all_records() {
 }  // namespace
 
 int ut_safe_pthread_mutex_init(a_critical_sect* cs, const pthread_mutexattr_t*) {
-    const PoolGuard guard;
+    const auto guard = lock_pool();
     if (next_free_utpt_mutex == nullptr) add_batch(num_to_grab);
     cs->p_mutex = pop_free();
     if (cs->p_mutex == nullptr) return ENOMEM;
@@ -90,7 +85,7 @@ int ut_safe_pthread_mutex_init(a_critical_sect* cs, const pthread_mutexattr_t*) 
 int ut_safe_pthread_mutex_destroy(a_critical_sect* cs) {
     if (cs->p_mutex == nullptr) return 0;
     {
-        const PoolGuard guard;
+        const auto guard = lock_pool();
         take_back(cs->p_mutex);
         if (--num_in_use == 0) free_all_records();
     }
@@ -99,12 +94,12 @@ int ut_safe_pthread_mutex_destroy(a_critical_sect* cs) {
 }
 
 int ut_safe_pthread_mutex_alloc(std::size_t count) {
-    const PoolGuard guard;
+    const auto guard = lock_pool();
     return add_batch(count);
 }
 
 void ut_safe_pthread_mutex_clean() {
-    const PoolGuard guard;
+    const auto guard = lock_pool();
     free_all_records();
 }
 
@@ -113,14 +108,14 @@ void ut_safe_pthread_mutex_crit_init() {
 }
 
 void ut_safe_pthread_mutex_crit_fini() {
-    pthread_mutex_t* const guard = critical_mutex_p.exchange(nullptr);
+    a_ut_pthread_mutex* const guard = critical_mutex_p.exchange(nullptr);
     if (guard == nullptr) return;
-    pthread_mutex_destroy(guard);
+    pthread_mutex_destroy(&guard->mutex);
     guard_once = PTHREAD_ONCE_INIT;
 }
 
 a_ut_mutex_pool_state ut_safe_pthread_mutex_state() {
-    const PoolGuard guard;
+    const auto guard = lock_pool();
     std::size_t free_records = 0;
     for (const auto* record = next_free_utpt_mutex; record != nullptr; record = record->next_free) {
         ++free_records;

@@ -12,13 +12,19 @@
 
 #include <pthread.h>
 
-/// One pooled mutex. Owned by the pool.
+#include "utils/etc/uttypes.h"
+#include "utils/unix/utmutex.h"
+
+/// One pooled mutex, for UTLock. Owned by the pool.
 struct a_ut_pthread_mutex {
+    void lock() { pthread_mutex_lock(&mutex); }
+    void unlock() { pthread_mutex_unlock(&mutex); }
+
     pthread_mutex_t mutex;
     a_ut_pthread_mutex* next_free;  ///< next record of the free list
 };
 
-/// A handle: null before initialisation and after destruction.
+/// A handle: null before initialisation and after destruction. UTLock holds its `p_mutex`.
 struct a_ut_safe_pthread_mutex_t {
     a_ut_pthread_mutex* p_mutex = nullptr;
 };
@@ -53,6 +59,23 @@ struct a_ut_mutex_pool_state {
 };
 a_ut_mutex_pool_state ut_safe_pthread_mutex_state();
 
+/// A critical section that exists as long as the object. The pool may have none to give: then the
+/// object is there, but nobody can enter it.
+class UTCriticalSection {
+  public:
+    UTCriticalSection() { ut_safe_pthread_mutex_init(&_section, nullptr); }
+    ~UTCriticalSection() { ut_safe_pthread_mutex_destroy(&_section); }
+    UTCriticalSection(const UTCriticalSection&) = delete;
+    UTCriticalSection& operator=(const UTCriticalSection&) = delete;
+
+    a_bool exists() const { return mutex() != nullptr; }
+    /// For UTLock, which then says whether it is held. Null when there is none.
+    a_ut_pthread_mutex* mutex() const { return _section.p_mutex; }
+
+  private:
+    a_critical_sect _section;
+};
+
 /// Holds a critical section for the length of a scope, if there is one: the pool may have had none
 /// to give. *cs outlives the object.
 class CriticalSection {
@@ -68,7 +91,7 @@ class CriticalSection {
     CriticalSection& operator=(const CriticalSection&) = delete;
 
     /// False when there is none; what it guards must then be left alone.
-    bool is_held() const { return _mutex != nullptr; }
+    a_bool is_held() const { return _mutex != nullptr; }
 
   private:
     pthread_mutex_t* const _mutex;

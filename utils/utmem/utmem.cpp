@@ -13,7 +13,7 @@ namespace {
 constexpr a_utmem_source system_source = {std::malloc, std::realloc, std::free, ut_out_of_memory};
 std::atomic<const a_utmem_source*> current_source{&system_source};
 
-std::atomic<a_bool> memory_aborted{false};
+std::atomic<bool> memory_aborted{false};
 
 const a_utmem_source& source() {
     return *current_source.load(std::memory_order_acquire);
@@ -116,11 +116,11 @@ void utmem_abort() {
     memory_aborted.store(true, std::memory_order_relaxed);
 }
 
-a_bool utmem_is_aborted() {
+bool utmem_is_aborted() {
     return memory_aborted.load(std::memory_order_relaxed);
 }
 
-a_bool ut_out_of_memory() {
+bool ut_out_of_memory() {
     return false;
 }
 

@@ -19,8 +19,6 @@
 
 #include <cstddef>
 
-#include "utils/etc/uttypes.h"
-
 /// `size` bytes, not cleared; null for size 0. Ends the process when there is no memory.
 void* ut_alloc(size_t size);
 
@@ -58,11 +56,11 @@ void ut_stop_trackmem();
 
 /// Records for the rest of the process that memory handling was aborted.
 void utmem_abort();
-a_bool utmem_is_aborted();
+bool utmem_is_aborted();
 
 /// The out-of-memory hook: true if memory was released, so that a failed request is worth a retry.
 /// False in this build.
-a_bool ut_out_of_memory();
+bool ut_out_of_memory();
 
 /// Reports `message`, unless it is null, as a line on standard output and, under the product's
 /// label, on standard error; then ends the process with status 1 without running exit handlers.
@@ -86,7 +84,7 @@ struct a_utmem_source {
     void* (*allocate)(size_t size);  // like malloc, also for free
     void* (*resize)(void* block, size_t size);
     void (*release)(void* block);
-    a_bool (*out_of_memory)();  // the hook
+    bool (*out_of_memory)();  // the hook
 };
 
 /// Replaces the source from now on; null puts the system's allocator and ut_out_of_memory() back.

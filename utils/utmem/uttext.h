@@ -6,8 +6,8 @@
 #include <cstring>
 #include <memory>
 
-#include "utils/etc/utwipe.h"
 #include "utils/utmem/utmem.h"
+#include "utils/utmem/utwipe.h"
 
 struct a_ut_deleter {
     void operator()(char* text) const { ut_free(text); }

@@ -70,6 +70,7 @@ class Parser {
 
     // "name =>" when it stands here, else nothing.
     std::string_view _name() {
+        // Without the arrow the word is the beginning of an expression.
         const std::size_t start = _pos;
         const std::string_view name = word_at(_text, _pos);
         _skip(name.size());

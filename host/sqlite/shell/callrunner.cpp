@@ -127,7 +127,7 @@ bool CallRun::_evaluate(Given& given) {
     // It is gone before the procedure runs: an open row would keep the database locked all the
     // time.
     const PreparedStatement statement = prepare(_session.db, sql, code);
-    // SQLite takes @name for a variable without a value.
+    // SQLite takes @name for a variable without a value, and would go on with NULL.
     if (sqlite3_bind_parameter_count(statement.get()) > 0)
         return _fail("there are no variables here; OUT parameters are not given, they are shown",
                      given.expression);
@@ -170,6 +170,7 @@ void CallRun::_watch(CallFrame& frame) {
     if (_procedure->result != Result::Bytes) return;
     frame.on_result = [this, &frame](const void* data, std::uint32_t length, bool append) {
         _bytes.take(data, length, append);
+        // A file that is read has no record to cancel; refused, it ends all the same.
         return !frame.cancelled();
     };
 }

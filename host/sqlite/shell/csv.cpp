@@ -34,6 +34,7 @@ void Csv::_print_heading() {
 }
 
 void Csv::_print_text(std::string_view text) {
+    // An empty text has its quotes, because nothing between two commas is NULL.
     if (!text.empty() && text.find_first_of("\",\r\n") == std::string_view::npos) {
         fwrite(text.data(), 1, text.size(), _stream());
         return;

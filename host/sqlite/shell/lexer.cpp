@@ -50,6 +50,7 @@ std::size_t skip_blank(std::string_view text, std::size_t pos) {
         const std::string_view mark = closing_mark(text, pos);
         if (mark != "\n" && mark != "*/") return pos;
         const std::size_t end = skip_quoted(text, pos);
+        // A line comment may end with the text, a block comment may not.
         if (end == std::string_view::npos) return mark == "\n" ? text.size() : pos;
         pos = end;
     }

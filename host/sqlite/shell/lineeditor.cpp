@@ -2,20 +2,13 @@
 
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 
-#include <sys/file.h>
-#include <sys/stat.h>
-
-#include "host/descriptor.h"
 #include "host/sqlite/shell/signals.h"
 #include "host/text.h"
 
 namespace host {
 
 namespace {
-
-constexpr int most_entries = 1000;
 
 bool in_word(char c) {
     return is_letter(c) || is_digit(c) || c == '_' || c == '.';
@@ -35,52 +28,14 @@ std::size_t common_length(const std::vector<std::string_view>& words) {
     return common.size();
 }
 
-// Makes the folders above `file`, for this user alone.
-void make_folders(const std::string& file) {
-    for (std::size_t end = file.find('/', 1); end != std::string::npos;
-         end = file.find('/', end + 1))
-        mkdir(file.substr(0, end).c_str(), 0700);
-}
-
-// The file exists before anything is written to it, so that nobody else can ever read it.
-bool make_private_file(const std::string& file) {
-    make_folders(file);
-    return open_file(file.c_str(), O_RDWR | O_CREAT, 0600).is_open();
-}
-
-History* new_history(const std::string& file) {
-    History* made = history_init();
-    HistEvent event{};
-    history(made, &event, H_SETSIZE, most_entries);
-    history(made, &event, H_SETUNIQUE, 1);
-    if (!file.empty()) history(made, &event, H_LOAD, file.c_str());
-    return made;
-}
-
-// Shells that run at the same time share the file: each reads it anew before it writes it.
-void add_to_file(const std::string& file, const std::string& entry) {
-    const Descriptor lock = open_file(file.c_str(), O_RDWR);
-    if (!lock.is_open()) return;
-    flock(lock.number(), LOCK_EX);
-    History* kept = new_history(file);
-    HistEvent event{};
-    history(kept, &event, H_ENTER, entry.c_str());
-    history(kept, &event, H_SAVE, file.c_str());
-    history_end(kept);
-}
-
 }  // namespace
 
-LineEditor::LineEditor(std::vector<std::string> words)
-    : _words(std::move(words)), _history_file(history_path()) {
-    if (!_history_file.empty() && !make_private_file(_history_file)) _history_file.clear();
-    _recall = new_history(_history_file);
-
-    _editor = el_init("quorelsql", stdin, stdout, stderr);
+LineEditor::LineEditor(std::vector<std::string> words, const InputHistory& history_of_input)
+    : _words(std::move(words)), _editor(el_init("quorelsql", stdin, stdout, stderr)) {
     el_set(_editor, EL_CLIENTDATA, this);
     el_set(_editor, EL_PROMPT, &_show_prompt);
     el_set(_editor, EL_EDITOR, "emacs");
-    el_set(_editor, EL_HIST, history, _recall);
+    el_set(_editor, EL_HIST, history, history_of_input.entries());
     el_set(_editor, EL_SIGNAL, 1);
     el_source(_editor, nullptr);
     _bind_keys();
@@ -88,7 +43,6 @@ LineEditor::LineEditor(std::vector<std::string> words)
 
 LineEditor::~LineEditor() {
     el_end(_editor);
-    history_end(_recall);
 }
 
 // Ctrl-C and Ctrl-Z are keys while a line is edited, so that no signal comes in between. They are
@@ -122,21 +76,6 @@ LineEditor::Input LineEditor::read(const char* prompt, std::string& line) {
     line.assign(text, static_cast<std::size_t>(length));
     if (line.ends_with('\n')) line.pop_back();
     return Input::Line;
-}
-
-void LineEditor::remember(const std::string& entry, bool keep) {
-    HistEvent event{};
-    history(_recall, &event, H_ENTER, entry.c_str());
-    if (!keep || _history_file.empty()) return;
-    add_to_file(_history_file, entry);
-}
-
-std::string LineEditor::history_path() {
-    const char* state = getenv("XDG_STATE_HOME");
-    if (state != nullptr && *state == '/') return std::string(state) + "/quorelsql/history";
-    const char* home = getenv("HOME");
-    if (home == nullptr || *home != '/') return {};
-    return std::string(home) + "/.local/state/quorelsql/history";
 }
 
 LineEditor& LineEditor::_of(EditLine* editor) {

@@ -1,13 +1,15 @@
 #ifndef QUOREL_HOST_SQLITE_SHELL_LINEEDITOR_H
 #define QUOREL_HOST_SQLITE_SHELL_LINEEDITOR_H
 
-/// Input lines from a terminal, with editing, history and completion.
+/// Input lines from a terminal, with editing and completion.
 
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include <histedit.h>
+
+#include "host/sqlite/shell/inputhistory.h"
 
 namespace host {
 
@@ -21,22 +23,14 @@ class LineEditor {
         End         ///< Ctrl-D on an empty line, or the terminal is gone
     };
 
-    /// Tab completes the word before the cursor from `words`. History is loaded from, and kept in,
-    /// history_path().
-    explicit LineEditor(std::vector<std::string> words);
+    /// Tab completes the word before the cursor from `words`; the arrow keys walk through the
+    /// history, which outlives the editor.
+    LineEditor(std::vector<std::string> words, const InputHistory& history_of_input);
     LineEditor(const LineEditor&) = delete;
     LineEditor& operator=(const LineEditor&) = delete;
     ~LineEditor();
 
     Input read(const char* prompt, std::string& line);
-
-    /// Adds an entry to the history; `keep` adds it to the file too, beside what other shells have
-    /// added there.
-    void remember(const std::string& entry, bool keep);
-
-    /// quorelsql/history below XDG_STATE_HOME, else below ~/.local/state; empty when neither that
-    /// variable nor HOME is set.
-    static std::string history_path();
 
   private:
     static LineEditor& _of(EditLine* editor);
@@ -49,9 +43,7 @@ class LineEditor {
     [[nodiscard]] std::vector<std::string_view> _candidates(std::string_view begun) const;
 
     std::vector<std::string> _words;
-    std::string _history_file;   // empty: none
-    History* _recall = nullptr;  // what the arrow keys walk through
-    EditLine* _editor = nullptr;
+    EditLine* _editor;
     std::string _prompt;
     bool _cancelled = false;
 };

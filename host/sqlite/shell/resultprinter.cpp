@@ -7,9 +7,9 @@ namespace host {
 
 namespace {
 
-class CallResult {
+class ResultPrinter {
   public:
-    CallResult(const OutputStyle& style, const Procedure& procedure, const CallFrame& frame)
+    ResultPrinter(const OutputStyle& style, const Procedure& procedure, const CallFrame& frame)
         : _style(style), _procedure(procedure), _frame(frame) {}
 
     void show_status() const;
@@ -35,7 +35,7 @@ class CallResult {
     const CallFrame& _frame;
 };
 
-void CallResult::show_status() const {
+void ResultPrinter::show_status() const {
     const std::optional<Value>& result = _frame.result();
     const std::optional<std::int32_t> status = result ? result->as_int() : std::nullopt;
     const std::string_view meaning =
@@ -51,7 +51,7 @@ void CallResult::show_status() const {
            shown.c_str(), static_cast<int>(meaning.size()), meaning.data());
 }
 
-void CallResult::show_bytes(const BytesSummary& bytes) const {
+void ResultPrinter::show_bytes(const BytesSummary& bytes) const {
     const std::optional<Value>& result = _frame.result();
     const bool null = result && result->is_null();
     if (null && _frame.cancelled() && !_style.for_programs()) {
@@ -62,7 +62,7 @@ void CallResult::show_bytes(const BytesSummary& bytes) const {
     if (null) _explain_nothing();
 }
 
-void CallResult::show_out_values() const {
+void ResultPrinter::show_out_values() const {
     std::vector<std::string> names;
     std::vector<Field> row;
     std::size_t shown = 0;
@@ -78,6 +78,7 @@ void CallResult::show_out_values() const {
         if (!_style.for_programs()) printf("no result: %s\n", _procedure.otherwise.data());
         return;
     }
+    // NULLs at the end say nothing; of nothing but NULLs one is shown.
     const bool nothing = shown == 0;
     shown = std::max<std::size_t>(shown, 1);
     names.resize(shown);
@@ -104,14 +105,14 @@ Field BytesSummary::field() const {
 
 void show_call_result(const OutputStyle& style, const Procedure& procedure, const CallFrame& frame,
                       const BytesSummary& bytes) {
-    const CallResult call(style, procedure, frame);
+    const ResultPrinter printer(style, procedure, frame);
     switch (procedure.result) {
     case Result::Status:
-        return call.show_status();
+        return printer.show_status();
     case Result::Bytes:
-        return call.show_bytes(bytes);
+        return printer.show_bytes(bytes);
     case Result::None:
-        return call.show_out_values();
+        return printer.show_out_values();
     }
 }
 

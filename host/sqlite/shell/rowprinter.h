@@ -42,7 +42,7 @@ struct OutputStyle {
     [[nodiscard]] bool for_programs() const { return mode == Mode::Csv || mode == Mode::Json; }
 };
 
-/// Takes the rows of one result and prints them as they come.
+/// Takes the rows of one result and prints them as they come: a result may be larger than memory.
 class RowPrinter {
   public:
     RowPrinter(const RowPrinter&) = delete;

@@ -58,6 +58,7 @@ bool gives_by_position(std::string_view text, const Procedure& procedure) {
 }  // namespace
 
 bool tells_password(std::string_view entry) {
+    // Letters are lowered first, because neither SQL nor CALL minds their case.
     const std::string text = in_small_letters(entry);
     if (text.find(secret) != std::string::npos) return true;
     return std::any_of(

@@ -54,6 +54,7 @@ std::optional<std::size_t> StatementSplitter::_find_end() {
             continue;
         }
         if (_text[_scanned++] != ';') continue;
+        // SQLite is asked at semicolons alone: it reads the statement from its beginning each time.
         const std::string statement = _text.substr(_begin, _scanned - _begin);
         if (sqlite3_complete(statement.c_str()) != 0) return _scanned;
     }

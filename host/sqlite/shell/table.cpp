@@ -39,6 +39,7 @@ void Table::add(std::span<const Field> fields) {
         _held_bytes += row[i].text.size();
     }
     _held.push_back(std::move(row));
+    // Either many rows or long ones: memory is what is bounded.
     if (_held.size() >= most_rows_held || _held_bytes >= most_bytes_held) _print_held();
 }
 

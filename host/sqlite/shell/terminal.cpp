@@ -28,7 +28,8 @@ bool is_kept(const std::string& entry) {
 
 class Conversation {
   public:
-    explicit Conversation(Session& session) : _session(session), _editor(words_to_complete()) {}
+    explicit Conversation(Session& session)
+        : _session(session), _editor(words_to_complete(), _history) {}
 
     void run() {
         for (;;) {
@@ -68,11 +69,12 @@ class Conversation {
 
     void _remember() {
         const bool blank = _entry.find_first_not_of(" \t\n") == std::string::npos;
-        if (!blank) _editor.remember(_entry, is_kept(_entry));
+        if (!blank) _history.add(_entry, is_kept(_entry));
         _entry.clear();
     }
 
     Session& _session;
+    InputHistory _history;
     LineEditor _editor;
     StatementSplitter _splitter;
     std::string _entry;  // the lines since the last statement ended

@@ -1,49 +1,32 @@
 #include "host/sqlite/shell/splitter.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 using host::Statement;
 using host::StatementSplitter;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
-// Each statement as "line:text".
-std::vector<std::string> statements_of(StatementSplitter& splitter, bool at_end) {
+// Each statement as "line:text", of a text that comes at once or line by line.
+std::vector<std::string> split(std::string_view text, bool by_line) {
+    StatementSplitter splitter;
     std::vector<std::string> found;
     const auto add = [&found](const Statement& statement) {
         found.push_back(std::to_string(statement.line) + ":" + statement.text);
     };
-    while (const auto statement = splitter.next()) add(*statement);
-    if (!at_end) return found;
+    while (!text.empty()) {
+        const std::size_t end =
+            by_line ? std::min(text.find('\n'), text.size() - 1) + 1 : text.size();
+        splitter.add(text.substr(0, end));
+        text.remove_prefix(end);
+        while (const auto statement = splitter.next()) add(*statement);
+    }
     if (const auto statement = splitter.rest()) add(*statement);
     return found;
 }
 
-std::vector<std::string> split(std::string_view text) {
-    StatementSplitter splitter;
-    splitter.add(text);
-    return statements_of(splitter, true);
-}
-
-std::vector<std::string> split_line_by_line(std::string_view text) {
-    StatementSplitter splitter;
-    std::vector<std::string> found;
-    while (!text.empty()) {
-        const std::size_t end = text.find('\n');
-        const std::string_view line = text.substr(0, end == text.npos ? end : end + 1);
-        text.remove_prefix(line.size());
-        splitter.add(line);
-        for (std::string& statement : statements_of(splitter, text.empty()))
-            found.push_back(std::move(statement));
-    }
-    return found;
-}
-
 struct Case {
-    std::string_view text;
+    std::string text;
     std::vector<std::string> statements;
 };
 
@@ -69,27 +52,7 @@ TEST(StatementSplitter, cuts_at_the_semicolons_that_end_a_statement) {
         {"-- nothing\n  /* at all */ ", {}},
         {";;", {"1:;", "1:;"}},
     };
-    for (const Case& c : cases) {
-        EXPECT_EQ(split(c.text), c.statements) << c.text;
-        EXPECT_EQ(split_line_by_line(c.text), c.statements) << c.text;
-    }
-}
-
-TEST(StatementSplitter, tells_whether_a_statement_has_begun) {
-    StatementSplitter splitter;
-    const auto pending_after = [&splitter](std::string_view line) {
-        splitter.add(line);
-        statements_of(splitter, false);
-        return splitter.pending();
-    };
-    EXPECT_FALSE(pending_after("SELECT 1; -- done\n"));
-    EXPECT_TRUE(pending_after("/* a comment\n"));
-    EXPECT_FALSE(pending_after("has ended */\n"));
-    EXPECT_TRUE(pending_after("SELECT 'it''s;\n"));
-    splitter.clear();
-    EXPECT_FALSE(splitter.pending());
-    splitter.add("';\n");
-    EXPECT_THAT(statements_of(splitter, false), IsEmpty());
-    splitter.add("';\n");
-    EXPECT_THAT(statements_of(splitter, false), ElementsAre("5:';\n';"));
+    for (const Case& c : cases)
+        for (const bool by_line : {false, true})
+            EXPECT_EQ(c.statements, split(c.text, by_line)) << c.text << by_line;
 }

@@ -16,7 +16,6 @@
 #include "host/callframe.h"
 #include "host/library.h"
 #include "host/processstate.h"
-#include "tests/host/fakeprocedure.h"
 #include "tests/scratch.h"
 
 using namespace host;
@@ -58,6 +57,14 @@ std::int32_t shell(const Engine& engine, const std::string& command) {
     return call.status();
 }
 
+/// One of fakelib's procedures.
+Procedure declared(const char* name) {
+    static constexpr Parameter parameters[] = {
+        {"value", Direction::In, EXTFN_TYPE_STRING, Absent::Null, "a value"},
+        {"text", Direction::Out, EXTFN_TYPE_STRING, Absent::Null, ""}};
+    return {.name = name, .summary = "", .parameters = parameters, .otherwise = ""};
+}
+
 std::vector<pid_t> children_of(pid_t parent) {
     std::vector<pid_t> children;
     for_each_process([&](pid_t pid) {
@@ -91,7 +98,9 @@ class Worker : public testing::Test {
 
 TEST_F(Worker, gives_what_a_call_in_this_process_gives) {
     const std::shared_ptr<const Engine> worker = worker_with(FAKE_LIBRARY);
-    const FakeProcedure spell("fake_spell", Absent::Null, EXTFN_TYPE_STRING);
+    std::string unloadable;
+    const Library here = Library::load(FAKE_LIBRARY, unloadable);
+    const Procedure spell = declared("fake_spell");
     for (const std::size_t length : {0, 1, 3, 65536, 65537, 700000, 3000000})
         for (const std::uint32_t piece : {65536U, 30000U}) {
             std::string argument = pattern(length);
@@ -100,8 +109,8 @@ TEST_F(Worker, gives_what_a_call_in_this_process_gives) {
             std::optional<Value> pieces[2];
             std::uint64_t moved[2] = {};
             for (const int i : {0, 1}) {
-                CallFrame frame(i == 0 ? static_cast<const Engine&>(fake_library()) : *worker,
-                                spell, 1, piece);
+                CallFrame frame(i == 0 ? static_cast<const Engine&>(here) : *worker, spell, 1,
+                                piece);
                 std::string error;
                 frame.on_progress = [&moved, i](std::uint64_t bytes) { moved[i] = bytes; };
                 ASSERT_TRUE(frame.lend_argument(1, argument, error));
@@ -113,7 +122,7 @@ TEST_F(Worker, gives_what_a_call_in_this_process_gives) {
             EXPECT_EQ(pieces[0]->bytes, pieces[1]->bytes);
             EXPECT_EQ(moved[0], moved[1]);
         }
-    const FakeProcedure missing("fake_missing", Absent::Null, EXTFN_TYPE_STRING);
+    const Procedure missing = declared("fake_missing");
     CallFrame frame(*worker, missing, 1);
     std::string error;
     EXPECT_FALSE(frame.call(error));

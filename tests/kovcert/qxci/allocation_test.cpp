@@ -1,11 +1,9 @@
-#include <functional>
 #include <memory>
 
 #include <gtest/gtest.h>
 
-#include "kovcert/qxci/dbqxci.h"
 #include "kovcert/qxci/qxcicreate.h"
-#include "tests/kovcert/builtin/owner.h"
+#include "tests/kovcert/qxci/trial.h"
 #include "tests/utils/dss/dsakeys.h"
 
 namespace {
@@ -19,7 +17,7 @@ constexpr a_qxci_conn_callbacks silent_peer = {
     nullptr, nullptr};
 
 /// Creates an object; false when it could not be created, and then `error` says why.
-using a_creation = std::function<bool(DBQXCIEnvironment&, DBQXCIError& error)>;
+using a_creation = bool (*)(DBQXCIEnvironment& env, DBQXCIError& error);
 
 template <class Object>
 bool created(Object* object) {
@@ -28,6 +26,22 @@ bool created(Object* object) {
 }
 
 const a_qxci_byte key[32] = {};
+
+bool create_hasher(DBQXCIEnvironment& env, DBQXCIError& error) {
+    return created(env.CreateBlockHasher("SHA1", &error));
+}
+
+bool create_encrypter(DBQXCIEnvironment& env, DBQXCIError& error) {
+    return created(env.CreateBlockEncrypter("AES", key, 16, nullptr, &error));
+}
+
+bool create_password_hasher(DBQXCIEnvironment& env, DBQXCIError& error) {
+    return created(env.CreatePasswordHasher(&error));
+}
+
+bool create_stream(DBQXCIEnvironment& env, DBQXCIError& error) {
+    return created(env.CreateStream(nullptr, nullptr, "rsa", &error));
+}
 
 bool create_connection(DBQXCIEnvironment& env, DBQXCIError& error) {
     Options for_conn;
@@ -77,26 +91,15 @@ const struct {
 } cases[] = {
     {"environment", true, 2,
      [](auto& env, auto& e) { return env._loadInterface(OTHER_IFACE, &e); }},
-    {"stream", true, 3,
-     [](auto& env, auto& e) { return created(env.CreateStream(nullptr, nullptr, "rsa", &e)); }},
+    {"stream", true, 3, create_stream},
     {"connection", true, 6, create_connection},
-    {"encrypter", false, 2,
-     [](auto& env, auto& e) {
-         return created(env.CreateBlockEncrypterWithID(4, key, 32, nullptr, &e));
-     }},
-    {"hasher", false, 2,
-     [](auto& env, auto& e) { return created(env.CreateBlockHasher("SHA1", &e)); }},
-    {"password hasher", false, 2,
-     [](auto& env, auto& e) { return created(env.CreatePasswordHasher(&e)); }},
+    {"encrypter", false, 2, create_encrypter},
+    {"hasher", false, 2, create_hasher},
+    {"password hasher", false, 2, create_password_hasher},
     {"signature handler", false, 2, create_signer},
-    {"encrypter of the stub", true, 3,
-     [](auto& env, auto& e) {
-         return created(env.CreateBlockEncrypter("AES", key, 16, nullptr, &e));
-     }},
-    {"hasher of the stub", true, 3,
-     [](auto& env, auto& e) { return created(env.CreateBlockHasher("SHA1", &e)); }},
-    {"password hasher of the stub", true, 3,
-     [](auto& env, auto& e) { return created(env.CreatePasswordHasher(&e)); }},
+    {"encrypter of the stub", true, 3, create_encrypter},
+    {"hasher of the stub", true, 3, create_hasher},
+    {"password hasher of the stub", true, 3, create_password_hasher},
     {"signature handler of the stub", true, 3, create_signer_of_stub},
     {"failure", false, 4, fail_with_parameters},
     {"failure of the stub", true, 5, fail_with_parameters},
@@ -104,28 +107,36 @@ const struct {
 
 /// Runs a creation with an owner whose allocation number `fail_at` fails; true: it did not get
 /// there.
-bool has_enough(const a_creation& create, int fail_at) {
-    Owner owner(fail_at);
-    DBQXCIError error;
-    bool good;
-    {
-        DBQXCIEnvironment env(owner.callbacks(), &owner);
-        good = env.Init(false, "test", nullptr, &error) == QXCI_OK && create(env, error);
+bool has_enough(bool from_stub, a_creation create, int fail_at) {
+    Trial t({.stub = from_stub, .fail_at = fail_at});
+    const bool good = t.result == QXCI_OK && create(t.env, t.err);
+    EXPECT_EQ(good ? "0" : "1", describe(t.err)) << "allocation " << fail_at;
+    EXPECT_TRUE(good || t.owner.ran_out());
+    return !t.owner.ran_out();
+}
+
+TEST(Allocation, of_a_wrapper_that_fails_gives_the_object_back) {
+    constexpr a_utmem_source no_memory = {[](size_t) -> void* { return nullptr; }, std::realloc,
+                                          std::free, [] { return false; }};
+    for (const a_creation create :
+         {create_hasher, create_encrypter, create_password_hasher, create_stream}) {
+        Trial t({.stub = true});
+        EXPECT_TRUE(create(t.env, t.err)) << "the provider is loaded";
+        const int before = t.owner.live();
+        utmem_set_source(&no_memory);
+        EXPECT_FALSE(create(t.env, t.err));
+        utmem_set_source(nullptr);
+        EXPECT_EQ("1", describe(t.err));
+        EXPECT_EQ(before, t.owner.live());
     }
-    EXPECT_EQ(owner.live(), 0) << "leaked after allocation " << fail_at;
-    EXPECT_EQ(error.getErrorCode(), unsigned{good ? QxciErrOK : QxciErrNoMemory}) << fail_at;
-    EXPECT_TRUE(good || owner.ran_out());
-    return !owner.ran_out();
 }
 
 TEST(Allocation, that_fails_ends_a_creation_and_nothing_else) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        gUseStub = c.from_stub;
         unsigned allocations = 0;
-        while (!has_enough(c.create, static_cast<int>(allocations))) ++allocations;
+        while (!has_enough(c.from_stub, c.create, static_cast<int>(allocations))) ++allocations;
         EXPECT_GE(allocations, c.allocations);
-        gUseStub = false;
     }
 }
 

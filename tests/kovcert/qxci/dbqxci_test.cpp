@@ -7,160 +7,127 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <memory>
 #include <string>
 
 #include <gtest/gtest.h>
 #include <malloc.h>
 
-#include "tests/kovcert/builtin/owner.h"
-#include "utils/etc/locate.h"
+#include "tests/kovcert/qxci/trial.h"
 #include "utils/unix/dllloader.h"
+#include "utils/unix/locate.h"
 
 namespace {
 
-constexpr a_qxci_byte Key[32] = {1, 2, 3};
-
-/// An environment that must give back all that it takes, with libother.so in the last slot.
-struct Trial {
-    explicit Trial(bool fips = false, bool stub = false, const char* component = "tester") {
-        gUseStub = stub;
-        options.add("Dll_Name", "libother.so");
-        result = env.Init(fips, component, options.head(), &err);
-    }
-    ~Trial() {
-        env.Fini();
-        EXPECT_EQ(owner.live(), 0);
-        gUseStub = false;
-    }
-
-    std::string reason() const {
-        std::string text = std::to_string(err.getErrorCode());
-        for (int i = 0; err.GetParm(i) != nullptr; ++i) text += std::string(" ") + err.GetParm(i);
-        return text;
-    }
-
-    Owner owner;
-    Options options;
-    DBQXCIError err;
-    DBQXCIEnvironment env{owner.callbacks(), &owner};
-    a_qxci_result result;
-};
+constexpr a_qxci_byte key[32] = {1, 2, 3};
+constexpr const char* other = "libother.so";
 
 template <class Object>
-std::string outcome(Trial& with, Object* made) {
+std::string outcome(Trial& t, Object* made) {
     const std::unique_ptr<Object> object(made);
     return object != nullptr ? "made " + std::to_string(object->GetQXCIVersion().impl_ver)
-                             : with.reason();
+                             : describe(t.err);
 }
 
-constexpr a_qxci_byte alg(int number) {
-    return static_cast<a_qxci_byte>(number);
-}
+/// What is to be made, by its name or else its number; for a level, by its parameters too.
+struct a_wanted {
+    const char* name = nullptr;
+    int id = -1;
+    const char* parms = nullptr;
+    size_t key_len = 16;
 
-std::string make_hasher(Trial& t, const char* name) {
-    return outcome(t, t.env.CreateBlockHasher(name, &t.err));
+    bool by_name() const { return id < 0; }
+    a_qxci_byte number() const { return static_cast<a_qxci_byte>(id); }
+};
+
+std::string hasher(Trial& t, const a_wanted& w) {
+    return outcome(t, w.by_name() ? t.env.CreateBlockHasher(w.name, &t.err)
+                                  : t.env.CreateBlockHasherWithID(w.number(), &t.err));
 }
-std::string make_hasher(Trial& t, a_qxci_byte id) {
-    return outcome(t, t.env.CreateBlockHasherWithID(id, &t.err));
+std::string encrypter(Trial& t, const a_wanted& w) {
+    auto& env = t.env;
+    DBQXCIBlockEncrypter* const made =
+        w.by_name() ? env.CreateBlockEncrypter(w.name, key, w.key_len, nullptr, &t.err)
+                    : env.CreateBlockEncrypterWithID(w.number(), key, w.key_len, nullptr, &t.err);
+    const char* const library = made != nullptr ? made->GetDLLName() : nullptr;
+    return outcome(t, made) + (library != nullptr ? std::string(" by ") + library : "");
 }
-std::string make_encrypter(Trial& t, const char* name, size_t len) {
-    return outcome(t, t.env.CreateBlockEncrypter(name, Key, len, nullptr, &t.err));
+std::string stream(Trial& t, const a_wanted& w) {
+    return outcome(t, w.by_name() ? t.env.CreateStream(nullptr, nullptr, w.name, &t.err)
+                                  : t.env.CreateStreamWithID(nullptr, nullptr, w.number(), &t.err));
 }
-std::string make_encrypter(Trial& t, a_qxci_byte id, size_t len) {
-    return outcome(t, t.env.CreateBlockEncrypterWithID(id, Key, len, nullptr, &t.err));
+std::string level(Trial& t, const a_wanted& w) {
+    c_encrypt_level setting;
+    setting.set_level(w.name, w.parms);
+    return outcome(t, t.env.CreateStream(nullptr, nullptr, setting, &t.err));
 }
-std::string make_stream(Trial& t, const char* name) {
-    return outcome(t, t.env.CreateStream(nullptr, nullptr, name, &t.err));
+std::string password(Trial& t, const a_wanted& w) {
+    return outcome(t, w.by_name() ? t.env.CreatePasswordHasher(&t.err)
+                                  : t.env.CreatePasswordHasherWithID(w.number(), &t.err));
 }
-std::string make_stream(Trial& t, a_qxci_byte id) {
-    return outcome(t, t.env.CreateStreamWithID(nullptr, nullptr, id, &t.err));
+std::string signature(Trial& t, const a_wanted&) {
+    return outcome(t, t.env.CreateSignatureHandler(nullptr, &t.err));
 }
 
 TEST(Environment, picks_the_provider_by_algorithm_mode_and_stub_flag) {
-    const std::string built_in = "made 1";
-    const std::string rsa = "28 libnxrsa12_r.so tester Dll_Name";
-    const std::string ecc = "28 libnxecc12_r.so tester Dll_Name";
-    const std::string fips = "28 libnxfips12_r.so tester Dll_Name";
-    const std::string fips_mode = "28 libnxfips12_r.so tester FIPS";
-    const std::string stub = "28 libother.so tester Dll_Name";
-    const auto hasher = [](auto key) { return [=](Trial& t) { return make_hasher(t, key); }; };
-    const auto stream = [](auto key) { return [=](Trial& t) { return make_stream(t, key); }; };
-    const auto encrypter = [](auto key, size_t len) {
-        return [=](Trial& t) { return make_encrypter(t, key, len); };
-    };
-    const auto level = [](const char* algorithm, const char* parms) {
-        return [=](Trial& t) {
-            c_encrypt_level setting;
-            setting.set_level(algorithm, parms);
-            return outcome(t, t.env.CreateStream(nullptr, nullptr, setting, &t.err));
-        };
-    };
-    const auto password = [](Trial& t) { return outcome(t, t.env.CreatePasswordHasher(&t.err)); };
-    const auto password_id = [](Trial& t) {
-        return outcome(t, t.env.CreatePasswordHasherWithID(1, &t.err));
-    };
-    // The built-in provider misses a key, so it is the one that was asked.
-    const auto signature = [](Trial& t) {
-        return outcome(t, t.env.CreateSignatureHandler(nullptr, &t.err));
-    };
-    constexpr const char* none = nullptr;
+    static const char* const built_in = "made 1";
+    static const char* const rsa = "28 7 libnxrsa12_r.so tester Dll_Name";
+    static const char* const ecc = "28 7 libnxecc12_r.so tester Dll_Name";
+    static const char* const fips = "28 7 libnxfips12_r.so tester Dll_Name";
+    static const char* const fips_mode = "28 7 libnxfips12_r.so tester FIPS";
+    static const char* const stub = "28 7 libother.so tester Dll_Name";
+    static const char* const by_fips = "made 9 by libnxfips12_r.so";
     const struct {
-        const char* what;
-        std::function<std::string(Trial&)> make;
-        std::string normal, fips, stub;
-    } table[] = {
-        {"stream RSA_TLS", stream("RSA_TLS"), rsa, fips_mode, stub},
-        {"stream ecc", stream("ecc"), ecc, fips_mode, stub},
-        {"stream rsa_tls_fips", stream("rsa_tls_fips"), fips, fips_mode, stub},
-        {"stream none", stream("none"), "21", fips_mode, stub},
-        {"stream null", stream(none), "21", "21", "21"},
-        {"stream 3", stream(alg(3)), rsa, fips_mode, stub},
-        {"stream 2", stream(alg(2)), ecc, fips_mode, stub},
-        {"stream 255", stream(alg(255)), "21", fips_mode, stub},
-        {"level tls", level("TLS", nullptr), rsa, fips_mode, stub},
-        {"level ecc", level("tls", "tls_type=ECC"), ecc, fips_mode, stub},
-        {"level fips", level("tls", "FIPS=yes"), fips, fips_mode, stub},
-        {"level ecc_tls", level("ecc_tls", nullptr), ecc, fips_mode, stub},
-        {"level null", level(nullptr, nullptr), "21", "21", "21"},
-        {"level broken", level("tls", "tls_type"), "28 tls_type", "28 tls_type", "28 tls_type"},
-        {"AES-128", encrypter("AES-128", 16), built_in, fips_mode, stub},
-        {"aes_256", encrypter("aes_256", 32), built_in, fips_mode, stub},
-        {"AES_128_FIPS", encrypter("AES_128_FIPS", 16), fips, fips_mode, stub},
-        {"encrypter 4", encrypter(alg(4), 32), built_in, fips_mode, stub},
-        {"encrypter 5", encrypter(alg(5), 32), fips, fips_mode, stub},
-        {"no key", encrypter("AES", 0), "29", fips_mode, stub},
-        {"encrypter DES", encrypter("DES", 16), "21", fips_mode, stub},
-        {"sha-1", hasher("sha-1"), built_in, fips_mode, stub},
-        {"SHA1_FIPS", hasher("SHA1_FIPS"), fips, fips_mode, stub},
-        {"hasher 5", hasher(alg(5)), built_in, fips_mode, stub},
-        {"hasher 2", hasher(alg(2)), fips, fips_mode, stub},
-        {"crc", hasher("crc"), built_in, built_in, stub},
-        {"hasher 6", hasher(alg(6)), built_in, built_in, stub},
-        {"hasher null", hasher(none), "22", "22", "22"},
-        {"hasher 7", hasher(alg(7)), "22", fips_mode, stub},
-        {"password", password, built_in, fips_mode, stub},
-        {"password 1", password_id, built_in, fips_mode, stub},
-        {"signature", signature, "29", "29", "29"},
+        std::string (*make)(Trial& t, const a_wanted& wanted);
+        a_wanted wanted;
+        const char* normally;
+        const char* in_fips_mode = fips_mode;
+        const char* under_stub_flag = stub;
+    } rows[] = {
+        {stream, {"RSA_TLS"}, rsa},
+        {stream, {"ecc"}, ecc},
+        {stream, {"rsa_tls_fips"}, fips},
+        {stream, {"none"}, "21"},
+        {stream, {nullptr}, "21", "21", "21"},
+        {stream, {.id = 3}, rsa},
+        {stream, {.id = 2}, ecc},
+        {stream, {.id = 255}, "21"},
+        {level, {"TLS"}, rsa},
+        {level, {.name = "tls", .parms = "tls_type=ECC"}, ecc},
+        {level, {.name = "tls", .parms = "FIPS=yes"}, fips},
+        {level, {"ecc_tls"}, ecc},
+        {level, {nullptr}, "21", "21", "21"},
+        {level, {.name = "tls", .parms = "tls_type"}, "28 tls_type", "28 tls_type", "28 tls_type"},
+        {encrypter, {"AES-128"}, built_in},
+        {encrypter, {.name = "aes_256", .key_len = 32}, built_in},
+        {encrypter, {"AES_128_FIPS"}, fips},
+        {encrypter, {.id = 4, .key_len = 32}, built_in},
+        {encrypter, {.id = 3}, by_fips, by_fips, "made 9"},
+        {encrypter, {.id = 5}, fips},
+        {encrypter, {.name = "AES", .key_len = 0}, "29"},
+        {encrypter, {"DES"}, "21"},
+        {hasher, {"sha-1"}, built_in},
+        {hasher, {"SHA1_FIPS"}, fips},
+        {hasher, {.id = 5}, built_in},
+        {hasher, {.id = 2}, fips},
+        {hasher, {"crc"}, built_in, built_in},
+        {hasher, {.id = 6}, built_in, built_in},
+        {hasher, {nullptr}, "22", "22", "22"},
+        {hasher, {.id = 7}, "22"},
+        {password, {}, built_in},
+        {password, {.id = 1}, built_in},
+        // The built-in provider misses a key, so it is the one that was asked.
+        {signature, {}, "29", "29", "29"},
     };
-    for (const auto& row : table) {
-        SCOPED_TRACE(row.what);
-        Trial normal;
-        EXPECT_EQ(row.make(normal), row.normal);
-        Trial in_fips_mode(true);
-        EXPECT_EQ(row.make(in_fips_mode), row.fips);
-        Trial stubbed(false, true);
-        EXPECT_EQ(row.make(stubbed), row.stub);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.wanted.name << " " << row.wanted.id);
+        Trial normal({.dll_name = other});
+        EXPECT_EQ(row.normally, row.make(normal, row.wanted));
+        Trial fips_trial({.fips = true, .dll_name = other});
+        EXPECT_EQ(row.in_fips_mode, row.make(fips_trial, row.wanted));
+        Trial stubbed({.stub = true, .dll_name = other});
+        EXPECT_EQ(row.under_stub_flag, row.make(stubbed, row.wanted));
     }
-}
-
-TEST(Environment, names_the_library_of_a_fips_encrypter) {
-    Trial t;
-    const std::unique_ptr<DBQXCIBlockEncrypter> encrypter(
-        t.env.CreateBlockEncrypterWithID(QXCI_ENC_AES128_FIPS, Key, 16, nullptr, &t.err));
-    ASSERT_NE(encrypter, nullptr);
-    EXPECT_STREQ(encrypter->GetDLLName(), "libnxfips12_r.so");
 }
 
 TEST(Environment, asks_the_provider_of_an_algorithm_whether_it_has_it) {
@@ -173,11 +140,11 @@ TEST(Environment, asks_the_provider_of_an_algorithm_whether_it_has_it) {
     EXPECT_TRUE(normal.env.IsBlockEncrypterAlgorithmSupported("AES128"));
     EXPECT_TRUE(normal.env.IsStreamAlgorithmSupported("rsa"));
     EXPECT_FALSE(normal.env.IsStreamAlgorithmSupported(3)) << "the table lacks the entry";
-    Trial fips(true);
+    Trial fips({.fips = true});
     EXPECT_TRUE(fips.env.IsBlockHasherAlgorithmSupported("none")) << "the FIPS provider's answer";
     EXPECT_FALSE(fips.env.IsBlockHasherAlgorithmSupported(99));
     EXPECT_FALSE(fips.env.IsBlockEncrypterAlgorithmSupported("AES")) << "no such entry";
-    Trial stubbed(false, true);
+    Trial stubbed({.stub = true, .dll_name = other});
     EXPECT_FALSE(stubbed.env.IsStreamAlgorithmSupported("rsa"));
     EXPECT_TRUE(stubbed.env.IsBlockHasherAlgorithmSupported(6));
 }
@@ -187,49 +154,43 @@ TEST(Environment, validates_a_setting_and_tells_its_level) {
     ASSERT_TRUE(ut_locate_own_directory(folder, sizeof folder));
     const std::string companion = std::string(folder) + "/" + QXCI_FIPS_COMPANION_DLL_NAME;
     std::filesystem::remove(companion);  // of a run that was ended
-    enum { Mode = 1, Companion = 2, Disabled = 4, Stub = 8 };
+    enum { MODE = 1, COMPANION = 2, DISABLED = 4, STUB = 8 };
     const struct {
         const char* algorithm;
         const char* parms;
         int flags;
-        const char* level;  // or null, and then
-        const char* reason;
-    } table[] = {
-        {"tls", nullptr, 0, "rsa_tls", "0"},
-        {"tls", nullptr, Stub, "rsa_tls", "0"},
-        {"TLS", "tls_type=ecc", 0, "ecc_tls", "0"},
-        {"rsa", nullptr, 0, "rsa_tls", "0"},
-        {"rsa_tls_fips", nullptr, 0, "rsa_tls_fips", "0"},
-        {"tls", "FIPS=YES", Companion, "rsa_tls_fips", "0"},
-        {"tls", nullptr, Mode | Companion, "rsa_tls_fips", "0"},
-        {"tls", "FIPS=YES", 0, nullptr, "25 libnxfips12_r.so"},
-        {"tls", "tls_type=rsa;FIPS=ON", 0, nullptr, "25 libnxfips12_r.so"},
-        {"tls", "FIPS=Off", 0, "rsa_tls", "0"},
-        {"tls", "FIPS=yess", Companion, nullptr, "28 FIPS"},
-        {"tls", "FIPS=YES", Companion | Disabled, nullptr, "31"},
-        {"rsa_tls_fips", nullptr, Disabled, nullptr, "31"},
-        {"tls", "tls_type=ecc;FIPS=yes", Companion, nullptr, "33"},
-        {"ecc", nullptr, Mode | Companion, nullptr, "33"},
-        {"tls", "tls_type=none", 0, nullptr, "21"},
-        {"simple", nullptr, 0, nullptr, "21"},
-        {nullptr, nullptr, 0, nullptr, "21"},
-        {"tls", "=rsa", 0, nullptr, "28 "},
+        const char* result;  // the level, or the error
+    } rows[] = {
+        {"tls", nullptr, 0, "rsa_tls"},
+        {"tls", nullptr, STUB, "rsa_tls"},
+        {"TLS", "tls_type=ecc", 0, "ecc_tls"},
+        {"rsa", nullptr, 0, "rsa_tls"},
+        {"rsa_tls_fips", nullptr, 0, "rsa_tls_fips"},
+        {"tls", "FIPS=YES", COMPANION, "rsa_tls_fips"},
+        {"tls", nullptr, MODE | COMPANION, "rsa_tls_fips"},
+        {"tls", "FIPS=YES", 0, "25 libnxfips12_r.so"},
+        {"tls", "FIPS=Off", 0, "rsa_tls"},
+        {"tls", "FIPS=yess", COMPANION, "28 FIPS"},
+        {"tls", "FIPS=YES", COMPANION | DISABLED, "31"},
+        {"rsa_tls_fips", nullptr, DISABLED, "31"},
+        {"tls", "tls_type=ecc;FIPS=yes", COMPANION, "33"},
+        {"ecc", nullptr, MODE | COMPANION, "33"},
+        {"tls", "tls_type=none", 0, "21"},
+        {nullptr, nullptr, 0, "21"},
+        {"tls", "=rsa", 0, "28 "},
     };
-    for (const auto& row : table) {
-        SCOPED_TRACE(std::string(row.algorithm ? row.algorithm : "") + " " +
-                     (row.parms ? row.parms : "") + " " + std::to_string(row.flags));
-        if ((row.flags & Companion) != 0) std::ofstream(companion).flush();
-        Trial with((row.flags & Mode) != 0, (row.flags & Stub) != 0);
-        if ((row.flags & Disabled) != 0) with.env.disableFIPS();
-        EXPECT_EQ(with.env.IsFIPSAvailable(), (row.flags & Companion) != 0);
-        c_encrypt_level level;
-        level.set_level(row.algorithm, row.parms);
-        with.err.Set(QxciErrBadCert, "left over");
-        EXPECT_EQ(with.env.ValidateStreamEncryption(level, &with.err), row.level != nullptr);
-        EXPECT_EQ(with.reason(), row.reason);
-        if (row.level != nullptr) {
-            EXPECT_STREQ(level.get_level_name(), row.level);
-        }
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.result);
+        if ((row.flags & COMPANION) != 0) std::ofstream(companion).flush();
+        Trial t({.fips = (row.flags & MODE) != 0, .stub = (row.flags & STUB) != 0});
+        if ((row.flags & DISABLED) != 0) t.env.disableFIPS();
+        EXPECT_EQ((row.flags & COMPANION) != 0, t.env.IsFIPSAvailable());
+        c_encrypt_level setting;
+        setting.set_level(row.algorithm, row.parms);
+        t.err.Set(QxciErrBadCert, "left over");
+        const bool valid = t.env.ValidateStreamEncryption(setting, &t.err);
+        EXPECT_EQ(row.result, valid ? setting.get_level_name() : describe(t.err));
+        EXPECT_EQ(valid, !t.err.isError());
         std::filesystem::remove(companion);
     }
 }
@@ -241,25 +202,24 @@ TEST(EncryptLevel, takes_settings_in_any_case_and_keeps_what_is_wrong) {
         const char* name;
         bool strong;
         const char* error;  // null: the setting is taken
-    } table[] = {
+    } rows[] = {
         {"None", nullptr, "none", false, nullptr},
         {"SIMPLE", "x=y", "simple", false, nullptr},
         {"Tls", "identity=a;TLS_TYPE=RSA;fips=no", "rsa_tls", true, nullptr},
         {"tls", "fips='yes'", "rsa_tls_fips", true, nullptr},
-        {"tls", "fips=1", "rsa_tls_fips", true, nullptr},
         {"tls", "fips=", "Unknown", true, "FIPS"},
         {"tls", "tls_type=dh", "Unknown", true, "dh"},
         {"tls", "tls_type='rsa", "Unknown", true, "tls_type"},
         {"rsa_tls", nullptr, "Unknown", false, "rsa_tls"},
     };
-    c_encrypt_level level;
-    EXPECT_STREQ(level.get_level_name(), "Unknown");
-    for (const auto& row : table) {
-        EXPECT_EQ(level.set_level(row.algorithm, row.parms), row.error == nullptr) << row.name;
-        EXPECT_STREQ(level.get_level_name(), row.name);
-        EXPECT_EQ(level.is_strong(), row.strong) << row.algorithm;
-        EXPECT_STREQ(level.get_error(), row.error);
-        EXPECT_STREQ(level.get_parms(), row.parms);
+    c_encrypt_level setting;
+    EXPECT_STREQ("Unknown", setting.get_level_name());
+    for (const auto& row : rows) {
+        EXPECT_EQ(row.error == nullptr, setting.set_level(row.algorithm, row.parms)) << row.name;
+        EXPECT_STREQ(row.name, setting.get_level_name());
+        EXPECT_EQ(row.strong, setting.is_strong()) << row.algorithm;
+        EXPECT_STREQ(row.error, setting.get_error());
+        EXPECT_STREQ(row.parms, setting.get_parms());
     }
 }
 
@@ -276,35 +236,36 @@ TEST(EncryptLevel, takes_its_own_texts_and_wipes_passwords) {
         [] { return false; }};
     utmem_set_source(&watching);
     {
-        c_encrypt_level level;
-        level.set_level("tls", "tls_type=dh;identity_password=open sesame");
-        EXPECT_FALSE(level.set_level(level.get_error(), level.get_parms()));
-        EXPECT_STREQ(level.get_error(), "dh");
-        EXPECT_STREQ(level.get_parms(), "tls_type=dh;identity_password=open sesame");
-        EXPECT_TRUE(level.set_level("tls", nullptr));
+        c_encrypt_level setting;
+        setting.set_level("tls", "tls_type=dh;identity_password=open sesame");
+        EXPECT_FALSE(setting.set_level(setting.get_error(), setting.get_parms()));
+        EXPECT_STREQ("dh", setting.get_error());
+        EXPECT_STREQ("tls_type=dh;identity_password=open sesame", setting.get_parms());
+        EXPECT_TRUE(setting.set_level("tls", nullptr));
     }
     utmem_set_source(nullptr);
     EXPECT_FALSE(saw_password);
 }
 
 TEST(Environment, without_a_successful_init_has_no_slots) {
-    Trial refused(true, false, "refused");
-    EXPECT_EQ(refused.result, QXCI_ERROR);
-    EXPECT_EQ(refused.reason(), "28 libnxfips12_r.so refused FIPS");
-    EXPECT_EQ(refused.err.getSystemCode(), 7U);
-    EXPECT_EQ(outcome(refused, refused.env.CreateBlockHasher("MD5", &refused.err)), "37");
+    setenv("FAKE_FAULT", "environment", 1);
+    Trial refused({.fips = true});
+    unsetenv("FAKE_FAULT");
+    EXPECT_EQ(QXCI_ERROR, refused.result);
+    EXPECT_EQ("28 7 libnxfips12_r.so tester FIPS", describe(refused.err));
+    EXPECT_EQ("37", hasher(refused, {"MD5"}));
     EXPECT_FALSE(refused.env.IsBlockHasherAlgorithmSupported("MD5"));
-    EXPECT_EQ(refused.env._getInterface(STATIC_IFACE), nullptr);
+    EXPECT_EQ(nullptr, refused.env._getInterface(STATIC_IFACE));
 
     Trial fine;
     EXPECT_FALSE(fine.env._loadInterface(static_cast<_iface_index>(5), &fine.err));
-    EXPECT_EQ(fine.reason(), "21");
-    EXPECT_EQ(fine.env._getInterface(static_cast<_iface_index>(5)), nullptr);
+    EXPECT_EQ("21", describe(fine.err));
+    EXPECT_EQ(nullptr, fine.env._getInterface(static_cast<_iface_index>(5)));
 }
 
 TEST(Environment, raises_the_stub_flag_for_good_when_the_variable_is_set) {
     const Owner owner;
-    ASSERT_EQ(setenv("QX_USE_QXCI_STUB", "", 1), 0);
+    ASSERT_EQ(0, setenv("QX_USE_QXCI_STUB", "", 1));
     { const DBQXCIEnvironment env(owner.callbacks(), nullptr); }
     unsetenv("QX_USE_QXCI_STUB");
     { const DBQXCIEnvironment env(owner.callbacks(), nullptr); }
@@ -312,38 +273,16 @@ TEST(Environment, raises_the_stub_flag_for_good_when_the_variable_is_set) {
     gUseStub = false;
 }
 
-TEST(Wrapper, outlives_fini_and_keeps_its_reference) {
-    Trial with;
-    DBQXCIInterface* const iface = with.env._getInterface(STATIC_IFACE);
-    std::unique_ptr<DBQXCIBlockHasher> in_time(with.env.CreateBlockHasher("MD5", &with.err));
-    EXPECT_EQ(iface->RefCount(), 3U);
-    in_time.reset();
-    EXPECT_EQ(iface->RefCount(), 2U);
-    // A handle that is nobody's, since the provider could not destroy it after Fini.
-    a_qxci_byte handle = 0;
-    auto late = std::make_unique<DBQXCIBlockHasher>(reinterpret_cast<QXCIBlockHasherH>(&handle),
-                                                    &with.env, iface);
-    with.env.Fini();
-    EXPECT_FALSE(iface->IsValid());
-    EXPECT_EQ(iface->RefCount(), 2U);
-    EXPECT_EQ(late->BeginHash(), QXCI_ERROR);
-    EXPECT_EQ(late->GetLastError()->getErrorCode(), QxciErrUnknown);
-    late.reset();
-    EXPECT_EQ(iface->RefCount(), 2U) << "kept: not given back";
-    iface->Release();
-    iface->Release();
-}
-
 std::string reported;
 
 TEST(Loader, reports_what_it_loads_with_its_version) {
     ut_dll_set_report([](const char* text) { reported = text; });
-    Trial with(false, true);
-    with.env.IsBlockHasherAlgorithmSupported("MD5");
+    Trial t({.stub = true, .dll_name = other});
+    t.env.IsBlockHasherAlgorithmSupported("MD5");
     EXPECT_TRUE(reported.starts_with("Loading DLL \"/")) << reported;
     EXPECT_TRUE(reported.ends_with("/libother.so\", libother/4.5")) << reported;
     gUseStub = false;
-    with.env.IsStreamAlgorithmSupported("rsa");
+    t.env.IsStreamAlgorithmSupported("rsa");
     EXPECT_TRUE(reported.ends_with("/libnxrsa12_r.so\", (Version info not available)")) << reported;
     ut_dll_set_report(nullptr);
 }

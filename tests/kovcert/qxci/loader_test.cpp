@@ -1,20 +1,19 @@
 #include <cstring>
 #include <filesystem>
-#include <vector>
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
-#include "kovcert/qxci/dbqxci.h"
 #include "kovcert/qxci/dbqxciinterface.h"
-#include "tests/kovcert/builtin/owner.h"
+#include "tests/kovcert/qxci/trial.h"
 #include "tests/scratch.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* broken = "libbroken.so";
+/// A provider that FAKE_FAULT makes go wrong.
+constexpr const char* faulty = QXCI_STUB_DLL_NAME;
 
 fs::path library_folder() {
     return fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "lib";
@@ -26,15 +25,7 @@ bool is_open(const char* name) {
     return library != nullptr;
 }
 
-/// "26 libx.so libx.so": the code, the system code if there is one, and the parameters.
-std::string describe(const DBQXCIError& error) {
-    std::string text = std::to_string(error.getErrorCode());
-    if (error.getSystemCode() != 0) text += " " + std::to_string(error.getSystemCode());
-    for (int i = 0; error.GetParm(i) != nullptr; ++i) text += std::string(" ") + error.GetParm(i);
-    return text;
-}
-
-/// One letter for each table that is filled: Version apart, Error, Stream, Conn, ...
+/// One letter for each table that is filled: enVironment, Error, Stream, Conn, ...
 std::string filled_tables(const DBQXCIInterface& iface) {
     const auto letter = [](const auto& table, const char* name) {
         const std::remove_cvref_t<decltype(table)> empty = {};
@@ -46,28 +37,38 @@ std::string filled_tables(const DBQXCIInterface& iface) {
            letter(iface._enc_iface, "B") + letter(iface._sig_iface, "G");
 }
 
-/// What a load comes to: the tables that are filled, or the error.
-std::string load(a_qxci_dll_type type, const char* name, const char* file = nullptr) {
+/// What a load of `file` comes to: the tables that are filled, or the error.
+std::string load(a_qxci_dll_type type, const char* name, const char* file) {
     const c_utils_ref<DBQXCIInterface> iface(new DBQXCIInterface);
     DBQXCIError error;
     const bool loaded = iface->Load(type, name, &error);
-    if (file == nullptr) file = name;
-    EXPECT_EQ(iface->IsLoaded(), loaded);
-    EXPECT_EQ(iface->IsValid(), loaded);
-    EXPECT_EQ(is_open(file), loaded) << file;
+    EXPECT_EQ(loaded, iface->IsLoaded());
+    EXPECT_EQ(loaded, iface->IsValid());
+    EXPECT_EQ(loaded, is_open(file)) << file;
     const std::string result = loaded ? filled_tables(*iface) : describe(error);
     EXPECT_TRUE(loaded || filled_tables(*iface).empty()) << "cleared";
     EXPECT_TRUE(iface->Unload());
     EXPECT_FALSE(is_open(file)) << file;
-    EXPECT_EQ(filled_tables(*iface), "");
+    EXPECT_EQ("", filled_tables(*iface));
     return result;
 }
 
-TEST(Loader, demands_three_entry_points_and_does_without_the_others) {
+std::string load_with(const char* fault, a_qxci_dll_type type, const char* file) {
+    setenv("FAKE_FAULT", fault, 1);
+    const std::string result = load(type, nullptr, file);
+    unsetenv("FAKE_FAULT");
+    return result;
+}
+
+std::string missing_dll(const std::string& name) {
+    return "26 " + name + " " + name;
+}
+
+TEST(Loader, demands_three_entry_points_and_that_none_fails) {
     const struct {
-        const char* missing;
-        const char* result;  // null: refused
-    } cases[] = {
+        const char* entry;
+        const char* without;  // the tables that are filled; null: refused
+    } rows[] = {
         {"QXCIGetVersion", nullptr},
         {"QXCIGetEnvIface", nullptr},
         {"QXCIGetErrorIface", nullptr},
@@ -78,44 +79,29 @@ TEST(Loader, demands_three_entry_points_and_does_without_the_others) {
         {"QXCIGetBlockEncrypterIface", "VESCPHG"},
         {"QXCIGetSignatureHandlerIface", "VESCPHB"},
     };
-    for (const auto& c : cases) {
-        const std::string name = std::string("libno") + c.missing + ".so";
-        const std::string refused = "26 " + name + " " + name;
-        EXPECT_EQ(load(QXCI_DLL_OTHER, name.c_str()), c.result != nullptr ? c.result : refused);
+    for (const auto& [entry, without] : rows) {
+        const std::string name = std::string("libno") + entry + ".so";
+        EXPECT_EQ(without != nullptr ? without : missing_dll(name),
+                  load(QXCI_DLL_OTHER, name.c_str(), name.c_str()));
+        if (entry == rows[0].entry) continue;  // which cannot fail
+        EXPECT_EQ(missing_dll(faulty), load_with(entry, QXCI_DLL_OTHER, faulty)) << entry;
+        EXPECT_EQ("25 libnxfips12_r.so", load_with(entry, QXCI_DLL_FIPS, QXCI_FIPS_DLL_NAME));
     }
 }
 
-TEST(Loader, refuses_what_is_not_right) {
-    const std::string missing_dll = std::string("26 ") + broken + " " + broken;
-    const std::string no_fips = std::string("25 ") + QXCI_FIPS_DLL_NAME;
+TEST(Loader, refuses_other_versions) {
     const struct {
-        const char* fault;
-        const char* other;  // null: missing_dll and no_fips
-        const char* fips;
-    } cases[] = {
-        {"", "VESCPHBG", "VESCPHBG"},
-        {"impl_ver", "VESCPHBG", "VESCPHBG"},
-        {"api_major", "27", "27"},
-        {"api_minor", "27", "27"},
-        {"impl_id", "27", "27"},
-        {"QXCIGetEnvIface", nullptr, nullptr},
-        {"QXCIGetErrorIface", nullptr, nullptr},
-        {"QXCIGetStreamIface", nullptr, nullptr},
-        {"QXCIGetStreamConnIface", nullptr, nullptr},
-        {"QXCIGetPasswordHasherIface", nullptr, nullptr},
-        {"QXCIGetBlockHasherIface", nullptr, nullptr},
-        {"QXCIGetBlockEncrypterIface", nullptr, nullptr},
-        {"QXCIGetSignatureHandlerIface", nullptr, nullptr},
-    };
-    for (const auto& c : cases) {
-        setenv("BROKEN_PROVIDER", c.fault, 1);
-        EXPECT_EQ(load(QXCI_DLL_OTHER, broken), c.other != nullptr ? c.other : missing_dll)
-            << c.fault;
-        EXPECT_EQ(load(QXCI_DLL_FIPS, broken, QXCI_FIPS_DLL_NAME),
-                  c.fips != nullptr ? c.fips : no_fips)
-            << c.fault;
+        const char* wrong_field;
+        const char* result;
+    } rows[] = {{"", "VESCPHBG"},
+                {"impl_ver", "VESCPHBG"},
+                {"api_major", "27"},
+                {"api_minor", "27"},
+                {"impl_id", "27"}};
+    for (const auto& [wrong_field, result] : rows) {
+        EXPECT_EQ(result, load_with(wrong_field, QXCI_DLL_OTHER, faulty)) << wrong_field;
+        EXPECT_EQ(result, load_with(wrong_field, QXCI_DLL_FIPS, QXCI_FIPS_DLL_NAME));
     }
-    unsetenv("BROKEN_PROVIDER");
 }
 
 TEST(Loader, names_the_file_that_it_cannot_open) {
@@ -123,23 +109,21 @@ TEST(Loader, names_the_file_that_it_cannot_open) {
         a_qxci_dll_type type;
         const char* name;
         const char* file;
-    } cases[] = {
+    } rows[] = {
         {QXCI_DLL_RSA, nullptr, "libnxrsa12_r.so"},
-        {QXCI_DLL_ECC, broken, "libnxecc12_r.so"},
+        {QXCI_DLL_ECC, faulty, "libnxecc12_r.so"},
         {QXCI_DLL_OTHER, "libnone.so", "libnone.so"},
-        {QXCI_DLL_OTHER, "../lib/libbroken.so", "../lib/libbroken.so"},
+        {QXCI_DLL_OTHER, "../lib/libqxcistub_r.so", "../lib/libqxcistub_r.so"},
         {QXCI_DLL_OTHER, "libtext.so", "libtext.so"},
         {QXCI_DLL_OTHER, "libunbound.so", "libunbound.so"},
         {static_cast<a_qxci_dll_type>(9), "libnone.so", "libnone.so"},
     };
-    for (const auto& c : cases) {
-        const std::string name = c.file;
+    for (const auto& row : rows) {
         DBQXCIError error;
         const c_utils_ref<DBQXCIInterface> iface(new DBQXCIInterface);
-        EXPECT_FALSE(iface->Load(c.type, c.name, &error));
-        EXPECT_EQ(describe(error), "26 " + name + " " + name);
+        EXPECT_FALSE(iface->Load(row.type, row.name, &error));
+        EXPECT_EQ(missing_dll(row.file), describe(error));
     }
-    EXPECT_EQ(load(QXCI_DLL_OTHER, nullptr, "libqxcistub_r.so"), "VESCPHBG") << "the default";
 }
 
 TEST(Loader, does_nothing_when_it_has_loaded_before) {
@@ -147,53 +131,41 @@ TEST(Loader, does_nothing_when_it_has_loaded_before) {
     DBQXCIError error;
     ASSERT_TRUE(iface->Load(QXCI_DLL_BASIC, nullptr, &error));
     EXPECT_TRUE(iface->Load(QXCI_DLL_OTHER, "libnone.so", &error));
-    EXPECT_EQ(describe(error), "0");
-    EXPECT_EQ(filled_tables(*iface), "VEPHBG") << "the built-in provider has no streams";
+    EXPECT_EQ("0", describe(error));
+    EXPECT_EQ("VEPHBG", filled_tables(*iface)) << "the built-in provider has no streams";
     const a_qxci_version version = iface->GetVersion();
     EXPECT_TRUE(version.api_major == 1 && version.api_minor == 7 && version.impl_id == 0 &&
                 version.impl_ver == 1);
     iface->Unload();
-    EXPECT_TRUE(iface->Load(QXCI_DLL_OTHER, broken, &error)) << "after an Unload it loads again";
-    EXPECT_EQ(iface->GetVersion().impl_ver, 0xfffe);
+    EXPECT_TRUE(iface->Load(QXCI_DLL_OTHER, faulty, &error)) << "after an Unload it loads again";
+    EXPECT_EQ(9, iface->GetVersion().impl_ver);
 }
 
 TEST(Loader, passes_on_why_an_environment_is_not_created) {
-    Owner owner;
-    Options options;
-    options.add("DLL_name", broken);
-    DBQXCIError error;
-    DBQXCIEnvironment env(owner.callbacks(), &owner);
-    ASSERT_EQ(env.Init(false, "test", options.head(), &error), QXCI_OK);
+    Trial t;
     const struct {
         const char* fault;
         const char* reason;
-    } faults[] = {{"environment", "13 7 first second"}, {"reason", "37"}, {"create_func", "37"}};
-    for (const auto& row : faults) {
-        setenv("BROKEN_PROVIDER", row.fault, 1);
-        EXPECT_FALSE(env._loadInterface(OTHER_IFACE, &error));
-        EXPECT_EQ(describe(error), row.reason);
-        EXPECT_FALSE(is_open(broken));
+    } rows[] = {{"environment", "28 7 libqxcistub_r.so tester Dll_Name"},
+                {"environment without a reason", "37"},
+                {"create_func", "37"}};
+    for (const auto& [fault, reason] : rows) {
+        setenv("FAKE_FAULT", fault, 1);
+        EXPECT_FALSE(t.env._loadInterface(OTHER_IFACE, &t.err));
+        EXPECT_EQ(reason, describe(t.err));
+        EXPECT_FALSE(is_open(faulty));
     }
-    unsetenv("BROKEN_PROVIDER");
-    EXPECT_TRUE(env._loadInterface(OTHER_IFACE, &error)) << "a failure does not stick";
-    EXPECT_TRUE(is_open(broken));
-    env.Fini();
-    EXPECT_FALSE(is_open(broken));
-    EXPECT_EQ(owner.live(), 0);
+    unsetenv("FAKE_FAULT");
+    EXPECT_TRUE(t.env._loadInterface(OTHER_IFACE, &t.err)) << "a failure does not stick";
+    EXPECT_TRUE(is_open(faulty));
+    t.env.Fini();
+    EXPECT_FALSE(is_open(faulty));
 }
 
 TEST(Loader, leaves_a_provider_without_streams_usable) {
-    Owner owner;
-    Options options;
-    options.add("dll_name", "libnoQXCIGetStreamIface.so");
-    DBQXCIError error;
-    gUseStub = true;
-    DBQXCIEnvironment env(owner.callbacks(), &owner);
-    ASSERT_EQ(env.Init(false, "test", options.head(), &error), QXCI_OK);
-    EXPECT_EQ(env.CreateStream(nullptr, nullptr, "rsa", &error), nullptr);
-    EXPECT_EQ(describe(error), "37");
-    env.Fini();
-    gUseStub = false;
+    Trial t({.stub = true, .dll_name = "libnoQXCIGetStreamIface.so"});
+    EXPECT_EQ(nullptr, t.env.CreateStream(nullptr, nullptr, "rsa", &t.err));
+    EXPECT_EQ("37", describe(t.err));
 }
 
 /// The variable counts at a program's start only, so this starts the program again.
@@ -203,16 +175,16 @@ TEST(Loader, ignores_libraries_that_others_have_planted) {
         const ScratchFolder scratch;
         const fs::path folder = scratch.file("planted");
         fs::create_directory(folder);
-        fs::copy_file(library_folder() / broken, folder / QXCI_RSA_DLL_NAME);
+        fs::copy_file(library_folder() / faulty, folder / QXCI_RSA_DLL_NAME);
         const std::string program = fs::read_symlink("/proc/self/exe");
         const std::string run = "cd " + shell_word(folder) + " && LD_LIBRARY_PATH=\"$PWD\" " +
                                 shell_word(program) +
                                 " --gtest_filter=Loader.ignores_libraries* >&2";
-        EXPECT_EQ(std::system(run.c_str()), 0);
+        EXPECT_EQ(0, std::system(run.c_str()));
         return;
     }
     void* const by_name = dlopen(QXCI_RSA_DLL_NAME, RTLD_NOW);
-    ASSERT_NE(by_name, nullptr) << "the trap does not work";
+    ASSERT_NE(nullptr, by_name) << "the trap does not work";
     dlclose(by_name);
     DBQXCIError error;
     const c_utils_ref<DBQXCIInterface> iface(new DBQXCIInterface);

@@ -1,35 +1,28 @@
 #include "kovcert/qxci/qxcierror.h"
 
-#include <string>
+#include <cstring>
 
 #include <gmock/gmock.h>
 
-#include "kovcert/qxci/dbqxci.h"
+#include "tests/kovcert/qxci/trial.h"
 #include "utils/lang/utlangstring.h"
 
 namespace {
 
 using testing::HasSubstr;
 
-std::string parms_of(const DBQXCIError& error) {
-    std::string parms;
-    for (int i = 0; error.GetParm(i) != nullptr; ++i) parms += std::string(error.GetParm(i)) + ";";
-    return parms;
-}
-
 TEST(QXCIError, keeps_parameters_in_order_until_it_is_cleared) {
     DBQXCIError error;
-    EXPECT_EQ(error.GetParm(0), nullptr);
+    EXPECT_EQ("0", describe(error));
     error.AddParm("a");
     error.AddParm(nullptr);
     error.AddParm("b");
-    EXPECT_EQ(parms_of(error), "a;b;");
-    EXPECT_EQ(error.GetParm(-1), nullptr);
-    EXPECT_EQ(error.setErrorCode(QxciErrBadUnit), QxciErrBadUnit);
+    EXPECT_EQ(QxciErrBadUnit, error.setErrorCode(QxciErrBadUnit));
+    EXPECT_EQ("14 a b", describe(error));
+    EXPECT_EQ(nullptr, error.GetParm(-1));
     EXPECT_TRUE(error.isError());
     error.Clear();
-    EXPECT_FALSE(error.isError());
-    EXPECT_EQ(parms_of(error), "");
+    EXPECT_EQ("0", describe(error));
 }
 
 TEST(QXCIError, clones_are_independent_and_a_missing_original_is_unknown) {
@@ -45,87 +38,65 @@ TEST(QXCIError, clones_are_independent_and_a_missing_original_is_unknown) {
     copy.CloneFrom(&error);
     error.CloneFrom(&error);
     copy.AddParm("three");
-    for (const DBQXCIError* each : {&error, &copy}) {
-        EXPECT_EQ(each->getErrorCode(), QxciErrBadCertFile);
-        EXPECT_EQ(each->getSystemCode(), 13U);
-    }
-    EXPECT_EQ(parms_of(error), "one;two;");
-    EXPECT_EQ(parms_of(copy), "one;two;three;");
+    EXPECT_EQ("3 13 one two", describe(error));
+    EXPECT_EQ("3 13 one two three", describe(copy));
     error.CloneFrom(static_cast<const a_qxci_error*>(nullptr));
     copy.CloneFrom(static_cast<const DBQXCIError*>(nullptr));
-    for (const DBQXCIError* each : {&error, &copy}) {
-        EXPECT_EQ(each->getErrorCode(), QxciErrUnknown);
-        EXPECT_EQ(each->getSystemCode(), 0U);
-        EXPECT_EQ(parms_of(*each), "");
-    }
+    EXPECT_EQ("37", describe(error));
+    EXPECT_EQ("37", describe(copy));
 }
 
-/// What an owner's mutexes did: "C", "D", "<" and ">" for create, destroy, get and give, each with
+/// What has happened to mutexes: "C", "D", "<" and ">" for create, destroy, get and give, each with
 /// the mutex's number.
-struct MutexLog {
-    std::string log;
-    int made = 0;
-    bool exhausted = false;
+std::string mutex_log;
+void note(char sign, void* mutex) {
+    mutex_log += sign + std::to_string(reinterpret_cast<uintptr_t>(mutex));
+}
 
-    static a_qxci_callbacks callbacks() {
-        a_qxci_callbacks table = {};
-        table.mutex_create_cb = [](void* context) -> void* {
-            MutexLog& self = *static_cast<MutexLog*>(context);
-            if (self.exhausted) return nullptr;
-            self.log += "C" + std::to_string(++self.made);
-            return new int(self.made);
-        };
-        table.mutex_get_cb = [](void* context, void* mutex) { note<'<'>(context, mutex); };
-        table.mutex_give_cb = [](void* context, void* mutex) { note<'>'>(context, mutex); };
-        table.mutex_destroy_cb = [](void* context, void* mutex) {
-            note<'D'>(context, mutex);
-            delete static_cast<int*>(mutex);
-        };
-        return table;
-    }
-
-    template <char Sign>
-    static void note(void* context, void* mutex) {
-        static_cast<MutexLog*>(context)->log += Sign + std::to_string(*static_cast<int*>(mutex));
-    }
-
-    std::string taken() { return std::exchange(log, ""); }
-};
+/// Creates three mutexes; the context counts them.
+a_qxci_callbacks noting_callbacks() {
+    a_qxci_callbacks table = {};
+    table.mutex_create_cb = [](void* context) -> void* {
+        uintptr_t& made = *static_cast<uintptr_t*>(context);
+        if (made == 3) return nullptr;
+        note('C', reinterpret_cast<void*>(++made));
+        return reinterpret_cast<void*>(made);
+    };
+    table.mutex_destroy_cb = [](void*, void* mutex) { note('D', mutex); };
+    table.mutex_get_cb = [](void*, void* mutex) { note('<', mutex); };
+    table.mutex_give_cb = [](void*, void* mutex) { note('>', mutex); };
+    return table;
+}
 
 TEST(QXCIError, every_operation_holds_the_records_mutex_once) {
-    MutexLog mutexes;
-    const a_qxci_callbacks callbacks = MutexLog::callbacks();
-    DBQXCIEnvironment env(&callbacks, &mutexes);
+    const a_qxci_callbacks callbacks = noting_callbacks();
+    uintptr_t made = 0;
+    DBQXCIEnvironment env(&callbacks, &made);
     const UTLocale locale(ls_english(), ls_find_charset("UTF-8"));
     UTLangStringBase texts(locale);
+    const auto locks_of = [](auto operation) {
+        operation();
+        return std::exchange(mutex_log, "");
+    };
     {
         DBQXCIError error;
         DBQXCIError other;
-        error.createMutex(&env);
-        other.createMutex(&env);
-        EXPECT_EQ(mutexes.taken(), "C1C2");
-        error.AddParm("a");
-        EXPECT_EQ(mutexes.taken(), "<1>1");
-        error.GetParm(0);
-        EXPECT_EQ(mutexes.taken(), "<1>1");
-        error.CloneFrom(&other);
-        EXPECT_EQ(mutexes.taken(), "<1<2>2>1");
         char text[8];
-        error.GetString(&texts, text, sizeof text, nullptr);
-        EXPECT_EQ(mutexes.taken(), "<1>1");
-        error._CloneFrom(nullptr, false);
-        EXPECT_EQ(mutexes.taken(), "");
-        error.Clear();
-        EXPECT_EQ(mutexes.taken(), "<1>1");
-        error.createMutex(&env);
-        EXPECT_EQ(mutexes.taken(), "C3D1");
-        mutexes.exhausted = true;
-        error.createMutex(&env);
-        error.AddParm("unlocked");
-        EXPECT_EQ(parms_of(error), "unlocked;");
-        EXPECT_EQ(mutexes.taken(), "D3");
+        EXPECT_EQ("C1", locks_of([&] { error.createMutex(&env); }));
+        EXPECT_EQ("C2", locks_of([&] { other.createMutex(&env); }));
+        EXPECT_EQ("<1>1", locks_of([&] { error.AddParm("a"); }));
+        EXPECT_EQ("<1>1", locks_of([&] { error.GetParm(0); }));
+        EXPECT_EQ("<1<2>2>1", locks_of([&] { error.CloneFrom(&other); }));
+        EXPECT_EQ("<1>1", locks_of([&] { error.GetString(&texts, text, sizeof text, nullptr); }));
+        EXPECT_EQ("", locks_of([&] { error._CloneFrom(nullptr, false); }));
+        EXPECT_EQ("<1>1", locks_of([&] { error._CloneFrom(nullptr, true); }));
+        EXPECT_EQ("<1>1", locks_of([&] { error.Clear(); }));
+        EXPECT_EQ("C3D1", locks_of([&] { error.createMutex(&env); }));
+        EXPECT_EQ("D3", locks_of([&] { error.createMutex(&env); })) << "there is none left";
+        EXPECT_EQ("", locks_of([&] { error.AddParm("unlocked"); }));
+        EXPECT_STREQ("unlocked", error.GetParm(0));
     }
-    EXPECT_EQ(mutexes.taken(), "D2");
+    EXPECT_EQ("D2", std::exchange(mutex_log, ""));
 }
 
 TEST(QXCIError, every_code_has_its_text) {
@@ -144,38 +115,38 @@ TEST(QXCIError, every_code_has_its_text) {
     };
     const UTLocale locale(ls_english(), ls_find_charset("UTF-8"));
     UTLangString texts(locale, RES_FOLDER);
-    ASSERT_EQ(texts.Init("en", ls_find_charset("UTF-8"), false), LS_INIT_OKAY);
+    ASSERT_EQ(LS_INIT_OKAY, texts.Init("en", ls_find_charset("UTF-8"), false));
     char own[] = "<own>";
     char* list[] = {own, nullptr};
+    char text[256];
     uint32_t code = 0;
-    for (const auto& row : table) {
+    for (const auto& [id, takes] : table) {
         SCOPED_TRACE(code);
         const a_qxci_error record = {code, 4000000000U, list};
         DBQXCIError error;
         error.CloneFrom(&record);
         bool parm = false;
         bool system_code = false;
-        EXPECT_EQ(error._getTlsErrorId(&parm, &system_code), row.id);
-        char text[256] = "left over";
+        EXPECT_EQ(id, error._getTlsErrorId(&parm, &system_code));
+        EXPECT_EQ(takes == 'P', parm);
+        EXPECT_EQ(takes == 'S', system_code);
+        std::strcpy(text, "left over");
         error.GetString(&texts, text, sizeof text, nullptr);
-        const std::string shown = text;
-        EXPECT_EQ(shown.find("<own>") != std::string::npos, row.takes == 'P');
-        EXPECT_EQ(shown.find("4000000000") != std::string::npos, row.takes == 'S');
-        EXPECT_EQ(parm, row.takes == 'P');
-        EXPECT_EQ(system_code, row.takes == 'S');
-        EXPECT_EQ(shown.empty(), code == 0);
-        error.GetString(&texts, text, sizeof text, "<given>");
-        EXPECT_EQ(std::string(text).find("<given>") != std::string::npos, row.takes == 'P');
+        EXPECT_EQ(code == 0, *text == '\0');
+        EXPECT_EQ(parm, std::strstr(text, "<own>") != nullptr);
+        EXPECT_EQ(system_code, std::strstr(text, "4000000000") != nullptr);
         ++code;
     }
     DBQXCIError missing;
     missing.Set(QxciErrMissingDll, "libx.so", "libx.so");
-    char text[] = "12345678";
+    missing.GetString(&texts, text, sizeof text, "<given>");
+    EXPECT_THAT(text, HasSubstr("<given>"));
+    std::strcpy(text, "12345678");
     missing.GetString(&texts, text, 0, nullptr);
     missing.GetString(nullptr, text, sizeof text, nullptr);
-    EXPECT_STREQ(text, "12345678");
+    EXPECT_STREQ("12345678", text);
     missing.GetString(&texts, text, 5, nullptr);
-    EXPECT_STREQ(text, "Encr");
+    EXPECT_STREQ("Encr", text);
 }
 
 }  // namespace

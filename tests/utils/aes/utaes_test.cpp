@@ -32,56 +32,35 @@ std::string run(decltype(&UTAES::encrypt_cbc) direction, const a_aes_code* code,
 }
 constexpr auto encrypt = &UTAES::encrypt_cbc, decrypt = &UTAES::decrypt_cbc;
 
-struct a_known_cipher {
-    const char* key;
-    const char* iv;
-    const char* plaintext;
-    const char* ciphertext;
-};
-
-const char* const zero_iv = "00000000000000000000000000000000";
-const char* const counting_iv = "000102030405060708090a0b0c0d0e0f";
-const char* const sp_800_38a_text =
-    "6bc1bee22e409f96e93d7e117393172aae2d8a571e03ac9c9eb76fac45af8e51"
-    "30c81c46a35ce411e5fbc1191a0a52eff69f2445df4f9b17ad2b417be66c3710";
-
-// FIPS 197 appendices C.1 and C.3 (one block), SP 800-38A sections F.2.1 and F.2.5 (a chain).
-const a_known_cipher known_ciphers[] = {
-    {"000102030405060708090a0b0c0d0e0f", zero_iv, "00112233445566778899aabbccddeeff",
-     "69c4e0d86a7b0430d8cdb78070b4c55a"},
-    {"000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f", zero_iv,
-     "00112233445566778899aabbccddeeff", "8ea2b7ca516745bfeafc49904b496089"},
-    {"2b7e151628aed2a6abf7158809cf4f3c", counting_iv, sp_800_38a_text,
-     "7649abac8119b246cee98e9b12e9197d5086cb9b507219ee95db113a917678b2"
-     "73bed6b8e3c1743b7116e69e222295163ff1caa1681fac09120eca307586e1a7"},
-    {"603deb1015ca71be2b73aef0857d77811f352c073b6108d72d9810a30914dff4", counting_iv,
-     sp_800_38a_text,
-     "f58c4c04d6e5f1ba779eabfb5f7bfbd69cfc4e967edb808d679f777bc6702c7d"
-     "39f23369a9d9bacfa530e26304231461b2eb05e2c39be9fcda6c19078c6a9d1b"},
-};
-
-TEST(AES, gives_the_known_answers_of_its_standards) {
-    for (const a_aes_code* code : codes()) {
-        for (const auto& [key, iv, plain, cipher] : known_ciphers) {
-            const std::string k = from_hex(key), v = from_hex(iv);
-            EXPECT_EQ(to_hex(run(encrypt, code, k, v, from_hex(plain))), cipher);
-            EXPECT_EQ(to_hex(run(decrypt, code, k, v, from_hex(cipher))), plain);
-        }
-    }
-}
-
-TEST(AES, agrees_with_openssl_wherever_the_message_is_cut) {
-    SeededBytes bytes(2);
-    for (const std::size_t key_len : {16, 32}) {
-        const std::string key = bytes(key_len), iv = bytes(16), data = bytes(16 * 101);
-        const PeerFile file(data);
-        const std::string answer =
-            openssl("enc -nopad -aes-" + std::to_string(8 * key_len) + "-cbc -K " + to_hex(key) +
-                    " -iv " + to_hex(iv) + " -in " + file.path());
+// SP 800-38A sections F.2.1 and F.2.5, and behind their text more blocks than any code takes at a
+// time. The last block depends on all others; openssl gives it.
+TEST(AES, gives_the_known_answers_of_its_standard_wherever_the_message_is_cut) {
+    const struct {
+        const char *key, *first_blocks, *last_block;
+    } answers[] = {
+        {"2b7e151628aed2a6abf7158809cf4f3c",
+         "7649abac8119b246cee98e9b12e9197d5086cb9b507219ee95db113a917678b2"
+         "73bed6b8e3c1743b7116e69e222295163ff1caa1681fac09120eca307586e1a7",
+         "d42339438aee10d46c02947103fbe8e1"},
+        {"603deb1015ca71be2b73aef0857d77811f352c073b6108d72d9810a30914dff4",
+         "f58c4c04d6e5f1ba779eabfb5f7bfbd69cfc4e967edb808d679f777bc6702c7d"
+         "39f23369a9d9bacfa530e26304231461b2eb05e2c39be9fcda6c19078c6a9d1b",
+         "8eae1e412bfc52f9b7970da50034aaf1"},
+    };
+    const std::string iv = from_hex("000102030405060708090a0b0c0d0e0f");
+    const std::string data =
+        from_hex("6bc1bee22e409f96e93d7e117393172aae2d8a571e03ac9c9eb76fac45af8e51"
+                 "30c81c46a35ce411e5fbc1191a0a52eff69f2445df4f9b17ad2b417be66c3710") +
+        sample_bytes(std::size_t{16} * 97);
+    for (const auto& [hex_key, first_blocks, last_block] : answers) {
+        const std::string key = from_hex(hex_key);
         for (const a_aes_code* code : codes()) {
+            const std::string cipher = run(encrypt, code, key, iv, data);
+            EXPECT_EQ(first_blocks, to_hex(cipher.substr(0, 64)));
+            EXPECT_EQ(last_block, to_hex(cipher.substr(data.size() - 16)));
             for (std::size_t cut = 0; cut <= data.size(); cut += 16) {
-                ASSERT_EQ(run(encrypt, code, key, iv, data, cut), answer) << cut;
-                ASSERT_EQ(run(decrypt, code, key, iv, answer, cut), data) << cut;
+                ASSERT_EQ(cipher, run(encrypt, code, key, iv, data, cut)) << cut;
+                ASSERT_EQ(data, run(decrypt, code, key, iv, cipher, cut)) << cut;
             }
         }
     }
@@ -103,8 +82,8 @@ TEST(AES, refuses_wrong_lengths_and_changes_nothing) {
         EXPECT_FALSE(aes.decrypt_cbc(bytes_of(iv), bytes_of(text), 16)) << "the old key is gone";
     }
     EXPECT_FALSE(aes.set_key(nullptr, 16));
-    EXPECT_EQ(text, data);
-    EXPECT_EQ(iv, vector);
+    EXPECT_EQ(data, text);
+    EXPECT_EQ(vector, iv);
 }
 
 }  // namespace

@@ -55,8 +55,8 @@ TEST(List, leaves_its_elements_alone_unless_it_is_told_to_delete_them) {
         list.append(a.get());
         list.append(b.get());
     }
-    EXPECT_EQ(alive, 2);
-    EXPECT_EQ(a->next, b.get());
+    EXPECT_EQ(2, alive);
+    EXPECT_EQ(b.get(), a->next);
     b.reset();
     EXPECT_FALSE(a->is_linked());
 
@@ -66,7 +66,7 @@ TEST(List, leaves_its_elements_alone_unless_it_is_told_to_delete_them) {
     EXPECT_TRUE(list.is_empty() && !a->is_linked());
     for (char name : {'c', 'd', 'e'}) list.append(new Item(name));
     list.delete_all();
-    EXPECT_EQ(alive, 1);
+    EXPECT_EQ(1, alive);
 }
 
 TEST(Link, copies_the_value_without_the_membership) {

@@ -13,10 +13,10 @@ std::vector<std::string> parsed(const char* text) {
     a_db_option* list = nullptr;
     char bad_key[16] = "untouched";
     if (!db_parse_options(text, &list, bad_key, sizeof bad_key)) {
-        EXPECT_EQ(list, nullptr);
+        EXPECT_EQ(nullptr, list);
         return {std::string("error: ") + bad_key};
     }
-    EXPECT_STREQ(bad_key, "untouched");
+    EXPECT_STREQ("untouched", bad_key);
     std::vector<std::string> options;
     for (const a_db_option* option = list; option != nullptr; option = option->next) {
         options.push_back(std::string(option->key) + "=" + option->value);
@@ -37,14 +37,14 @@ TEST(Options, texts_parse_into_keys_and_values_or_name_the_offending_key) {
         {"a='open''", {"error: a"}},
         {"sixteen_letters_", {"error: sixteen_letters"}},
     };
-    for (const auto& [text, options] : rows) EXPECT_EQ(parsed(text), options);
+    for (const auto& [text, options] : rows) EXPECT_EQ(options, parsed(text));
 }
 
 TEST(Options, a_list_and_its_text_turn_into_each_other) {
     const a_db_option last{nullptr, "k", "a;'b'"}, option{const_cast<a_db_option*>(&last), "e", ""};
     char text[16] = "", cut[] = "#####";
-    EXPECT_EQ(db_format_options(&last, cut, 4), 11U);
-    EXPECT_STREQ(cut, "k='");
-    EXPECT_EQ(db_format_options(&option, text, sizeof text), 14U);
-    EXPECT_EQ(parsed(text), (std::vector<std::string>{"e=", "k=a;'b'"}));
+    EXPECT_EQ(11U, db_format_options(&last, cut, 4));
+    EXPECT_STREQ("k='", cut);
+    EXPECT_EQ(14U, db_format_options(&option, text, sizeof text));
+    EXPECT_EQ((std::vector<std::string>{"e=", "k=a;'b'"}), parsed(text));
 }

@@ -11,6 +11,11 @@ inline UTBigInt number(const std::string& hex) {
     return value;
 }
 
+inline UTBigInt minus(UTBigInt from, unsigned subtrahend) {
+    from.subtract(UTBigInt(subtrahend));
+    return from;
+}
+
 /// The keys of RFC 6979 appendices A.2.1 and A.2.2, in hex.
 
 struct a_dsa_key {

@@ -16,9 +16,9 @@ std::string hex(const UTBigInt& value, std::size_t len) {
 }
 
 TEST(BigInt, takes_and_gives_bytes_of_any_length) {
-    EXPECT_EQ(hex(number("0102030405060708090a"), 12), "00000102030405060708090a");
-    EXPECT_EQ(hex(number("0102030405060708090a"), 3), "08090a");
-    EXPECT_EQ(number("0000" + hex(ones, 256)), ones);
+    EXPECT_EQ("00000102030405060708090a", hex(number("0102030405060708090a"), 12));
+    EXPECT_EQ("08090a", hex(number("0102030405060708090a"), 3));
+    EXPECT_EQ(ones, number("0000" + hex(ones, 256)));
     const std::string too_long = '\1' + std::string(256, '\0');
     UTBigInt value(7);
     EXPECT_FALSE(value.set_bytes(bytes_of(too_long), too_long.size()));
@@ -39,18 +39,16 @@ void carry_through_every_limb(const a_montgomery_code& code) {
     for (const unsigned bits : {33u, 64u, 65u, 160u, 1023u, 1024u, 2016u, 2047u, 2048u}) {
         const UTBigInt all_ones = ones.shifted_right(2048 - bits);
         const UTModulus modulus(all_ones, code);
-        UTBigInt minus_one = all_ones, minus_two = all_ones;
-        minus_one.subtract(UTBigInt(1));
-        minus_two.subtract(UTBigInt(2));
-        EXPECT_EQ(modulus.multiply(minus_one, minus_one), UTBigInt(1)) << bits;
-        EXPECT_EQ(modulus.add(minus_one, minus_one), minus_two) << bits;
-        EXPECT_EQ(modulus.power(minus_one, UTBigInt(3), 2), minus_one) << bits;
-        EXPECT_EQ(modulus.power(minus_one, UTBigInt(0xf3), 0), UTBigInt(1)) << bits;
-        EXPECT_EQ(modulus.power(minus_two, UTBigInt(0xf2), 2),
-                  modulus.multiply(minus_two, minus_two))
+        const UTBigInt minus_one = minus(all_ones, 1), minus_two = minus(all_ones, 2);
+        EXPECT_EQ(UTBigInt(1), modulus.multiply(minus_one, minus_one)) << bits;
+        EXPECT_EQ(minus_two, modulus.add(minus_one, minus_one)) << bits;
+        EXPECT_EQ(minus_one, modulus.power(minus_one, UTBigInt(3), 2)) << bits;
+        EXPECT_EQ(UTBigInt(1), modulus.power(minus_one, UTBigInt(0xf3), 0)) << bits;
+        EXPECT_EQ(modulus.multiply(minus_two, minus_two),
+                  modulus.power(minus_two, UTBigInt(0xf2), 2))
             << "only two bits count";
-        EXPECT_EQ(modulus.reduce(all_ones), UTBigInt(0)) << bits;
-        EXPECT_EQ(modulus.reduce(minus_one), minus_one) << bits;
+        EXPECT_EQ(UTBigInt(0), modulus.reduce(all_ones)) << bits;
+        EXPECT_EQ(minus_one, modulus.reduce(minus_one)) << bits;
     }
 }
 

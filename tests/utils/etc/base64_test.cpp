@@ -115,7 +115,7 @@ TEST_P(Base64, does_with_streams_what_the_model_does) {
         const auto model = [&](auto& out, auto& in) {
             return model_encode(out, in, used_length), true;
         };
-        EXPECT_EQ(traces(seed, data, encode), traces(seed, data, model));
+        EXPECT_EQ(traces(seed, data, model), traces(seed, data, encode));
         const auto decode = [&](auto& out, auto& in) {
             return bool(base64_decode(out, in, &total));
         };
@@ -123,8 +123,8 @@ TEST_P(Base64, does_with_streams_what_the_model_does) {
             return model_decode(out, in, true, &model_total);
         };
         const std::string text = random_text(random);
-        EXPECT_EQ(traces(seed, text, decode), traces(seed, text, decode_model));
-        EXPECT_EQ(total, model_total);
+        EXPECT_EQ(traces(seed, text, decode_model), traces(seed, text, decode));
+        EXPECT_EQ(model_total, total);
     }
 }
 
@@ -142,10 +142,10 @@ TEST_P(Base64, works_on_buffers_of_exact_size_at_any_alignment) {
         const auto out = std::make_unique<char[]>(out_shift + expected.size());
         std::copy(data.begin(), data.end(), in.get() + in_shift);
         base64_encode(out.get() + out_shift, in.get() + in_shift, data.size(), line_length);
-        EXPECT_EQ(std::string(out.get() + out_shift, expected.size()), expected);
-        ASSERT_EQ(base64_decode(in.get() + in_shift, out.get() + out_shift, expected.size()),
-                  data.size());
-        EXPECT_EQ(std::string(in.get() + in_shift, data.size()), data);
+        EXPECT_EQ(expected, std::string(out.get() + out_shift, expected.size()));
+        ASSERT_EQ(data.size(),
+                  base64_decode(in.get() + in_shift, out.get() + out_shift, expected.size()));
+        EXPECT_EQ(data, std::string(in.get() + in_shift, data.size()));
     }
 }
 
@@ -156,7 +156,7 @@ void expect_decoded_in_place(std::string text) {
     const bool valid = model_decode(dest, src, false, &total);
     const size_t result = base64_decode(text.data(), text.data(), text.size());
     EXPECT_EQ(result, valid ? total : ~size_t{0});
-    EXPECT_EQ(text.substr(0, dest.written.size()), dest.written);
+    EXPECT_EQ(dest.written, text.substr(0, dest.written.size()));
 }
 
 TEST_P(Base64, decodes_buffers_in_place_as_if_character_by_character) {
@@ -172,11 +172,11 @@ TEST(Base64Tables, hold) {
     const auto encoded = [&out](const std::string& data, size_t line_length) {
         return std::string(out, base64_encode(out, data.data(), data.size(), line_length));
     };
-    EXPECT_EQ(encoded("foobar", 4), "Zm9v\r\nYmFy\r\n");
-    EXPECT_EQ(base64_encode(out, "", 0, 10), ~size_t{0});
-    EXPECT_EQ(std::string(out, base64_decode(out, "Q\rQ=\n=QUI=", 10)), "AAB");
+    EXPECT_EQ("Zm9v\r\nYmFy\r\n", encoded("foobar", 4));
+    EXPECT_EQ(~size_t{0}, base64_encode(out, "", 0, 10));
+    EXPECT_EQ("AAB", std::string(out, base64_decode(out, "Q\rQ=\n=QUI=", 10)));
     for (const char* malformed : {"QQ=A", "Q", "QUJ", "=QQQ", "Q=QQ", "QU D", "Q\x80=="})
-        EXPECT_EQ(base64_decode(out, malformed, strlen(malformed)), ~size_t{0}) << malformed;
+        EXPECT_EQ(~size_t{0}, base64_decode(out, malformed, strlen(malformed))) << malformed;
 }
 
 }  // namespace

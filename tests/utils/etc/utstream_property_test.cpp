@@ -17,7 +17,7 @@ struct Expected {
         const size_t most = std::min(asked, left());
         ASSERT_LE(got.size(), most);
         ASSERT_GE(got.size(), whole_reads ? most : std::min<size_t>(most, 1));
-        ASSERT_EQ(got, data.substr(position, got.size()));
+        ASSERT_EQ(data.substr(position, got.size()), got);
         position += got.size();
     }
 };
@@ -29,7 +29,7 @@ void read_at_random(UTIStream& in, Expected& expected, Random& random) {
     case 0: {
         TestOStream out;
         const size_t copied = in.append_to(out, n);
-        ASSERT_EQ(copied, std::min(n, expected.left()));
+        ASSERT_EQ(std::min(n, expected.left()), copied);
         return expected.next_is(out.written, copied);
     }
     case 1: {
@@ -62,12 +62,12 @@ TEST(InputStreams, give_the_bytes_of_their_source_through_any_stack) {
         Expected expected{data, 0, stack.whole_reads};
         for (size_t n = up_to(random, 30); n != 0 && !HasFatalFailure(); --n) {
             read_at_random(in, expected, random);
-            EXPECT_EQ(stack.count ? stack.count() : expected.position, expected.position);
+            EXPECT_EQ(expected.position, stack.count ? stack.count() : expected.position);
         }
         std::string rest(data.size() + 1, '\0');
         UTBufOStream span(rest.data(), rest.size());
         rest.resize(in.safe_append_to(span));
-        EXPECT_EQ(rest, data.substr(expected.position));
+        EXPECT_EQ(data.substr(expected.position), rest);
         EXPECT_TRUE(in.eof());
     }
 }
@@ -106,18 +106,18 @@ TEST(OutputStreams, deliver_a_prefix_through_any_stack) {
                 const size_t taken = write_at_random(stack, rest, random, &offered);
                 EXPECT_LE(taken, ended ? 0 : offered);
                 accepted += taken;
-                EXPECT_EQ(stack.count ? stack.count() : accepted, accepted);
+                EXPECT_EQ(accepted, stack.count ? stack.count() : accepted);
             }
             if (refusals_show && !ended) {
-                EXPECT_EQ(accepted, std::min(capacity, data.size()));
-                EXPECT_EQ(stack.top().eof(), data.size() > capacity);
+                EXPECT_EQ(std::min(capacity, data.size()), accepted);
+                EXPECT_EQ(data.size() > capacity, stack.top().eof());
             }
         }
         // A buffer that is told to end discards what it holds.
         const size_t least = !ended          ? std::min(capacity, data.size())
                              : refusals_show ? accepted
                                              : 0;
-        EXPECT_EQ(block.substr(0, least), data.substr(0, least));
+        EXPECT_EQ(data.substr(0, least), block.substr(0, least));
     }
 }
 

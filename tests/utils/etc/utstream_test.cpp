@@ -31,37 +31,37 @@ struct FourByteOStream : UTBufferedOStream {
 TEST(BufferedStreams, get_takes_an_exact_fit_from_the_span_and_put_does_not) {
     char bytes[8];
     FourByteIStream in(2);
-    EXPECT_EQ(in.get(bytes, 1), 1u);
-    EXPECT_EQ(in.get(bytes, 3), 3u);
-    EXPECT_EQ(in.refills, 1);
+    EXPECT_EQ(1u, in.get(bytes, 1));
+    EXPECT_EQ(3u, in.get(bytes, 3));
+    EXPECT_EQ(1, in.refills);
     FourByteOStream out;
-    EXPECT_EQ(out.put("abc"), 3u);
-    EXPECT_EQ(out.calls, 0);
-    EXPECT_EQ(out.put("d"), 1u);
-    EXPECT_EQ(out.calls, 1);
+    EXPECT_EQ(3u, out.put("abc"));
+    EXPECT_EQ(0, out.calls);
+    EXPECT_EQ(1u, out.put("d"));
+    EXPECT_EQ(1, out.calls);
 }
 
 TEST(BufferedStreams, a_crossing_read_that_ends_with_a_span_refills_at_once) {
     char bytes[8];
     FourByteIStream in(2);
     in.get(bytes, 1);
-    EXPECT_EQ(in.get(bytes, 7), 7u);
-    EXPECT_EQ(in.refills, 3);
+    EXPECT_EQ(7u, in.get(bytes, 7));
+    EXPECT_EQ(3, in.refills);
     EXPECT_TRUE(in.eof());
 }
 
 TEST(UnbufferedStreams, skip_counts_what_it_asked_for) {
     TestIStream in(std::string(5000, 'x'), [] { return 3000; });
-    EXPECT_EQ(in.skip(8000), 8000u);  // pieces of 4096 and 3904, of which 3000 and 2000 arrived
-    EXPECT_EQ(in.requests, (std::vector<size_t>{4096, 3904}));
+    EXPECT_EQ(8000u, in.skip(8000));  // pieces of 4096 and 3904, of which 3000 and 2000 arrived
+    EXPECT_EQ((std::vector<size_t>{4096, 3904}), in.requests);
 }
 
 TEST(StreamBuffers, read_in_blocks_and_write_full_buffers) {
     TestIStream source("abcdefgh", [] { return 3; });
     UTIStreamBuffer in(source, 5);
     char bytes[8];
-    EXPECT_EQ(in.get(bytes, 7), 7u);
-    EXPECT_EQ(source.requests, (std::vector<size_t>{5, 5, 5}));
+    EXPECT_EQ(7u, in.get(bytes, 7));
+    EXPECT_EQ((std::vector<size_t>{5, 5, 5}), source.requests);
 
     std::vector<size_t> writes;
     TestOStream sink([&](TestOStream&, size_t n) {
@@ -70,11 +70,11 @@ TEST(StreamBuffers, read_in_blocks_and_write_full_buffers) {
     });
     {
         UTOStreamBuffer out(sink, 4);
-        for (const char* text : {"abc", "d", "efghij"}) EXPECT_EQ(out.put(text), strlen(text));
+        for (const char* text : {"abc", "d", "efghij"}) EXPECT_EQ(strlen(text), out.put(text));
         out.flush();
         out.put("k");
     }
-    EXPECT_EQ(writes, (std::vector<size_t>{4, 4, 2, 1}));
+    EXPECT_EQ((std::vector<size_t>{4, 4, 2, 1}), writes);
 }
 
 struct ScriptedIStream : TestPartialIStream {
@@ -90,7 +90,7 @@ struct ScriptedIStream : TestPartialIStream {
 
 TEST(PartialBufferedStream, hands_out_one_refill_and_survives_an_empty_one) {
     ScriptedIStream in("abcdef", {4, 0, 2});
-    for (const char* piece : {"abcd", "", "ef", ""}) EXPECT_EQ(in.read(10), piece);
+    for (const char* piece : {"abcd", "", "ef", ""}) EXPECT_EQ(piece, in.read(10));
     EXPECT_TRUE(in.eof());
 }
 
@@ -99,31 +99,31 @@ TEST(FormattedInput, takes_values_in_pieces_and_ends_with_one_that_stalls) {
     uint32 number = 0;
     int32 minus_one = 0;
     in >> number >> minus_one;
-    EXPECT_EQ(number, 0x12345678u);
-    EXPECT_EQ(minus_one, -1);
+    EXPECT_EQ(0x12345678u, number);
+    EXPECT_EQ(-1, minus_one);
     a_mb_char character;
     for (const char* expected : {"\xE2\x82\xAC", "!", "\xE2\x82", ""}) {
         in >> character;
-        EXPECT_EQ(std::string(character.bytes, character.bytes + character.length), expected);
+        EXPECT_EQ(expected, std::string(character.bytes, character.bytes + character.length));
     }
     EXPECT_TRUE(in.eof());
     // What has not begun may still come.
     ScriptedIStream stalling("abcd", {0, 2, 0, 2});
     for (const bool ended : {false, true}) {
         stalling >> number;
-        EXPECT_EQ(stalling.eof(), ended);
-        EXPECT_EQ(number, 0x12345678u);
+        EXPECT_EQ(ended, stalling.eof());
+        EXPECT_EQ(0x12345678u, number);
     }
 }
 
 TEST(PartialBufferedStream, skips_the_wrong_way_round) {
     ScriptedIStream in("0123456789abcdefghijklmnopqrstuv", {10, 15, 2, 1, 3, 1});
     in.read(0);
-    EXPECT_EQ(in.skip(3), 10u);  // too short for the buffer: 7 more are to go
-    EXPECT_EQ(in.read(9), "r");  // 7 twice leave 1 of the next 15, 1 twice are the two after that
+    EXPECT_EQ(10u, in.skip(3));  // too short for the buffer: 7 more are to go
+    EXPECT_EQ("r", in.read(9));  // 7 twice leave 1 of the next 15, 1 twice are the two after that
     in.read(0);
-    EXPECT_EQ(in.skip(9), 9u);  // longer than the buffer: nothing is left to skip
-    EXPECT_EQ(in.read(9), "v");
+    EXPECT_EQ(9u, in.skip(9));  // longer than the buffer: nothing is left to skip
+    EXPECT_EQ("v", in.read(9));
 }
 
 }  // namespace

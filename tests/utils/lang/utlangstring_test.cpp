@@ -19,7 +19,7 @@ const UTLocale german_locale(ls_find_language("de"), utf8);
 std::string text_of(UTLangStringBase& strings, uint32 id, size_t len = 256) {
     std::vector<char> buffer(len, '#');
     const size_t length = strings.GetString(id, buffer.data(), len);
-    EXPECT_EQ(buffer[length], '\0');
+    EXPECT_EQ('\0', buffer[length]);
     return {buffer.data(), length};
 }
 
@@ -48,7 +48,7 @@ TEST(LangString, files_are_searched_in_order) {
     MemoryResFile second(ImageBuilder().Add(1, "not this").Add(2, "two").Image());
     UTLangStringBase strings(german_locale);
     for (UTResFile* file : {&first, &second}) EXPECT_TRUE(strings.AddFile(file));
-    EXPECT_EQ(text_of(strings, 1) + text_of(strings, 2), "onetwo");
+    EXPECT_EQ("onetwo", text_of(strings, 1) + text_of(strings, 2));
 }
 
 TEST(LangString, each_file_is_converted_from_its_own_character_set) {
@@ -59,12 +59,12 @@ TEST(LangString, each_file_is_converted_from_its_own_character_set) {
     strings.AddFile(&wide);
     strings.AddFile(&narrow);
     strings.SetCharset(latin1);
-    EXPECT_EQ(text_of(strings, 1), "\xE9!");
-    EXPECT_EQ(text_of(strings, 2, 3), "\xE9?");
+    EXPECT_EQ("\xE9!", text_of(strings, 1));
+    EXPECT_EQ("\xE9?", text_of(strings, 2, 3));
     strings.SetCharset(utf8);
-    EXPECT_EQ(text_of(strings, 1, 2), "");  // half a character is none
+    EXPECT_EQ("", text_of(strings, 1, 2));  // half a character is none
     strings.SetCharset(ls_find_charset("UTF-16"));
-    EXPECT_EQ(text_of(strings, 2, 7), std::string("\xE9\0\xAC\x20", 4));
+    EXPECT_EQ(std::string("\xE9\0\xAC\x20", 4), text_of(strings, 2, 7));
 }
 
 TEST(LangString, parameters_are_put_into_texts) {
@@ -74,11 +74,11 @@ TEST(LangString, parameters_are_put_into_texts) {
     UTLangStringBase strings(german_locale);
     strings.AddFile(&file);
     char buffer[1024];
-    EXPECT_EQ(strings.FormatMiscLangStr(2, buffer, sizeof buffer, "a"), 511U);
+    EXPECT_EQ(511U, strings.FormatMiscLangStr(2, buffer, sizeof buffer, "a"));
     strings.SetCharset(utf8);
     strings.SetArgCharset(latin1);
     strings.FormatMiscLangStr(1, buffer, sizeof buffer, "\xE9", 5U);
-    EXPECT_STREQ(buffer, "File \xC3\xA9: error 5.");
+    EXPECT_STREQ("File \xC3\xA9: error 5.", buffer);
 }
 
 TEST(LangString, conversions_on_many_threads_do_not_mix) {
@@ -95,7 +95,7 @@ TEST(LangString, conversions_on_many_threads_do_not_mix) {
             char buffer[16];
             for (int i = 0; i < 2000; ++i) {
                 strings.FormatMiscLangStr(id, buffer, sizeof buffer, "\xC3\xA0");
-                ASSERT_EQ(buffer, expected);
+                ASSERT_EQ(expected, buffer);
             }
         });
     }
@@ -104,20 +104,20 @@ TEST(LangString, conversions_on_many_threads_do_not_mix) {
 
 TEST(LangStringInit, takes_the_wanted_language_and_falls_back_to_english) {
     const Files files;
-    EXPECT_EQ(files.Start("de"), Result(LS_INIT_CANT_FIND_FILE));
-    EXPECT_EQ(files.Start("de", true), Result(LS_INIT_CANT_FIND_IQ_FILE));
+    EXPECT_EQ(Result(LS_INIT_CANT_FIND_FILE), files.Start("de"));
+    EXPECT_EQ(Result(LS_INIT_CANT_FIND_IQ_FILE), files.Start("de", true));
     files.Add("nxlgde12.res");
     files.Add("nxlgen12.res");
     files.Add("nxlgen_iq12.res");
     for (const char* label : {"DE_ch.UTF-8", "tlh", static_cast<const char*>(nullptr)})
-        EXPECT_EQ(files.Start(label), Result("nxlgde12.res"));
-    EXPECT_EQ(files.Start("fr"), Result("nxlgen12.res"));
-    EXPECT_EQ(files.Start("de", true), Result("nxlgen_iq12.res"));
+        EXPECT_EQ(Result("nxlgde12.res"), files.Start(label));
+    EXPECT_EQ(Result("nxlgen12.res"), files.Start("fr"));
+    EXPECT_EQ(Result("nxlgen_iq12.res"), files.Start("de", true));
 
     const UTLocale locale(ls_find_language("de"), latin1);
     UTLangString strings(locale, files.folder.c_str());
-    EXPECT_EQ(strings.Init(nullptr, nullptr, false), LS_INIT_OKAY);
-    EXPECT_EQ(text_of(strings, 2), "\xFC") << "the system's character set";
+    EXPECT_EQ(LS_INIT_OKAY, strings.Init(nullptr, nullptr, false));
+    EXPECT_EQ("\xFC", text_of(strings, 2)) << "the system's character set";
 }
 
 TEST(LangStringInit, refuses_versions_1_to_119) {
@@ -126,7 +126,7 @@ TEST(LangStringInit, refuses_versions_1_to_119) {
     for (const auto& [version, result] :
          {std::pair{"1", bad}, {"0119 beta", bad}, {"0", good}, {"99999999999", good}}) {
         files.Add("nxlgde12.res", version);
-        EXPECT_EQ(files.Start("de"), result) << version;
+        EXPECT_EQ(result, files.Start("de")) << version;
     }
 }
 
@@ -138,16 +138,19 @@ TEST(LangStringInit, its_failures_have_texts_without_any_file) {
         return std::string(bytes,
                            strings.GetInitErrorStr(result, bytes, sizeof bytes, label, false));
     };
-    const std::string file = "language resource file (nxlgen12.res)";
-    const std::string loading = "An error occurred loading the " + file + ".";
-    const std::string missing = "Cannot find the " + file + ".";
-    const std::string version = "Language resource file (nxlgen12.res) version mismatch.";
-    const std::string parsing = "An error occurred parsing the SQLLOCALE environment variable.";
-    const std::string english[] = {loading, version, "", missing, parsing, missing, loading, ""};
-    for (uint32 code = 0; code < std::size(english); ++code)
-        EXPECT_EQ(text(code, "en"), english[code]);
-    EXPECT_EQ(text(3, "De"), "Die Sprachdatei (nxlgde12.res) wurde nicht gefunden. "
-                             "Cannot find the language resource file (nxlgde12.res).");
+    const char* const english[] = {
+        "An error occurred loading the language resource file (nxlgen12.res).",
+        "Language resource file (nxlgen12.res) version mismatch.",
+        "",
+        "Cannot find the language resource file (nxlgen12.res).",
+        "An error occurred parsing the SQLLOCALE environment variable.",
+    };
+    for (const auto& [code, same_as] :
+         {std::pair{0, 0}, {1, 1}, {2, 2}, {3, 3}, {4, 4}, {5, 3}, {6, 0}, {7, 2}})
+        EXPECT_EQ(english[same_as], text(code, "en")) << code;
+    EXPECT_EQ("Die Sprachdatei (nxlgde12.res) wurde nicht gefunden. "
+              "Cannot find the language resource file (nxlgde12.res).",
+              text(3, "De"));
     for (const char* label : {"de", "fr", "es", "ja", "zh"})
-        EXPECT_THAT(text(4, label), testing::MatchesRegex("[^A].*SQLLOCALE.* " + parsing)) << label;
+        EXPECT_THAT(text(4, label), testing::MatchesRegex("[^A].*SQLLOCALE.* An error.*")) << label;
 }

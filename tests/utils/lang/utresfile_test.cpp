@@ -35,8 +35,8 @@ TEST(ResFile, every_division_into_levels_finds_every_text) {
         ImageBuilder builder(bits);
         for (uint32 id : ids) builder.Add(id, "text " + std::to_string(id));
         MemoryResFile file(builder.Image());
-        for (uint32 id : ids) EXPECT_EQ(text_of(file, id), "text " + std::to_string(id));
-        for (uint32 absent : {2U, 0x1236U, 0x1334U}) EXPECT_EQ(text_of(file, absent), "");
+        for (uint32 id : ids) EXPECT_EQ("text " + std::to_string(id), text_of(file, id));
+        for (uint32 absent : {2U, 0x1236U, 0x1334U}) EXPECT_EQ("", text_of(file, absent));
     }
 }
 
@@ -66,7 +66,7 @@ TEST(ResFile, an_image_cut_anywhere_gives_whole_texts_or_none) {
     MemoryResFile complete(whole);
     for (size_t size = 0; size < whole.size(); ++size) {
         MemoryResFile file(whole.substr(0, size));
-        EXPECT_EQ(file.IsOpen(), size > RootTable) << size;
+        EXPECT_EQ(size > RootTable, file.IsOpen()) << size;
         for (uint32 id : {0U, 0x1234U, 0xFFFFU}) {
             EXPECT_THAT(text_of(file, id), testing::AnyOf("", text_of(complete, id))) << size;
         }
@@ -74,40 +74,28 @@ TEST(ResFile, an_image_cut_anywhere_gives_whole_texts_or_none) {
 }
 
 TEST(ResFile, an_offset_or_length_that_leaves_the_image_is_no_text) {
-    const size_t entry = RootTable + 4 * 0x12;
     const uint32 size = static_cast<uint32>(sample().Image().size());
-    const uint32 table = sample().Word(entry);
-    for (const uint32 offset : {size, size - 1, size - 0x34 * 4 - 3, 0xFFFFFFFFU, 0xFFFFFF30U}) {
-        ImageBuilder first_level = sample();
-        first_level.SetWord(entry, offset);
-        EXPECT_EQ(text_in(first_level.Image(), 0x1234), "") << offset;
-        ImageBuilder last_level = sample();
-        last_level.SetWord(table + 4 * 0x34, offset);
-        EXPECT_EQ(text_in(last_level.Image(), 0x1234), "") << offset;
+    const uint32 first_level = RootTable + 4 * 0x12;
+    for (const uint32 entry : {first_level, sample().Word(first_level) + 4 * 0x34}) {
+        for (const uint32 offset :
+             {size, size - 1, size - 0x34 * 4 - 3, 0xFFFFFFFFU, 0xFFFFFF30U}) {
+            ImageBuilder builder = sample();
+            builder.SetWord(entry, offset);
+            EXPECT_EQ("", text_in(builder.Image(), 0x1234)) << offset;
+        }
     }
-
     std::string image = sample().Add(0x1236, "tail").Image();
     image[image.size() - 6] = 5;
-    EXPECT_EQ(text_in(image, 0x1236), "");
+    EXPECT_EQ("", text_in(image, 0x1236));
 }
 
 TEST(ResFile, units_of_16_bits_are_counted_as_such) {
     MemoryResFile file(ImageBuilder().Add(7, std::string("a\0\xAC\x20!", 5)).Image());
     uint16 units[3] = {9, 9, 9};
-    EXPECT_EQ(file.GetStringUTF16(7, units, 2), 1U);
+    EXPECT_EQ(1U, file.GetStringUTF16(7, units, 2));
     EXPECT_THAT(units, testing::ElementsAre('a', 0, 9));
-}
-
-TEST(ResFile, an_empty_text_is_terminated_and_a_missing_one_leaves_the_buffer_alone) {
-    MemoryResFile file(ImageBuilder().Add(7, "").Add(9, "x").Image());
-    const std::pair<uint32, char> rows[] = {{7, '\0'}, {8, '#'}};
-    for (const auto& [id, first] : rows) {
-        char text[] = "##";
-        uint16 units[] = {'#', '#'};
-        EXPECT_EQ(file.GetString(id, text, 2) + file.GetStringUTF16(id, units, 2), 0U);
-        EXPECT_THAT(text, testing::ElementsAre(first, '#', '\0'));
-        EXPECT_THAT(units, testing::ElementsAre(first, '#'));
-    }
+    EXPECT_EQ(0U, file.GetStringUTF16(8, units, 2));
+    EXPECT_THAT(units, testing::ElementsAre('a', 0, 9)) << "a missing text leaves the buffer alone";
 }
 
 TEST(ResFile, the_description_names_the_character_set) {
@@ -120,7 +108,7 @@ TEST(ResFile, the_description_names_the_character_set) {
     };
     for (const auto& [description, label] : rows) {
         MemoryResFile file(ImageBuilder().Add(RES_DESCRIPTION_STRING, description).Image());
-        EXPECT_EQ(file.GetCharset(), ls_find_charset(label)) << description;
+        EXPECT_EQ(ls_find_charset(label), file.GetCharset()) << description;
     }
 }
 
@@ -128,13 +116,13 @@ TEST(ResFile, only_an_image_opens_and_only_one_at_a_time) {
     ScratchFolder scratch;
     const std::string good = scratch.file_with("good.res", sample().Image());
     const std::string pipe = scratch.file("pipe");
-    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
     UTQXResFile file;
     for (const std::string& bad :
          {scratch.file("missing"), scratch.file("."), pipe, scratch.file_with("junk", "RESO")}) {
         EXPECT_TRUE(file.Open(good.c_str()));
-        EXPECT_EQ(text_of(file, 0x1234), "found");
+        EXPECT_EQ("found", text_of(file, 0x1234));
         EXPECT_FALSE(file.Open(bad.c_str())) << bad;
-        EXPECT_EQ(text_of(file, 0x1234), "");
+        EXPECT_EQ("", text_of(file, 0x1234));
     }
 }

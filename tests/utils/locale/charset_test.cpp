@@ -45,32 +45,32 @@ TEST(Charset, every_row_is_found_by_its_names_and_known_to_iconv) {
     for (uint32 i = 0; (row = ls_charset_at(i)) != nullptr; ++i) {
         SCOPED_TRACE(row->label);
         EXPECT_TRUE(ids.insert(row->id).second);
-        EXPECT_EQ(ls_find_charset(row->label), row);
-        EXPECT_EQ(ls_find_charset_by_id(row->id), row);
-        EXPECT_EQ(converts(row, ls_find_charset("UTF-8")),
-                  row->id != CHARSET_UTF8 && row->id != CHARSET_US_ASCII);
+        EXPECT_EQ(row, ls_find_charset(row->label));
+        EXPECT_EQ(row, ls_find_charset_by_id(row->id));
+        EXPECT_EQ(row->id != CHARSET_UTF8 && row->id != CHARSET_US_ASCII,
+                  converts(row, ls_find_charset("UTF-8")));
     }
-    EXPECT_EQ(ls_find_charset("UTF-16")->id, 55);
+    EXPECT_EQ(55, ls_find_charset("UTF-16")->id);
 }
 
 TEST(Names, are_compared_without_case_and_punctuation) {
     for (const char* name : {"ISO8859-1", "iso_8859_1", "Latin-1"})
-        EXPECT_STREQ(label_of(ls_find_charset(name)), "ISO-8859-1");
+        EXPECT_STREQ("ISO-8859-1", label_of(ls_find_charset(name)));
     for (const char* none : {static_cast<const char*>(nullptr), "", "ISO-8859", "UTF-80"})
-        EXPECT_EQ(ls_find_charset(none), nullptr);
+        EXPECT_EQ(nullptr, ls_find_charset(none));
     const std::pair<const char*, const char*> languages[] = {
         {"de", "DE_ch.UTF-8@euro"}, {"de", "german"}, {"zh-Hant", "zh_TW.Big5"},
         {nullptr, nullptr},         {nullptr, "deu"}, {nullptr, "C.UTF-8"}};
     for (const auto& [label, name] : languages) {
         const LanguageInfo* found = ls_find_language(name);
-        EXPECT_STREQ(found != nullptr ? found->iso_label : nullptr, label);
+        EXPECT_STREQ(label, found != nullptr ? found->iso_label : nullptr);
     }
 }
 
 TEST(Charset, japanese_files_are_named_after_the_readers_character_set) {
     for (const auto& [label, part] :
          {std::pair{"Shift_JIS", "_sjis"}, {"EUC-JP", "_eucjp"}, {"", "_utf8"}}) {
-        EXPECT_STREQ(ls_japanese_part(ls_find_charset(label)), part);
+        EXPECT_STREQ(part, ls_japanese_part(ls_find_charset(label)));
     }
 }
 
@@ -96,10 +96,10 @@ TEST(CharsetConverter, converts_between_character_sets) {
     };
     for (const auto& row : rows) {
         size_t lost = 0;
-        EXPECT_EQ(converted(row.from, row.to, row.text, 64, &lost), row.result) << row.from;
-        EXPECT_EQ(lost, row.lost) << row.from << row.to;
+        EXPECT_EQ(row.result, converted(row.from, row.to, row.text, 64, &lost)) << row.from;
+        EXPECT_EQ(row.lost, lost) << row.from << row.to;
     }
     for (size_t len = 0; len <= 6; ++len)  // what does not fit goes as a whole
-        EXPECT_EQ(converted("ISO-8859-1", "UTF-8", "\xE9\xE9\xE9", len).size(), len / 2 * 2);
-    EXPECT_EQ(converted("windows-1255", "US-ASCII", "a\xF9", 1), "a");
+        EXPECT_EQ(len / 2 * 2, converted("ISO-8859-1", "UTF-8", "\xE9\xE9\xE9", len).size());
+    EXPECT_EQ("a", converted("windows-1255", "US-ASCII", "a\xF9", 1));
 }

@@ -38,8 +38,8 @@ TEST(Locale, the_environment_names_what_the_process_has_not_set) {
     };
     for (const auto& row : rows) {
         const Environment environment(row.all, row.ctype, row.messages, row.lang);
-        EXPECT_STREQ(label_of(ls_detect_charset()), row.charset);
-        EXPECT_STREQ(ls_detect_language()->iso_label, row.language);
-        EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), "C") << "the process's locale was changed";
+        EXPECT_STREQ(row.charset, label_of(ls_detect_charset()));
+        EXPECT_STREQ(row.language, ls_detect_language()->iso_label);
+        EXPECT_STREQ("C", std::setlocale(LC_ALL, nullptr)) << "the process's locale was changed";
     }
 }

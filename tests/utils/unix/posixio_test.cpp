@@ -16,6 +16,7 @@
 
 #include "tests/scratch.h"
 #include "tests/wrapped.h"
+#include "utils/unix/utdescriptor.h"
 
 // Each wrapped system call asks the plan first: a negative answer fails it with that errno, a
 // positive one limits its length, 0 lets it pass.
@@ -85,18 +86,21 @@ int __wrap_open64(const char* path, int flags, mode_t mode) {
 }
 }
 
+// What each call does to a file, and the same on a path and a descriptor that do not exist.
 TEST_F(Posixio, every_other_call_has_its_effect_through_interruptions_and_reports_its_failure) {
-    const std::string file = scratch.file_with("file", "abcdef"), moved = scratch.file("moved");
-    const std::string folder = scratch.file("folder"), nowhere = scratch.file("none/x");
-    const char *at = file.c_str(), *gone = nowhere.c_str();
-    const int fd = _posix_open(at, O_RDWR, 0);
-    const utimbuf times{4000000000, 4000000001};  // after 2038
+    using Path = const std::string&;
+    const std::string path = scratch.file_with("file", "abcdef"), gone = scratch.file("none/x");
+    const int fd = _posix_open(path.c_str(), O_RDWR, 0);
+    static constexpr utimbuf times{4000000000, 4000000001};  // after 2038
     a_posix_statbuf found;
-    const auto stat_of_file = [&]() -> const a_posix_statbuf& {
-        EXPECT_EQ(_posix_fstat(fd, &found), 0);
+    const auto file = [&]() -> const a_posix_statbuf& {
+        EXPECT_EQ(0, _posix_fstat(fd, &found));
         return found;
     };
-    const auto locked_for_others = [&] {
+    const auto is_there = [&](const char* ending) {
+        return _posix_lstat((path + ending).c_str(), &found) == 0;
+    };
+    const auto is_locked_for_others = [&] {
         const pid_t other = fork();
         if (other == 0) _exit(_posix_lockf(fd, F_TEST, 0) == -1 ? 0 : 1);
         int ended = 1;
@@ -104,56 +108,42 @@ TEST_F(Posixio, every_other_call_has_its_effect_through_interruptions_and_report
     };
     const struct {
         const char* name;
-        std::function<int()> call;
+        int (*call)(Path path, int fd);
         std::function<bool()> has_effect;
-        std::function<int()> failing;
-        int error;
     } steps[] = {
-        {"access", [=] { return _posix_access(at, R_OK); }, [] { return true; },
-         [=] { return _posix_access(gone, R_OK); }, ENOENT},
-        {"chmod", [=] { return _posix_chmod(at, 0640); },
-         [&] { return stat_of_file().pst_mode == (S_IFREG | 0640); },
-         [=] { return _posix_chmod(gone, 0640); }, ENOENT},
-        {"truncate", [=] { return _posix_truncate(at, 4); },
-         [&] { return stat_of_file().pst_size == 4 && _posix_filelength(fd) == 4; },
-         [=] { return _posix_truncate(at, -1); }, EINVAL},
-        {"ftruncate", [=] { return _posix_ftruncate(fd, int64{1} << 32); },
-         [&] { return stat_of_file().pst_size == uint64{1} << 32; },
-         [] { return _posix_ftruncate(-1, 0); }, EBADF},
-        {"fsync", [=] { return _posix_fsync(fd); }, [] { return true; },
-         [] { return _posix_fsync(-1); }, EBADF},
-        {"fdatasync", [=] { return _posix_fdatasync(fd); }, [] { return true; },
-         [] { return _posix_fdatasync(-1); }, EBADF},
-        {"lockf", [=] { return _posix_lockf(fd, F_TLOCK, 0); }, locked_for_others,
-         [] { return _posix_lockf(-1, F_TLOCK, 0); }, EBADF},
-        {"utime", [&] { return _posix_utime(at, &times); },
-         [&] { return stat_of_file().pst_mtime == times.modtime; },
-         [=] { return _posix_utime(gone, nullptr); }, ENOENT},
-        {"rename", [&] { return _posix_rename(at, moved.c_str()); },
-         [&] { return _posix_lstat(at, &found) == -1 && _posix_access(moved.c_str(), F_OK) == 0; },
-         [=] { return _posix_rename(gone, at); }, ENOENT},
-        {"unlink", [&] { return _posix_unlink(moved.c_str()); },
-         [&] { return _posix_access(moved.c_str(), F_OK) == -1; },
-         [=] { return _posix_unlink(gone); }, ENOENT},
-        {"mkdir", [&] { return _posix_mkdir(folder.c_str(), 0700); },
-         [&] { return _posix_mkdir(folder.c_str(), 0700) == -1 && errno == EEXIST; },
-         [=] { return _posix_mkdir(gone, 0700); }, ENOENT},
-        {"chdir", [&] { return _posix_chdir(folder.c_str()); },
-         [] { return _posix_access("../folder", F_OK) == 0; }, [=] { return _posix_chdir(gone); },
-         ENOENT},
+        {"access", [](Path at, int) { return _posix_access(at.c_str(), R_OK); }, nullptr},
+        {"chmod", [](Path at, int) { return _posix_chmod(at.c_str(), 0640); },
+         [&] { return file().pst_mode == (S_IFREG | 0640); }},
+        {"truncate", [](Path at, int) { return _posix_truncate(at.c_str(), 4); },
+         [&] { return file().pst_size == 4 && _posix_filelength(fd) == 4; }},
+        {"ftruncate", [](Path, int at) { return _posix_ftruncate(at, int64{1} << 32); },
+         [&] { return file().pst_size == uint64{1} << 32; }},
+        {"fsync", [](Path, int at) { return _posix_fsync(at); }, nullptr},
+        {"fdatasync", [](Path, int at) { return _posix_fdatasync(at); }, nullptr},
+        {"lockf", [](Path, int at) { return _posix_lockf(at, F_TLOCK, 0); }, is_locked_for_others},
+        {"utime", [](Path at, int) { return _posix_utime(at.c_str(), &times); },
+         [&] { return file().pst_mtime == times.modtime; }},
+        {"mkdir", [](Path at, int) { return _posix_mkdir((at + "-d").c_str(), 0700); },
+         [&] { return is_there("-d") && S_ISDIR(found.pst_mode); }},
+        {"chdir", [](Path at, int) { return _posix_chdir((at + "-d").c_str()); },
+         [] { return _posix_access("../file-d", F_OK) == 0; }},
+        {"rename", [](Path at, int) { return _posix_rename(at.c_str(), (at + "-2").c_str()); },
+         [&] { return is_there("-2") && !is_there(""); }},
+        {"unlink", [](Path at, int) { return _posix_unlink((at + "-2").c_str()); },
+         [&] { return !is_there("-2"); }},
     };
     const std::filesystem::path before = std::filesystem::current_path();
     for (const auto& step : steps) {
         SCOPED_TRACE(step.name);
         plan_faults(2, EINTR);
-        EXPECT_EQ(step.call(), 0);
-        EXPECT_EQ(plan(), 0) << "the call was not repeated";
-        EXPECT_TRUE(step.has_effect());
-        EXPECT_EQ(step.failing(), -1);
-        EXPECT_EQ(errno, step.error);
+        EXPECT_EQ(0, step.call(path, fd));
+        EXPECT_EQ(0, plan()) << "the call was not repeated";
+        EXPECT_TRUE(step.has_effect == nullptr || step.has_effect());
+        EXPECT_EQ(-1, step.call(gone, -1));
+        EXPECT_TRUE(errno == ENOENT || errno == EBADF) << errno;
     }
     std::filesystem::current_path(before);
-    EXPECT_EQ(_posix_umask(_posix_umask(027)), mode_t{027});
+    EXPECT_EQ(mode_t{027}, _posix_umask(_posix_umask(027)));
     _posix_close(fd);
 }
 
@@ -163,68 +153,64 @@ TEST_F(Posixio, completes_transfers_through_interruptions_and_short_counts) {
     plan_faults(3, EINTR);
     const int fd = _posix_open(path.c_str(), O_RDWR | O_CREAT, 0600);
     plan_faults(2, EINTR, 100);
-    EXPECT_EQ(_posix_write(fd, bytes.data(), 32768), 32768);
+    EXPECT_EQ(32768, _posix_write(fd, bytes.data(), 32768));
     plan_faults(2, EINTR, 2);
-    EXPECT_EQ(_posix_pwrite(fd, "end", 3, 32768), 3);
-    EXPECT_EQ(_posix_lseek(fd, 0, SEEK_SET), 0);
+    EXPECT_EQ(3, _posix_pwrite(fd, "end", 3, 32768));
+    EXPECT_EQ(0, _posix_lseek(fd, 0, SEEK_SET));
     plan_faults(2, EINTR, 100);
-    EXPECT_EQ(_posix_read(fd, back.data(), back.size()), 32771);
-    EXPECT_EQ(back.substr(0, 32771), bytes);
+    EXPECT_EQ(32771, _posix_read(fd, back.data(), back.size()));
+    EXPECT_EQ(bytes, back.substr(0, 32771));
     plan_faults(2, EINTR, 7);
-    EXPECT_EQ(_posix_pread(fd, back.data(), 100, 32760), 11);
-    EXPECT_EQ(back.substr(0, 11), bytes.substr(32760));
+    EXPECT_EQ(11, _posix_pread(fd, back.data(), 100, 32760));
+    EXPECT_EQ(bytes.substr(32760), back.substr(0, 11));
     a_posix_statbuf found = {};
     plan_faults(3, EINTR);
-    EXPECT_EQ(_posix_stat(path.c_str(), &found), 0);
-    EXPECT_EQ(found.pst_size, 32771U);
-    EXPECT_EQ(found.pst_mode, mode_t{S_IFREG | 0600});
-    plan_faults(1, EINTR);
-    EXPECT_EQ(_posix_close(fd), 0);
-}
+    EXPECT_EQ(0, _posix_stat(path.c_str(), &found));
+    EXPECT_EQ(32771U, found.pst_size);
+    EXPECT_EQ(mode_t{S_IFREG | 0600}, found.pst_mode);
 
-TEST_F(Posixio, reports_other_failures_and_asks_nothing_for_length_zero) {
-    char byte = 'x';
-    const auto read = [&](size_t n) { return _posix_read(0, &byte, n); };
-    const auto write = [&](size_t n) { return _posix_write(1, &byte, n); };
-    for (const int error : {EIO, EAGAIN, ENOSPC}) {
-        plan_faults(2, error);
-        EXPECT_TRUE(read(1) == -1 && errno == error) << error;
-        EXPECT_TRUE(write(1) == -1 && errno == error) << error;
-    }
+    plan_faults(2, EIO);
+    EXPECT_TRUE(_posix_read(fd, back.data(), 1) == -1 && errno == EIO);
+    EXPECT_TRUE(_posix_write(fd, "x", 1) == -1 && errno == EIO);
     plan_faults(1, EIO);
-    EXPECT_TRUE(read(0) == 0 && write(0) == 0);
-    EXPECT_EQ(plan(), -EIO) << "a system call was made";
+    EXPECT_TRUE(_posix_read(fd, back.data(), 0) == 0 && _posix_write(fd, "x", 0) == 0);
+    EXPECT_EQ(-EIO, plan()) << "a system call was made for length 0";
+    plan_faults(1, EINTR);
+    EXPECT_EQ(0, _posix_close(fd));
 }
 
 TEST_F(Posixio, every_open_is_close_on_exec_and_takes_no_terminal_from_the_start) {
-    const std::string path = scratch.file_with("data", "abc"), fresh = scratch.file("fresh");
-    const auto opened = [](int fd, int flags) {
-        EXPECT_EQ(open_flags, flags | O_CLOEXEC | O_NOCTTY);
-        EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
+    const std::string path = scratch.file("data");
+    const auto opened = [](int flags, int fd) {
+        EXPECT_EQ(flags | O_CLOEXEC | O_NOCTTY, open_flags);
+        EXPECT_EQ(FD_CLOEXEC, fcntl(fd, F_GETFD));
         return fd;
     };
     const char* const at = path.c_str();
-    _posix_close(opened(_posix_open(at, O_RDONLY, 0), O_RDONLY));
-    _posix_close(opened(_posix_sopen(at, O_RDWR, POSIX_SHARE_NONE, 0), O_RDWR));
-    _posix_close(opened(_posix_creat(at, 0600), O_WRONLY | O_CREAT | O_TRUNC));
-    const std::pair<const char*, int> modes[] = {{"wx", O_WRONLY | O_CREAT | O_TRUNC | O_EXCL},
-                                                 {"ro", O_RDONLY},
-                                                 {"rb+", O_RDWR},
-                                                 {"a+", O_RDWR | O_CREAT | O_APPEND}};
-    for (const auto& [mode, flags] : modes) {
-        std::FILE* const stream = _posix_fopen(fresh.c_str(), mode);
-        ASSERT_NE(stream, nullptr) << mode;
-        opened(fileno(stream), flags);
+    constexpr int create = O_CREAT | O_TRUNC, append = O_CREAT | O_APPEND;
+    _posix_close(opened(O_WRONLY | create, _posix_creat(at, 0600)));
+    _posix_close(opened(O_RDONLY, _posix_open(at, O_RDONLY, 0)));
+    _posix_close(opened(O_RDWR, _posix_sopen(at, O_RDWR, POSIX_SHARE_NONE, 0)));
+    const struct {
+        const char* mode;
+        int flags;
+        long position;
+    } modes[] = {{"w", O_WRONLY | create, 0},
+                 {"a", O_WRONLY | append, 3},
+                 {"a+", O_RDWR | append, 0},
+                 {"ro", O_RDONLY, 0},
+                 {"rb+", O_RDWR, 0}};
+    for (const auto& [mode, flags, position] : modes) {
+        std::FILE* const stream = _posix_fopen(at, mode);
+        ASSERT_NE(nullptr, stream) << mode;
+        opened(flags, fileno(stream));
+        EXPECT_EQ(position, ftell(stream)) << mode;
+        if (mode[0] == 'w') fputs("abc", stream);
         fclose(stream);
     }
-    for (const long size : {0, 3}) {
-        std::FILE* const log = _posix_fopen(fresh.c_str(), "a");
-        EXPECT_EQ(ftell(log), size);
-        fputs("abc", log);
-        fclose(log);
-    }
+    EXPECT_TRUE(_posix_fopen(at, "wx") == nullptr && errno == EEXIST);
     for (const char* mode : {"", "x", "r,ccs=UTF-8"})
-        EXPECT_TRUE(_posix_fopen(fresh.c_str(), mode) == nullptr && errno == EINVAL) << mode;
+        EXPECT_TRUE(_posix_fopen(at, mode) == nullptr && errno == EINVAL) << mode;
 }
 
 bool is_pending(int signal) {
@@ -235,10 +221,10 @@ bool is_pending(int signal) {
 
 void write_to_a_broken_pipe() {
     int pipe_ends[2];
-    ASSERT_EQ(pipe(pipe_ends), 0);
+    ASSERT_EQ(0, pipe(pipe_ends));
     _posix_close(pipe_ends[0]);
-    EXPECT_EQ(_posix_write(pipe_ends[1], "x", 1), -1);
-    EXPECT_EQ(errno, EPIPE);
+    EXPECT_EQ(-1, _posix_write(pipe_ends[1], "x", 1));
+    EXPECT_EQ(EPIPE, errno);
     _posix_close(pipe_ends[1]);
 }
 
@@ -253,7 +239,7 @@ TEST_F(Posixio, a_refused_write_raises_no_signal_and_one_that_the_host_holds_bac
     const int extended = _posix_ftruncate(fd, 100);
     setrlimit(RLIMIT_FSIZE, &before);
     EXPECT_TRUE(refused);
-    EXPECT_EQ(extended, -1);
+    EXPECT_EQ(-1, extended);
     _posix_close(fd);
     EXPECT_FALSE(is_pending(SIGPIPE) || is_pending(SIGXFSZ));
 
@@ -269,37 +255,40 @@ TEST_F(Posixio, a_refused_write_raises_no_signal_and_one_that_the_host_holds_bac
     pthread_sigmask(SIG_UNBLOCK, &held, nullptr);
 }
 
+// An errno, 255 where a descriptor stayed behind, 0 where the file may be opened.
+int sopen_in_another_process(const char* path, int flags, int share) {
+    const pid_t other = fork();
+    if (other == 0) {
+        const int next = dup(0);
+        close(next);
+        const int fd = _posix_sopen(path, flags, share, 0);
+        const int error = fd == -1 ? errno : 0;
+        _exit(fd != -1 || dup(0) == next ? error : 255);
+    }
+    int ended = -1;
+    waitpid(other, &ended, 0);
+    return WEXITSTATUS(ended);
+}
+
 TEST_F(Posixio, sopen_keeps_processes_apart_as_the_share_value_says) {
     const std::string path = scratch.file_with("data", "abc");
-    struct {
-        int holder_flags;  // of the other process, which keeps the lock while it opens here
-        int flags;
-        int share;
-        int error;  // 0: may open
-    } const cases[] = {
+    constexpr int other_share = 0x20;
+    const struct {
+        int holder_flags, flags, share, error;
+    } cases[] = {
         {O_WRONLY, O_RDONLY, POSIX_SHARE_TEST, EAGAIN},
         {O_WRONLY, O_RDONLY, POSIX_SHARE_NONE, 0},
-        {O_WRONLY, O_RDONLY, 0x20, EAGAIN},
+        {O_WRONLY, O_RDONLY, other_share, EAGAIN},
         {O_WRONLY, O_RDWR, POSIX_SHARE_NONE, EAGAIN},
         {O_RDONLY, O_RDONLY, POSIX_SHARE_TEST, 0},
-        {O_RDONLY, O_RDONLY, 0x10, 0},
+        {O_RDONLY, O_RDONLY, other_share, 0},
         {O_RDONLY, O_WRONLY, POSIX_SHARE_TEST, EAGAIN},
     };
-    for (const auto& c : cases) {
-        const int holder = _posix_sopen(path.c_str(), c.holder_flags, 0x20, 0);
-        EXPECT_NE(holder, -1);
-        const pid_t other = fork();
-        if (other == 0) {
-            const int next = dup(0);
-            close(next);
-            const int fd = _posix_sopen(path.c_str(), c.flags, c.share, 0);
-            const int error = fd == -1 ? errno : 0;
-            _exit(fd != -1 || dup(0) == next ? error : 255);  // 255: a descriptor stayed open
-        }
-        int ended = -1;
-        waitpid(other, &ended, 0);
-        EXPECT_EQ(ended, W_EXITCODE(c.error, 0)) << c.holder_flags << c.flags << ' ' << c.share;
-        _posix_close(holder);
+    for (const auto& [holder_flags, flags, share, error] : cases) {
+        const UTDescriptor holder(_posix_sopen(path.c_str(), holder_flags, other_share, 0));
+        EXPECT_TRUE(holder.is_open());
+        EXPECT_EQ(error, sopen_in_another_process(path.c_str(), flags, share))
+            << holder_flags << flags << ' ' << share;
     }
 }
 
@@ -332,5 +321,5 @@ TEST_F(Posixio, a_terminal_does_not_stop_a_process_in_the_background) {
     waitpid(leader, &ended, 0);
     close(terminal);
     EXPECT_TRUE(WIFEXITED(ended));
-    EXPECT_EQ(WEXITSTATUS(ended), 0) << "2: stopped, 1: refused or let through wrongly";
+    EXPECT_EQ(0, WEXITSTATUS(ended)) << "2: stopped, 1: refused or let through wrongly";
 }

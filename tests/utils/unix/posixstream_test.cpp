@@ -24,30 +24,30 @@ struct PosixStream : testing::Test {
 TEST_F(PosixStream, writes_a_file_and_reads_it_back) {
     PosixOStream out;
     ASSERT_TRUE(out.open(name.c_str(), O_WRONLY | O_TRUNC, 0600));
-    EXPECT_EQ(out.put("hello, "), 7u);
+    EXPECT_EQ(7u, out.put("hello, "));
     out << uint32{1} << " world";
     out.close();
 
     PosixIStream in;
     ASSERT_TRUE(in.sopen(name.c_str(), O_RDONLY, 0x40, 0));
-    EXPECT_EQ(rest_of(in), "hello, 1 world");
-    EXPECT_EQ(rest_of(in), "");
+    EXPECT_EQ("hello, 1 world", rest_of(in));
+    EXPECT_EQ("", rest_of(in));
     EXPECT_TRUE(in.eof());
 }
 
 TEST_F(PosixStream, keeps_the_system_error_that_ended_it) {
     PosixIStream in;
     EXPECT_FALSE(in.open((name + "-missing").c_str(), O_RDONLY, 0));
-    EXPECT_EQ(in.get_last_error(), UTErrorCode(ET_POSIX, ENOENT));
+    EXPECT_EQ(UTErrorCode(ET_POSIX, ENOENT), in.get_last_error());
     ASSERT_TRUE(in.open("/", O_RDONLY, 0));
-    EXPECT_EQ(rest_of(in), "");
-    EXPECT_EQ(in.get_last_error().code(), uint32{EISDIR});
+    EXPECT_EQ("", rest_of(in));
+    EXPECT_EQ(uint32{EISDIR}, in.get_last_error().code());
 
     PosixOStream full;
     ASSERT_TRUE(full.open("/dev/full", O_WRONLY, 0));
-    EXPECT_EQ(full.put("x"), 0u);
+    EXPECT_EQ(0u, full.put("x"));
     EXPECT_TRUE(full.eof());
-    EXPECT_EQ(full.get_last_error().code(), uint32{ENOSPC});
+    EXPECT_EQ(uint32{ENOSPC}, full.get_last_error().code());
 }
 
 TEST_F(PosixStream, destruction_and_opening_anew_close_what_the_stream_owns) {
@@ -57,7 +57,7 @@ TEST_F(PosixStream, destruction_and_opening_anew_close_what_the_stream_owns) {
             PosixOStream out(fd, how % 2 == 1);
             EXPECT_TRUE(how < 2 || out.open("/dev/null", O_WRONLY, 0));
         }
-        EXPECT_EQ(close(fd), how % 2 == 1 ? -1 : 0);
+        EXPECT_EQ(how % 2 == 1 ? -1 : 0, close(fd));
     }
 }
 

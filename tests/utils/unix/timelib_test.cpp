@@ -26,7 +26,7 @@ a_timer_tick sample_at(long raw) {
 void start_at(long raw, uint64 wall) {
     raw_now = raw;
     wall_now = wall;
-    EXPECT_EQ(timelib_init(), 1);
+    EXPECT_EQ(1, timelib_init());
     wall_reads = 0;
 }
 
@@ -52,22 +52,22 @@ TEST_F(Timelib, extends_the_raw_counter_over_its_wraps) {
         {0x00000000, 0x100000000},                      // more than a quarter: wrapped
         {static_cast<long>(0xFFFFFFFFu), 0x17FFFFFFF},  // the counter's top bit is not read
     };
-    for (const auto& [raw, tick] : samples) EXPECT_EQ(sample_at(raw).ticks(), tick);
+    for (const auto& [raw, tick] : samples) EXPECT_EQ(tick, sample_at(raw).ticks());
 }
 
 TEST_F(Timelib, refreshes_the_wall_clock_correction_after_more_than_five_seconds) {
     start_at(1000, 7000000);
     wall_now = 17000000 - 300;  // ten seconds on, the wall clock has lost 300 us against the timer
     sample_at(1500);
-    EXPECT_EQ(wall_reads, 0);
+    EXPECT_EQ(0, wall_reads);
     sample_at(1501);
     sample_at(2000);
-    EXPECT_EQ(wall_reads, 1);
+    EXPECT_EQ(1, wall_reads);
 
     wall_now = 7000000 + 10100000 - 300;
     const a_timer_tick tick = sample_at(2010);
-    EXPECT_EQ(wall_reads, 2);
-    EXPECT_EQ(a_tod_tick(tick + a_timer_tick::Seconds(2)).ticks(), wall_now + 2000000);
+    EXPECT_EQ(2, wall_reads);
+    EXPECT_EQ(wall_now + 2000000, a_tod_tick(tick + a_timer_tick::Seconds(2)).ticks());
 }
 
 TEST_F(Timelib, turns_wall_clock_time_into_a_local_timestamp) {
@@ -78,9 +78,9 @@ TEST_F(Timelib, turns_wall_clock_time_into_a_local_timestamp) {
     a_tod_tick tick;
     tick.sample();
     tick.to_timestamp(&stamp);
-    EXPECT_EQ(stamp.date, 2460370);
-    EXPECT_EQ(stamp.seconds, 86399u);
-    EXPECT_EQ(stamp.microseconds, 654321u);
+    EXPECT_EQ(2460370, stamp.date);
+    EXPECT_EQ(86399u, stamp.seconds);
+    EXPECT_EQ(654321u, stamp.microseconds);
     unsetenv("TZ");
     tzset();
 }

@@ -10,9 +10,9 @@ namespace {
 
 void expect_pool(std::size_t in_use, std::size_t free) {
     const a_ut_mutex_pool_state state = ut_safe_pthread_mutex_state();
-    EXPECT_EQ(state.num_in_use, in_use);
-    EXPECT_EQ(state.num_free, free);
-    EXPECT_EQ(state.num_to_grab, 50U);
+    EXPECT_EQ(in_use, state.num_in_use);
+    EXPECT_EQ(free, state.num_free);
+    EXPECT_EQ(50U, state.num_to_grab);
 }
 
 }  // namespace
@@ -37,10 +37,8 @@ TEST(MutexPool, serves_sixteen_threads_that_take_use_and_return_handles) {
     const auto work = [&] {
         start.arrive_and_wait();
         for (int round = 0; round < 200; ++round) {
-            a_critical_sect own[3];
-            for (a_critical_sect& cs : own) ut_safe_pthread_mutex_init(&cs, nullptr);
-            { const CriticalSection mine(own[round % 3]); }
-            for (a_critical_sect& cs : own) ut_safe_pthread_mutex_destroy(&cs);
+            const UTCriticalSection own[3];
+            const UTLock mine(own[round % 3].mutex());
         }
     };
     std::vector<std::thread> threads;

@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "utils/utmem/uttextarray.h"
+
 namespace {
 
 // An allocator whose requests fail while their number, counted from 1, is at most `failing`.
@@ -19,7 +21,7 @@ constexpr a_utmem_source faulty_source = {
     [](size_t size) { return fails() ? nullptr : std::memset(std::malloc(size), 0xEE, size); },
     [](void* block, size_t size) { return fails() ? nullptr : std::realloc(block, size); },
     [](void* block) { std::free(block); },
-    []() -> a_bool { return ++hook_calls, hook_released_memory; }};
+    []() -> bool { return ++hook_calls, hook_released_memory; }};
 
 class Utmem : public testing::Test {
   protected:
@@ -61,18 +63,39 @@ TEST_F(Utmem, asks_the_hook_and_retries_once) {
                 EXPECT_EXIT(function.request(), testing::ExitedWithCode(1), "Out of memory");
                 continue;
             }
-            EXPECT_EQ(function.request(), nullptr);
-            EXPECT_EQ(hook_calls, 1);
+            EXPECT_EQ(nullptr, function.request());
+            EXPECT_EQ(1, hook_calls);
         }
         fail(1, true);
         void* block = function.request();
-        EXPECT_NE(block, nullptr);
-        EXPECT_EQ(requests, 2);
+        EXPECT_NE(nullptr, block);
+        EXPECT_EQ(2, requests);
         std::free(block);
     }
     fail(1, true);
-    EXPECT_EQ(uimalloc(1), nullptr);
-    EXPECT_EQ(hook_calls, 0) << "uimalloc does not ask";
+    EXPECT_EQ(nullptr, uimalloc(1));
+    EXPECT_EQ(0, hook_calls) << "uimalloc does not ask";
+}
+
+TEST_F(Utmem, a_text_array_grows_and_stays_as_it_was_without_memory) {
+    UTTextArray texts;
+    EXPECT_EQ(nullptr, texts[0]);
+    EXPECT_EQ(nullptr, texts.release());
+    for (size_t count = 0; count < 9; ++count) {
+        // The request that fails is the text's or, where the array must grow, that for the array.
+        fail(1, false);
+        EXPECT_FALSE(texts.add("abc"));
+        ASSERT_EQ(count, texts.count());
+        EXPECT_EQ(nullptr, texts[count]);
+        fail(0, false);
+        ASSERT_TRUE(count % 2 == 0 ? texts.add("abc") : texts.add("abcdef", 3));
+    }
+    for (const char* text : texts) EXPECT_STREQ("abc", text);
+    char** const released = texts.release();
+    EXPECT_EQ(0U, texts.count());
+    EXPECT_STREQ("abc", released[8]);
+    EXPECT_EQ(nullptr, released[9]);
+    ut_free_texts(released);
 }
 
 void die_with_exit_handler_and_stdout_on(int fd, const char* message) {
@@ -86,7 +109,7 @@ TEST(UtFatal, prints_its_message_and_runs_no_exit_handler_even_if_nobody_reads) 
     EXPECT_EXIT(die_with_exit_handler_and_stdout_on(STDERR_FILENO, "Out of memory"), failed,
                 "^Corvane: Out of memory\nOut of memory\n$");
     int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_EQ(0, pipe(ends));
     close(ends[0]);
     EXPECT_EXIT(die_with_exit_handler_and_stdout_on(ends[1], "x"), failed, "^Corvane: x\n$");
     close(ends[1]);

@@ -1,0 +1,68 @@
+#ifndef QUOREL_KOVCERT_QXCI_KIT_TABLES_H
+#define QUOREL_KOVCERT_QXCI_KIT_TABLES_H
+
+/// Handles, and the entries of tables. A class that handles point at names their type as
+/// `a_handle`.
+
+#include "kovcert/qxci/qxci.h"
+
+namespace qxci {
+
+/// The object behind a handle.
+template <class Object>
+Object& object_of(typename Object::a_handle handle) {
+    return *reinterpret_cast<Object*>(handle);
+}
+
+template <class Object>
+typename Object::a_handle handle_of(Object& object) {
+    return reinterpret_cast<typename Object::a_handle>(&object);
+}
+
+template <auto Method>
+struct a_method;
+
+template <class Object, class Result, class... Args, Result (Object::*Method)(Args...)>
+struct a_method<Method> {
+    static Result call(typename Object::a_handle handle, Args... args) {
+        Object& object = object_of<Object>(handle);
+        object.begin_operation();
+        return (object.*Method)(args...);
+    }
+};
+
+template <class Object, class Result, class... Args, Result (Object::*Method)(Args...) const>
+struct a_method<Method> {
+    static Result call(typename Object::a_handle handle, Args... args) {
+        return (object_of<Object>(handle).*Method)(args...);
+    }
+};
+
+/// The entry for a method of an object, which takes the entry's arguments but for the handle. One
+/// that is not const is an operation: the error of the operation before is forgotten first.
+template <auto Method>
+inline constexpr auto entry = a_method<Method>::call;
+
+/// Entry get_last_error_func.
+template <class Object>
+const a_qxci_error* last_error(typename Object::a_handle handle) {
+    return object_of<Object>(handle).last_error();
+}
+
+/// Entry get_algorithm_id_func.
+template <class Object>
+a_qxci_byte algorithm_id(typename Object::a_handle handle) {
+    return object_of<Object>(handle).algorithm_id();
+}
+
+/// A getter: fills the owner's table.
+template <class Table>
+a_qxci_result fill_table(Table* table, const Table& entries) {
+    if (table == nullptr) return QXCI_ERROR;
+    *table = entries;
+    return QXCI_OK;
+}
+
+}  // namespace qxci
+
+#endif
