@@ -94,7 +94,9 @@ class Sink {
 };
 
 void send_messages(const Engine& engine) {
-    for (int i = 0; i < messages; ++i) call(engine, "xp_sendmail", {"bob@b.test", "Hi"});
+    static const std::string body(10000, 't');
+    for (int i = 0; i < messages; ++i)
+        call(engine, "xp_sendmail", {"bob@b.test", "Hi", "", "", "", body});
 }
 
 long resident_kib(pid_t process) {

@@ -22,7 +22,7 @@ std::int16_t get_piece(void*, std::uint32_t number, an_extfn_value* value, std::
 }
 // Refuses some, so that what follows a refusal is seen too.
 std::int16_t set_value(void* handle, std::uint32_t number, an_extfn_value* value, std::int16_t) {
-    check(value->piece_len <= host::longest_piece);
+    check(value->piece_len <= host::SharedPieces::slot_size);
     check(value->data != nullptr || value->piece_len == 0);
     std::size_t& sum = *static_cast<std::size_t*>(handle);
     for (std::uint32_t i = 0; i < value->piece_len; ++i)
@@ -38,9 +38,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // Waits for nothing: all that comes is there.
     static const auto never = [](short) { return false; };
     host::FrameSocket socket(pair.near_end(), host::Sender::Worker, never);
+    static host::SharedPieces shared;
+    static const bool created = shared.create();
+    check(created);
     an_extfn_api api = {get_value, get_piece, set_value, set_cancel};
     std::size_t sum = 0;
-    host::CallDriver driver(socket, api, &sum, [] { return true; });
+    host::CallDriver driver(socket, shared, api, &sum, [] { return true; });
     std::string error;
     const host::Talk talk = driver.run(1, "xp_x", "/", error);
     check(talk == host::Talk::Failed || error.empty());

@@ -45,7 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         error = "nothing is there";
         return path == "-" ? nullptr : std::make_unique<const Echo>();
     };
-    host::CallServer server(pair.near_end(), load, [](std::string_view) {});
+    host::CallServer server(pair.near_end(), getpid(), load, [](std::string_view) {});
     server.run();
     check(fchdir(home) == 0);
     return 0;

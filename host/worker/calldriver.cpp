@@ -22,8 +22,12 @@ Talk as_talk(Received received) {
 
 }  // namespace
 
-Talk greet(FrameSocket& socket, std::string_view path, std::string& error) {
-    socket.send({.kind = FrameKind::Hello, .number = frames_version, .payload = path});
+Talk greet(FrameSocket& socket, std::string_view path, const SharedPieces& shared,
+           std::string& error) {
+    socket.send({.kind = FrameKind::Hello,
+                 .number = frames_version,
+                 .offset = static_cast<std::uint32_t>(shared.number()),
+                 .payload = path});
     Frame answer;
     const Received received = socket.receive(answer);
     if (received != Received::Frame) return as_talk(received);
@@ -72,6 +76,9 @@ Talk CallDriver::run(std::uint32_t number, std::string_view procedure, std::stri
             break;
         case FrameKind::Set:
             _take(frame);
+            break;
+        case FrameKind::Share:
+            if (!_take_shared(frame)) return Talk::Broken;
             break;
         case FrameKind::Done:
             _was_cancelled = (frame.flags & FRAME_CANCELLED) != 0;
@@ -125,6 +132,19 @@ void CallDriver::_take(const Frame& set) {
     _value = set.number;
     _type = set.type;
     _socket.send({.kind = FrameKind::Refuse, .number = set.number});
+}
+
+bool CallDriver::_take_shared(const Frame& share) {
+    std::uint32_t length = 0;
+    const std::uint32_t slot = share.offset;
+    if (!_shared.is_there() || share.payload.size() != sizeof length) return false;
+    memcpy(&length, share.payload.data(), sizeof length);
+    if (slot >= SharedPieces::slots || length > SharedPieces::slot_size) return false;
+    Frame set = share;
+    set.payload = {_shared.slot(slot), length};
+    _take(set);
+    _socket.send({.kind = FrameKind::Taken, .number = slot});
+    return true;
 }
 
 // The procedure that hears of a refusal makes the value NULL. This one had returned before.

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "host/worker/framesocket.h"
+#include "host/worker/sharedpieces.h"
 
 namespace host {
 
@@ -23,14 +24,16 @@ enum class Talk {
 
 /// Says hello to a worker that has just begun, which loads the library at `path`. Failed: `error`
 /// is its sentence.
-Talk greet(FrameSocket& socket, std::string_view path, std::string& error);
+Talk greet(FrameSocket& socket, std::string_view path, const SharedPieces& shared,
+           std::string& error);
 
 /// One call, made through a socket with the callbacks that the procedure would use.
 class CallDriver {
   public:
     /// `go_on` is asked with each frame; false gives up.
-    CallDriver(FrameSocket& socket, an_extfn_api& api, void* handle, std::function<bool()> go_on)
-        : _socket(socket), _api(api), _handle(handle), _go_on(std::move(go_on)) {}
+    CallDriver(FrameSocket& socket, const SharedPieces& shared, an_extfn_api& api, void* handle,
+               std::function<bool()> go_on)
+        : _socket(socket), _shared(shared), _api(api), _handle(handle), _go_on(std::move(go_on)) {}
 
     /// Call number `number` of `procedure`, in `folder` unless it is empty.
     Talk run(std::uint32_t number, std::string_view procedure, std::string_view folder,
@@ -46,9 +49,11 @@ class CallDriver {
               std::string& error);
     bool _give(const Frame& want);
     void _take(const Frame& set);
+    bool _take_shared(const Frame& share);
     void _settle();
 
     FrameSocket& _socket;
+    const SharedPieces& _shared;
     an_extfn_api& _api;
     void* const _handle;
     const std::function<bool()> _go_on;

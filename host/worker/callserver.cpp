@@ -1,6 +1,7 @@
 #include "host/worker/callserver.h"
 
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <cstring>
 
@@ -10,6 +11,13 @@ namespace host {
 
 using Received = FrameSocket::Received;
 
+namespace {
+
+// Shorter pieces go through the socket, one by one.
+constexpr std::size_t shared_from = 4096;
+
+}  // namespace
+
 void CallServer::run() {
     _process = getpid();
     if (!_greet()) return;
@@ -17,8 +25,10 @@ void CallServer::run() {
     Frame frame;
     while (_socket.receive(frame) == Received::Frame) {
         // One that crossed the end of its call on the way.
-        if (frame.kind == FrameKind::Refuse) continue;
-        if (frame.kind != FrameKind::Call || !_serve(frame)) return;
+        if (frame.kind == FrameKind::Refuse || frame.kind == FrameKind::Taken)
+            _note(frame);
+        else if (frame.kind != FrameKind::Call || !_serve(frame))
+            return;
     }
 }
 
@@ -30,6 +40,7 @@ bool CallServer::_greet() {
         error = "the host and its quorel-worker are not of one build";
     else
         _engine = _load(std::string(hello.payload), error);
+    _shared.open(_host, static_cast<int>(hello.offset));
     if (_engine != nullptr)
         return _socket.send({.kind = FrameKind::Ready, .number = frames_version});
     _socket.send({.kind = FrameKind::Failed, .payload = error});
@@ -44,7 +55,7 @@ bool CallServer::_serve(const Frame& call) {
     _refused = no_value;
     std::string error;
     const bool called = _enter(_request.folder, error) && _make_call(error);
-    if (_lost || !_leave_batch()) return false;
+    if (_lost || !_leave_batch() || !_send_slot()) return false;
     Frame end{.kind = FrameKind::Failed, .payload = error};
     if (called) end = {.kind = FrameKind::Done};
     if (_was_cancelled) end.flags = FRAME_CANCELLED;
@@ -128,7 +139,7 @@ bool CallServer::_read_on(std::uint32_t number, std::uint32_t offset, an_extfn_v
 bool CallServer::_fetch(std::uint32_t number, std::uint32_t offset, Frame& piece) {
     const bool is_next = _batch_open && number == _batch_number && offset == _batch_offset;
     if (!is_next) {
-        if (!_leave_batch() ||
+        if (!_leave_batch() || !_send_slot() ||
             !_socket.send({.kind = FrameKind::Want, .number = number, .offset = offset})) {
             _lost = true;
             return false;
@@ -143,8 +154,8 @@ bool CallServer::_fetch(std::uint32_t number, std::uint32_t offset, Frame& piece
 bool CallServer::_next_piece(Frame& piece) {
     do {
         if (_lost || _socket.receive(piece) != Received::Frame) return !(_lost = true);
-        if (piece.kind == FrameKind::Refuse) _refused = piece.number;
-    } while (piece.kind == FrameKind::Refuse);
+        _note(piece);
+    } while (piece.kind == FrameKind::Refuse || piece.kind == FrameKind::Taken);
     const bool is_expected = piece.kind == FrameKind::Piece && piece.number == _batch_number &&
                              piece.offset == _batch_offset;
     _batch_open = (piece.flags & FRAME_MORE) != 0;
@@ -169,29 +180,81 @@ bool CallServer::_write(std::uint32_t number, const an_extfn_value& value, bool 
     std::string_view bytes;
     if (value.data != nullptr) bytes = {static_cast<const char*>(value.data), value.piece_len};
     if (_batch_open) bytes = kept = bytes;
-    if (_lost || !_leave_batch() || (append && _is_refused(number))) return false;
+    if (_lost || !_leave_batch()) return false;
     Frame frame{.kind = FrameKind::Set, .type = value.type, .number = number};
     if (append) frame.flags = FRAME_APPEND;
     if (value.data == nullptr) frame.flags = FRAME_NULL;
     if (!append) _refused = no_value;
+    const bool shares = _shared.is_there() && bytes.size() >= shared_from &&
+                        bytes.size() <= SharedPieces::slot_size;
+    if (!(shares ? _share(frame, bytes) : _pass(frame, bytes))) _lost = true;
+    return !_lost && _refused != number;
+}
+
+// Through the socket, in as many frames as it takes.
+bool CallServer::_pass(Frame set, std::string_view bytes) {
+    if (!_send_slot() || !_listen()) return false;
+    if ((set.flags & FRAME_APPEND) != 0 && _refused == set.number) return true;
     do {
-        frame.payload = bytes.substr(0, longest_piece);
-        bytes.remove_prefix(frame.payload.size());
-        if (!_socket.hold(frame)) return !(_lost = true);
-        frame.flags |= FRAME_APPEND;
+        set.payload = bytes.substr(0, longest_piece);
+        bytes.remove_prefix(set.payload.size());
+        if (!_socket.hold(set)) return false;
+        set.flags |= FRAME_APPEND;
     } while (!bytes.empty());
     return true;
 }
 
 // The host is not waited for after each piece: it tells when it has had enough.
-bool CallServer::_is_refused(std::uint32_t number) {
+bool CallServer::_listen() {
     Frame frame;
     for (;;) {
         const Received received = _socket.receive_if_there(frame);
-        if (received == Received::Nothing) return _refused == number;
-        if (received != Received::Frame || frame.kind != FrameKind::Refuse) return _lost = true;
-        _refused = frame.number;
+        if (received == Received::Nothing) return true;
+        if (received != Received::Frame) return false;
+        _note(frame);
     }
+}
+
+// What the host says about values, whenever it comes.
+void CallServer::_note(const Frame& frame) {
+    if (frame.kind == FrameKind::Refuse) _refused = frame.number;
+    if (frame.kind == FrameKind::Taken && frame.number < SharedPieces::slots)
+        _free_slots |= 1U << frame.number;
+}
+
+bool CallServer::_find_slot() {
+    Frame frame;
+    while (_free_slots == 0) {
+        if (_socket.receive(frame) != Received::Frame) return false;
+        _note(frame);
+    }
+    _filling.offset = static_cast<std::uint32_t>(std::countr_zero(_free_slots));
+    return true;
+}
+
+// Several pieces go into one slot, because it is waking the host that costs the most.
+bool CallServer::_share(const Frame& set, std::string_view bytes) {
+    const bool adds = (set.flags & FRAME_APPEND) != 0 && set.number == _filling.number &&
+                      set.type == _filling.type &&
+                      _filled + bytes.size() <= SharedPieces::slot_size;
+    if (!adds && !_send_slot()) return false;
+    if (_filled == 0) {
+        _filling = set;
+        _filling.kind = FrameKind::Share;
+        if (!_find_slot()) return false;
+    }
+    memcpy(_shared.slot(_filling.offset) + _filled, bytes.data(), bytes.size());
+    _filled += static_cast<std::uint32_t>(bytes.size());
+    return true;
+}
+
+bool CallServer::_send_slot() {
+    if (_filled == 0) return true;
+    _free_slots &= ~(1U << _filling.offset);
+    _filling.payload = {reinterpret_cast<const char*>(&_filled), sizeof _filled};
+    const bool sent = _socket.send(_filling);
+    _filled = 0;
+    return sent && _listen();
 }
 
 // A child that could not execute its program comes back out of the procedure as a second worker.

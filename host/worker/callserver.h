@@ -11,6 +11,7 @@
 #include "host/cancelrecord.h"
 #include "host/engine.h"
 #include "host/worker/framesocket.h"
+#include "host/worker/sharedpieces.h"
 
 namespace host {
 
@@ -23,9 +24,10 @@ class CallServer {
     /// Hears which procedure runs now; none: its name is empty.
     using Watch = std::function<void(std::string_view procedure)>;
 
-    /// `socket` is not owned.
-    CallServer(int socket, Load load, Watch watch)
-        : _socket(socket, Sender::Host), _load(std::move(load)), _watch(std::move(watch)) {}
+    /// `socket` is not owned; process `host` has its other end.
+    CallServer(int socket, pid_t host, Load load, Watch watch)
+        : _socket(socket, Sender::Host), _host(host), _load(std::move(load)),
+          _watch(std::move(watch)) {}
 
     /// Serves until the host ends, or says what it may not say.
     void run();
@@ -51,11 +53,17 @@ class CallServer {
     bool _next_piece(Frame& piece);
     bool _leave_batch();
     bool _write(std::uint32_t number, const an_extfn_value& value, bool append);
-    [[nodiscard]] bool _is_refused(std::uint32_t number);
+    bool _pass(Frame set, std::string_view bytes);
+    bool _share(const Frame& set, std::string_view bytes);
+    bool _find_slot();
+    bool _send_slot();
+    void _note(const Frame& frame);
+    bool _listen();
     [[nodiscard]] const SentArgument* _argument(std::uint32_t number) const;
     void _end_stray_child() const;
 
     FrameSocket _socket;
+    const pid_t _host;
     const Load _load;
     const Watch _watch;
     std::unique_ptr<const Engine> _engine;
@@ -68,6 +76,11 @@ class CallServer {
     bool _was_cancelled = false;
     bool _lost = false;  // the host has ended, or is not understood
     std::uint32_t _refused = no_value;
+    // Pieces of a result on their way into a slot: the frame that will tell of them.
+    SharedPieces _shared;
+    std::uint32_t _free_slots = (1U << SharedPieces::slots) - 1;
+    Frame _filling;
+    std::uint32_t _filled = 0;  // 0: none
     // The pieces that answer a Want, as long as there are more to come.
     bool _batch_open = false;
     std::uint32_t _batch_number = 0;

@@ -34,16 +34,18 @@ inline constexpr unsigned pieces_per_want = 8;
 
 enum class FrameKind : std::uint8_t {
     // From the host.
-    Hello = 1,  ///< number: version; payload: path of the library
+    Hello = 1,  ///< number: version; offset: see SharedPieces::open(); payload: the library's path
     Call,       ///< number: of this call; payload: see read_call()
     Piece,      ///< number: argument; offset; payload: its bytes from there, none: there is none
     Refuse,     ///< number: of the value whose last piece was refused
+    Taken,      ///< number: of the slot that is free again
     // From the worker.
     Ready = 65,  ///< number: version
     Failed,      ///< payload: a sentence that says why
     Want,        ///< number: argument, offset: asks for the pieces from there on
     Set,         ///< number: value, 0 for the result; type; payload: its bytes
-    Done         ///< the procedure has returned
+    Done,        ///< the procedure has returned
+    Share  ///< like Set, the bytes in slot `offset` of SharedPieces; payload: their uint32 count
 };
 
 enum class Sender { Host, Worker };

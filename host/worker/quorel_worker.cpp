@@ -81,7 +81,7 @@ std::string name_for(pid_t host) {
     return "quorel-worker for " + std::string(name) + "[" + std::to_string(host) + "]";
 }
 
-[[noreturn]] void serve(ProcessTitle title, const std::string& name) {
+[[noreturn]] void serve(pid_t host, ProcessTitle title, const std::string& name) {
     become_worker();
     if (getppid() != guardian) _exit(1);
     pthread_atfork(nullptr, nullptr, end_with_server);
@@ -92,7 +92,7 @@ std::string name_for(pid_t host) {
             while (waitpid(-1, nullptr, WNOHANG) > 0) {
             }
     };
-    static CallServer calls(worker_socket, load, watch);
+    static CallServer calls(worker_socket, host, load, watch);
     server = &calls;
     handle_signals();
     calls.run();
@@ -118,6 +118,6 @@ int main(int argc, char** argv) {
     fcntl(worker_socket, F_SETFD, FD_CLOEXEC);
     const pid_t child = fork();
     if (child < 0) return 1;
-    if (child == 0) serve(title, name);
+    if (child == 0) serve(host, title, name);
     guard(child, worker_socket, host);
 }

@@ -52,6 +52,7 @@ class WorkerClient::State {
     const WorkerFiles _files;
     WorkerProcess _worker;
     CallLimits _limits;
+    SharedPieces _shared;
     std::unique_ptr<FrameSocket> _socket;  // of _worker
     std::string _folder;                   // that it works in
     int _number = 0;                       // of the call
@@ -67,7 +68,8 @@ bool WorkerClient::State::_start(std::string_view procedure, std::string& error)
     if (!_worker.start(_files.program, error)) return false;
     _socket = std::make_unique<FrameSocket>(_worker.socket(), Sender::Worker,
                                             [this](short events) { return _limits.wait(events); });
-    const Talk talk = greet(*_socket, _files.library, error);
+    if (!_shared.is_there()) _shared.create();
+    const Talk talk = greet(*_socket, _files.library, _shared, error);
     if (talk == Talk::Done) return true;
     if (talk == Talk::Failed) _end_worker(talk);
     if (talk != Talk::Failed) error = _explain(talk, procedure);
@@ -99,7 +101,7 @@ CallEnd WorkerClient::State::_talk(std::string_view procedure, an_extfn_api& api
                                    std::string& error) {
     std::string folder = current_folder();
     const bool moved = folder != _folder;
-    CallDriver driver(*_socket, api, handle, [this] { return _limits.go_on(); });
+    CallDriver driver(*_socket, _shared, api, handle, [this] { return _limits.go_on(); });
     const Talk talk = driver.run(static_cast<std::uint32_t>(_number), procedure,
                                  moved ? folder : std::string_view(), error);
     if (moved) _folder = std::move(folder);
