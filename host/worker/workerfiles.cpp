@@ -42,7 +42,9 @@ bool find_worker(const std::string& library, std::string_view remedy, WorkerFile
     files.library = library.empty() ? default_library_path(WordSize::Any) : library;
     if (files.library.find('/') == std::string::npos) files.library.insert(0, "./");
     if (access(files.library.c_str(), R_OK) != 0) {
-        error = "cannot load " + files.library + ": " + strerror(errno) + "; ";
+        // In the words of the dynamic linker, which says it where the host loads the library.
+        error = "cannot load " + files.library +
+                ": cannot open shared object file: " + strerror(errno) + "; ";
         error.append(remedy);
         return false;
     }

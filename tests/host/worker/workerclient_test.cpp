@@ -316,7 +316,8 @@ TEST(WorkerFiles, says_what_to_do_about_a_missing_one) {
         std::string error;
     };
     for (const Row& row :
-         {Row{folder.file("none"), "cannot load .*/none: No such file or directory; a remedy"},
+         {Row{folder.file("none"),
+              "cannot load .*/none: cannot open .*: No such file or directory; a remedy"},
           {folder.file_with("text", "no library"), "cannot load .*/text: it is no library"}}) {
         WorkerFiles files;
         std::string error;
