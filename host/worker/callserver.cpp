@@ -15,6 +15,7 @@ namespace {
 
 // Shorter pieces go through the socket, one by one.
 constexpr std::size_t shared_from = 4096;
+constexpr std::uint32_t all_slots = (1U << SharedPieces::slots) - 1;
 
 }  // namespace
 
@@ -245,7 +246,9 @@ bool CallServer::_share(const Frame& set, std::string_view bytes) {
     }
     memcpy(_shared.slot(_filling.offset) + _filled, bytes.data(), bytes.size());
     _filled += static_cast<std::uint32_t>(bytes.size());
-    return true;
+    // A host that waits gets what there is.
+    if (_free_slots != all_slots && !_listen()) return false;
+    return _free_slots != all_slots || _send_slot();
 }
 
 bool CallServer::_send_slot() {
