@@ -8,17 +8,21 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <netinet/tcp.h>
 #include <openssl/ssl.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include "utils/etc/base64.h"
 
 /// What any client has to do at least: send prepared bytes, and for a file read, encode, send. It
-/// looks at no answer, and at no certificate.
+/// looks at no answer, and at no certificate. One that is `patient` waits for ever in a single call
+/// for each answer; the other way takes two, the first of which could give up.
 class BareClient {
   public:
-    BareClient(int port, bool secure) : _fd(socket(AF_INET, SOCK_STREAM, 0)) {
+    BareClient(int port, bool secure, bool patient = true)
+        : _fd(socket(AF_INET, SOCK_STREAM, 0)), _patient(patient) {
         sockaddr_in name = {};
         name.sin_family = AF_INET;
         name.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -75,6 +79,10 @@ class BareClient {
         _ssl.reset(SSL_new(context), SSL_free);
         SSL_CTX_free(context);
         SSL_set_fd(_ssl.get(), _fd);
+        // A record is a write of its own, and the second of a message would wait for the answer to
+        // the first.
+        const int on = 1;
+        setsockopt(_fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         if (SSL_connect(_ssl.get()) != 1) std::abort();
     }
 
@@ -85,6 +93,8 @@ class BareClient {
 
     void hear() {
         char reply[256];
+        pollfd wanted = {_fd, POLLIN, 0};
+        if (!_patient && poll(&wanted, 1, 60000) != 1) std::abort();
         const ssize_t got = _ssl == nullptr ? recv(_fd, reply, sizeof reply, 0)
                                             : SSL_read(_ssl.get(), reply, sizeof reply);
         if (got <= 0) std::abort();
@@ -102,6 +112,7 @@ class BareClient {
     }
 
     const int _fd;
+    const bool _patient;
     std::string _message;
     std::shared_ptr<SSL> _ssl;  // null: clear text
 };

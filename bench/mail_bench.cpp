@@ -182,13 +182,19 @@ void compare_messages(const std::string& root, const Setting& setting) {
     const Sink sink(setting, 0);
     MailSession session(sink.port, setting.trusted());
     BareClient bare(sink.port, setting.secure);
+    BareClient impatient(sink.port, setting.secure, false);
     const std::string body(1024, 'b');
     const std::string port = std::to_string(sink.port);
     std::vector<Contender> peers = {{"a bare loop", count,
                                      [&] {
                                          for (int i = 0; i < count; ++i) bare.send_text(body);
                                      },
-                                     setting.secure ? 0.9 : 0.95, true}};
+                                     setting.secure ? 0.9 : 0.95, true},
+                                    {"a bare loop with time-outs", count,
+                                     [&] {
+                                         for (int i = 0; i < count; ++i) impatient.send_text(body);
+                                     },
+                                     0.9, true}};
     const std::string postfix = root + "/build/postfix/usr/";
     if (!setting.secure && exists(postfix + "sbin/smtp-source")) {
         peers.push_back({"smtp-source", count,

@@ -8,7 +8,7 @@
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 
-#include "tests/netlib/smtpsink.h"
+#include "bench/smtpsink.h"
 #include "tests/providers/openssl/certificates.h"
 
 /// The plain server with STARTTLS. It reads ahead, and offers no sessions to resume, so that TLS

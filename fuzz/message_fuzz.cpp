@@ -49,11 +49,9 @@ class FuzzedClient final : public SMTPClient {
         _ostrm = std::make_unique<SockOStream>(socket);
     }
     void start(const char* sender, const char* name, const char* user, const char* password) {
-        char reply[reply_size];
-        int code = 0;
-        check(_SMTPConnect(reply, sizeof reply, sender, name, 0, &code) == SMTP_OK && code == 250);
-        check(_SMTPAuthenticate(reply, sizeof reply, user, password, &code) == SMTP_OK);
-        check(code == 235);
+        a_reply reply;
+        check(_SMTPConnect(reply, sender, name, 0) == SMTP_OK && reply.code == 250);
+        check(_SMTPAuthenticate(reply, user, password) == SMTP_OK && reply.code == 235);
     }
 };
 

@@ -60,15 +60,14 @@ class FuzzedClient final : public SMTPClient {
     }
 
     int start(const char* user, const char* password) {
-        char reply[reply_size];
-        int code = 0;
-        int result = _ProcessResponse(reply, sizeof reply, &code, false);
-        if (result != SMTP_OK || code != 220) return SMTP_BAD_REPLY;
-        result = _SMTPConnect(reply, sizeof reply, "ann@a.test", nullptr, 0, &code);
-        if (result != SMTP_OK || code != 250) return SMTP_BAD_REPLY;
+        a_reply reply;
+        int result = _ProcessResponse(reply, false);
+        if (result != SMTP_OK || reply.code != 220) return SMTP_BAD_REPLY;
+        result = _SMTPConnect(reply, "ann@a.test", nullptr, 0);
+        if (result != SMTP_OK || reply.code != 250) return SMTP_BAD_REPLY;
         FindServerCapability("STARTTLS");
-        result = _SMTPAuthenticate(reply, sizeof reply, user, password, &code);
-        return result == SMTP_OK && code == 235 ? SMTP_OK : SMTP_BAD_REPLY;
+        result = _SMTPAuthenticate(reply, user, password);
+        return result == SMTP_OK && reply.code == 235 ? SMTP_OK : SMTP_BAD_REPLY;
     }
 };
 

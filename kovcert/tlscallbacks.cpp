@@ -32,6 +32,7 @@ a_qxci_io_result QXCI_ReadCallback(void* conn, unsigned char* buf, unsigned len,
     if (!receive(connection_of(conn), reinterpret_cast<char*>(buf), len, &count))
         return QXCI_IO_ERROR;
     *got = static_cast<unsigned>(count);
+    // An owner does not say whether the peer is slow or gone, so the end looks like a wait.
     return count > 0 ? QXCI_IO_OK : QXCI_IO_WOULD_BLOCK;
 }
 

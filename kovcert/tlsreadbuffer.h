@@ -4,6 +4,7 @@
 #include <cstddef>
 
 #include "utils/contain/utlist.h"
+#include "utils/etc/uttypes.h"
 #include "utils/utmem/utmem.h"
 
 /// One piece of raw bytes that a TLS connection was given ahead of the provider's asking, read from
@@ -18,11 +19,11 @@ class TlsReadBuffer final : public c_utils_link {
     TlsReadBuffer& operator=(const TlsReadBuffer&) = delete;
 
     /// False when there was no memory for the copy; there is then nothing to read.
-    bool is_valid() const { return _buf != nullptr; }
+    a_bool is_valid() const { return _buf != nullptr; }
 
     /// Copies up to `n` of the bytes not yet read to `dst`; returns how many.
     size_t read(char* dst, size_t n);
-    bool finished() const { return _curlen == 0; }
+    a_bool finished() const { return _curlen == 0; }
 
   private:
     UTHeap _heap;

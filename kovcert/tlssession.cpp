@@ -154,7 +154,7 @@ a_dbqxci_error TlsConnection::getReceivedBytes(char* buf, size_t len, size_t* go
     return _Record(QxciErrOK);
 }
 
-bool TlsConnection::isClientConnection() const {
+a_bool TlsConnection::isClientConnection() const {
     return _qxci_stream->GetSide() == QXCI_CLIENT;
 }
 

@@ -30,6 +30,7 @@
 #include "kovcert/qxci/qxcimutex.h"
 #include "kovcert/tlscallbacks.h"
 #include "kovcert/tlsreadbuffer.h"
+#include "utils/etc/uttypes.h"
 
 class UTLangStringBase;
 
@@ -50,7 +51,7 @@ class TlsConnection {
     TlsConnection& operator=(const TlsConnection&) = delete;
 
     /// False when it could not be made; calls then fail with QxciErrUnknown.
-    bool IsValid() const { return _is_valid; }
+    a_bool IsValid() const { return _is_valid; }
 
     /// Writes all of `len` bytes, in as many records as it takes, or fails, after which it is
     /// unknown how much has gone. While the provider has to wait, it is asked again for 31 seconds:
@@ -64,7 +65,7 @@ class TlsConnection {
     a_dbqxci_error read(char* buf, size_t* len);
 
     /// With true, a read returns as soon as any bytes have arrived. False at the start.
-    void setPartialIO(bool partial) { _partialIO = partial; }
+    void setPartialIO(a_bool partial) { _partialIO = partial; }
 
     /// Keeps a copy of raw bytes for a provider whose owner has no readFunc. QxciErrNoMemory.
     a_dbqxci_error receiveBytes(const char* data, size_t len);
@@ -75,8 +76,8 @@ class TlsConnection {
     /// Makes this and every later call fail.
     void shut_down() { _shutdown = true; }
 
-    bool doneHandshake() const { return _handshake_done; }
-    bool isClientConnection() const;
+    a_bool doneHandshake() const { return _handshake_done; }
+    a_bool isClientConnection() const;
     uint32 getAlgorithmID() const;
 
     /// The result of the last call, with the provider's parameters where it was the provider's.
@@ -106,16 +107,16 @@ class TlsConnection {
     DBQXCIError _error;           // of the last call
     TlsReadBuffer_list _buffers;  // owned, oldest first
     size_t _total_saved = 0;      // bytes in _buffers
-    bool _handshake_done = false;
+    a_bool _handshake_done = false;
     const TlsCallbacks* _callbacks;  // not owned
     void* _yield_ref;
     DBQXCIBaseMutex _no_mutex;
     std::unique_ptr<DBQXCIMutex> _mutex;  // null: _no_mutex
-    std::atomic<bool> _shutdown = false;
+    std::atomic<a_bool> _shutdown = false;
     DBQXCIStream* _qxci_stream;                           // not owned
     std::unique_ptr<DBQXCIStreamConn> _qxci_stream_conn;  // null when not valid
-    bool _is_valid;
-    bool _partialIO = false;
+    a_bool _is_valid;
+    a_bool _partialIO = false;
 };
 
 #endif

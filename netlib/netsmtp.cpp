@@ -17,12 +17,6 @@ int32 in_milliseconds(int seconds) {
     return std::clamp<int32>(seconds, -most, most) * 1000;
 }
 
-// A reply that was read is good only with the code that the step wants.
-int judged(int result, int code, int expected, int unexpected) {
-    if (result != SMTP_OK) return result;
-    return code == expected ? SMTP_OK : unexpected;
-}
-
 }  // namespace
 
 // The time-outs of a TimedSocket need a non-blocking socket, which only the base can make it.
@@ -31,7 +25,7 @@ SMTPClient::SMTPClient() : _socket(SOCK_TCP, false) {
 }
 
 SMTPClient::~SMTPClient() {
-    _DeleteEhloResponses();
+    // The streams first, as they use the socket that is closed next.
     _istrm.reset();
     _ostrm.reset();
     SMTPClient::_Shutdown();
@@ -44,7 +38,7 @@ int SMTPClient::Connect(const char* sender, const char* sender_name, const char*
     if (!TcpUtil::Resolve(host, address, TcpUtil::ADDR_BOTH)) return SMTP_UNKNOWN_HOST;
     address.setPortNumber(static_cast<uint16>(port));
     int result = _ConnectSocket(address);
-    if (result == SMTP_NOT_CONNECTED) return result;
+    if (result == SMTP_NOT_CONNECTED) return result;  // there is nothing to shut down
     if (result == SMTP_OK) result = _Expect(REPLY_SERVICE_READY);
     if (result != SMTP_OK) {
         _Shutdown();
@@ -73,10 +67,9 @@ int SMTPClient::_ConnectSocket(const IPAddress& address) {
 }
 
 int SMTPClient::_Expect(int expected, int unexpected) {
-    char reply[reply_size];
-    int code = 0;
-    const int result = _ProcessResponse(reply, sizeof reply, &code, false);
-    return judged(result, code, expected, unexpected);
+    a_reply reply;
+    const int result = _ProcessResponse(reply, false);
+    return reply.judged(result, expected, unexpected);
 }
 
 int SMTPClient::_Say(const char* line, int expected, int unexpected) {
@@ -85,29 +78,25 @@ int SMTPClient::_Say(const char* line, int expected, int unexpected) {
 }
 
 void SMTPClient::_SayAnyway(const char* line) {
-    char reply[reply_size];
-    int ignored = 0;
-    if (_SendLine(line) == SMTP_OK) _ProcessResponse(reply, sizeof reply, &ignored, false);
+    a_reply ignored;
+    if (_SendLine(line) == SMTP_OK) _ProcessResponse(ignored, false);
 }
 
 int SMTPClient::_Introduce(const char* sender, const char* sender_name, int timeout,
                            int unexpected) {
-    char reply[reply_size];
-    int code = 0;
-    const int result = _SMTPConnect(reply, sizeof reply, sender, sender_name, timeout, &code);
-    return judged(result, code, REPLY_COMPLETED, unexpected);
+    a_reply reply;
+    const int result = _SMTPConnect(reply, sender, sender_name, timeout);
+    return reply.judged(result, REPLY_COMPLETED, unexpected);
 }
 
 int SMTPClient::_LogIn(const char* user, const char* password, int unexpected) {
-    char reply[reply_size];
-    int code = 0;
-    const int result = _SMTPAuthenticate(reply, sizeof reply, user, password, &code);
-    return judged(result, code, REPLY_AUTHENTICATED, unexpected);
+    a_reply reply;
+    const int result = _SMTPAuthenticate(reply, user, password);
+    return reply.judged(result, REPLY_AUTHENTICATED, unexpected);
 }
 
-int SMTPClient::_SMTPConnect(char* buf, size_t buflen, const char* sender, const char* sender_name,
-                             int timeout, int* code) {
-    if (buf == nullptr) return SMTP_NO_MEMORY;
+int SMTPClient::_SMTPConnect(a_reply& reply, const char* sender, const char* sender_name,
+                             int timeout) {
     _sender = ut_try_text(sender);
     if (_sender == nullptr) return SMTP_NO_MEMORY;
     _sender_name = ut_try_text(sender_name);
@@ -119,7 +108,7 @@ int SMTPClient::_SMTPConnect(char* buf, size_t buflen, const char* sender, const
     const a_bool named = gethostname(host_name, sizeof host_name) == 0;
     host_name[sizeof host_name - 1] = '\0';
     const int result = _SendCommand({"EHLO ", named ? host_name : "localhost"});
-    return result == SMTP_OK ? _ProcessResponse(buf, buflen, code, true) : result;
+    return result == SMTP_OK ? _ProcessResponse(reply, true) : result;
 }
 
 void SMTPClient::Disconnect() {
@@ -135,7 +124,9 @@ void SMTPClient::_Shutdown() {
 }
 
 int SMTPClient::_SendCommand(std::initializer_list<const char*> parts) {
+    constexpr size_t usual_length = 127;
     Buffer line;
+    line.expect(usual_length);
     line.append_all(parts);
     return _SendLine(line);
 }

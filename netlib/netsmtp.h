@@ -27,8 +27,10 @@
 #include "utils/etc/utstream.h"
 #include "utils/utmem/utmem.h"
 #include "utils/utmem/uttext.h"
+#include "utils/utmem/uttextarray.h"
 
 class IPAddress;
+class PosixIStream;
 
 /// Result codes, which reach SQL unchanged.
 enum a_smtp_result : int {
@@ -97,9 +99,9 @@ class SMTPClient {
     ///
     /// Time: a write has one time-out for the whole of it, however slowly the server takes its
     /// parts, and each reply two: one for its first bytes and one for the rest. The text and the
-    /// attachment leave in writes of up to 64 KiB, so a server that takes less than that in a
+    /// attachment leave in writes of up to 88 KiB, so a server that takes less than that in a
     /// time-out ends the message with its first such write, and one that takes just as much holds
-    /// the call for a time-out per 64 KiB.
+    /// the call for a time-out per 88 KiB.
     ///
     /// A command that cannot be sent ends the message at once. When the message itself breaks off,
     /// nothing more is written and no answer awaited, not even one that accepts (250, too early):
@@ -119,8 +121,8 @@ class SMTPClient {
     /// Says QUIT, reads a reply whatever it is unless that could not be said, and closes.
     void Disconnect();
 
-    /// The first line of the EHLO reply that begins with `name`, in any case of letters: "AUTH"
-    /// finds "AUTH PLAIN LOGIN". Null when there is none. It stays until the next EHLO.
+    /// The first line of the EHLO reply that begins with `name`, whatever the case of letters:
+    /// "AUTH" finds "AUTH PLAIN LOGIN". Null when there is none. It stays until the next EHLO.
     /// Kept: a prefix is enough, so "AUTH" finds "AUTHX" too.
     const char* FindServerCapability(const char* name) const;
 
@@ -129,7 +131,14 @@ class SMTPClient {
     class JoinedWrites;
     class AttachmentBlocks;
 
-    static constexpr size_t reply_size = 256;  // longest line of a reply, CRLF included
+    /// A reply, of which the last line that was read is kept, and its code.
+    struct a_reply {
+        /// `result` of the step that read it, but `unexpected` for another code than `expected`.
+        int judged(int result, int expected, int unexpected) const;
+
+        char line[256];  // the longest, CRLF included
+        int code = 0;
+    };
 
     // The steps of Connect, each with the reply to it. A reply of another code than the step wants
     // gives `unexpected`.
@@ -145,24 +154,20 @@ class SMTPClient {
     int _Introduce(const char* sender, const char* sender_name, int timeout, int unexpected);
     int _LogIn(const char* user, const char* password, int unexpected);
 
-    // The dialogue. `buf` is a buffer for lines, *code becomes the reply's code; it is for the
-    // caller to judge. A null `buf` gives SMTP_NO_MEMORY. After a line that did not go out no reply
-    // is waited for.
+    // The dialogue. The code of `reply` is for the caller to judge. After a line that did not go
+    // out no reply is waited for.
 
     /// Keeps copies of the sender and says EHLO.
-    int _SMTPConnect(char* buf, size_t buflen, const char* sender, const char* sender_name,
-                     int timeout, int* code);
+    int _SMTPConnect(a_reply& reply, const char* sender, const char* sender_name, int timeout);
     /// Logs in with AUTH PLAIN. Without user or password sends nothing and gives code 235.
-    int _SMTPAuthenticate(char* buf, size_t buflen, const char* user, const char* password,
-                          int* code);
+    int _SMTPAuthenticate(a_reply& reply, const char* user, const char* password);
     /// Reads one reply of one or more lines; with `is_ehlo` its lines become the capabilities.
     /// More than 1000 lines are malformed.
-    int _ProcessResponse(char* buf, size_t buflen, int* code, a_bool is_ehlo);
+    int _ProcessResponse(a_reply& reply, a_bool is_ehlo);
     /// Reads up to a line feed, `buflen` bytes or the end of what comes; returns the count. A
     /// terminator follows the line feed where there is room for one.
     /// Kept: the rest of a longer line is the next line, which is malformed.
     size_t _ReadLine(char* buf, size_t buflen);
-    void _DeleteEhloResponses();
 
     /// Sends the parts, null ones left out, and CRLF as one line. SMTP_NO_MEMORY, with nothing
     /// sent, or SMTP_BAD_REPLY when it did not go out.
@@ -188,10 +193,10 @@ class SMTPClient {
 
     UTHeap _heap;
     SMTPSocket _socket;
-    char** _ehlo_responses = nullptr;   // null-terminated array of owned strings, or null
-    std::unique_ptr<UTIStream> _istrm;  // null until connected
-    std::unique_ptr<UTOStream> _ostrm;  // null until connected
-    int _timeout = 0;                   // seconds
+    UTTextArray _ehlo_responses;  // the lines of the last reply to EHLO, without codes
+    std::unique_ptr<UTPartialBufferedIStream> _istrm;  // null until connected
+    std::unique_ptr<UTOStream> _ostrm;                 // null until connected
+    int _timeout = 0;                                  // seconds
     UTText _sender;
     UTText _sender_name;
     a_bool _shutdown = false;      // the socket has been shut down and closed
@@ -200,19 +205,23 @@ class SMTPClient {
   private:
     class GuardedOStream;
 
-    std::unique_ptr<JoinedWrites> _joined;        // null before the first message
-    std::unique_ptr<AttachmentBlocks> _contents;  // null where the last message attached nothing
+    std::unique_ptr<JoinedWrites> _joined;  // null before the first message
+    std::unique_ptr<AttachmentBlocks>
+        _contents;  // null where the last message attached no small file
 
-    a_bool _AddEhloResponse(const char* line, size_t length);
     int _SendLine(Buffer& line);
     int _SendLine(const char* line);
-    int _SendEnvelope(const char** const lists[], const int counts[]);
+    struct a_recipient_list {
+        const char* const* addresses;
+        int count;
+    };
+    int _SendEnvelope(std::initializer_list<a_recipient_list> lists);
     int _SendRecipient(const char* address);
     int _SendContent(const char* text, const char* boundary, const char* path, UTIStream& file);
-    /// Makes what a message is sent through, with or without an attachment. False without memory.
-    a_bool _MakeBuffers(a_bool attaches);
+    /// Makes what a message is sent through, with an attachment or (null) without. False without
+    /// memory.
+    a_bool _MakeBuffers(const PosixIStream* file);
     void _GiveBackBuffers();
-    void _SendText(const char* text);
     int _Abandon(int result);
 };
 

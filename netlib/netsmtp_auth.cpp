@@ -54,11 +54,9 @@ a_bool append_credential(Buffer& line, const char* user, const char* password) {
 
 }  // namespace
 
-int SMTPClient::_SMTPAuthenticate(char* buf, size_t buflen, const char* user, const char* password,
-                                  int* code) {
-    if (buf == nullptr) return SMTP_NO_MEMORY;
+int SMTPClient::_SMTPAuthenticate(a_reply& reply, const char* user, const char* password) {
     if (user == nullptr || password == nullptr) {
-        *code = REPLY_AUTHENTICATED;
+        reply.code = REPLY_AUTHENTICATED;
         return SMTP_OK;
     }
     const char* const offered = FindServerCapability("AUTH");
@@ -68,6 +66,6 @@ int SMTPClient::_SMTPAuthenticate(char* buf, size_t buflen, const char* user, co
     line.append("AUTH PLAIN ");
     if (!append_credential(line, user, password)) return SMTP_NO_MEMORY;
     const int result = _SendLine(line);
-    line.wipe();
-    return result == SMTP_OK ? _ProcessResponse(buf, buflen, code, false) : result;
+    line.wipe();  // before a reply is waited for, which may take long
+    return result == SMTP_OK ? _ProcessResponse(reply, false) : result;
 }

@@ -2,8 +2,8 @@
 #define QUOREL_NETLIB_NETSMTP_BUFFERS_H
 
 /// What a client keeps from message to message, so that a message costs no allocation of large
-/// blocks: 64 KiB to collect what it sends and, after a message with an attachment, 72 KiB to read
-/// and encode the next one.
+/// blocks: 88 KiB to collect what it sends and, after a message with a small attachment, 20 KiB to
+/// read the next one.
 
 #include "netlib/netsmtp.h"
 #include "utils/etc/base64.h"
@@ -69,7 +69,8 @@ class SMTPClient::JoinedWrites {
     }
 
   private:
-    static constexpr size_t size = size_t{64} * 1024;
+    // What a block of 64 KiB becomes in base64: a write for each read of a large attachment.
+    static constexpr size_t size = size_t{88} * 1024;
 
     std::unique_ptr<UTOStream>& _slot;
     GuardedOStream _guard;
@@ -79,19 +80,22 @@ class SMTPClient::JoinedWrites {
 /// The contents of files on their way into messages, block by block. Made like JoinedWrites.
 class SMTPClient::AttachmentBlocks {
   public:
-    explicit AttachmentBlocks(SMTPClient& client)
-        : _wanted(client._write_failed), _content(&client), _blocks(_wanted, block_size),
-          _text(_content, text_size) {}
+    /// For files that are `small`, which a block holds whole, or for larger ones.
+    AttachmentBlocks(const SMTPClient& client, a_bool small)
+        : _small(small), _wanted(client._write_failed),
+          _blocks(_wanted, small ? small_block : large_block) {}
 
-    a_bool is_valid() const { return _blocks.has_buffer() && _text.has_buffer(); }
+    static a_bool is_small(uint64 file_size) { return file_size < small_block; }
 
-    /// Sends all of `file` as base64 (RFC 2045 section 6.8).
-    void encode(UTIStream& file) {
+    a_bool is_small() const { return _small; }
+    a_bool is_valid() const { return _blocks.has_buffer(); }
+
+    /// Writes all of `file` to `text` as base64 (RFC 2045 section 6.8).
+    void encode(UTIStream& file, UTOStream& text) {
         constexpr uint16 line_length = 76;
         _wanted.read_from(&file);
         _blocks.restart();
-        base64_encode(_text, _blocks, line_length, true);
-        _text.flush();
+        base64_encode(text, _blocks, line_length, true);
     }
 
   private:
@@ -107,13 +111,12 @@ class SMTPClient::AttachmentBlocks {
         const a_bool& _useless;
     };
 
-    static constexpr size_t block_size = size_t{64} * 1024;
-    static constexpr size_t text_size = size_t{8} * 1024;  // stays in the processor's first cache
+    static constexpr size_t small_block = size_t{20} * 1024;
+    static constexpr size_t large_block = size_t{64} * 1024;
 
+    const a_bool _small;
     WantedIStream _wanted;
-    SMTPClientOStream _content;
     UTIStreamBuffer _blocks;
-    UTOStreamBuffer _text;
 };
 
 #endif

@@ -69,7 +69,9 @@ const char external_library_name[] = "Corvane External Library " QUOREL_VERSION 
 char* SMTPClient::_ComposeMessage(const char* subject, const char* body, const char** to,
                                   int to_count, const char** cc, int cc_count, const char* boundary,
                                   const char* content_type) {
+    constexpr size_t usual_header_length = 500;
     Buffer message;
+    message.expect(usual_header_length + (body != nullptr ? std::strlen(body) : 0));
     message.append("From: ");
     if (_sender_name != nullptr) {
         message.append_all({_sender_name.get(), " <", _sender.get(), ">\r\n"});

@@ -1,6 +1,5 @@
 // Replies of the server: RFC 5321, section 4.2.
 
-#include <algorithm>
 #include <cstring>
 
 #include "netlib/netsmtp.h"
@@ -23,34 +22,35 @@ int reply_code(const char* line) {
     return (line[0] - '0') * 100 + (line[1] - '0') * 10 + (line[2] - '0');
 }
 
-// The text of a reply line without its end: up to the first CR or else LF, a zero byte ending it
-// anyway. Null when there is no memory.
-char* copy_reply_text(const char* line, size_t length) {
-    const char* const text = line + prefix_length;
-    size_t size = strnlen(text, length - prefix_length);
-    const void* end = std::memchr(text, '\r', size);
-    if (end == nullptr) end = std::memchr(text, '\n', size);
-    if (end != nullptr) size = static_cast<size_t>(static_cast<const char*>(end) - text);
-    auto* const copy = static_cast<char*>(ut_malloc(size + 1));
-    if (copy == nullptr) return nullptr;
-    std::memcpy(copy, text, size);
-    copy[size] = '\0';
-    return copy;
+// The length of a reply line's text without its end: up to the first CR or else LF, a zero byte
+// ending it anyway.
+size_t text_length(const char* text, size_t length) {
+    length = strnlen(text, length);
+    const void* end = std::memchr(text, '\r', length);
+    if (end == nullptr) end = std::memchr(text, '\n', length);
+    return end == nullptr ? length : static_cast<size_t>(static_cast<const char*>(end) - text);
 }
 
 }  // namespace
 
-int SMTPClient::_ProcessResponse(char* buf, size_t buflen, int* code, a_bool is_ehlo) {
-    if (is_ehlo) _DeleteEhloResponses();
-    if (buf == nullptr) return SMTP_NO_MEMORY;
-    const SMTPSocket::Reply reply(_socket);
+int SMTPClient::a_reply::judged(int result, int expected, int unexpected) const {
+    if (result != SMTP_OK) return result;
+    return code == expected ? SMTP_OK : unexpected;
+}
+
+int SMTPClient::_ProcessResponse(a_reply& reply, a_bool is_ehlo) {
+    if (is_ehlo) _ehlo_responses.clear();
+    const SMTPSocket::Reply timing(_socket);
     for (int lines = 0; lines < most_reply_lines; ++lines) {
-        const size_t length = _ReadLine(buf, buflen);
+        const size_t length = _ReadLine(reply.line, sizeof reply.line);
+        // Before what was read: a line that was cut short by the time-out says nothing.
         if (_socket.didTimeout() || _socket.isReplyOverdue()) return SMTP_TIMED_OUT;
-        if (!is_reply_line(buf, length)) return SMTP_BAD_REPLY;
-        *code = reply_code(buf);
-        if (is_ehlo && !_AddEhloResponse(buf, length)) return SMTP_NO_MEMORY;
-        if (buf[3] == ' ') return SMTP_OK;
+        if (!is_reply_line(reply.line, length)) return SMTP_BAD_REPLY;
+        reply.code = reply_code(reply.line);
+        const char* const text = reply.line + prefix_length;
+        if (is_ehlo && !_ehlo_responses.add(text, text_length(text, length - prefix_length)))
+            return SMTP_NO_MEMORY;
+        if (reply.line[3] == ' ') return SMTP_OK;
     }
     return SMTP_BAD_REPLY;
 }
@@ -59,42 +59,26 @@ size_t SMTPClient::_ReadLine(char* buf, size_t buflen) {
     size_t count = 0;
     if (buflen > 0) buf[0] = '\0';
     while (count < buflen) {
-        if (_recvData(buf + count, 1) == 0) {
+        // What has arrived behind the line stays with the stream until the next line is wanted; so
+        // a read that may wait takes a byte only.
+        size_t got = _istrm != nullptr ? _istrm->get_held_line(buf + count, buflen - count) : 0;
+        if (got == 0) got = _recvData(buf + count, 1);
+        if (got == 0) {
             if (_istrm == nullptr || _istrm->eof() || _socket.didTimeout()) break;
             continue;
         }
-        if (buf[count++] != '\n') continue;
+        count += got;
+        if (buf[count - 1] != '\n') continue;
         if (count < buflen) buf[count] = '\0';
         break;
     }
     return count;
 }
 
-// Not with ut_realloc, which ends the process where there is no memory. False then.
-a_bool SMTPClient::_AddEhloResponse(const char* line, size_t length) {
-    size_t count = 0;
-    while (_ehlo_responses != nullptr && _ehlo_responses[count] != nullptr) ++count;
-    auto** const grown = static_cast<char**>(ut_calloc((count + 2) * sizeof(char*)));
-    if (grown == nullptr) return false;
-    std::copy_n(_ehlo_responses, count, grown);
-    ut_free(_ehlo_responses);
-    _ehlo_responses = grown;
-    grown[count] = copy_reply_text(line, length);
-    return grown[count] != nullptr;
-}
-
-void SMTPClient::_DeleteEhloResponses() {
-    if (_ehlo_responses == nullptr) return;
-    for (char** entry = _ehlo_responses; *entry != nullptr; ++entry) ut_free(*entry);
-    ut_free(_ehlo_responses);
-    _ehlo_responses = nullptr;
-}
-
 const char* SMTPClient::FindServerCapability(const char* name) const {
-    if (_ehlo_responses == nullptr) return nullptr;
     const size_t length = std::strlen(name);
-    for (char** entry = _ehlo_responses; *entry != nullptr; ++entry) {
-        if (ut_equal_nocase(*entry, name, length)) return *entry;
+    for (const char* response : _ehlo_responses) {
+        if (ut_equal_nocase(response, name, length)) return response;
     }
     return nullptr;
 }

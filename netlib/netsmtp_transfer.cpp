@@ -4,7 +4,7 @@
 // text, the attachment and the closing dot are joined into large writes, the last of which the
 // socket pushes where it would wait (netlib/smtpsocket.h).
 
-#include <cstdio>
+#include <charconv>
 #include <cstring>
 #include <ctime>
 #include <new>
@@ -13,12 +13,13 @@
 #include <unistd.h>
 
 #include "netlib/netsmtp_buffers.h"
+#include "utils/etc/utmemstream.h"
 #include "utils/unix/posixio.h"
 #include "utils/unix/posixstream.h"
 
 namespace {
 
-constexpr int longest_attachment_name = 255;
+constexpr size_t longest_attachment_name = 255;
 
 a_bool means_refused(int code) {
     return code == REPLY_MAILBOX_UNAVAILABLE || code == REPLY_USER_NOT_LOCAL ||
@@ -32,13 +33,29 @@ a_bool open_attachment(PosixIStream& file, const char* path) {
            file.is_regular();
 }
 
+// At least two digits. The streams' << would bring floating point along, 150 KB of it.
+void put_number(UTOStream& text, int number) {
+    char digits[16];
+    const auto end = std::to_chars(digits, digits + sizeof digits, number).ptr;
+    if (number < 10) text.put("0");
+    text.put(digits, static_cast<size_t>(end - digits));
+}
+
+// The local time as "%Y_%m%d_%H%M%S". strftime would look at the time zone's file each time.
 const char* make_boundary(char* buf, size_t buflen) {
     const std::time_t now = std::time(nullptr);
     tm local = {};
     localtime_r(&now, &local);
-    // strftime would look at the time zone's file again each time.
-    std::snprintf(buf, buflen, "==_EMAIL_MIME_%d_%02d%02d_%02d%02d%02d_==", local.tm_year + 1900,
-                  local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
+    UTStrOStream text(buf, buflen);
+    text.put("==_EMAIL_MIME_");
+    put_number(text, local.tm_year + 1900);
+    text.put("_");
+    put_number(text, local.tm_mon + 1);
+    put_number(text, local.tm_mday);
+    text.put("_");
+    for (const int part : {local.tm_hour, local.tm_min, local.tm_sec}) put_number(text, part);
+    text.put("_==");
+    text.set_eof();
     return buf;
 }
 
@@ -68,26 +85,24 @@ int SMTPClient::SendMessage(const char* subject, const char* body, const char** 
         _ComposeMessage(subject, body, to, to_count, cc, cc_count, boundary, content_type));
     if (text == nullptr) return SMTP_NO_MEMORY;
     if (_ostrm == nullptr) return SMTP_BAD_REPLY;
-    if (!_MakeBuffers(attachment != nullptr)) return SMTP_NO_MEMORY;
+    if (!_MakeBuffers(attachment != nullptr ? &file : nullptr)) return SMTP_NO_MEMORY;
 
-    const char** const lists[] = {to, cc, bcc};
-    const int counts[] = {to_count, cc_count, bcc_count};
-    int result = _SendEnvelope(lists, counts);
+    int result = _SendEnvelope({{to, to_count}, {cc, cc_count}, {bcc, bcc_count}});
     if (result == SMTP_OK) result = _SendContent(text.get(), boundary, attachment, file);
+    if (_contents != nullptr && !_contents->is_small()) _contents.reset();
     return result == SMTP_OK ? result : _Abandon(result);
 }
 
-/// What the last message did without is given back: few sessions of many attach files, and small
-/// ones in a row are not to wait for memory.
-a_bool SMTPClient::_MakeBuffers(a_bool attaches) {
+/// Few sessions of many attach files, and those that attach small ones in a row are not to wait for
+/// memory; so only a block for small files stays, until a message does without.
+a_bool SMTPClient::_MakeBuffers(const PosixIStream* file) {
     if (_joined == nullptr) _joined.reset(new (std::nothrow) JoinedWrites(*this));
-    if (!attaches) {
-        _contents.reset();
-    } else if (_contents == nullptr) {
-        _contents.reset(new (std::nothrow) AttachmentBlocks(*this));
-    }
+    const a_bool small = file != nullptr && AttachmentBlocks::is_small(file->size());
+    if (!small) _contents.reset();
+    if (file != nullptr && _contents == nullptr)
+        _contents.reset(new (std::nothrow) AttachmentBlocks(*this, small));
     const a_bool made = _joined != nullptr && _joined->is_valid() &&
-                        (!attaches || (_contents != nullptr && _contents->is_valid()));
+                        (file == nullptr || (_contents != nullptr && _contents->is_valid()));
     if (!made) _GiveBackBuffers();
     return made;
 }
@@ -97,25 +112,23 @@ void SMTPClient::_GiveBackBuffers() {
     _contents.reset();
 }
 
-int SMTPClient::_SendEnvelope(const char** const lists[], const int counts[]) {
+int SMTPClient::_SendEnvelope(std::initializer_list<a_recipient_list> lists) {
     int result = _SendCommand({"MAIL FROM:<", _sender.get(), ">"});
     if (result == SMTP_OK) result = _Expect(REPLY_COMPLETED);
-    for (int list = 0; list < 3; ++list) {
-        for (int i = 0; i < counts[list] && result == SMTP_OK; ++i)
-            result = _SendRecipient(lists[list][i]);
+    for (const a_recipient_list& list : lists) {
+        for (int i = 0; i < list.count && result == SMTP_OK; ++i)
+            result = _SendRecipient(list.addresses[i]);
     }
     return result == SMTP_OK ? _Say("DATA\r\n", REPLY_START_MAIL_INPUT) : result;
 }
 
 int SMTPClient::_SendRecipient(const char* address) {
-    char reply[reply_size];
-    int code = 0;
+    a_reply reply;
     int result = _SendCommand({"RCPT TO:<", address, ">"});
-    if (result == SMTP_OK) result = _ProcessResponse(reply, sizeof reply, &code, false);
-    if (result == SMTP_OK && code == REPLY_COMPLETED) return SMTP_OK;
+    if (result == SMTP_OK) result = _ProcessResponse(reply, false);
     // A refusal counts even if its reply breaks off after the first line.
-    if (means_refused(code)) return SMTP_RECIPIENT_REFUSED;
-    return result == SMTP_OK ? SMTP_BAD_REPLY : result;
+    if (means_refused(reply.code)) return SMTP_RECIPIENT_REFUSED;
+    return reply.judged(result, REPLY_COMPLETED, SMTP_BAD_REPLY);
 }
 
 int SMTPClient::_SendContent(const char* text, const char* boundary, const char* path,
@@ -135,6 +148,7 @@ int SMTPClient::_SendContent(const char* text, const char* boundary, const char*
     return _socket.didTimeout() ? SMTP_TIMED_OUT : SMTP_BAD_REPLY;
 }
 
+// What RSET is answered does not matter: a server that refuses it refuses the next MAIL too.
 int SMTPClient::_Abandon(int result) {
     _SayAnyway("RSET\r\n");
     return result;
@@ -143,9 +157,12 @@ int SMTPClient::_Abandon(int result) {
 int SMTPClient::_SendRawText(const char* text, size_t len, a_bool* open_line) {
     if (len == 0) return 0;
     const char* const end = text + len;
-    const char* pending = text;
-    const char* from = text;
-    a_bool zero = false;  // ends the search
+    const char* pending = text;  // not sent yet
+    const char* from = text;     // not searched yet
+    a_bool zero = false;         // ends the search
+    // From dot to dot, not from line to line: a text has far fewer dots, and what lies between them
+    // leaves in one piece. A zero byte is looked for in front of dots only; behind the last one it
+    // changes nothing but *open_line.
     while (const char* const dot = find(from, end, '.')) {
         zero = find(from, dot, '\0') != nullptr;
         if (zero) break;
@@ -161,25 +178,30 @@ int SMTPClient::_SendRawText(const char* text, size_t len, a_bool* open_line) {
     return 0;
 }
 
-void SMTPClient::_SendText(const char* text) {
-    a_bool ignored = false;
-    _SendRawText(text, std::strlen(text), &ignored);
-}
-
 int SMTPClient::_SendMessageAttachments(const char* boundary, const char* path, UTIStream& file) {
     if (boundary == nullptr || path == nullptr) return SMTP_OK;
     const char* const name = attachment_name(path);
-    char lines[1024];  // more than the longest boundary and two names take
+    const size_t name_length = strnlen(name, longest_attachment_name);
+    SMTPClientOStream section(this);
+    char text[1024];  // more than the longest boundary and two names take
+    UTStrOStream header(text, sizeof text);
     // Kept: "Content-transfer-encoding" in this mixture of cases.
-    std::snprintf(lines, sizeof lines,
-                  "\r\n\r\n--%s\r\nContent-Type: application/octet-stream; name=\"%.*s\"\r\n"
-                  "Content-transfer-encoding: base64\r\n"
-                  "Content-Disposition: attachment; filename=\"%.*s\"\r\n\r\n",
-                  boundary, longest_attachment_name, name, longest_attachment_name, name);
-    _SendText(lines);
+    header.put("\r\n\r\n--");
+    header.put(boundary);
+    header.put("\r\nContent-Type: application/octet-stream; name=\"");
+    header.put(name, name_length);
+    header.put("\"\r\nContent-transfer-encoding: base64\r\n"
+               "Content-Disposition: attachment; filename=\"");
+    header.put(name, name_length);
+    header.put("\"\r\n\r\n");
+    section.put(header.GetString(), header.Length());
+    // Base64 has no dots, so that it need not pass the dot-stuffing.
     // Kept: a read error ends the attachment like the end of the file.
-    _contents->encode(file);
-    std::snprintf(lines, sizeof lines, "\r\n\r\n--%s--\r\n\r\n\r\n", boundary);
-    _SendText(lines);
+    _contents->encode(file, *_ostrm);
+    UTStrOStream delimiter(text, sizeof text);
+    delimiter.put("\r\n\r\n--");
+    delimiter.put(boundary);
+    delimiter.put("--\r\n\r\n\r\n");
+    section.put(delimiter.GetString(), delimiter.Length());
     return SMTP_OK;
 }

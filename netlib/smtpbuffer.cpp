@@ -39,11 +39,16 @@ void Buffer::append_all(std::initializer_list<const char*> texts) {
     for (const char* text : texts) append(text);
 }
 
+void Buffer::expect(size_t length) {
+    if (length >= _capacity && !reserve(length + 1)) _whole = false;
+}
+
 a_bool Buffer::reserve(size_t capacity) {
     // Not ut_realloc, which ends the process where there is no memory; and the text that is left
     // behind may be a credential.
     auto* const grown = static_cast<char*>(ut_malloc(capacity));
     if (grown == nullptr) return false;
+    grown[0] = '\0';
     if (_str != nullptr) {
         std::memcpy(grown, _str, _size + 1);
         ut_wipe(_str, _capacity);

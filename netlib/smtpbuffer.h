@@ -27,6 +27,10 @@ class Buffer {
     void append(const char* text);
     void append_all(std::initializer_list<const char*> texts);
 
+    /// Makes room for a text of `length`, so that it can be built in one allocation. Without memory
+    /// for it the text counts as not whole.
+    void expect(size_t length);
+
     /// False once a piece was dropped.
     a_bool is_whole() const { return _whole; }
     size_t length() const { return _size; }  // without the terminator

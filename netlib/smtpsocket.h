@@ -55,10 +55,11 @@ class SMTPSocket final : public TimedSocket {
         return TimedSocket::send(buf, len);
     }
 
-    // One read brings most replies, so that the clock is looked at only from the second on.
     int recv(char* buf, unsigned int len) override {
         push();
-        if (_reads++ == 0 || _reply_timeout <= 0) return TimedSocket::recv(buf, len);
+        if (_reads++ == 0) return first_recv(buf, len);
+        if (_reply_timeout <= 0) return TimedSocket::recv(buf, len);
+        // One read brings most replies, so that the clock is looked at only from the second on.
         if (_reads == 2) _first_read = a_timer_tick::now();
         const int32 left = time_left();
         if (left == 0) {
@@ -66,10 +67,7 @@ class SMTPSocket final : public TimedSocket {
             errno = ETIMEDOUT;
             return -1;
         }
-        TimedSocket::setTimeout(left);
-        const int count = TimedSocket::recv(buf, len);
-        TimedSocket::setTimeout(_reply_timeout);
-        return count;
+        return recv_within(left, buf, len);
     }
 
   private:
@@ -91,6 +89,25 @@ class SMTPSocket final : public TimedSocket {
     void end_reply() {
         _in_reply = false;
         _unacknowledged = _own_words;
+    }
+
+    // A reply is seldom there when it is first looked for: a peer that answers at once answers
+    // after that. So the wait comes before the look, which then needs neither a second one nor the
+    // clock.
+    int first_recv(char* buf, unsigned int len) {
+        constexpr int32 slice_in_ms = 250;
+        a_bool readable = true;
+        a_bool writable = false;
+        const int ready = select(readable, writable, slice_in_ms * 1000);
+        if (ready != 0 || _reply_timeout <= 0) return TimedSocket::recv(buf, len);
+        return recv_within(std::max(_reply_timeout - slice_in_ms, 1), buf, len);
+    }
+
+    int recv_within(int32 timeout_in_ms, char* buf, unsigned int len) {
+        TimedSocket::setTimeout(timeout_in_ms);
+        const int count = TimedSocket::recv(buf, len);
+        TimedSocket::setTimeout(_reply_timeout);
+        return count;
     }
 
     // Linux sends what it holds back when the option is set (tcp(7)), and queued data stays exempt

@@ -1,7 +1,8 @@
 #ifndef QUOREL_TESTS_SCRATCH_H
 #define QUOREL_TESTS_SCRATCH_H
 
-#include <cstdio>
+// Files that a test makes and reads, and what it fills them with.
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -23,10 +24,12 @@ class ScratchFolder {
     ScratchFolder(const ScratchFolder&) = delete;
     ScratchFolder& operator=(const ScratchFolder&) = delete;
 
+    /// The path of a file in the folder, there or not.
     [[nodiscard]] std::string file(const std::string& name) const {
         return (_path / name).string();
     }
 
+    /// The same of a file that is made, or replaced, with these contents.
     [[nodiscard]] std::string file_with(const std::string& name, const std::string& bytes) const {
         std::ofstream(file(name), std::ios::binary) << bytes;
         return file(name);
@@ -36,6 +39,7 @@ class ScratchFolder {
     std::filesystem::path _path;
 };
 
+/// The contents of a file; empty when it cannot be read.
 inline std::string bytes_of(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};

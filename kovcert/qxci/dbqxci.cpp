@@ -42,8 +42,8 @@ DBQXCIEnvironment::DBQXCIEnvironment(const a_qxci_callbacks* cb, void* global_co
     if (std::getenv(use_stub_variable) != nullptr) gUseStub = true;
 }
 
-a_qxci_result DBQXCIEnvironment::Init(bool fips, const char* component, a_qxci_user_option* options,
-                                      DBQXCIError* err) {
+a_qxci_result DBQXCIEnvironment::Init(a_bool fips, const char* component,
+                                      a_qxci_user_option* options, DBQXCIError* err) {
     Fini();  // of an earlier Init()
     _fips_mode = fips;
     _options = options;
@@ -58,7 +58,7 @@ a_qxci_result DBQXCIEnvironment::Init(bool fips, const char* component, a_qxci_u
 }
 
 // False when there is no memory for it all.
-bool DBQXCIEnvironment::_SetUp(const char* component, const char* dll_name) {
+a_bool DBQXCIEnvironment::_SetUp(const char* component, const char* dll_name) {
     _component = ut_try_text(component);
     _dll_name_opt = ut_try_text(dll_name);
     if (component != nullptr && _component == nullptr) return false;
@@ -86,19 +86,19 @@ DBQXCIMutex* DBQXCIEnvironment::createMutex() const {
 
 // ---- Providers ----
 
-bool DBQXCIEnvironment::IsECCAvailable() {
+a_bool DBQXCIEnvironment::IsECCAvailable() {
     return is_located(QXCI_ECC_DLL_NAME);
 }
 
-bool DBQXCIEnvironment::IsRSAAvailable() {
+a_bool DBQXCIEnvironment::IsRSAAvailable() {
     return is_located(QXCI_RSA_DLL_NAME);
 }
 
-bool DBQXCIEnvironment::IsFIPSAvailable() {
+a_bool DBQXCIEnvironment::IsFIPSAvailable() {
     return is_located(QXCI_FIPS_DLL_NAME) && is_located(QXCI_FIPS_COMPANION_DLL_NAME);
 }
 
-bool DBQXCIEnvironment::_loadInterface(_iface_index index, DBQXCIError* err) {
+a_bool DBQXCIEnvironment::_loadInterface(_iface_index index, DBQXCIError* err) {
     if (index > MAX_IFACE_INDEX) {
         err->Set(QxciErrBadEncryptionAlgorithm);
         return false;
@@ -118,7 +118,7 @@ bool DBQXCIEnvironment::_loadInterface(_iface_index index, DBQXCIError* err) {
     return _CreateProviderEnvironment(*iface, err);
 }
 
-bool DBQXCIEnvironment::_CreateProviderEnvironment(DBQXCIInterface& iface, DBQXCIError* err) {
+a_bool DBQXCIEnvironment::_CreateProviderEnvironment(DBQXCIInterface& iface, DBQXCIError* err) {
     if (iface._env_iface.create_func == nullptr) {
         iface.Unload();
         err->Set(QxciErrUnknown);
@@ -157,8 +157,8 @@ DBQXCIInterface* DBQXCIEnvironment::_LoadIfNeeded(_iface_index index, DBQXCIErro
 // ---- What is there ----
 
 template <class Key>
-bool DBQXCIEnvironment::_IsSupported(const a_qxci_algorithm* table, Key key,
-                                     bool (*a_qxci_env_iface::*entry)(QXCIEnvironmentH, Key)) {
+a_bool DBQXCIEnvironment::_IsSupported(const a_qxci_algorithm* table, Key key,
+                                       a_bool (*a_qxci_env_iface::*entry)(QXCIEnvironmentH, Key)) {
     const std::optional<_iface_index> slot = qxci_choose_slot(table, key, _fips_mode);
     if (!slot.has_value()) return false;
     DBQXCIError ignored;  // a provider that cannot be had supports nothing
@@ -168,26 +168,26 @@ bool DBQXCIEnvironment::_IsSupported(const a_qxci_algorithm* table, Key key,
     return ask != nullptr && ask(iface->_qxci_env, key);
 }
 
-bool DBQXCIEnvironment::IsStreamAlgorithmSupported(const char* name) {
+a_bool DBQXCIEnvironment::IsStreamAlgorithmSupported(const char* name) {
     return _IsSupported(StreamAlgorithms, name, &a_qxci_env_iface::stream_alg_func);
 }
 
-bool DBQXCIEnvironment::IsStreamAlgorithmSupported(a_qxci_byte id) {
+a_bool DBQXCIEnvironment::IsStreamAlgorithmSupported(a_qxci_byte id) {
     return _IsSupported(StreamAlgorithms, id, &a_qxci_env_iface::stream_alg_id_func);
 }
 
-bool DBQXCIEnvironment::IsBlockEncrypterAlgorithmSupported(const char* name) {
+a_bool DBQXCIEnvironment::IsBlockEncrypterAlgorithmSupported(const char* name) {
     return _IsSupported(EncAlgorithms, name, &a_qxci_env_iface::block_enc_alg_func);
 }
 
-bool DBQXCIEnvironment::IsBlockEncrypterAlgorithmSupported(a_qxci_byte id) {
+a_bool DBQXCIEnvironment::IsBlockEncrypterAlgorithmSupported(a_qxci_byte id) {
     return _IsSupported(EncAlgorithms, id, &a_qxci_env_iface::block_enc_alg_id_func);
 }
 
-bool DBQXCIEnvironment::IsBlockHasherAlgorithmSupported(const char* name) {
+a_bool DBQXCIEnvironment::IsBlockHasherAlgorithmSupported(const char* name) {
     return _IsSupported(HashAlgorithms, name, &a_qxci_env_iface::block_hash_alg_func);
 }
 
-bool DBQXCIEnvironment::IsBlockHasherAlgorithmSupported(a_qxci_byte id) {
+a_bool DBQXCIEnvironment::IsBlockHasherAlgorithmSupported(a_qxci_byte id) {
     return _IsSupported(HashAlgorithms, id, &a_qxci_env_iface::block_hash_alg_id_func);
 }

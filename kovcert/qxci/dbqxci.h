@@ -15,13 +15,14 @@
 #include "kovcert/qxci/qxcierror.h"
 #include "kovcert/qxci/qxcioptions.h"
 #include "utils/contain/utlist.h"
+#include "utils/etc/uttypes.h"
 #include "utils/utmem/utmem.h"
 #include "utils/utmem/uttext.h"
 
 struct a_qxci_source;
 
 /// The environment of one owner. Init() comes before everything else, and its objects are deleted
-/// before Fini(); what becomes of one that is not stands in dbqxciwrappers.h.
+/// before Fini(); dbqxciwrappers.h says what happens to one that is not.
 ///
 /// Choice of provider: OTHER_IFACE under gUseStub; else FIPS_IFACE in FIPS mode, but for CRC32,
 /// which is always STATIC_IFACE's; else what the tables of qxcialgorithms.h say. No FIPS provider
@@ -64,7 +65,7 @@ class DBQXCIEnvironment : public c_utils_base {
     /// `component` names the owner, may be null and is copied. `options` (null: none) stay the
     /// caller's until Fini(); "dll_name" among them is the library of OTHER_IFACE. QXCI_OK, or
     /// QXCI_ERROR with the reason in `err` and no slot set up.
-    a_qxci_result Init(bool fips, const char* component, a_qxci_user_option* options,
+    a_qxci_result Init(a_bool fips, const char* component, a_qxci_user_option* options,
                        DBQXCIError* err);
 
     /// Ends every provider's environment and closes the libraries. Init() may follow.
@@ -72,18 +73,18 @@ class DBQXCIEnvironment : public c_utils_base {
 
     /// Whether the provider that an algorithm belongs to can be loaded and has it; a null name is
     /// none.
-    bool IsStreamAlgorithmSupported(const char* name);
-    bool IsStreamAlgorithmSupported(a_qxci_byte id);
-    bool IsBlockEncrypterAlgorithmSupported(const char* name);
-    bool IsBlockEncrypterAlgorithmSupported(a_qxci_byte id);
-    bool IsBlockHasherAlgorithmSupported(const char* name);
-    bool IsBlockHasherAlgorithmSupported(a_qxci_byte id);
+    a_bool IsStreamAlgorithmSupported(const char* name);
+    a_bool IsStreamAlgorithmSupported(a_qxci_byte id);
+    a_bool IsBlockEncrypterAlgorithmSupported(const char* name);
+    a_bool IsBlockEncrypterAlgorithmSupported(a_qxci_byte id);
+    a_bool IsBlockHasherAlgorithmSupported(const char* name);
+    a_bool IsBlockHasherAlgorithmSupported(a_qxci_byte id);
 
     /// Whether a setting can be had: "tls", whose parameters say which, or the name of a stream
     /// algorithm. True: the level that it comes to is stored in `level`. False with the reason in
     /// `err`; without one when the provider merely does not have the algorithm.
     /// Kept: asks the provider that the table names even under gUseStub.
-    bool ValidateStreamEncryption(c_encrypt_level& level, DBQXCIError* err);
+    a_bool ValidateStreamEncryption(c_encrypt_level& level, DBQXCIError* err);
 
     /// A stream for a setting, a name or a number. Its Init() is the caller's to call. `cb` may be
     /// null and is copied; its callbacks get `user_data`.
@@ -95,9 +96,9 @@ class DBQXCIEnvironment : public c_utils_base {
                                      a_qxci_byte id, DBQXCIError* err);
 
     // Whether the file of a provider is there; nothing is loaded.
-    static bool IsECCAvailable();
-    static bool IsRSAAvailable();
-    static bool IsFIPSAvailable();  // and its companion
+    static a_bool IsECCAvailable();
+    static a_bool IsRSAAvailable();
+    static a_bool IsFIPSAvailable();  // and its companion
     static const char* GetECCDLLName() { return QXCI_ECC_DLL_NAME; }
     static const char* GetRSADLLName() { return QXCI_RSA_DLL_NAME; }
     static const char* GetFIPSDLLName() { return QXCI_FIPS_DLL_NAME; }
@@ -111,7 +112,7 @@ class DBQXCIEnvironment : public c_utils_base {
     /// Loads the provider of a slot, if it is not, and creates its environment. False with the
     /// reason in `err`: the loader's; what the provider says; QxciErrFipsDisabled;
     /// QxciErrBadEncryptionAlgorithm for an index that is no slot; QxciErrUnknown without Init().
-    bool _loadInterface(_iface_index index, DBQXCIError* err);
+    a_bool _loadInterface(_iface_index index, DBQXCIError* err);
 
     /// The provider of a slot, loaded or not, with a reference for the caller; null when there is
     /// none.
@@ -120,21 +121,21 @@ class DBQXCIEnvironment : public c_utils_base {
     a_qxci_version GetQXCIVersion() const { return _vers; }
 
   private:
-    bool _SetUp(const char* component, const char* dll_name);
+    a_bool _SetUp(const char* component, const char* dll_name);
     template <class Key>
-    bool _IsSupported(const a_qxci_algorithm* table, Key key,
-                      bool (*a_qxci_env_iface::*entry)(QXCIEnvironmentH, Key));
+    a_bool _IsSupported(const a_qxci_algorithm* table, Key key,
+                        a_bool (*a_qxci_env_iface::*entry)(QXCIEnvironmentH, Key));
     a_qxci_source _SourceIn(std::optional<_iface_index> slot, a_dbqxci_error no_slot,
                             DBQXCIError* err);
     _iface_index _PasswordSlot() const;
-    bool _CheckFips(DBQXCIError* err) const;
+    a_bool _CheckFips(DBQXCIError* err) const;
     DBQXCIInterface* _LoadIfNeeded(_iface_index index, DBQXCIError* err);
-    bool _CreateProviderEnvironment(DBQXCIInterface& iface, DBQXCIError* err);
+    a_bool _CreateProviderEnvironment(DBQXCIInterface& iface, DBQXCIError* err);
 
     [[maybe_unused]] UTHeap _heap;
-    bool _fips_mode = false;
+    a_bool _fips_mode = false;
     a_qxci_user_option _fips_opt = {};  // "FIPS" = "YES", in FIPS mode
-    bool _fips_disabled = false;
+    a_bool _fips_disabled = false;
     UTText _dll_name_opt;  // null: none
     DBQXCIInterface* _interfaces[MAX_IFACE_INDEX + 1] = {};
     const a_qxci_callbacks* _qxci_callbacks;  // not owned

@@ -150,7 +150,7 @@ DBQXCIStream* DBQXCIEnvironment::CreateStreamWithID(const a_qxci_stream_callback
                                      from.iface->_qxci_env, cb, user_data, id);
 }
 
-bool DBQXCIEnvironment::_CheckFips(DBQXCIError* err) const {
+a_bool DBQXCIEnvironment::_CheckFips(DBQXCIError* err) const {
     if (_fips_disabled) {
         err->Set(QxciErrFipsDisabled);
         return false;
@@ -162,7 +162,7 @@ bool DBQXCIEnvironment::_CheckFips(DBQXCIError* err) const {
     return true;
 }
 
-bool DBQXCIEnvironment::ValidateStreamEncryption(c_encrypt_level& level, DBQXCIError* err) {
+a_bool DBQXCIEnvironment::ValidateStreamEncryption(c_encrypt_level& level, DBQXCIError* err) {
     err->Clear();
     a_wanted_stream wanted;
     if (!wanted.Read(level, err)) return false;

@@ -102,7 +102,7 @@ bool fill(a_qxci_result (*getter)(Table*), Table& table) {
 
 }  // namespace
 
-bool DBQXCIInterface::Load(a_qxci_dll_type type, const char* dll_name, DBQXCIError* err) {
+a_bool DBQXCIInterface::Load(a_qxci_dll_type type, const char* dll_name, DBQXCIError* err) {
     if (_loaded) return true;
     if (type == QXCI_DLL_BASIC) return _LoadBuiltin();
     const char* const name = library_name(type, dll_name);
@@ -113,14 +113,14 @@ bool DBQXCIInterface::Load(a_qxci_dll_type type, const char* dll_name, DBQXCIErr
     return false;
 }
 
-bool DBQXCIInterface::_LoadBuiltin() {
+a_bool DBQXCIInterface::_LoadBuiltin() {
     _loaded = true;  // even if it fails: there is nothing that could be better the next time
     _vers = {QXCI_API_MAJOR, QXCI_API_MINOR, QXCI_IMPL_ID, 1};
     _valid = _Fill(builtin_entry_points);
     return _valid;
 }
 
-bool DBQXCIInterface::_LoadLibrary(const char* name, a_dbqxci_error* failure) {
+a_bool DBQXCIInterface::_LoadLibrary(const char* name, a_dbqxci_error* failure) {
     _dll = open_library(name);
     if (_dll == nullptr) return false;
     _loaded = true;
@@ -135,7 +135,7 @@ bool DBQXCIInterface::_LoadLibrary(const char* name, a_dbqxci_error* failure) {
     return _valid;
 }
 
-bool DBQXCIInterface::_Fill(const a_qxci_entry_points& entries) {
+a_bool DBQXCIInterface::_Fill(const a_qxci_entry_points& entries) {
     return fill(entries.env, _env_iface) && fill(entries.error, _error_iface) &&
            fill(entries.stream, _stream_iface) && fill(entries.conn, _conn_iface) &&
            fill(entries.pw_hash, _pw_hash_iface) && fill(entries.hash, _hash_iface) &&
@@ -151,7 +151,7 @@ void DBQXCIInterface::Finish() {
     Unload();
 }
 
-bool DBQXCIInterface::Unload() {
+a_bool DBQXCIInterface::Unload() {
     ut_dll_close(_dll);
     _loaded = false;
     _dll = nullptr;

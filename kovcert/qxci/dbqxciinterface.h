@@ -67,11 +67,11 @@ class DBQXCIInterface : public c_utils_refobj {
     ///
     /// A getter of the built-in provider that fails leaves the object loaded but not valid, and
     /// `err` untouched.
-    bool Load(a_qxci_dll_type type, const char* dll_name, DBQXCIError* err);
+    a_bool Load(a_qxci_dll_type type, const char* dll_name, DBQXCIError* err);
 
     /// Closes the library and clears the tables; GetVersion() still tells what it was. For a
     /// provider that has no environment, or none any more, and hence no objects. Returns true.
-    bool Unload();
+    a_bool Unload();
 
     /// Destroys the provider's environment, if there is one, and unloads. Waits for an object that
     /// is being destroyed.
@@ -81,7 +81,7 @@ class DBQXCIInterface : public c_utils_refobj {
     /// entry, or no longer; nothing is done then. Objects are destroyed one at a time, so that
     /// destroy_func may call the owner's callbacks, but must not come back here.
     template <class Table, class Handle>
-    bool DestroyHandle(Table DBQXCIInterface::*objects, Handle handle) {
+    a_bool DestroyHandle(Table DBQXCIInterface::*objects, Handle handle) {
         const UTLock lock(_ending);
         const auto destroy = (this->*objects).destroy_func;
         if (destroy == nullptr) return false;
@@ -93,9 +93,9 @@ class DBQXCIInterface : public c_utils_refobj {
     void _clear();
 
     /// A load was done, successful or (for the built-in provider) not.
-    bool IsLoaded() const { return _loaded; }
+    a_bool IsLoaded() const { return _loaded; }
     /// The tables are filled.
-    bool IsValid() const { return _valid; }
+    a_bool IsValid() const { return _valid; }
     a_qxci_version GetVersion() const { return _vers; }
 
     a_qxci_env_iface _env_iface = {};
@@ -111,13 +111,13 @@ class DBQXCIInterface : public c_utils_refobj {
     QXCIEnvironmentH _qxci_env = nullptr;
 
   private:
-    bool _LoadBuiltin();
-    bool _LoadLibrary(const char* name, a_dbqxci_error* failure);
-    bool _Fill(const a_qxci_entry_points& entries);
+    a_bool _LoadBuiltin();
+    a_bool _LoadLibrary(const char* name, a_dbqxci_error* failure);
+    a_bool _Fill(const a_qxci_entry_points& entries);
 
     UTMutex _ending;  // held while an object or the provider's environment is destroyed
-    bool _valid = false;
-    bool _loaded = false;
+    a_bool _valid = false;
+    a_bool _loaded = false;
     void* _dll = nullptr;  // null for the built-in provider
     a_qxci_version _vers = {};
 };

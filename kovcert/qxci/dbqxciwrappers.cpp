@@ -78,12 +78,12 @@ a_qxci_result DBQXCISignatureHandler::CreateConnSig(const char* a, const char* b
 }
 
 a_qxci_result DBQXCISignatureHandler::VerifyDBSig(const char* a, const char* b, const char* c,
-                                                  const char* sig, bool* ok) {
+                                                  const char* sig, a_bool* ok) {
     return _Forward(&a_qxci_sig_iface::verify_dbsig_func, QXCI_ERROR, a, b, c, sig, ok);
 }
 
 a_qxci_result DBQXCISignatureHandler::VerifyConnSig(const char* a, const char* b, const char* sig,
-                                                    bool* ok) {
+                                                    a_bool* ok) {
     return _Forward(&a_qxci_sig_iface::verify_connsig_func, QXCI_ERROR, a, b, sig, ok);
 }
 

@@ -21,6 +21,7 @@
 #include "kovcert/qxci/qxci.h"
 #include "kovcert/qxci/qxcierror.h"
 #include "utils/contain/utlist.h"
+#include "utils/etc/uttypes.h"
 
 class DBQXCIEnvironment;
 
@@ -71,7 +72,7 @@ class DBQXCIWrapper : public c_utils_base {
 
     /// Whether there is a handle, and the entry to call on it.
     template <class Entry>
-    bool _Has(Entry Table::*entry) const {
+    a_bool _Has(Entry Table::*entry) const {
         return _handle != nullptr && _iface != nullptr && (_iface->*Iface).*entry != nullptr;
     }
 
@@ -151,8 +152,8 @@ class DBQXCISignatureHandler final
                               size_t* out_len);
     a_qxci_result CreateConnSig(const char* a, const char* b, char* out, size_t* out_len);
     a_qxci_result VerifyDBSig(const char* a, const char* b, const char* c, const char* sig,
-                              bool* ok);
-    a_qxci_result VerifyConnSig(const char* a, const char* b, const char* sig, bool* ok);
+                              a_bool* ok);
+    a_qxci_result VerifyConnSig(const char* a, const char* b, const char* sig, a_bool* ok);
     using DBQXCIWrapper::GetQXCIVersion;
 };
 

@@ -6,7 +6,7 @@
 #include "kovcert/qxci/qxcioptions.h"
 #include "utils/etc/utascii.h"
 
-bool a_tls_parms::Parse(const char* parms, DBQXCIError* err) {
+a_bool a_tls_parms::Parse(const char* parms, DBQXCIError* err) {
     a_qxci_user_option* options = nullptr;
     if (!ParseQXCIOptionString(parms, &options, err)) return false;
     const char* const type = FindQXCIOption(options, "tls_type");
@@ -19,7 +19,7 @@ bool a_tls_parms::Parse(const char* parms, DBQXCIError* err) {
     return wanted != -1;
 }
 
-bool c_encrypt_level::set_level(const char* algorithm, const char* parms) {
+a_bool c_encrypt_level::set_level(const char* algorithm, const char* parms) {
     // Both first: they may be texts of this setting.
     UTText new_algorithm = ut_text(algorithm);
     UTSecretText new_parms(ut_strdup(parms));
@@ -42,7 +42,7 @@ bool c_encrypt_level::set_level(const char* algorithm, const char* parms) {
     return true;
 }
 
-bool c_encrypt_level::_SetTlsLevel() {
+a_bool c_encrypt_level::_SetTlsLevel() {
     _strong = true;
     a_tls_parms tls;
     DBQXCIError err;
@@ -57,7 +57,7 @@ bool c_encrypt_level::_SetTlsLevel() {
     return true;
 }
 
-bool c_encrypt_level::_Fail(const char* text) {
+a_bool c_encrypt_level::_Fail(const char* text) {
     _errorStr = ut_text(text);
     return false;
 }

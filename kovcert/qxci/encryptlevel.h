@@ -20,12 +20,12 @@ enum a_encrypt_level : uint32 {
 
 /// What the parameters of "tls" say about the stream.
 struct a_tls_parms {
-    UTText tls_type;    // "rsa" unless given
-    bool fips = false;  // "FIPS" says yes (qxci_yes_or_no() in qxci.h)
+    UTText tls_type;      // "rsa" unless given
+    a_bool fips = false;  // "FIPS" says yes (qxci_yes_or_no() in qxci.h)
 
     /// Reads "tls_type=...;FIPS=..."; other options are for others, null is an empty text. False on
     /// a syntax error or a "FIPS" that says neither yes nor no, with the reason in `err`.
-    bool Parse(const char* parms, DBQXCIError* err);
+    a_bool Parse(const char* parms, DBQXCIError* err);
 };
 
 /// One setting, an element of a list of those to choose from.
@@ -39,7 +39,7 @@ class c_encrypt_level : public c_utils_link {
     /// Both texts are copied, even such as this object gave out, and kept whatever comes out;
     /// `parms` may be null. False for anything else: the level is then unknown, and get_error() is
     /// the text that is wrong.
-    bool set_level(const char* algorithm, const char* parms);
+    a_bool set_level(const char* algorithm, const char* parms);
 
     /// Makes the setting stand for `level`.
     void set_level(a_encrypt_level level);
@@ -47,9 +47,9 @@ class c_encrypt_level : public c_utils_link {
     a_encrypt_level get_level() const { return _level; }
     /// "none", "simple", "ecc_tls", "rsa_tls" or "rsa_tls_fips"; "Unknown" before a level is set.
     const char* get_level_name() const;
-    bool is_known() const { return _known; }
+    a_bool is_known() const { return _known; }
     /// TLS, as opposed to nothing that would keep anybody out.
-    bool is_strong() const { return _strong; }
+    a_bool is_strong() const { return _strong; }
 
     // Each null when there is none.
     const char* get_algorithm() const { return _algorithm.get(); }
@@ -57,12 +57,12 @@ class c_encrypt_level : public c_utils_link {
     const char* get_error() const { return _errorStr.get(); }
 
   private:
-    bool _SetTlsLevel();
-    bool _Fail(const char* text);
+    a_bool _SetTlsLevel();
+    a_bool _Fail(const char* text);
 
     a_encrypt_level _level = ENCRYPT_NONE;
-    bool _known = false;
-    bool _strong = false;
+    a_bool _known = false;
+    a_bool _strong = false;
     UTText _algorithm;
     UTSecretText _parms;  // passwords may be among them
     UTText _errorStr;

@@ -33,9 +33,10 @@ bool has_alias(const a_qxci_algorithm& row, const char* name) {
 }
 
 std::optional<_iface_index> choose_slot(const a_qxci_algorithm* table, const a_qxci_algorithm* row,
-                                        bool fips) {
+                                        a_bool fips) {
     if (gUseStub) return OTHER_IFACE;
     const bool is_crc = table == HashAlgorithms && row != nullptr && row->alg_id == QXCI_HASH_CRC32;
+    // Whatever the table says: a FIPS provider may have algorithms of its own.
     if (fips && !is_crc) return FIPS_IFACE;
     if (row == nullptr) return std::nullopt;
     return row->iface;
@@ -43,7 +44,7 @@ std::optional<_iface_index> choose_slot(const a_qxci_algorithm* table, const a_q
 
 }  // namespace
 
-std::atomic<bool> gUseStub{false};
+std::atomic<a_bool> gUseStub{false};
 
 const a_qxci_algorithm StreamAlgorithms[] = {
     {QXCI_STREAM_RSA_TLS, rsa_names, RSA_IFACE},
@@ -86,12 +87,12 @@ const a_qxci_algorithm* qxci_find_algorithm(const a_qxci_algorithm* table, const
 }
 
 std::optional<_iface_index> qxci_choose_slot(const a_qxci_algorithm* table, a_qxci_byte id,
-                                             bool fips) {
+                                             a_bool fips) {
     return choose_slot(table, qxci_find_algorithm(table, id), fips);
 }
 
 std::optional<_iface_index> qxci_choose_slot(const a_qxci_algorithm* table, const char* name,
-                                             bool fips) {
+                                             a_bool fips) {
     if (name == nullptr) return std::nullopt;
     return choose_slot(table, qxci_find_algorithm(table, name), fips);
 }

@@ -8,6 +8,7 @@
 
 #include "kovcert/qxci/dbqxciinterface.h"
 #include "kovcert/qxci/qxci.h"
+#include "utils/etc/uttypes.h"
 
 /// The fields stand in the order in which a row reads.
 // NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding)
@@ -32,14 +33,14 @@ const a_qxci_algorithm* qxci_find_algorithm(const a_qxci_algorithm* table, const
 /// Set for the rest of the process by the first environment that is constructed while the variable
 /// QX_USE_QXCI_STUB is in the process's environment: everything but signatures then comes from the
 /// library of OTHER_IFACE, to try the system without real cryptography.
-extern std::atomic<bool> gUseStub;
+extern std::atomic<a_bool> gUseStub;
 
 /// The slot that serves an algorithm: OTHER_IFACE under gUseStub; else FIPS_IFACE when `fips` is
 /// set, whose provider knows what it has, but for CRC32, which is no cryptography; else the
 /// table's. None for a null name, and when it comes to the table and that has no such row.
 std::optional<_iface_index> qxci_choose_slot(const a_qxci_algorithm* table, a_qxci_byte id,
-                                             bool fips);
+                                             a_bool fips);
 std::optional<_iface_index> qxci_choose_slot(const a_qxci_algorithm* table, const char* name,
-                                             bool fips);
+                                             a_bool fips);
 
 #endif

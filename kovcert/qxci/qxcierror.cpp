@@ -68,7 +68,7 @@ void DBQXCIError::Clear() {
     _err = {};
 }
 
-void DBQXCIError::_CloneFrom(const a_qxci_error* rec, bool lock) {
+void DBQXCIError::_CloneFrom(const a_qxci_error* rec, a_bool lock) {
     if (!lock) return _CopyFrom(rec);
     const UTLock locked(_Mutex());
     _CopyFrom(rec);
@@ -164,7 +164,7 @@ const a_error_text& text_of(uint32 code) {
 
 }  // namespace
 
-int DBQXCIError::_getTlsErrorId(bool* use_parm, bool* use_system_code) const {
+int DBQXCIError::_getTlsErrorId(a_bool* use_parm, a_bool* use_system_code) const {
     const a_error_text& text = text_of(_err.code);
     *use_parm = text.argument == TEXT_TAKES_PARM;
     *use_system_code = text.argument == TEXT_TAKES_SYSTEM_CODE;

@@ -10,6 +10,7 @@
 #include "kovcert/qxci/qxci.h"
 #include "kovcert/qxci/qxcimutex.h"
 #include "utils/contain/utlist.h"
+#include "utils/etc/uttypes.h"
 #include "utils/utmem/utmem.h"
 
 class DBQXCIEnvironment;
@@ -50,14 +51,14 @@ class DBQXCIError : public c_utils_base {
     void CloneFrom(const DBQXCIError* other);
     void CloneFrom(const a_qxci_error* rec) { _CloneFrom(rec, true); }
     /// With `lock` false the caller holds the record's mutex.
-    void _CloneFrom(const a_qxci_error* rec, bool lock);
+    void _CloneFrom(const a_qxci_error* rec, a_bool lock);
 
     /// Puts the text for the code into `buf`, at most `len` - 1 bytes, terminated; empty for no
     /// error, and when `lang` has no text. `parm` stands in the text where it names a parameter;
     /// null: the record's first. Does nothing when `lang` or `buf` is null or `len` is 0.
     void GetString(UTLangStringBase* lang, char* buf, size_t len, const char* parm) const;
 
-    bool isError() const { return _err.code != QxciErrOK; }
+    a_bool isError() const { return _err.code != QxciErrOK; }
     unsigned long getErrorCode() const { return _err.code; }
     unsigned long getSystemCode() const { return _err.system_code; }
 
@@ -77,7 +78,7 @@ class DBQXCIError : public c_utils_base {
 
     /// The identifier of the text for the code among the miscellaneous message texts, 0 for none,
     /// and what the text takes: a parameter, the system code (as unsigned int), or nothing.
-    int _getTlsErrorId(bool* use_parm, bool* use_system_code) const;
+    int _getTlsErrorId(a_bool* use_parm, a_bool* use_system_code) const;
 
   private:
     void _CopyFrom(const a_qxci_error* rec);

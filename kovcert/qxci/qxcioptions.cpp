@@ -27,7 +27,7 @@ a_qxci_user_option* new_option(const a_db_option& from) {
 
 }  // namespace
 
-bool ParseQXCIOptionString(const char* text, a_qxci_user_option** list, DBQXCIError* err) {
+a_bool ParseQXCIOptionString(const char* text, a_qxci_user_option** list, DBQXCIError* err) {
     *list = nullptr;
     a_db_option* parsed = nullptr;
     std::array<char, 256> bad_key;

@@ -4,13 +4,14 @@
 /// Lists of options as the provider interface passes them, made from option strings.
 
 #include "kovcert/qxci/qxci.h"
+#include "utils/etc/uttypes.h"
 
 class DBQXCIError;
 
 /// Parses "name=value;..." (utils/dbutils/dboptions.h has the rules; null is an empty text) into a
 /// list in the order of the text, *list, which FreeQXCIOptions() frees. False on a syntax error:
 /// *list is null and `err` is QxciErrOptionError with the name that the text goes wrong at.
-bool ParseQXCIOptionString(const char* text, a_qxci_user_option** list, DBQXCIError* err);
+a_bool ParseQXCIOptionString(const char* text, a_qxci_user_option** list, DBQXCIError* err);
 
 /// Frees a list that was parsed; null is ignored. Values are wiped first, since passwords are among
 /// them.

@@ -5,9 +5,9 @@
 
 bool CallbackBio::init(void* user_data) {
     _user_data = user_data;
-    _in = static_cast<unsigned char*>(_memory.alloc(in_size + out_size));
+    _in = static_cast<unsigned char*>(_memory.alloc(in_size + small_size));
     if (_in == nullptr) return false;
-    _out = _in + in_size;
+    _small = _out = _in + in_size;
     return make_method();
 }
 
@@ -31,19 +31,35 @@ bool CallbackBio::flush() {
     if (_out_len == 0) return true;
     _failed = _callbacks.write_cb(_user_data, _out, static_cast<unsigned>(_out_len)) != QXCI_IO_OK;
     _out_len = 0;
+    release_large();
     return !_failed;
 }
 
 bool CallbackBio::write(const char* data, size_t len) {
+    if (len > room()) grow();
     while (len > 0) {
-        if (_out_len == out_size && !flush()) return false;
-        const size_t count = std::min(len, out_size - _out_len);
+        if (room() == 0 && !flush()) return false;
+        const size_t count = std::min(len, room());
         std::memcpy(_out + _out_len, data, count);
         _out_len += count;
         data += count;
         len -= count;
     }
     return !_failed;
+}
+
+/// Without memory there are just more calls of the owner's.
+void CallbackBio::grow() {
+    if (_out != _small) return;
+    auto* const large = static_cast<unsigned char*>(_memory.alloc(large_size));
+    if (large == nullptr) return;
+    std::memcpy(large, _out, _out_len);
+    _out = large;
+}
+
+void CallbackBio::release_large() {
+    if (_out != _small) _memory.free(_out);
+    _out = _small;
 }
 
 /// The bytes that were read, 0 when there are none now or no more.

@@ -4,8 +4,9 @@
 /// The raw bytes of a connection: an OpenSSL BIO over the owner's callbacks.
 ///
 /// Records are collected and go out together when they fill the buffer, when something is to be
-/// read, or on flush: one call of the owner's for several records. As much is read ahead as the
-/// owner has.
+/// read, or on flush: one call of the owner's for several records. A few short records are
+/// collected in a buffer that stays; more of them in one that is there until they have gone, so
+/// that a connection at rest holds little memory. As much is read ahead as the owner has.
 
 #include "kovcert/qxci/kit/memory.h"
 #include "providers/openssl/emptyreads.h"
@@ -18,7 +19,10 @@ class CallbackBio {
         : _memory(memory), _callbacks(callbacks) {}
     CallbackBio(const CallbackBio&) = delete;
     CallbackBio& operator=(const CallbackBio&) = delete;
-    ~CallbackBio() { _memory.free(_in); }
+    ~CallbackBio() {
+        _memory.free(_in);
+        release_large();
+    }
 
     /// Takes the buffers; false when there is no memory. `user_data` is for the callbacks.
     bool init(void* user_data);
@@ -59,9 +63,13 @@ class CallbackBio {
     size_t read(char* data, size_t len);
     bool fill(size_t wanted);
     size_t ask(size_t len);
+    size_t room() const { return (_out == _small ? small_size : large_size) - _out_len; }
+    void grow();
+    void release_large();
 
-    // Four full records; a record is up to 16 KiB with 2 KiB of overhead (RFC 5246 section 6.2.3).
-    static constexpr size_t in_size = (16 + 2) * 1024 + 5, out_size = 4 * in_size;
+    // What a mail client says and hears in a breath, and six records of 16 KiB with what TLS adds
+    // to them: the large writes of the library, each in one.
+    static constexpr size_t in_size = 4096, small_size = 4096, large_size = size_t{97} * 1024;
 
     // Records, of which one more may be about to bring data, and messages, of which a record can
     // hold thousands.
@@ -71,8 +79,9 @@ class CallbackBio {
     const a_qxci_conn_callbacks& _callbacks;
     void* _user_data = nullptr;
     BioMethodPtr _method;
-    unsigned char* _in = nullptr;   // in_size bytes; out_size more follow
-    unsigned char* _out = nullptr;  // those
+    unsigned char* _in = nullptr;     // in_size bytes; small_size more follow
+    unsigned char* _small = nullptr;  // those
+    unsigned char* _out = nullptr;    // where records are collected: those, or large_size bytes
     size_t _in_start = 0, _in_end = 0;
     size_t _out_len = 0;
     EmptyReads _empty_reads;

@@ -8,12 +8,11 @@ import socket
 import sqlite3
 import subprocess
 import sys
-import tempfile
 import threading
 import time
 import unittest
 
-from mailserver import Server
+from cases import Case
 
 EXTENSION, LIBRARY, QUORELSQL = (os.path.abspath(path) for path in sys.argv[1:4])
 WORKER = os.path.join(os.path.dirname(QUORELSQL), "../worker/quorel-worker")
@@ -68,14 +67,13 @@ REFUSED = ("xp_cmdshell is refused (while|inside|since)|unsafe use of|non-determ
            "|SQL logic error")
 
 
-class StrangeFile(unittest.TestCase):
+class StrangeFile(Case):
     """Whatever a database file says, in whatever statement: none of it runs."""
 
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
+        super().setUp()
         self.addCleanup(os.chdir, os.getcwd())
-        os.chdir(folder.name)
+        os.chdir(self.folder)
 
     def test_runs_nothing(self):
         for name, schema in SCHEMAS.items():
@@ -137,12 +135,7 @@ class StrangeFile(unittest.TestCase):
         return self.run_in(connection, *attach, sql)
 
 
-class Extension(unittest.TestCase):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = folder.name
-
+class Extension(Case):
     def test_works_in_the_sqlite3_program_under_both_entry_names(self):
         for entry in "", "sqlite3_extension_init", "sqlite3_quorelsqlite_init":
             self.assertEqual(
@@ -156,8 +149,7 @@ class Extension(unittest.TestCase):
             self.assertIn(EXTENSION, maps.read())
 
     def test_a_mail_session_is_its_connections_own_and_ends_with_it(self):
-        server = Server()
-        self.addCleanup(server.close)
+        server = self.serve()
         start = f"xp_startsmtp('ann@a.test', '127.0.0.1', {server.port})"
         one, other = connect(), connect()
         for connection, call, status in (

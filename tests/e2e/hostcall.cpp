@@ -15,12 +15,9 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdint>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <map>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -30,7 +27,7 @@
 #include <malloc.h>
 #include <unistd.h>
 
-#include "extdll/extfn.h"
+#include "tests/extdll/fakehost.h"
 
 // Kept by design: a session that was started leaves its record behind. See SendmailManager.
 extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions();
@@ -39,17 +36,6 @@ extern "C" const char* __lsan_default_suppressions() {
 }
 
 namespace {
-
-struct Argument {
-    int type;
-    std::string bytes;
-};
-
-struct Call {
-    an_extfn_proc* procedure = nullptr;
-    std::map<uint32_t, Argument> arguments;
-    std::string status = "-";
-};
 
 const char* library_path = nullptr;
 void* library = nullptr;
@@ -70,31 +56,6 @@ void unload() {
     if (dlopen(library_path, RTLD_NOW | RTLD_NOLOAD) != nullptr) fail("the library stays loaded");
 }
 
-int16_t get_value(void* handle, uint32_t number, an_extfn_value* value) {
-    *value = {};
-    Call& call = *static_cast<Call*>(handle);
-    const auto found = call.arguments.find(number);
-    if (found == call.arguments.end()) return 1;
-    auto& [type, bytes] = found->second;
-    const auto length = static_cast<uint32_t>(bytes.size());
-    *value = {bytes.data(), length, {length}, static_cast<a_sql_data_type>(type)};
-    return 1;
-}
-
-int16_t get_piece(void*, uint32_t, an_extfn_value*, uint32_t) {
-    return 0;
-}
-
-int16_t set_value(void* handle, uint32_t, an_extfn_value* value, int16_t) {
-    int32_t status = 0;
-    if (value->type != EXTFN_TYPE_INT32) return 1;
-    std::memcpy(&status, value->data, sizeof status);
-    static_cast<Call*>(handle)->status = std::to_string(status);
-    return 1;
-}
-
-void set_cancel(void*, void*) {}
-
 std::string from_hex(const std::string& digits) {
     std::string bytes;
     for (size_t i = 0; i + 1 < digits.size(); i += 2)
@@ -102,40 +63,36 @@ std::string from_hex(const std::string& digits) {
     return bytes;
 }
 
-Call parsed(const std::string& line) {
+std::string status_of(const std::string& line) {
     std::istringstream words(line);
     std::string word;
     words >> word;
-    Call call;
-    call.procedure = reinterpret_cast<an_extfn_proc*>(dlsym(library, word.c_str()));
-    if (call.procedure == nullptr) fail("there is no such procedure");
-    uint32_t number = 0;
-    for (int type = 0; words >> number >> type >> word;)
-        call.arguments[number] = {type, from_hex(word)};
-    return call;
-}
-
-std::string status_of(Call call) {
-    an_extfn_api api = {get_value, get_piece, set_value, set_cancel};
-    call.procedure(&api, &call);
-    return call.status;
+    auto* const procedure = reinterpret_cast<an_extfn_proc*>(dlsym(library, word.c_str()));
+    if (procedure == nullptr) fail("there is no such procedure");
+    constexpr uint32 most_arguments = 20;
+    FakeHost host;
+    for (uint32 number = 1; number <= most_arguments; ++number) host.give(number, std::nullopt);
+    uint32 number = 0;
+    for (a_sql_data_type type = 0; words >> number >> type >> word;)
+        host.give(number, from_hex(word), type);
+    const int32 status = host.status_of(procedure);
+    return status != -1 ? std::to_string(status) : "-";
 }
 
 void stop_at_exit() {
-    if (library != nullptr) std::cout << status_of(parsed("xp_stopsmtp")) << std::endl;
+    if (library != nullptr) std::cout << status_of("xp_stopsmtp") << std::endl;
 }
 
-// What the threads use is never destroyed.
-void exit_beside_threads(const std::vector<std::string>& lines, size_t count) {
-    auto& calls = *new std::vector<Call>;
-    auto& made = *new std::atomic<size_t>;
-    for (const std::string& line : lines) calls.push_back(parsed(line));
+void exit_beside_threads(std::vector<std::string> lines_for_now, size_t count) {
+    // Never destroyed, as the threads go on with it.
+    const auto& lines = *new std::vector(std::move(lines_for_now));
+    static std::atomic<size_t> made = 0;
     for (size_t thread = 0; thread < count; ++thread) {
-        std::thread([&calls, &made, at = thread * calls.size() / count]() mutable {
-            for (;; ++made) status_of(calls[at++ % calls.size()]);
+        std::thread([&lines, at = thread * lines.size() / count]() mutable {
+            for (;; ++made) status_of(lines[at++ % lines.size()]);
         }).detach();
     }
-    while (made < 4 * calls.size()) usleep(1000);
+    while (made < 4 * lines.size()) usleep(1000);
     std::exit(0);
 }
 
@@ -161,7 +118,7 @@ void reload(const std::vector<std::string>& lines, int rounds) {
         for (; times > 0; --times) {
             unload();
             load();
-            for (const std::string& line : lines) status_of(parsed(line));
+            for (const std::string& line : lines) status_of(line);
         }
     };
     repeat(10);
@@ -202,7 +159,7 @@ int main(int, char** arguments) {
         } else if (line == "memory") {
             std::cout << kilobytes_of_address_space() << std::endl;
         } else {
-            std::cout << status_of(parsed(line)) << std::endl;
+            std::cout << status_of(line) << std::endl;
         }
     }
     unload();

@@ -6,45 +6,37 @@ import email
 import email.policy
 import os
 import sys
-import tempfile
 import unittest
 
 from aiosmtpd.smtp import AuthResult, LoginPassword
 
+from cases import Case
 from hostcall import call, mail, start, stop
-from mailserver import Server
 
 
 def parsed(data):
     return email.message_from_bytes(data, policy=email.policy.default)
 
 
-class Aiosmtpd(unittest.TestCase):
-    def setUp(self, **options):
-        self.server = Server(**options)
-        self.addCleanup(self.server.close)
-
+class Aiosmtpd(Case):
     def test_accepts_every_kind_of_message_and_others_parse_it(self):
         contents = bytes(range(256)) * 999
-        with tempfile.TemporaryDirectory() as folder:
-            path = os.path.join(folder, "Übersicht 1.bin")
-            with open(path, "wb") as file:
-                file.write(contents)
-            body = "Grüße\r\n.\r\n..dots\r\n日本語\r\n"
-            statuses = call(
-                start(self.server.port, sender_name="Ann"),
-                mail("bob@b.test; eve@e.test", cc="carl@c.test", bcc="dan@d.test"),
-                mail("bob@b.test", subject="Grüße an alle", body=body),
-                mail("bob@b.test", body="<p>ü</p>", content_type="text/html; charset=utf-8"),
-                mail("bob@b.test", body=body, file=path),
-                mail("bob@b.test", subject=None, body=None),
-                stop())
-        self.assertEqual(statuses, [0] * 7)
-        sender, recipients, first = self.server.messages[0]
+        server = self.serve()
+        path = self.write("Übersicht 1.bin", contents)
+        body = "Grüße\r\n.\r\n..dots\r\n日本語\r\n"
+        self.assertEqual(call(
+            start(server.port, sender_name="Ann"),
+            mail("bob@b.test; eve@e.test", cc="carl@c.test", bcc="dan@d.test"),
+            mail("bob@b.test", subject="Grüße an alle", body=body),
+            mail("bob@b.test", body="<p>ü</p>", content_type="text/html; charset=utf-8"),
+            mail("bob@b.test", body=body, file=path),
+            mail("bob@b.test", subject=None, body=None),
+            stop()), [0] * 7)
+        sender, recipients, first = server.messages[0]
         self.assertEqual(sender, "ann@a.test")
         self.assertEqual(recipients, ["bob@b.test", "eve@e.test", "carl@c.test", "dan@d.test"])
         self.assertNotIn(b"dan@d.test", first)
-        plain, foreign, html, attached, empty = (parsed(m[2]) for m in self.server.messages)
+        plain, foreign, html, attached, empty = (parsed(m[2]) for m in server.messages)
         self.assertEqual(plain["From"], "Ann <ann@a.test>")
         self.assertEqual(plain["To"], "bob@b.test, eve@e.test")
         self.assertEqual((plain["Cc"], plain["Subject"]), ("carl@c.test", "Hi"))
@@ -64,33 +56,30 @@ class Aiosmtpd(unittest.TestCase):
         self.assertEqual(empty.get_payload(decode=True), b"")
 
     def test_may_exit_while_other_threads_send_and_still_stop_a_session(self):
-        lines = []
+        lines, port = [], self.serve().port
         for session in range(1, 5):
-            lines += [start(self.server.port, session=session), mail("bob@b.test", session=session),
+            lines += [start(port, session=session), mail("bob@b.test", session=session),
                       mail("bob@b.test", session=session), stop(session)]
         for _ in range(20):
-            self.assertEqual(call(start(self.server.port), "threads 4", *lines), [0, 0])
+            self.assertEqual(call(start(port), "threads 4", *lines), [0, 0])
 
     def test_lets_in_who_has_the_password(self):
-        self.setUp(auth_required=True, auth_require_tls=False,
-                   authenticator=lambda server, session, envelope, mechanism, data: AuthResult(
-                       success=data == LoginPassword(b"ann", "söcret".encode()), handled=False))
-        port = self.server.port
+        server = self.serve(
+            auth_required=True, auth_require_tls=False,
+            authenticator=lambda server, session, envelope, mechanism, data: AuthResult(
+                success=data == LoginPassword(b"ann", "söcret".encode()), handled=False))
+        port = server.port
         self.assertEqual(call(start(port, user="ann", password="söcret"), mail("bob@b.test"), stop(),
                               start(port, user="ann", password="wrong"), mail("bob@b.test"),
                               start(port), mail("bob@b.test"), stop()), [0, 0, 0, 104, 25, 0, 104, 0])
-        self.assertEqual(len(self.server.messages), 1)
+        self.assertEqual(len(server.messages), 1)
 
     @unittest.skipIf(os.environ.get("QUOREL_SANITIZE"), "a sanitizer has memory of its own")
     def test_takes_a_thousand_sessions_in_200_MiB(self):
-        with tempfile.NamedTemporaryFile() as file:
-            file.write(bytes(1000))
-            file.flush()
-            sessions = range(1, 1001)
-            calls = [call for session in sessions for call in
-                     (start(self.server.port, session=session),
-                      mail("bob@b.test", file=file.name, session=session))]
-            said = call("memory", *calls, "memory", *map(stop, sessions))
+        port, file, sessions = self.serve().port, self.write("file", bytes(1000)), range(1, 1001)
+        calls = [call for session in sessions for call in
+                 (start(port, session=session), mail("bob@b.test", file=file, session=session))]
+        said = call("memory", *calls, "memory", *map(stop, sessions))
         before, after = said[0], said[2001]
         self.assertEqual(said.count(0), 3000, said[:9])
         self.assertLess(after - before, 200 * 1024)

@@ -10,13 +10,12 @@ import signal
 import stat
 import subprocess
 import sys
-import tempfile
 import unittest
 from base64 import b64encode
 
 import pexpect
 
-from mailserver import Server
+from cases import Case
 from stubborn import STUBBORN
 
 IN_WORKER = os.environ["QUOREL_WORKER"] == "1"
@@ -29,22 +28,13 @@ WRITTEN = "status 0: every byte was handed over; a regular file now has that siz
 signal.signal(signal.SIGINT, signal.default_int_handler)
 
 
-class Scratch(unittest.TestCase):
-    """Each test in a folder of its own, which is also where the history goes."""
+class Scratch(Case):
+    """The history goes into the test's folder, too."""
 
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = folder.name
+        super().setUp()
         self.environment = {**os.environ, "TERM": "xterm", "XDG_STATE_HOME": self.path("state")}
         self.environment.pop("QUOREL_LIBRARY", None)
-
-    def path(self, name):
-        return os.path.join(self.folder, name)
-
-    def write(self, name, text):
-        with open(self.path(name), "w") as file:
-            file.write(text)
 
     def assert_gone(self, pid):
         with self.assertRaises(ProcessLookupError):
@@ -108,8 +98,7 @@ class Batch(Scratch):
             self.assertRegex(error, r"\Aquorelsql: -c:1: .*" + message, sql)
 
     def test_a_mail_session_lasts_from_start_to_stop(self):
-        server = Server()
-        self.addCleanup(server.close)
+        server = self.serve()
         self.write("file", "attached")
         # A session that was started leaves a small record behind by design.
         self.environment["ASAN_OPTIONS"] = "detect_leaks=0"

@@ -22,10 +22,10 @@ import unittest
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../tools"))
 from aiosmtpd.smtp import AuthResult, LoginPassword  # noqa: E402
 from certificates import Authority  # noqa: E402
+from cases import Case  # noqa: E402
 import hostcall  # noqa: E402
 from hostcall import HOSTCALL, LIBRARY  # noqa: E402
 import tracing  # noqa: E402
-from mailserver import Server  # noqa: E402
 
 PROVIDER, QUORELSQL, XPCALL = map(os.path.abspath, sys.argv[3:6])
 logging.disable()  # the servers' complaints about the handshakes that fail here
@@ -60,27 +60,21 @@ def server_context(certificate, version=None):
     return context
 
 
-class Tls(unittest.TestCase):
+class Tls(Case):
     @classmethod
     def setUpClass(cls):
         folder = tempfile.TemporaryDirectory()
         cls.addClassCleanup(folder.cleanup)
-        cls.folder = folder.name
         cls.authority = Authority(folder.name)
         cls.trust = cls.authority.file
         cls.certificate = cls.authority.issue("ec")
         cls.context = server_context(cls.certificate)
 
     def serve(self, context, **options):
-        server = Server(tls_context=context, require_starttls=context is not None, **options)
-        self.addCleanup(server.close)
-        return server
+        return super().serve(tls_context=context, require_starttls=context is not None, **options)
 
     def file_of(self, size):
-        path = os.path.join(self.folder, str(size))
-        with open(path, "wb") as file:
-            file.write(bytes(range(256)) * (size // 256))
-        return path
+        return self.write(str(size), bytes(range(256)) * (size // 256))
 
 
 class Delivery(Tls):
@@ -119,6 +113,20 @@ class Delivery(Tls):
             self.assertEqual(message, [4, 4], "sends, and receives")
             self.assertLessEqual(sum(attached), 52, counts)
 
+    @unittest.skipIf(os.environ.get("QUOREL_SANITIZE"), "a sanitizer has memory of its own")
+    def test_holds_160_KiB_a_session_at_rest(self):
+        for size in 1000, 1 << 20:
+            with self.subTest(size=size):
+                port, file = self.serve(self.context).port, self.file_of(size)
+                sessions = [(hostcall.start(port, trust=self.trust, session=number),
+                             hostcall.mail("bob@b.test", file=file, session=number))
+                            for number in range(101)]
+                said = call(*sessions[0], "memory", *sum(sessions[1:], ()), "memory",
+                            *map(hostcall.stop, range(101)))
+                before, after = said[2], said[203]
+                self.assertEqual(said.count(0), 303, said[:9])
+                self.assertLess(after - before, 100 * 160)
+
 
 class Certificates(Tls):
     def test_decide(self):
@@ -151,8 +159,8 @@ class BadServers(Tls):
         connection = listener.accept()[0]
         for number, (command, answer) in enumerate(self.DIALOGUE[:steps + 1]):
             line = b""
-            while command and not line.endswith(b"\n"):
-                line += connection.recv(1)
+            while command and not line.endswith(b"\n") and (byte := connection.recv(1)):
+                line += byte
             self.heard = line.startswith(command.encode())
             if not self.heard or number == steps:
                 break
@@ -174,8 +182,8 @@ class BadServers(Tls):
         connection.close()
 
     def test_that_go_away_end_the_call_wherever_that_is(self):
-        # Two seconds of patience with a silent peer, and as many for a busy machine. It waits
-        # asleep: beyond what a session without a fault takes, it uses next to nothing.
+        # Two seconds of patience with a silent peer, and four for a busy machine. It waits asleep:
+        # beyond what a session without a fault takes, it uses next to nothing.
         attached = self.file_of(5 << 20)
         used = spent()
         call(start(self.serve(self.context).port, trust=self.trust), mail(file=attached), STOP)
@@ -194,14 +202,14 @@ class BadServers(Tls):
                     took, used = time.monotonic() - begun, spent() - used
                     thread.join(60)
                     self.assertTrue(self.heard)
-                    self.assertLess(took, 4)
-                    self.assertLess(used, 2 * healthy + 0.05 * took)
+                    self.assertLess(took, 6)
+                    self.assertLess(used, 2 * healthy + 0.2 * took)
 
 
 class Providers(Tls):
     def test_come_from_beside_the_library_or_not_at_all(self):
         library = shutil.copy(LIBRARY, self.folder)
-        elsewhere = os.path.join(self.folder, "elsewhere")
+        elsewhere = self.path("elsewhere")
         os.mkdir(elsewhere)
         shutil.copy(PROVIDER, elsewhere)
         calls = start(self.serve(self.context).port, trust=self.trust), STOP

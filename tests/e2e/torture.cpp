@@ -68,28 +68,19 @@ class World {
     }
 
     std::vector<SetCall>& call(const char* name) {
-        auto* const procedure = reinterpret_cast<an_extfn_proc*>(dlsym(library, name));
-        torture(name, [&] { host.call(procedure); });
+        torture(name, [&] { host.call(procedure(name)); });
         return host.calls;
     }
 
     std::string status(const char* name) {
-        const std::vector<SetCall>& calls = call(name);
-        for (int32 status = 0; status < 256 && calls.size() == 1; ++status) {
-            if (calls[0] == status_call(status)) return std::to_string(status);
-        }
-        return "no status";
-    }
-
-    void give_int(uint32 number, int32 value) {
-        const char* const bytes = reinterpret_cast<const char*>(&value);
-        host.give(number, std::string(bytes, sizeof value), EXTFN_TYPE_INT32);
+        int32 status = -1;
+        torture(name, [&] { status = host.status_of(procedure(name)); });
+        return status != -1 ? std::to_string(status) : "no status";
     }
 
     // Mail in clear text has the default session.
     void give_session(uint32 number) {
-        give_int(number, 7);
-        if (!secure) host.give(number, std::nullopt);
+        host.give_int(number, secure ? std::optional(7) : std::nullopt);
     }
 
     FakeHost host;
@@ -98,6 +89,10 @@ class World {
     size_t mails = 0;  // that were sent with success
 
   private:
+    static an_extfn_proc* procedure(const char* name) {
+        return reinterpret_cast<an_extfn_proc*>(dlsym(library, name));
+    }
+
     std::string _victim;
 };
 
@@ -166,8 +161,8 @@ std::string mail(World& world) {
     FakeHost& host = world.host;
     host.give(1, "ann@a.test").give(2, "127.0.0.1").give(5, std::string(300, 'A'));
     host.give(6, "user").give(7, "secret");
-    world.give_int(3, world.peer->port());
-    world.give_int(4, 3600);
+    host.give_int(3, world.peer->port());
+    host.give_int(4, 3600);
     for (uint32 number = 8; number <= 11; ++number)
         host.give(number, world.secure ? std::optional("text") : std::nullopt);
     world.give_session(12);

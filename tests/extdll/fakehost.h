@@ -54,11 +54,25 @@ class FakeHost {
         return *this;
     }
 
+    FakeHost& give_int(uint32 number, std::optional<int32> value) {
+        if (!value) return give(number, std::nullopt, EXTFN_TYPE_INT32);
+        const char* const bytes = reinterpret_cast<const char*>(&*value);
+        return give(number, std::string(bytes, sizeof *value), EXTFN_TYPE_INT32);
+    }
+
     std::vector<SetCall>& call(an_extfn_proc* procedure) {
         calls.clear();
         an_extfn_api callbacks = api();
         procedure(&callbacks, this);
         return calls;
+    }
+    /// The status that a call sets; -1 if it sets something else, or more.
+    int32 status_of(an_extfn_proc* procedure) {
+        call(procedure);
+        int32 status = -1;
+        if (calls.size() == 1 && calls[0].bytes && calls[0].bytes->size() == sizeof status)
+            memcpy(&status, calls[0].bytes->data(), sizeof status);
+        return calls == std::vector{status_call(status)} ? status : -1;
     }
     /// For a call that is not of a procedure; the handle is this object.
     static an_extfn_api api() { return {get_value, get_piece, set_value, set_cancel}; }
@@ -70,6 +84,7 @@ class FakeHost {
     std::map<uint32, Argument> arguments;
     uint32 piece_size = 32768;
     enum class Fault { Refused, Empty, Null };
+    static constexpr Fault faults[] = {Fault::Refused, Fault::Empty, Fault::Null};
     int good_pieces = -1;  // get_piece calls before piece_fault; -1: all
     Fault piece_fault = Fault::Refused;
     std::function<void()> on_get_piece;        // runs inside get_piece

@@ -8,7 +8,6 @@
 #include "kovcert/qxci/kit/environment.h"
 #include "tests/extdll/fakehost.h"
 #include "tests/extdll/tlsserver.h"
-#include "tests/netlib/smtpsink.h"
 #include "tests/scratch.h"
 #include "utils/unix/timelib.h"
 
@@ -51,14 +50,6 @@ void* __real_calloc(size_t count, size_t size);
 void* __wrap_calloc(size_t count, size_t size) {
     return is_scarce(count * size) ? nullptr : __real_calloc(count, size);
 }
-void* __real_realloc(void* block, size_t size);
-void* __wrap_realloc(void* block, size_t size) {
-    return is_scarce(size) ? nullptr : __real_realloc(block, size);
-}
-char* __real_strdup(const char* text);
-char* __wrap_strdup(const char* text) {
-    return is_scarce(strlen(text) + 1) ? nullptr : __real_strdup(text);
-}
 }
 
 // Kept by design: a session that was started leaves its record behind. See SendmailManager.
@@ -69,32 +60,18 @@ extern "C" const char* __lsan_default_suppressions() {
 
 namespace {
 
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 using Cid = std::optional<int32>;  // nothing: the default session
 
-void give_int(FakeHost& host, uint32 number, std::optional<int32> value) {
-    std::optional<std::string> bytes;
-    if (value) bytes.emplace(reinterpret_cast<const char*>(&*value), sizeof *value);
-    host.give(number, bytes, EXTFN_TYPE_INT32);
-}
-
-int32 status_of(FakeHost& host, an_extfn_proc* procedure) {
-    const auto& calls = host.call(procedure);
-    int32 status = 0;
-    while (status < 256 && calls != std::vector{status_call(status)}) ++status;
-    return status;
-}
-
 void give_start(FakeHost& host, int port, Cid cid) {
     host.arguments.clear();
     host.give(START_SENDER, "ann@a.test").give(START_HOST, "127.0.0.1");
-    give_int(host, START_PORT, port);
-    give_int(host, START_TIMEOUT, 10);
+    host.give_int(START_PORT, port);
+    host.give_int(START_TIMEOUT, 10);
     for (uint32 number = START_SENDER_NAME; number <= START_CERT_NAME; ++number)
         host.give(number, std::nullopt);
-    give_int(host, START_CONNECTION, cid);
+    host.give_int(START_CONNECTION, cid);
 }
 
 void give_mail(FakeHost& host, Cid cid) {
@@ -103,25 +80,25 @@ void give_mail(FakeHost& host, Cid cid) {
         host.give(number, std::nullopt, EXTFN_TYPE_CHAR);
     host.give(SEND_RECIPIENT, "bob@b.test;;eve@e.test", EXTFN_TYPE_CHAR);
     host.give(SEND_SUBJECT, "Hi", EXTFN_TYPE_LONGCHAR).give(SEND_MESSAGE, "text", EXTFN_TYPE_CHAR);
-    give_int(host, SEND_CONNECTION, cid);
+    host.give_int(SEND_CONNECTION, cid);
 }
 
 int32 start(int port, Cid cid, std::optional<std::string> trusted = {}) {
     FakeHost host;
     give_start(host, port, cid);
-    return status_of(host.give(START_TRUSTED_CERT, std::move(trusted)), xp_startsmtp);
+    return host.give(START_TRUSTED_CERT, std::move(trusted)).status_of(xp_startsmtp);
 }
 
 int32 mail(Cid cid) {
     FakeHost host;
     give_mail(host, cid);
-    return status_of(host, xp_sendmail);
+    return host.status_of(xp_sendmail);
 }
 
 int32 stop(Cid cid) {
     FakeHost host;
-    give_int(host, STOP_CONNECTION, cid);
-    return status_of(host, xp_stopsmtp);
+    host.give_int(STOP_CONNECTION, cid);
+    return host.status_of(xp_stopsmtp);
 }
 
 TEST(MailProcedures, a_session_lives_from_start_to_stop_by_its_connection_number) {
@@ -154,10 +131,10 @@ TEST(MailProcedures, a_start_needs_its_first_seven_arguments_and_a_host) {
     for (uint32 missing = START_SENDER; missing <= START_AUTH_PASSWORD; ++missing) {
         give_start(host, 1, 7);
         host.arguments.erase(missing);
-        EXPECT_EQ(2, status_of(host, xp_startsmtp)) << missing;
+        EXPECT_EQ(2, host.status_of(xp_startsmtp)) << missing;
     }
     give_start(host, 1, 7);
-    EXPECT_EQ(2, status_of(host.give(START_HOST, std::nullopt), xp_startsmtp));
+    EXPECT_EQ(2, host.give(START_HOST, std::nullopt).status_of(xp_startsmtp));
     EXPECT_EQ(3, stop(7));
 }
 
@@ -167,10 +144,10 @@ TEST(MailProcedures, a_start_without_port_and_time_out_takes_25_and_60_seconds) 
     timelib_set_clock(&clock);
     FakeHost host;
     give_start(host, 0, {});
-    give_int(host, START_PORT, {});
-    give_int(host, START_TIMEOUT, {});
+    host.give_int(START_PORT, {});
+    host.give_int(START_TIMEOUT, {});
     unanswered = true;
-    EXPECT_EQ(100, status_of(host, xp_startsmtp));
+    EXPECT_EQ(100, host.status_of(xp_startsmtp));
     unanswered = false;
     timelib_set_clock(nullptr);
     EXPECT_EQ(25, connected_port);
@@ -182,12 +159,12 @@ TEST(MailProcedures, the_connection_number_is_argument_12_or_else_8) {
     SMTPPeer other_peer;
     FakeHost host;
     give_start(host, peer.port(), {});
-    give_int(host, 8, 21);
-    EXPECT_EQ(0, status_of(host, xp_startsmtp));
+    host.give_int(8, 21);
+    EXPECT_EQ(0, host.status_of(xp_startsmtp));
     for (uint32 number = 8; number <= 12; ++number) host.arguments.erase(number);
-    give_int(host, START_PORT, other_peer.port());
-    give_int(host, 8, 22);
-    EXPECT_EQ(0, status_of(host, xp_startsmtp));
+    host.give_int(START_PORT, other_peer.port());
+    host.give_int(8, 22);
+    EXPECT_EQ(0, host.status_of(xp_startsmtp));
     EXPECT_EQ(0, stop(21));
     EXPECT_EQ(0, mail(22)) << "another session";
     EXPECT_EQ(0, stop(22));
@@ -202,10 +179,10 @@ TEST(MailProcedures, mail_is_never_sent_in_clear_text_where_TLS_was_asked_for) {
     FakeHost host;
     give_start(host, peer.port(), 7);
     host.give(START_TRUSTED_CERT, "no such certificate");
-    EXPECT_EQ(105, status_of(host, xp_startsmtp));
+    EXPECT_EQ(105, host.status_of(xp_startsmtp));
     host.piece_size = 12;
     host.good_pieces = 0;
-    EXPECT_EQ(2, status_of(host, xp_startsmtp)) << "a certificate that came in part";
+    EXPECT_EQ(2, host.status_of(xp_startsmtp)) << "a certificate that came in part";
     EXPECT_EQ(25, mail(7));
     EXPECT_EQ(0, stop(7));
     EXPECT_THAT(peer.transcript(), testing::Not(testing::HasSubstr("MAIL")));
@@ -213,15 +190,14 @@ TEST(MailProcedures, mail_is_never_sent_in_clear_text_where_TLS_was_asked_for) {
 
 TEST(MailProcedures, a_failed_start_can_be_followed_by_one_that_works) {
     SMTPPeer refusing(SMTPPeer::Replies{{"EHLO", "502 no"}});
-    SMTPPeer breaking(SMTPPeer::Replies{{"DATA", "close now"}});
-    SMTPPeer peer;
-    EXPECT_EQ(104, start(refusing.port(), 7));
-    EXPECT_EQ(25, mail(7));
-    EXPECT_EQ(0, start(breaking.port(), 7));
-    EXPECT_EQ(104, mail(7));
-    EXPECT_EQ(104, mail(7));
-    EXPECT_EQ(0, start(peer.port(), 7));
-    EXPECT_EQ(0, mail(7));
+    SMTPPeer peer(SMTPPeer::Replies{{"DATA", "close now"}});
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(104, start(refusing.port(), 7));
+        EXPECT_EQ(25, mail(7));
+        EXPECT_EQ(0, start(peer.port(), 7));
+        EXPECT_EQ(104, mail(7));
+        EXPECT_EQ(104, mail(7));
+    }
     EXPECT_EQ(0, stop(7));
 }
 
@@ -229,25 +205,25 @@ TEST(MailProcedures, mail_needs_nineteen_arguments_whole_and_a_recipient) {
     SMTPPeer peer;
     FakeHost host;
     give_start(host, peer.port(), 7);
-    ASSERT_EQ(0, status_of(host.give(START_SENDER, std::nullopt), xp_startsmtp));
+    ASSERT_EQ(0, host.give(START_SENDER, std::nullopt).status_of(xp_startsmtp));
     for (uint32 missing = SEND_RECIPIENT; missing <= SEND_CONTENT_TYPE; ++missing) {
         give_mail(host, 7);
         host.arguments.erase(missing);
-        EXPECT_EQ(5, status_of(host, xp_sendmail)) << missing;
+        EXPECT_EQ(5, host.status_of(xp_sendmail)) << missing;
     }
     give_mail(host, 7);
     host.give(SEND_RECIPIENT, "bob@b.test", EXTFN_TYPE_STRING);  // counts as NULL
-    EXPECT_EQ(5, status_of(host, xp_sendmail));
-    give_int(host, SEND_CONNECTION, {});
-    EXPECT_EQ(25, status_of(host, xp_sendmail)) << "no client comes before no recipient";
-    give_int(host, SEND_CONNECTION, 7);
+    EXPECT_EQ(5, host.status_of(xp_sendmail));
+    host.give_int(SEND_CONNECTION, {});
+    EXPECT_EQ(25, host.status_of(xp_sendmail)) << "no client comes before no recipient";
+    host.give_int(SEND_CONNECTION, 7);
     host.give(SEND_BCC_RECIPIENT, ";;bcc@b.test;", EXTFN_TYPE_CHAR);
-    EXPECT_EQ(0, status_of(host, xp_sendmail));
+    EXPECT_EQ(0, host.status_of(xp_sendmail));
     // In pieces, and with a piece that cannot be read.
     host.piece_size = 3;
-    EXPECT_EQ(0, status_of(host, xp_sendmail));
+    EXPECT_EQ(0, host.status_of(xp_sendmail));
     host.good_pieces = 1;
-    EXPECT_EQ(15, status_of(host, xp_sendmail));
+    EXPECT_EQ(15, host.status_of(xp_sendmail));
     EXPECT_EQ(0, stop(7));
     const std::string sent = peer.transcript();
     const std::string once = "MAIL FROM:<>\r\nRCPT TO:<bcc@b.test>\r\nDATA\r\n";
@@ -347,14 +323,12 @@ TEST(MailProcedures, a_certificate_makes_a_secure_session_whose_environment_ends
 TEST(SendmailManager, counts_the_list_and_every_caller) {
     SendmailManager registry;
     SendmailState* const seven = registry.FindOrAddState(7);
-    EXPECT_EQ(2U, seven->refcount);
     EXPECT_EQ(seven, registry.FindOrAddState(7));
     EXPECT_EQ(3U, seven->refcount);
     SendmailState* const nine = registry.FindOrAddState(9);
     EXPECT_EQ(nullptr, registry.FindState(8));
     EXPECT_EQ(seven, registry.FindState(7));
     registry.ReleaseAndDeleteState(seven);
-    EXPECT_EQ(2U, seven->refcount);
     EXPECT_EQ(nullptr, registry.FindState(7));
     EXPECT_EQ(nine, registry.FindState(9));
     // Out of the list already: only the caller's reference goes, and the last one deletes.
@@ -365,33 +339,30 @@ TEST(SendmailManager, counts_the_list_and_every_caller) {
     registry.ReleaseAndDeleteState(nine);
 }
 
-TEST(MakeArgv, splits_at_semicolons_and_keeps_the_rest) {
-    const std::pair<const char*, std::vector<std::string>> cases[] = {
+TEST(MakeArgv, splits_at_semicolons_and_has_all_of_a_list_or_none) {
+    const struct {
+        const char* text;
+        std::vector<std::string> fields;
+    } cases[] = {
         {nullptr, {}},       {"", {}},
         {";;", {}},          {"a", {"a"}},
         {"a;b", {"a", "b"}}, {";a;; b ;\"c;d\";", {"a", " b ", "\"c", "d\""}},
     };
+    int count = -1;
     for (const auto& [text, fields] : cases) {
-        int count = -1;
         char** const list = make_argv(text, &count);
         EXPECT_EQ(fields, std::vector<std::string>(list, list + count));
         EXPECT_EQ(nullptr, list[count]);
         do_free(list);
     }
-    do_free(nullptr);
-}
-
-TEST(MakeArgv, without_memory_for_all_of_a_list_has_none) {
-    const int counts[] = {0, 0, 1, 2};  // by good allocations
-    for (int good = 0; good < 4; ++good) {
-        int count = -1;
+    for (int good = 0; good < 3; ++good) {
         good_allocations = good;
-        char** const list = make_argv("a;b", &count);
+        char** const none = make_argv("a;b", &count);
         good_allocations = -1;
-        EXPECT_EQ(good == 3, list != nullptr);
-        EXPECT_EQ(counts[good], count);
-        do_free(list);
+        EXPECT_EQ(nullptr, none);
+        EXPECT_EQ(good == 2 ? 1 : 0, count) << "of those that were stored";
     }
+    do_free(nullptr);
 }
 
 TEST(MailProcedures, a_recipient_list_that_is_not_whole_sends_nothing) {
@@ -430,7 +401,7 @@ TEST(MailProcedures, without_a_mutex_nothing_starts_and_nothing_is_there) {
 int end_of_the_library() {
     FakeHost host;
     host.on_set = ut_end_lasting;  // too early: a call is running
-    EXPECT_EQ(0, status_of(host, xp_stopsmtp));
+    EXPECT_EQ(0, host.status_of(xp_stopsmtp));
     EXPECT_EQ(100, start(1, 7));
     EXPECT_EQ(25, mail(7));
     ut_end_lasting();
@@ -450,39 +421,6 @@ size_t entries(const char* path) {
     const std::filesystem::directory_iterator folder(path);
     return static_cast<size_t>(std::distance(begin(folder), end(folder)));
 }
-
-/// A sink that ends the TLS sessions itself, with the provider that the process uses.
-class SecureSink final : public SMTPSink {
-  public:
-    SecureSink(unsigned hang_up_one_in, const char* option, std::string value)
-        : SMTPSink(hang_up_one_in), _option(option), _value(std::move(value)) {}
-
-  protected:
-    ssize_t get(int fd, char* bytes, size_t room) override {
-        if (!_secured.contains(fd)) return SMTPSink::get(fd, bytes, room);
-        std::string got;
-        errno = EAGAIN;
-        if (!_secured.at(fd).get(&got)) return 0;
-        return got.empty() ? -1 : static_cast<ssize_t>(got.copy(bytes, room));
-    }
-    ssize_t put(int fd, const char* bytes, size_t length) override {
-        if (!_secured.contains(fd)) return SMTPSink::put(fd, bytes, length);
-        return _secured.at(fd).put({bytes, length}) ? 1 : -1;
-    }
-    const char* answer(int fd, char verb) override {
-        if (_secured.contains(fd)) return SMTPSink::answer(fd, verb);
-        return verb == 'E' ? "250-sink\r\n250 STARTTLS\r\n" : "220 go on\r\n";
-    }
-    void answered(int fd, char verb) override {
-        if (verb == 'S') _secured.try_emplace(fd, fd, _option, _value);
-    }
-    void ended(int fd) override { _secured.erase(fd); }
-
-  private:
-    const char* const _option;
-    const std::string _value;
-    std::map<int, TlsServer> _secured;
-};
 
 // 64 connections on 16 threads, against a server that now and then hangs up in the middle.
 class ManyConnections : public testing::TestWithParam<std::string> {};
@@ -520,10 +458,15 @@ TEST_P(ManyConnections, start_send_and_stop_at_random) {
     std::atomic<size_t> stopped = 0;
     std::atomic<size_t> mails = 0;
     {
-        const auto sink = secure ? std::make_unique<SecureSink>(
-                                       100, openssl ? "identity_file" : "stub_script", identity)
-                                 : std::make_unique<SMTPSink>(100);
-        std::thread server([&] { sink->run(); });
+        SMTPPeer peer;
+        peer.keep_at_most = 0;
+        peer.hang_up_one_in = 100;
+        if (secure) {
+            peer.secure = [&](int fd) {
+                const char* const option = openssl ? "identity_file" : "stub_script";
+                return std::make_unique<TlsServer>(fd, option, identity);
+            };
+        }
         std::vector<std::thread> users;
         const auto end = std::chrono::steady_clock::now() + duration;
         for (unsigned seed = 1; seed <= threads; ++seed) {
@@ -532,7 +475,7 @@ TEST_P(ManyConnections, start_send_and_stop_at_random) {
                     const int32 cid = 100 + rand_r(&seed) % connections;
                     const int what = rand_r(&seed) % 10;
                     if (what < 2)
-                        start(sink->port(), cid,
+                        start(peer.port(), cid,
                               secure ? std::optional(openssl ? identity : "ca.pem") : std::nullopt);
                     if (what == 2 && stop(cid) == 0) ++stopped;
                     if (what > 2 && mail(cid) == 0) ++mails;
@@ -541,9 +484,8 @@ TEST_P(ManyConnections, start_send_and_stop_at_random) {
         }
         for (std::thread& user : users) user.join();
         for (int32 cid = 100; cid < 100 + connections; ++cid) stopped += stop(cid) == 0;
-        EXPECT_LE(static_cast<long>(mails), sink->messages());
-        sink->stop();
-        server.join();
+        peer.finish();
+        EXPECT_LE(static_cast<long>(mails), peer.messages);
     }
     EXPECT_GT(mails, 0U);
     EXPECT_EQ(descriptors, entries("/proc/self/fd"));

@@ -3,6 +3,9 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
+#include <map>
+#include <string_view>
 
 #include "utils/utmem/utmem.h"
 
@@ -10,10 +13,12 @@
 /// for the one request that comes after so many others.
 class ScarceMemory {
   public:
-    explicit ScarceMemory(size_t largest_request = 0) : ScarceMemory(largest_request, -1, free) {}
-    /// What is given back goes to `give_back`.
-    static ScarceMemory after(int good_requests, void (*give_back)(void*) = free) {
-        return ScarceMemory(SIZE_MAX, good_requests, give_back);
+    using Look = void (*)(std::string_view bytes);
+
+    explicit ScarceMemory(size_t largest_request = 0) : ScarceMemory(largest_request, -1, {}) {}
+    /// `look` is shown what is given back.
+    static ScarceMemory after(int good_requests, Look look = {}) {
+        return ScarceMemory(SIZE_MAX, good_requests, look);
     }
     ~ScarceMemory() { utmem_set_source(nullptr); }
     ScarceMemory(const ScarceMemory&) = delete;
@@ -22,21 +27,32 @@ class ScarceMemory {
     static bool has_failed() { return left < 0; }
 
   private:
-    ScarceMemory(size_t largest_request, int good_requests, void (*give_back)(void*))
-        : _source{allocate, std::realloc, give_back, [] { return false; }} {
+    ScarceMemory(size_t largest_request, int good_requests, Look shown) {
         largest = largest_request;
         left = good_requests;
-        utmem_set_source(&_source);
+        look = shown;
+        utmem_set_source(&source);
     }
 
     static void* allocate(size_t size) {
-        return left-- == 0 || size > largest ? nullptr : std::malloc(size);
+        if (left-- == 0 || size > largest) return nullptr;
+        // What it held before is not to be mistaken for what its owner left in it.
+        void* const block = std::calloc(1, size);
+        sizes[block] = size;
+        return block;
+    }
+    static void give_back(void* block) {
+        const auto known = sizes.extract(block);
+        if (look && known) look({static_cast<const char*>(block), known.mapped()});
+        std::free(block);
     }
 
     static inline size_t largest;
     static inline int left;
-
-    const a_utmem_source _source;
+    static inline Look look;
+    static inline std::map<void*, size_t> sizes;
+    static constexpr a_utmem_source source = {allocate, std::realloc, give_back,
+                                              [] { return false; }};
 };
 
 #endif

@@ -3,8 +3,9 @@
 
 #include <atomic>
 #include <climits>
-#include <cstring>
+#include <cstdlib>
 #include <functional>
+#include <list>
 #include <map>
 #include <memory>
 #include <string>
@@ -18,8 +19,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-/// A scripted SMTP server on a loopback port of the kernel's choice. It serves connections, one
-/// after the other, in a thread of its own, answers as told and keeps every byte that it received.
+/// A scripted SMTP server on a loopback port of the kernel's choice. It answers as told, each
+/// connection in a thread of its own, and keeps every byte that it received.
 class SMTPPeer {
   public:
     /// What is answered to a command, by its verb ("MAIL", ...), or to one occurrence of it
@@ -57,10 +58,10 @@ class SMTPPeer {
         }
         auto* const address = reinterpret_cast<sockaddr*>(&name);
         _usable = _listener != -1 && bind(_listener, address, length) == 0 &&
-                  (!listens || listen(_listener, 16) == 0) &&
+                  (!listens || listen(_listener, 128) == 0) &&
                   getsockname(_listener, address, &length) == 0;
         _port = ntohs(reinterpret_cast<sockaddr_in*>(&name)->sin_port);
-        if (_usable && listens) _thread = std::thread([this] { serve(); });
+        if (_usable && listens) _acceptor = std::thread([this] { accept_all(); });
     }
 
     ~SMTPPeer() { finish(); }
@@ -69,10 +70,10 @@ class SMTPPeer {
     bool usable() const { return _usable; }  // false where the family is not supported
     int port() const { return _port; }
 
-    /// Ends the thread; then every byte received, connection by connection.
+    /// Ends the threads; then every byte received, connection by connection.
     const std::vector<std::string>& finish() {
         _stop = true;
-        if (_thread.joinable()) _thread.join();
+        if (_acceptor.joinable()) _acceptor.join();
         if (_listener != -1) close(_listener);
         _listener = -1;
         return received;
@@ -84,8 +85,11 @@ class SMTPPeer {
     }
 
     std::atomic<bool> stalling = false;  // it has nothing more to say, or only drips
+    std::atomic<long> messages = 0;      // taken, of all connections
     // To be set before anybody connects.
     size_t keep_at_most = 1 << 24;  // bytes received in a connection; the rest is dropped
+    // One reply in so many is left out and the connection closed, by a seeded choice; 0: none.
+    unsigned hang_up_one_in = 0;
     // Makes the filter for what follows a STARTTLS that was answered with 220; null closes the
     // connection. Until then EHLO offers STARTTLS and nothing else.
     std::function<std::unique_ptr<Filter>(int fd)> secure;
@@ -103,54 +107,79 @@ class SMTPPeer {
         }
     }
 
-    void serve() {
+    struct Connection {
+        int fd;
+        size_t number;
+        unsigned seed = static_cast<unsigned>(number + 1);  // for hanging up
+        std::string received = {};
+        std::string unread = {};
+        std::map<std::string, int> seen = {};  // how often each verb came
+        std::unique_ptr<Filter> filter = {};   // once it is secured
+        std::thread thread = {};
+        std::atomic<bool> over = false;
+    };
+
+    void accept_all() {
         while (readable(_listener)) {
             const int fd = accept4(_listener, nullptr, nullptr, SOCK_CLOEXEC);
             if (fd == -1) continue;
+            _open.remove_if([this](Connection& c) { return c.over && end(c); });
+            Connection& connection = _open.emplace_back(fd, received.size());
             received.emplace_back();
-            _seen.clear();
-            _unread.clear();
-            if (say(fd, "greeting")) converse(fd);
-            _filter.reset();  // it may say good-bye
-            close(fd);
+            connection.thread = std::thread([this, &connection] { serve(connection); });
         }
+        for (Connection& connection : _open) end(connection);
     }
 
-    void converse(int fd) {
+    bool end(Connection& c) {
+        c.thread.join();
+        received[c.number] = std::move(c.received);
+        return true;
+    }
+
+    void serve(Connection& c) {
+        if (say(c, "greeting")) converse(c);
+        c.filter.reset();  // it may say good-bye
+        close(c.fd);
+        c.over = true;
+    }
+
+    void converse(Connection& c) {
         std::string line;
-        while (take(fd, "\r\n", &line)) {
+        while (take(c, "\r\n", &line)) {
             const std::string verb = line.substr(0, line.find_first_of(" \r"));
-            if (!say(fd, verb)) return;
+            if (!say(c, verb)) return;
             if (verb == "QUIT") return;
-            if (verb == "STARTTLS" && reply_to(verb).starts_with("220")) {
-                _unread.clear();
-                if ((_filter = secure(fd)) == nullptr) return;
+            if (verb == "STARTTLS" && reply_to(c, verb).starts_with("220")) {
+                c.unread.clear();
+                if ((c.filter = secure(c.fd)) == nullptr) return;
             }
-            if (verb != "DATA" || reply_to(verb).substr(0, 3) != "354") continue;
-            if (!take(fd, "\r\n.\r\n", &line) || !say(fd, ".")) return;
+            if (verb != "DATA" || reply_to(c, verb).substr(0, 3) != "354") continue;
+            if (!take(c, "\r\n.\r\n", &line)) return;
+            ++messages;
+            if (!say(c, ".")) return;
         }
     }
 
     // Reads up to and with `end`.
-    bool take(int fd, const std::string& end, std::string* text) {
+    bool take(Connection& c, const std::string& end, std::string* text) {
         size_t from = 0;
         size_t at = 0;
-        while ((at = _unread.find(end, from)) == std::string::npos) {
-            from = _unread.size() < end.size() ? 0 : _unread.size() - end.size();
-            if (!receive(fd)) return false;
+        while ((at = c.unread.find(end, from)) == std::string::npos) {
+            from = c.unread.size() < end.size() ? 0 : c.unread.size() - end.size();
+            if (!receive(c)) return false;
         }
-        *text = _unread.substr(0, at + end.size());
-        _unread.erase(0, at + end.size());
+        *text = c.unread.substr(0, at + end.size());
+        c.unread.erase(0, at + end.size());
         return true;
     }
 
-    bool receive(int fd) {
+    bool receive(Connection& c) {
         std::string bytes;
-        if (!readable(fd) || !(_filter != nullptr ? _filter->get(&bytes) : get(fd, &bytes)))
-            return false;
-        std::string& kept = received.back();
-        if (kept.size() < keep_at_most) kept += bytes;
-        _unread += bytes;
+        if (!readable(c.fd)) return false;
+        if (!(c.filter != nullptr ? c.filter->get(&bytes) : get(c.fd, &bytes))) return false;
+        if (c.received.size() < keep_at_most) c.received += bytes;
+        c.unread += bytes;
         return true;
     }
 
@@ -161,13 +190,13 @@ class SMTPPeer {
         return count > 0;
     }
 
-    std::string reply_to(const std::string& verb) const {
-        const auto nth = _replies.find(verb + " " + std::to_string(_seen.at(verb)));
+    std::string reply_to(const Connection& c, const std::string& verb) const {
+        const auto nth = _replies.find(verb + " " + std::to_string(c.seen.at(verb)));
         if (nth != _replies.end()) return nth->second;
         const auto any = _replies.find(verb);
         if (any != _replies.end()) return any->second;
         if (verb == "greeting") return "220 peer.test";
-        if (verb == "EHLO" && secure && _filter == nullptr) return "250-peer.test\r\n250 STARTTLS";
+        if (verb == "EHLO" && secure && c.filter == nullptr) return "250-peer.test\r\n250 STARTTLS";
         if (verb == "STARTTLS") return "220 go on";
         if (verb == "EHLO") return "250-peer.test\r\n250-8BITMIME\r\n250 AUTH PLAIN LOGIN";
         if (verb == "AUTH") return "235 welcome";
@@ -177,26 +206,27 @@ class SMTPPeer {
     }
 
     // False when the connection is over.
-    bool say(int fd, const std::string& verb) {
-        ++_seen[verb];
-        const std::string reply = reply_to(verb);
+    bool say(Connection& c, const std::string& verb) {
+        ++c.seen[verb];
+        if (hang_up_one_in != 0 && static_cast<unsigned>(rand_r(&c.seed)) % hang_up_one_in == 0)
+            return false;
+        const std::string reply = reply_to(c, verb);
         if (reply == "close") return false;
-        if (reply == "close now") return reset(fd);
+        if (reply == "close now") return reset(c.fd);
         stalling = stalling || reply == "silence" || reply.starts_with("drip");
         if (reply == "silence") return true;
-        if (reply.ends_with(" deaf")) return put(fd, reply + "\r\n") && wait_for_stop();
-        if (reply == "drip") return repeat(fd, "2", 100);
-        if (reply == "drip 3") return repeat(fd, "2", 100, 3) || wait_for_stop();
-        if (reply == "flood")
-            return repeat(fd, std::string(50, '2').replace(3, 1, "-") + "\r\n", 0);
-        return put(fd, reply.back() == '\n' ? reply : reply + "\r\n");
+        if (reply.ends_with(" deaf")) return put(c, reply + "\r\n") && wait_for_stop();
+        if (reply == "drip") return repeat(c, "2", 100);
+        if (reply == "drip 3") return repeat(c, "2", 100, 3) || wait_for_stop();
+        if (reply == "flood") return repeat(c, std::string(50, '2').replace(3, 1, "-") + "\r\n", 0);
+        return put(c, reply.back() == '\n' ? reply : reply + "\r\n");
     }
 
-    bool put(int fd, const std::string& text) const {
-        if (_filter != nullptr) return _filter->put(text);
+    static bool put(Connection& c, const std::string& text) {
+        if (c.filter != nullptr) return c.filter->put(text);
         size_t sent = 0;
         while (sent < text.size()) {
-            const ssize_t n = send(fd, &text[sent], text.size() - sent, MSG_NOSIGNAL);
+            const ssize_t n = send(c.fd, &text[sent], text.size() - sent, MSG_NOSIGNAL);
             if (n <= 0) return false;
             sent += static_cast<size_t>(n);
         }
@@ -215,23 +245,21 @@ class SMTPPeer {
         return false;
     }
 
-    bool repeat(int fd, const std::string& text, int pause_ms, int times = INT_MAX) const {
+    bool repeat(Connection& c, const std::string& text, int pause_ms, int times = INT_MAX) const {
         const timeval patience = {0, 100000};
-        setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
-        while (times-- > 0 && !_stop && (put(fd, text) || errno == EAGAIN))
+        setsockopt(c.fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+        while (times-- > 0 && !_stop && (put(c, text) || errno == EAGAIN))
             poll(nullptr, 0, pause_ms);
         return false;
     }
 
-    Replies _replies;
-    std::map<std::string, int> _seen;  // how often each verb came in this connection
-    std::string _unread;
-    std::unique_ptr<Filter> _filter;  // of the connection that is served, once it is secured
+    const Replies _replies;
     int _listener = -1;
     int _port = 0;
     bool _usable = false;
     std::atomic<bool> _stop = false;
-    std::thread _thread;
+    std::thread _acceptor;
+    std::list<Connection> _open;  // of the acceptor alone
 };
 
 #endif

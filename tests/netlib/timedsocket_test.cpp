@@ -69,13 +69,13 @@ TEST(SMTPSocket, pushes_what_would_wait_for_an_acknowledgement) {
         bool own_words;  // TLS says something during the reply
         std::string calls;
     } steps[] = {
-        {{}, false, "recv=1"},                              // the greeting
-        {{2}, false, "send=2 segment=2 recv=1"},            // asked once
-        {{3}, false, "send=3 setsockopt=0*2 recv=1"},       // two segments
-        {{1, 1}, false, "send=1*2 setsockopt=0*2 recv=1"},  // the second is held back
-        {{1}, true, "send=1 recv=1 send=1 setsockopt=0*2 recv=1"},
-        {{1}, false, "send=1 setsockopt=0*2 recv=1"},  // behind what nobody has answered
-        {{1}, false, "send=1 recv=1"},
+        {{}, false, "poll:R recv=1"},                              // the greeting
+        {{2}, false, "send=2 segment=2 poll:R recv=1"},            // asked once
+        {{3}, false, "send=3 setsockopt=0*2 poll:R recv=1"},       // two segments
+        {{1, 1}, false, "send=1*2 setsockopt=0*2 poll:R recv=1"},  // the second is held back
+        {{1}, true, "send=1 poll:R recv=1 send=1 setsockopt=0*2 recv=1"},
+        {{1}, false, "send=1 setsockopt=0*2 poll:R recv=1"},  // behind what nobody has answered
+        {{1}, false, "send=1 poll:R recv=1"},
     };
     for (const auto& step : steps) {
         Script script(step.calls);
@@ -86,6 +86,16 @@ TEST(SMTPSocket, pushes_what_would_wait_for_an_acknowledgement) {
         socket.send("x", 1);
         EXPECT_EQ(1, socket.recv(&byte, 1));
     }
+}
+
+TEST(SMTPSocket, waits_for_a_reply_no_longer_than_its_time_out) {
+    SMTPSocket socket(100000, SOCK_TCP, false);
+    socket.setTimeout(1000);
+    Script script("silence " + repeat("recv!EAGAIN silence ", 3));
+    const SMTPSocket::Reply reply(socket);
+    EXPECT_EQ(-1, socket.recv(&byte, 1));
+    EXPECT_TRUE(socket.didTimeout());
+    EXPECT_EQ(1000, Script::elapsed_ms());
 }
 
 }  // namespace

@@ -56,6 +56,7 @@ class Parser {
 
     /// Reads the next option; false on a syntax error, with `key` as far as it is known.
     bool Next() {
+        // Also ";": a key without a value must not swallow the option behind it.
         const size_t end = std::min(_rest.find_first_of("=;"), _rest.size());
         key = trimmed(_rest.substr(0, end));
         if (end == _rest.size() || _rest[end] != assign || key.empty()) return false;

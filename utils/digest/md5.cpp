@@ -38,6 +38,9 @@ inline void round(uint32 (&s)[4], const uint32* words, Mix mix) {
     }
 }
 
+// The functions F to I of RFC 1321 section 3.4. F takes an operation less in this form; the halves
+// of G have no bit in common, and added they let the processor begin with the one that need not
+// wait.
 inline void compress_block(uint32* state, const a_byte* block) {
     uint32 words[16];
     for (std::size_t i = 0; i < 16; ++i) words[i] = ut_load_le32(block + 4 * i);

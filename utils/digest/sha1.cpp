@@ -49,6 +49,7 @@ inline void rounds(a_sha1_state& s, Schedule& schedule, Mix mix) {
     }
 }
 
+// The functions of FIPS 180-4 section 4.1.1, two with an operation less than there.
 uint32 choose(uint32 x, uint32 y, uint32 z) {
     return z ^ (x & (y ^ z));
 }

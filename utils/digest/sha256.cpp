@@ -22,7 +22,7 @@ struct a_sha256_state {
     uint32 a, b, c, d, e, f, g, h;
 };
 
-// The functions of FIPS 180-4 section 4.1.2.
+// The functions of FIPS 180-4 section 4.1.2, the first two with an operation less than there.
 uint32 choose(uint32 x, uint32 y, uint32 z) {
     return z ^ (x & (y ^ z));
 }

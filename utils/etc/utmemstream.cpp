@@ -1,7 +1,7 @@
 #include "utils/etc/utmemstream.h"
 
 void UTBufOStream::set_eof() {
-    _length = Length();
+    _length = Length();  // while the span is there
     UTBufferedOStream::set_eof();
 }
 

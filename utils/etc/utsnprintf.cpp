@@ -10,6 +10,7 @@ std::size_t ut_snprintf(char* buffer, std::size_t size, const char* format, ...)
     va_start(arguments, format);
     const int wanted = std::vsnprintf(buffer, size, format, arguments);
     va_end(arguments);
+    // What stands in the buffer then is up to the C library.
     if (wanted < 0) {
         buffer[0] = '\0';
         return 0;

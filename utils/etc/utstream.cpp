@@ -202,3 +202,14 @@ size_t UTPartialBufferedIStream::do_get(a_byte* buf, size_t n) {
     _ptr += count;
     return count;
 }
+
+size_t UTPartialBufferedIStream::get_held_line(char* buf, size_t n) {
+    if (_eof || _skip != 0 || _ptr == _lim) return 0;
+    const size_t most = std::min(n, static_cast<size_t>(_lim - _ptr));
+    const void* const end = std::memchr(_ptr, '\n', most);
+    const size_t count =
+        end != nullptr ? static_cast<size_t>(static_cast<const a_byte*>(end) - _ptr) + 1 : most;
+    std::memcpy(buf, _ptr, count);
+    _ptr += count;
+    return count;
+}

@@ -245,6 +245,10 @@ class UTPartialBufferedIStream : public UTIStream {
 
     size_t do_get(a_byte* buf, size_t n) override;
 
+    /// Moves what the buffer holds of a line, up to and with the next line feed but at most `n`
+    /// bytes, to `buf`; returns how many. Reads nothing, so 0 only means that get() has to.
+    size_t get_held_line(char* buf, size_t n);
+
     /// Called when the buffer is empty: puts up to _data_size bytes at _data and sets _ptr and _lim
     /// round them, or ends the stream, or leaves the buffer empty where nothing has arrived yet.
     virtual void refill() = 0;

@@ -15,7 +15,7 @@ UTBufferedIStreamCounter::UTBufferedIStreamCounter(UTBufferedIStream& istream) :
 void UTBufferedIStreamCounter::set_eof() {
     if (_eof) return;
     give_back();
-    _count -= unread();
+    _count -= unread();  // what nobody reads any more was never read
     UTBufferedIStream::set_eof();
 }
 

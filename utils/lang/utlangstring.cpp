@@ -32,6 +32,7 @@ uint32 file_version(UTResFile& file) {
 
 /// A text in UTF-16 as bytes, with a terminator of 16 bits.
 size_t get_utf16_bytes(UTResFile& file, uint32 id, char* buf, size_t len) {
+    // `buf` may lie at an odd address.
     std::array<uint16, UTLangStringBase::MAX_CONVERTED / sizeof(uint16)> text;
     const size_t room = std::min(len / sizeof(uint16), text.size());
     const size_t bytes = file.GetStringUTF16(id, text.data(), room) * sizeof(uint16);

@@ -115,6 +115,7 @@ size_t UTQXResFile::GetStringUTF16(uint32 id, uint16* buf, size_t len) {
 a_bool UTQXResFile::get_resource_file_base_name(char* buf, size_t len, const char* iso_label,
                                                 a_bool iq) {
     const char* part = ut_equal_nocase(iso_label, "ja") ? ls_japanese_part(ls_os_charset()) : "";
+    // In room of its own first: a name that is cut would be another file's.
     std::array<char, 64> name;
     const size_t length =
         ut_snprintf(name.data(), name.size(), "nxlg%s%s12%s.res", iso_label, iq ? "_iq" : "", part);

@@ -73,6 +73,7 @@ size_t CharsetConverter::Convert(const char* text, size_t text_len, char* buf, s
         return count;
     }
     char* in = const_cast<char*>(text);  // iconv's prototype; it does not write there
+    // A text before this one may have ended in the middle of a character.
     Output out = {buf, len, _to, lost};
     forget_state(_handle);
     while (iconv(_handle, &in, &text_len, &out.at, &out.room) == failed) {

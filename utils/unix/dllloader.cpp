@@ -20,7 +20,8 @@ std::atomic<a_dll_report> dll_report{nullptr};
 constexpr std::string_view marker_without_start = "==Version==@1@";
 constexpr std::string_view ident_key = "IDENT=";
 
-/// Everything that is in the file, terminated; none when it cannot be read or held.
+/// Everything that is in the file, terminated, read because a mapping would end the host where the
+/// file is cut meanwhile; none when it cannot be read or held.
 UTText contents_of(const char* path, size_t* len) {
     const UTDescriptor file(_posix_open(path, O_RDONLY | O_NONBLOCK, 0));
     if (!file.is_open()) return nullptr;

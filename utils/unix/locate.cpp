@@ -77,6 +77,7 @@ const char* path_of_mapping(char* line, uintptr_t address) {
 bool directory_from_mappings(uintptr_t address, char* directory, size_t len) {
     std::FILE* maps = _posix_fopen("/proc/self/maps", "r");
     if (maps == nullptr) return false;
+    // The rest of a longer line comes as a line of its own, which starts with no addresses.
     std::array<char, LOCATE_MAX_PATH + 128> line;
     bool found = false;
     while (!found && std::fgets(line.data(), line.size(), maps) != nullptr) {

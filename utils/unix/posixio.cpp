@@ -72,6 +72,7 @@ int stat_into(a_posix_statbuf* buffer, Call call) {
     struct stat64 found;
     const int result = retry_interrupted([&] { return call(&found); });
     if (result != 0) return result;
+    // One by one: the widths of the system's fields differ with the platform, callers see one kind.
     buffer->pst_dev = found.st_dev;
     buffer->pst_ino = found.st_ino;
     buffer->pst_mode = found.st_mode;
@@ -87,6 +88,7 @@ int stat_into(a_posix_statbuf* buffer, Call call) {
 // Places or tests the lock that _posix_sopen promises. True when the file may be used.
 bool lock_whole_file(int fd, bool for_writing, int share) {
     if (!for_writing && share == POSIX_SHARE_NONE) return true;
+    // A test leaves no lock behind, so that this reader does not keep a writer out.
     const bool only_test = !for_writing && share == POSIX_SHARE_TEST;
     struct flock64 lock = {};
     lock.l_type = for_writing ? F_WRLCK : F_RDLCK;
@@ -152,6 +154,7 @@ ssize_t _posix_write(int fd, const void* buffer, std::size_t length) {
     });
 }
 
+// Without shield: a terminal, which alone raises signals when it is read, has no offsets.
 ssize_t _posix_pread(int fd, void* buffer, std::size_t length, int64 offset) {
     return transfer_fully(length, [&](std::size_t done) {
         return pread64(fd, static_cast<char*>(buffer) + done, length - done,
@@ -186,6 +189,7 @@ int64 _posix_filelength(int fd) {
     return _posix_fstat(fd, &found) == 0 ? static_cast<int64>(found.pst_size) : -1;
 }
 
+// Growing beyond the limit on file sizes raises SIGXFSZ as writing does.
 int _posix_ftruncate(int fd, int64 length) {
     return shielded([&] { return retry_interrupted([&] { return ftruncate64(fd, length); }); });
 }

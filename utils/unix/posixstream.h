@@ -60,10 +60,14 @@ class PosixIStream final : public UTFileIStream {
 
     /// Whether what was opened is a regular file, as it was then.
     a_bool is_regular() const { return _is_regular; }
+    /// The size in bytes of a regular file, as it was then; of others 0.
+    uint64 size() const { return _size; }
 
   private:
     UTDescriptor _handle;
     a_bool _is_regular = false;
+    uint64 _size = 0;
+    a_bool _is_exhausted = false;  // the end was met behind the last bytes read
 };
 
 /// Output to a file descriptor.

@@ -7,6 +7,8 @@
 
 namespace {
 
+// What moving bytes raises, in the thread that moves them: a pipe without reader, the limit on file
+// sizes, the terminal of another process group.
 constexpr int shielded_signals[] = {SIGPIPE, SIGXFSZ, SIGTTIN, SIGTTOU};
 
 sigset_t shielded_set() {

@@ -111,7 +111,7 @@ void ut_safe_pthread_mutex_crit_fini() {
     a_ut_pthread_mutex* const guard = critical_mutex_p.exchange(nullptr);
     if (guard == nullptr) return;
     pthread_mutex_destroy(&guard->mutex);
-    guard_once = PTHREAD_ONCE_INIT;
+    guard_once = PTHREAD_ONCE_INIT;  // the next use makes a guard again
 }
 
 a_ut_mutex_pool_state ut_safe_pthread_mutex_state() {

@@ -76,25 +76,4 @@ class UTCriticalSection {
     a_critical_sect _section;
 };
 
-/// Holds a critical section for the length of a scope, if there is one: the pool may have had none
-/// to give. *cs outlives the object.
-class CriticalSection {
-  public:
-    explicit CriticalSection(const a_critical_sect& cs)
-        : _mutex(cs.p_mutex != nullptr ? &cs.p_mutex->mutex : nullptr) {
-        if (is_held()) pthread_mutex_lock(_mutex);
-    }
-    ~CriticalSection() {
-        if (is_held()) pthread_mutex_unlock(_mutex);
-    }
-    CriticalSection(const CriticalSection&) = delete;
-    CriticalSection& operator=(const CriticalSection&) = delete;
-
-    /// False when there is none; what it guards must then be left alone.
-    a_bool is_held() const { return _mutex != nullptr; }
-
-  private:
-    pthread_mutex_t* const _mutex;
-};
-
 #endif

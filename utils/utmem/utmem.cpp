@@ -19,6 +19,7 @@ const a_utmem_source& source() {
     return *current_source.load(std::memory_order_acquire);
 }
 
+// Once: with a hook that always says yes, a request that cannot be met would go on for ever.
 template <class Request>
 void* with_one_retry(Request request) {
     void* block = request();
@@ -57,6 +58,7 @@ void* ut_malloc(size_t size) {
     return with_one_retry([size] { return source().allocate(size); });
 }
 
+// Not calloc(), which would be one more thing for a source to have.
 void* ut_calloc(size_t size) {
     void* block = ut_malloc(size);
     if (block != nullptr) std::memset(block, 0, size);
@@ -124,8 +126,9 @@ bool ut_out_of_memory() {
     return false;
 }
 
-// No signal is let in any more, so that the lines are written in one call each and a standard
-// output that nobody reads cannot turn the exit status into death by SIGPIPE.
+// Not exit(), whose handlers may want memory. No signal is let in any more, so that the lines are
+// written in one call each and a standard output that nobody reads cannot turn the exit status into
+// death by SIGPIPE.
 void ut_fatal(const char* message) {
     if (message != nullptr) {
         sigset_t all;

@@ -33,7 +33,6 @@ class ErrorRecord {
 
     /// Records a failure; false, for the caller to return.
     bool fail(a_dbqxci_error code, const char* parm = nullptr, uint32_t system_code = 0) {
-        if (_record.code != QxciErrOK) return false;
         return take({static_cast<uint32_t>(code), system_code, make_parms(_memory, parm)});
     }
 

@@ -19,55 +19,7 @@
 
 namespace {
 
-constexpr a_qxci_byte key[32] = {1, 2, 3};
 constexpr const char* other = "libother.so";
-
-template <class Object>
-std::string outcome(Trial& t, Object* made) {
-    const std::unique_ptr<Object> object(made);
-    return object != nullptr ? "made " + std::to_string(object->GetQXCIVersion().impl_ver)
-                             : describe(t.err);
-}
-
-/// What is to be made, by its name or else its number; for a level, by its parameters too.
-struct a_wanted {
-    const char* name = nullptr;
-    int id = -1;
-    const char* parms = nullptr;
-    size_t key_len = 16;
-
-    bool by_name() const { return id < 0; }
-    a_qxci_byte number() const { return static_cast<a_qxci_byte>(id); }
-};
-
-std::string hasher(Trial& t, const a_wanted& w) {
-    return outcome(t, w.by_name() ? t.env.CreateBlockHasher(w.name, &t.err)
-                                  : t.env.CreateBlockHasherWithID(w.number(), &t.err));
-}
-std::string encrypter(Trial& t, const a_wanted& w) {
-    auto& env = t.env;
-    DBQXCIBlockEncrypter* const made =
-        w.by_name() ? env.CreateBlockEncrypter(w.name, key, w.key_len, nullptr, &t.err)
-                    : env.CreateBlockEncrypterWithID(w.number(), key, w.key_len, nullptr, &t.err);
-    const char* const library = made != nullptr ? made->GetDLLName() : nullptr;
-    return outcome(t, made) + (library != nullptr ? std::string(" by ") + library : "");
-}
-std::string stream(Trial& t, const a_wanted& w) {
-    return outcome(t, w.by_name() ? t.env.CreateStream(nullptr, nullptr, w.name, &t.err)
-                                  : t.env.CreateStreamWithID(nullptr, nullptr, w.number(), &t.err));
-}
-std::string level(Trial& t, const a_wanted& w) {
-    c_encrypt_level setting;
-    setting.set_level(w.name, w.parms);
-    return outcome(t, t.env.CreateStream(nullptr, nullptr, setting, &t.err));
-}
-std::string password(Trial& t, const a_wanted& w) {
-    return outcome(t, w.by_name() ? t.env.CreatePasswordHasher(&t.err)
-                                  : t.env.CreatePasswordHasherWithID(w.number(), &t.err));
-}
-std::string signature(Trial& t, const a_wanted&) {
-    return outcome(t, t.env.CreateSignatureHandler(nullptr, &t.err));
-}
 
 TEST(Environment, picks_the_provider_by_algorithm_mode_and_stub_flag) {
     static const char* const built_in = "made 1";
@@ -78,7 +30,7 @@ TEST(Environment, picks_the_provider_by_algorithm_mode_and_stub_flag) {
     static const char* const stub = "28 7 libother.so tester Dll_Name";
     static const char* const by_fips = "made 9 by libnxfips12_r.so";
     const struct {
-        std::string (*make)(Trial& t, const a_wanted& wanted);
+        a_creation make;
         a_wanted wanted;
         const char* normally;
         const char* in_fips_mode = fips_mode;

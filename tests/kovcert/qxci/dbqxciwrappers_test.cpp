@@ -12,31 +12,10 @@ namespace {
 
 int object;  // stands for a provider's
 
-template <class Handle>
-Handle handle() {
-    return reinterpret_cast<Handle>(&object);
+template <class Wrapper>
+typename Wrapper::a_handle handle() {
+    return reinterpret_cast<typename Wrapper::a_handle>(&object);
 }
-
-/// A wrapper of every kind over one interface.
-struct Wrappers {
-    explicit Wrappers(DBQXCIInterface* source)
-        : encrypter(handle<QXCIBlockEncrypterH>(), &env, source, FIPS_IFACE),
-          hasher(handle<QXCIBlockHasherH>(), &env, source, FIPS_IFACE),
-          password(handle<QXCIPasswordHasherH>(), &env, source, FIPS_IFACE),
-          signer(handle<QXCISignatureHandlerH>(), &env, source, FIPS_IFACE),
-          stream(handle<QXCIStreamH>(), &env, source, FIPS_IFACE),
-          conn(handle<QXCIStreamConnH>(), &env, source, FIPS_IFACE) {}
-
-    Owner owner;
-    DBQXCIEnvironment env{owner.callbacks(), &owner};
-    DBQXCIBlockEncrypter encrypter;
-    DBQXCIBlockHasher hasher;
-    DBQXCIPasswordHasher password;
-    DBQXCISignatureHandler signer;
-    DBQXCIStream stream;
-    DBQXCIStreamConn conn;
-    DBQXCIError err;
-};
 
 TEST(Wrappers, fail_when_the_interface_or_its_entry_is_missing) {
     static a_qxci_byte buf[1];
@@ -45,43 +24,48 @@ TEST(Wrappers, fail_when_the_interface_or_its_entry_is_missing) {
     static bool ok = false;
     const struct {
         const char* name;
-        long (*call)(Wrappers& w);
+        long (*call)(Trial& t, DBQXCIInterface* source);
         long failure;
     } rows[] = {
-#define OPERATION(call, failure) \
-    {#call, [](Wrappers& w) { return static_cast<long>(w.call); }, failure}
-        OPERATION(encrypter.GetAlgorithmID(), 0),
-        OPERATION(encrypter.Encrypt(buf, 0, 0), QXCI_ERROR),
-        OPERATION(encrypter.Decrypt(buf, 0, 0), QXCI_ERROR),
-        OPERATION(encrypter.GetBlockSize(), 0),
-        OPERATION(hasher.GetAlgorithmID(), 0),
-        OPERATION(hasher.GetMaxHashSize(), 0),
-        OPERATION(hasher.GetBlockSize(), 0),
-        OPERATION(hasher.BeginHash(), QXCI_ERROR),
-        OPERATION(hasher.AddData(buf, 0), QXCI_ERROR),
-        OPERATION(hasher.EndHash(buf, &len), QXCI_ERROR),
-        OPERATION(hasher.GetLastError()->getErrorCode(), QxciErrUnknown),
-        OPERATION(password.GetAlgorithmID(), 0),
-        OPERATION(password.GetMaxHashSize(), 0),
-        OPERATION(password.Hash(buf, 0, buf, &len), QXCI_ERROR),
-        OPERATION(signer.CreateDBSig("", "", "", text, &len), QXCI_ERROR),
-        OPERATION(signer.CreateConnSig("", "", text, &len), QXCI_ERROR),
-        OPERATION(signer.VerifyDBSig("", "", "", "", &ok), QXCI_ERROR),
-        OPERATION(signer.VerifyConnSig("", "", "", &ok), QXCI_ERROR),
-        OPERATION(stream.Init(QXCI_SERVER, nullptr), QXCI_ERROR),
-        OPERATION(stream.Fini(), QXCI_ERROR),
-        OPERATION(stream.GetAlgorithmID(), 0),
-        OPERATION(stream.CreateConn(nullptr, nullptr, nullptr, &w.err) != nullptr, 0),
-        OPERATION(conn.Read(buf, 0, &len), QXCI_IO_ERROR),
-        OPERATION(conn.Write(buf, 0), QXCI_IO_ERROR),
-        OPERATION(conn.FlushWrites(), QXCI_IO_ERROR),
+#define OPERATION(Wrapper, call, failure)                          \
+    {#Wrapper "::" #call,                                          \
+     [](Trial& t, DBQXCIInterface* source) {                       \
+         Wrapper w(handle<Wrapper>(), &t.env, source, FIPS_IFACE); \
+         return static_cast<long>(w.call);                         \
+     },                                                            \
+     failure}
+        OPERATION(DBQXCIBlockEncrypter, GetAlgorithmID(), 0),
+        OPERATION(DBQXCIBlockEncrypter, Encrypt(buf, 0, 0), QXCI_ERROR),
+        OPERATION(DBQXCIBlockEncrypter, Decrypt(buf, 0, 0), QXCI_ERROR),
+        OPERATION(DBQXCIBlockEncrypter, GetBlockSize(), 0),
+        OPERATION(DBQXCIBlockHasher, GetAlgorithmID(), 0),
+        OPERATION(DBQXCIBlockHasher, GetMaxHashSize(), 0),
+        OPERATION(DBQXCIBlockHasher, GetBlockSize(), 0),
+        OPERATION(DBQXCIBlockHasher, BeginHash(), QXCI_ERROR),
+        OPERATION(DBQXCIBlockHasher, AddData(buf, 0), QXCI_ERROR),
+        OPERATION(DBQXCIBlockHasher, EndHash(buf, &len), QXCI_ERROR),
+        OPERATION(DBQXCIBlockHasher, GetLastError()->getErrorCode(), QxciErrUnknown),
+        OPERATION(DBQXCIPasswordHasher, GetAlgorithmID(), 0),
+        OPERATION(DBQXCIPasswordHasher, GetMaxHashSize(), 0),
+        OPERATION(DBQXCIPasswordHasher, Hash(buf, 0, buf, &len), QXCI_ERROR),
+        OPERATION(DBQXCISignatureHandler, CreateDBSig("", "", "", text, &len), QXCI_ERROR),
+        OPERATION(DBQXCISignatureHandler, CreateConnSig("", "", text, &len), QXCI_ERROR),
+        OPERATION(DBQXCISignatureHandler, VerifyDBSig("", "", "", "", &ok), QXCI_ERROR),
+        OPERATION(DBQXCISignatureHandler, VerifyConnSig("", "", "", &ok), QXCI_ERROR),
+        OPERATION(DBQXCIStream, Init(QXCI_SERVER, nullptr), QXCI_ERROR),
+        OPERATION(DBQXCIStream, Fini(), QXCI_ERROR),
+        OPERATION(DBQXCIStream, GetAlgorithmID(), 0),
+        OPERATION(DBQXCIStream, CreateConn(nullptr, nullptr, nullptr, &t.err) != nullptr, 0),
+        OPERATION(DBQXCIStreamConn, Read(buf, 0, &len), QXCI_IO_ERROR),
+        OPERATION(DBQXCIStreamConn, Write(buf, 0), QXCI_IO_ERROR),
+        OPERATION(DBQXCIStreamConn, FlushWrites(), QXCI_IO_ERROR),
 #undef OPERATION
     };
+    Trial t;
     auto* const empty = new DBQXCIInterface;
     for (DBQXCIInterface* source : {static_cast<DBQXCIInterface*>(nullptr), empty}) {
         for (const auto& row : rows) {
-            Wrappers wrappers(source);
-            EXPECT_EQ(row.failure, row.call(wrappers)) << row.name;
+            EXPECT_EQ(row.failure, row.call(t, source)) << row.name;
         }
     }
     while (empty->RefCount() > 1) empty->Release();  // kept: what has no destroy_func gives no back
@@ -89,12 +73,14 @@ TEST(Wrappers, fail_when_the_interface_or_its_entry_is_missing) {
 }
 
 TEST(Wrappers, keep_the_slot_before_the_error) {
-    const Wrappers w(nullptr);
+    Trial t;
+    const DBQXCIBlockEncrypter encrypter(handle<DBQXCIBlockEncrypter>(), &t.env, nullptr,
+                                         FIPS_IFACE);
     struct {
         const void *handle, *iface;
         uint32 slot;
     } first;
-    std::memcpy(&first, &w.encrypter, sizeof first);
+    std::memcpy(&first, static_cast<const void*>(&encrypter), sizeof first);
     EXPECT_TRUE(first.handle == &object && first.iface == nullptr && first.slot == FIPS_IFACE);
 }
 
@@ -119,7 +105,7 @@ TEST(Wrappers, keep_texts_in_order) {
         .destroy_func = [](QXCISignatureHandlerH) {},
     };
     Trial t;
-    DBQXCISignatureHandler signer(handle<QXCISignatureHandlerH>(), &t.env, iface.get(),
+    DBQXCISignatureHandler signer(handle<DBQXCISignatureHandler>(), &t.env, iface.get(),
                                   STATIC_IFACE);
     EXPECT_EQ(2U, iface->RefCount());
     char sig[8];

@@ -119,10 +119,7 @@ TEST(Loader, names_the_file_that_it_cannot_open) {
         {static_cast<a_qxci_dll_type>(9), "libnone.so", "libnone.so"},
     };
     for (const auto& row : rows) {
-        DBQXCIError error;
-        const c_utils_ref<DBQXCIInterface> iface(new DBQXCIInterface);
-        EXPECT_FALSE(iface->Load(row.type, row.name, &error));
-        EXPECT_EQ(missing_dll(row.file), describe(error));
+        EXPECT_EQ(missing_dll(row.file), load(row.type, row.name, row.file));
     }
 }
 

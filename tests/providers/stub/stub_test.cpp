@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <functional>
 #include <string>
 
 #include <dlfcn.h>
@@ -11,22 +10,15 @@
 
 namespace {
 
-constexpr a_getters linked_in = {
-    QXCIGetEnvIface,
-    QXCIGetErrorIface,
-    QXCIGetStreamIface,
-    QXCIGetStreamConnIface,
-    QXCIGetPasswordHasherIface,
-    QXCIGetBlockHasherIface,
-    QXCIGetBlockEncrypterIface,
-    QXCIGetSignatureHandlerIface,
-};
-
 class Stub : public Provider {
   public:
-    Stub() : Provider(linked_in) {}
-    explicit Stub(const char* script)
-        : Provider(linked_in, {{"identity_file", "x"}, {"Stub_Script", script}}) {}
+    explicit Stub(const a_setting_list& settings = {}, int fail_at = INT_MAX)
+        : Provider({QXCIGetEnvIface, QXCIGetErrorIface, QXCIGetStreamIface, QXCIGetStreamConnIface,
+                    QXCIGetPasswordHasherIface, QXCIGetBlockHasherIface, QXCIGetBlockEncrypterIface,
+                    QXCIGetSignatureHandlerIface},
+                   settings, fail_at) {}
+    explicit Stub(const char* script, int fail_at = INT_MAX)
+        : Stub({{"identity_file", "x"}, {"Stub_Script", script}}, fail_at) {}
 };
 
 /// One end of a connection.
@@ -125,28 +117,28 @@ TEST(StubConn, takes_what_comes_in_pieces_and_gives_up_when_nothing_comes_or_goe
 }
 
 TEST(StubConn, does_what_the_peer_and_the_script_say) {
-    const std::string proto = std::to_string(EPROTO), bad = "9 " + proto + ";";
+    const std::string proto = std::to_string(EPROTO), x = record("DATA_", "x");
     const std::string broken = "0;error 8 " + proto + ";error 8 " + proto + ";";
-    const std::string x = record("DATA_", "x"), text = record("DATA_", "text");
     const std::string opened = server_hello + x;
+    for (const std::string& no_hello :
+         {std::string("HTTP/1.1 400 Bad Request\r\n"), client_hello, record("HELLO", "server"),
+          std::string("QXCI-STUB HELLO 16385\nserver\n"),
+          std::string("QXCI-STUB HELLO -0007\nserver\n"),
+          std::string("qxci-stub HELLO 00007\nserver\n"), x, close_record}) {
+        Stub provider;
+        EXPECT_EQ("9 " + proto, End(provider, "", no_hello).session.error) << no_hello;
+    }
     const struct {
-        std::string script, incoming;
+        const char* script;
+        std::string incoming;
         const char* operations;  // r: read, w: write, f: flush
         std::string results;     // the error of creation first
         std::string sent;
     } cases[] = {
-        {"", "HTTP/1.1 400 Bad Request\r\n", "", bad, client_hello},
-        {"", client_hello, "", bad, client_hello},
-        {"", record("HELLO", "server"), "", bad, client_hello},
-        {"", "QXCI-STUB HELLO 16385\nserver\n", "", bad, client_hello},
-        {"", "QXCI-STUB HELLO -0007\nserver\n", "", bad, client_hello},
-        {"", "qxci-stub HELLO 00007\nserver\n", "", bad, client_hello},
-        {"", x, "", bad, client_hello},
-        {"", close_record, "", bad, client_hello},
         {"", server_hello + server_hello, "rw", broken, client_hello},
         {"", server_hello + "QXCI-STUB HELL0 00007\n", "rw", broken, client_hello},
         {"", record("HELLO", "server\nmore\n") + x, "rwrf", "0;ok: x;ok;would block;ok;",
-         client_hello + text + close_record},
+         client_hello + record("DATA_", "text") + close_record},
 
         {"handshake*2 block", opened, "rr", "0;would block;ok: x;", client_hello + close_record},
         {"handshake* block", opened, "rr", "0;would block;would block;", ""},
@@ -172,7 +164,7 @@ TEST(StubConn, does_what_the_peer_and_the_script_say) {
     };
     for (const auto& c : cases) {
         Stub provider;
-        End client(provider, c.script.c_str(), c.incoming);
+        End client(provider, c.script, c.incoming);
         std::string results = client.session.error + ";";
         for (const char* op = c.operations; *op != '\0'; ++op) {
             results += *op == 'r'   ? client.read()
@@ -224,70 +216,60 @@ TEST(StubScript, is_well_formed_or_refused) {
     QXCIStubScript(nullptr);
 }
 
+a_qxci_byte* bytes(std::string& text) {
+    return reinterpret_cast<a_qxci_byte*>(text.data());
+}
+
 TEST(StubScript, makes_creations_and_operations_fail) {
-    const a_qxci_byte key[32] = {};
-    Stub provider("object fail 1,2,3; stream fail 4"), refused("env fail 25,0,lib.so");
-    Options signing;
-    signing.add("stub_key", "k");
-    a_qxci_error* const error = &provider.error;
-    const std::function<const void*()> creations[] = {
-        [&] { return provider.hash.create_func(provider.env, "MD5", error); },
-        [&] { return provider.pw_hash.create_func(provider.env, error); },
-        [&] { return provider.enc.create_func(provider.env, "AES256", key, 32, nullptr, error); },
-        [&] { return provider.sig.create_func(provider.env, signing.head(), error); },
+    std::string key(32, 'k');
+    Stub p("object fail 1,2,3; stream fail 4"), refused("env fail 25,0,lib.so");
+    const auto failure = [&p](const void* made) {
+        EXPECT_EQ(nullptr, made);
+        return p.creation_error();
     };
-    for (const auto& create : creations) {
-        EXPECT_EQ(nullptr, create());
-        EXPECT_EQ("1 2 3", provider.creation_error());
+    a_qxci_user_option with_key = {"stub_key", "k", false, nullptr};
+    EXPECT_EQ("1 2 3", failure(p.hash.create_func(p.env, "MD5", &p.error)));
+    EXPECT_EQ("1 2 3", failure(p.pw_hash.create_func(p.env, &p.error)));
+    EXPECT_EQ("1 2 3", failure(p.sig.create_func(p.env, &with_key, &p.error)));
+    EXPECT_EQ("1 2 3",
+              failure(p.enc.create_func(p.env, "AES256", bytes(key), 32, nullptr, &p.error)));
+    const char* const without_memory[] = {"1 2", "1 2", "1 2 a", "1 2 a b"};  // the list, "a", "b"
+    for (int i = 0; i < 4; ++i) {
+        Stub poor("object fail 1,2,a,b", 3 + i);
+        EXPECT_EQ(nullptr, poor.hash.create_func(poor.env, "MD5", &poor.error));
+        EXPECT_EQ(without_memory[i], poor.creation_error());
     }
-    EXPECT_EQ("4", End(provider, QXCI_CLIENT).session.error);
+    EXPECT_EQ("4", End(p, QXCI_CLIENT).session.error);
     EXPECT_EQ(nullptr, refused.env);
     EXPECT_EQ("25 lib.so", describe(&refused.error));
 
     Stub working("work fail 30,0,p");
     const QXCIBlockHasherH hasher = working.hash.create_func(working.env, "MD5", &working.error);
-    EXPECT_EQ(QXCI_ERROR, working.hash.begin_hash_func(hasher));
-    EXPECT_EQ("30 p", describe(working.hash.get_last_error_func(hasher)));
-    EXPECT_EQ(QXCI_OK, working.hash.begin_hash_func(hasher));
-    EXPECT_EQ("0", describe(working.hash.get_last_error_func(hasher)));
+    for (const char* error : {"30 p", "0"}) {
+        working.hash.begin_hash_func(hasher);
+        EXPECT_EQ(error, describe(working.hash.get_last_error_func(hasher)));
+    }
     working.hash.destroy_func(hasher);
-}
-
-a_qxci_byte* bytes(std::string& text) {
-    return reinterpret_cast<a_qxci_byte*>(text.data());
 }
 
 TEST(StubObjects, hash_encrypt_and_sign_after_a_fashion) {
     Stub p;
-    const auto hash_of = [&](std::string text) {
+    const auto hash_of = [&p](std::string text) {
         const QXCIBlockHasherH hasher = p.hash.create_with_id_func(p.env, QXCI_HASH_SHA1, &p.error);
         std::string out(p.hash.get_max_hash_size_func(hasher), '\0');
-        size_t len = 19;
-        EXPECT_EQ(QXCI_ERROR, p.hash.add_data_func(hasher, bytes(text), 1)) << "not begun";
+        size_t len = out.size();
         p.hash.begin_hash_func(hasher);
         p.hash.add_data_func(hasher, bytes(text), text.size());
-        EXPECT_EQ(QXCI_ERROR, p.hash.end_hash_func(hasher, bytes(out), &len)) << "no room";
         EXPECT_EQ(QXCI_OK, p.hash.end_hash_func(hasher, bytes(out), &len));
+        EXPECT_EQ(QXCI_ERROR, p.hash.end_hash_func(hasher, bytes(out), &len)) << "ended";
         p.hash.destroy_func(hasher);
-        return out.substr(0, len);
+        return out;
     };
     EXPECT_EQ(20U, hash_of("a").size());
     EXPECT_EQ(hash_of("a"), hash_of("a"));
     EXPECT_NE(hash_of("a"), hash_of("b"));
 
-    const std::string plain(32, 'p');
-    std::string data = plain, key = "0123456789abcdefghijklmnopqrstuv";
-    const QXCIBlockEncrypterH encrypter =
-        p.enc.create_func(p.env, "aes-256", bytes(key), 32, nullptr, &p.error);
-    p.enc.encrypt_func(encrypter, bytes(data), 16, 0);
-    p.enc.encrypt_func(encrypter, bytes(data) + 16, 16, QXCI_ENC_CONTINUE);
-    EXPECT_NE(data.substr(0, 16), data.substr(16));
-    EXPECT_EQ(QXCI_ERROR, p.enc.encrypt_func(encrypter, bytes(data), 15, 0));
-    p.enc.decrypt_func(encrypter, bytes(data), 32, 0);
-    EXPECT_EQ(plain, data);
-    p.enc.destroy_func(encrypter);
-
-    const auto password_hash_of = [&](std::string password, std::string earlier) {
+    const auto password_hash_of = [&p](std::string password, std::string earlier) {
         const QXCIPasswordHasherH hasher = p.pw_hash.create_func(p.env, &p.error);
         size_t len = p.pw_hash.get_max_hash_size_func(hasher);
         earlier.resize(len);
@@ -301,8 +283,16 @@ TEST(StubObjects, hash_encrypt_and_sign_after_a_fashion) {
     EXPECT_NE(hash, password_hash_of("secrets", hash));
     EXPECT_NE(hash, password_hash_of("secret", "")) << "another salt";
 
-    EXPECT_EQ(nullptr, p.sig.create_func(p.env, nullptr, &p.error));
-    EXPECT_EQ("29", p.creation_error());
+    std::string data(32, 'p'), key = "0123456789abcdefghijklmnopqrstuv";
+    const QXCIBlockEncrypterH encrypter =
+        p.enc.create_func(p.env, "aes-256", bytes(key), 32, nullptr, &p.error);
+    p.enc.encrypt_func(encrypter, bytes(data), 16, 0);
+    p.enc.encrypt_func(encrypter, bytes(data) + 16, 16, QXCI_ENC_CONTINUE);
+    EXPECT_NE(data.substr(0, 16), data.substr(16));
+    p.enc.decrypt_func(encrypter, bytes(data), 32, 0);
+    EXPECT_EQ(std::string(32, 'p'), data);
+    p.enc.destroy_func(encrypter);
+
     const QXCISignatureHandlerH signer =
         p.sig.create_func(p.env, Options().add("stub_key", "k").head(), &p.error);
     char signature[32];
@@ -314,6 +304,8 @@ TEST(StubObjects, hash_encrypt_and_sign_after_a_fashion) {
     p.sig.verify_dbsig_func(signer, "ab", "c", "", signature, &ok[2]);
     EXPECT_TRUE(ok[0] && !ok[1] && !ok[2]);
     p.sig.destroy_func(signer);
+    EXPECT_EQ(nullptr, p.sig.create_func(p.env, nullptr, &p.error));
+    EXPECT_EQ("29", p.creation_error());
 }
 
 TEST(Stub, leaves_nothing_behind_when_it_is_unloaded) {

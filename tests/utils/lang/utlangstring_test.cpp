@@ -26,11 +26,13 @@ std::string text_of(UTLangStringBase& strings, uint32 id, size_t len = 256) {
 using Result = std::variant<ls_init_return, std::string>;
 
 struct Files {
-    /// Adds a file that holds its own name as text 1, and in German "u umlaut" as text 2.
+    /// Adds a file that holds its own name as text 1, in German "u umlaut" as text 2, and text
+    /// 3 in English only.
     void Add(const std::string& name, const char* version = "120") const {
         ImageBuilder builder;
         builder.Describe("UTF-8").Add(1, name).Add(RES_VERSION_STRING, version);
-        if (name.starts_with("nxlgde")) builder.Add(2, "\xC3\xBC");
+        if (name.starts_with("nxlgde")) builder.Add(2, "\xC3\xBC").Add(3, "");
+        if (name.starts_with("nxlgen")) builder.Add(3, "English only");
         std::ofstream(scratch.file(name), std::ios::binary) << builder.Image();
     }
     Result Start(const char* label, bool iq = false) const {
@@ -42,14 +44,6 @@ struct Files {
     const std::string folder = scratch.file("");
 };
 }  // namespace
-
-TEST(LangString, files_are_searched_in_order) {
-    MemoryResFile first(ImageBuilder().Add(1, "one").Add(2, "").Image());
-    MemoryResFile second(ImageBuilder().Add(1, "not this").Add(2, "two").Image());
-    UTLangStringBase strings(german_locale);
-    for (UTResFile* file : {&first, &second}) EXPECT_TRUE(strings.AddFile(file));
-    EXPECT_EQ("onetwo", text_of(strings, 1) + text_of(strings, 2));
-}
 
 TEST(LangString, each_file_is_converted_from_its_own_character_set) {
     MemoryResFile wide(
@@ -118,6 +112,7 @@ TEST(LangStringInit, takes_the_wanted_language_and_falls_back_to_english) {
     UTLangString strings(locale, files.folder.c_str());
     EXPECT_EQ(LS_INIT_OKAY, strings.Init(nullptr, nullptr, false));
     EXPECT_EQ("\xFC", text_of(strings, 2)) << "the system's character set";
+    EXPECT_EQ("English only", text_of(strings, 3)) << "what the wanted file lacks";
 }
 
 TEST(LangStringInit, refuses_versions_1_to_119) {

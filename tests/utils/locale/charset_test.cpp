@@ -1,5 +1,7 @@
 #include "utils/locale/charset.h"
 
+#include <clocale>
+#include <cstdlib>
 #include <cstring>
 #include <set>
 #include <string>
@@ -10,6 +12,7 @@
 #include "utils/etc/utascii.h"
 #include "utils/locale/csconvert.h"
 #include "utils/locale/language.h"
+#include "utils/locale/utlocale.h"
 
 namespace {
 
@@ -36,6 +39,19 @@ bool converts(const CharsetInfo* from, const CharsetInfo* to) {
     converter.Open(from, to);
     return converter.NeedsConversion();
 }
+
+/// Runs with the given locale variables; an empty one counts as unset.
+struct Environment {
+    Environment(const char* all, const char* ctype, const char* messages, const char* lang) {
+        setenv("LC_ALL", all, 1);
+        setenv("LC_CTYPE", ctype, 1);
+        setenv("LC_MESSAGES", messages, 1);
+        setenv("LANG", lang, 1);
+    }
+    ~Environment() {
+        for (const char* name : {"LC_ALL", "LC_CTYPE", "LC_MESSAGES", "LANG"}) unsetenv(name);
+    }
+};
 
 }  // namespace
 
@@ -102,4 +118,22 @@ TEST(CharsetConverter, converts_between_character_sets) {
     for (size_t len = 0; len <= 6; ++len)  // what does not fit goes as a whole
         EXPECT_EQ(len / 2 * 2, converted("ISO-8859-1", "UTF-8", "\xE9\xE9\xE9", len).size());
     EXPECT_EQ("a", converted("windows-1255", "US-ASCII", "a\xF9", 1));
+}
+
+TEST(Locale, the_environment_names_what_the_process_has_not_set) {
+    const struct {
+        const char *all, *ctype, *messages, *lang, *charset, *language;
+    } rows[] = {
+        {"", "", "", "", "US-ASCII", "en"},
+        {"", "", "", "xx_XX.ISO-8859-2", "ISO-8859-2", "en"},
+        {"", "fr_XX.KOI8-R@euro", "it_XX.UTF-8", "ja_JP.eucJP", "KOI8-R", "it"},
+        {"es_XX.CP1252", "fr_XX.UTF-8", "fr_XX.UTF-8", "", "windows-1252", "es"},
+        {"de_XX.longer-than-the-name-of-any-character-set", "", "", "", "US-ASCII", "de"},
+    };
+    for (const auto& row : rows) {
+        const Environment environment(row.all, row.ctype, row.messages, row.lang);
+        EXPECT_STREQ(row.charset, label_of(ls_detect_charset()));
+        EXPECT_STREQ(row.language, ls_detect_language()->iso_label);
+        EXPECT_STREQ("C", std::setlocale(LC_ALL, nullptr)) << "the process's locale was changed";
+    }
 }

@@ -30,6 +30,8 @@ void plan_faults(int times, int error, int length = 0) {
     plan = [=]() mutable { return times-- > 0 ? -error : length; };
 }
 
+constexpr utimbuf after_2038{4000000000, 4000000001};
+
 class Posixio : public testing::Test {
   protected:
     void TearDown() override { plan = nullptr; }
@@ -86,65 +88,53 @@ int __wrap_open64(const char* path, int flags, mode_t mode) {
 }
 }
 
-// What each call does to a file, and the same on a path and a descriptor that do not exist.
+// Each on a file and its descriptor, in an order in which one shows what another did, and on a path
+// and a descriptor that are none.
+const struct {
+    const char* name;
+    int (*call)(const char* path, int fd);
+} other_calls[] = {
+    {"access", [](const char* at, int) { return _posix_access(at, R_OK); }},
+    {"chmod", [](const char* at, int) { return _posix_chmod(at, 0640); }},
+    {"truncate", [](const char* at, int) { return _posix_truncate(at, int64{1} << 32); }},
+    {"ftruncate",
+     [](const char*, int at) { return _posix_ftruncate(at, _posix_filelength(at) + 4); }},
+    {"fsync", [](const char*, int at) { return _posix_fsync(at); }},
+    {"fdatasync", [](const char*, int at) { return _posix_fdatasync(at); }},
+    {"lockf", [](const char*, int at) { return _posix_lockf(at, F_TLOCK, 0); }},
+    {"utime", [](const char* at, int) { return _posix_utime(at, &after_2038); }},
+    {"rename", [](const char* at, int) { return _posix_rename(at, "file-2"); }},
+    {"unlink", [](const char* at, int) { return _posix_unlink(at[0] == '/' ? at : "file-2"); }},
+    {"mkdir", [](const char* at, int) { return _posix_mkdir(at, 0700); }},
+    {"chdir", [](const char* at, int) { return _posix_chdir(at); }},
+};
+
 TEST_F(Posixio, every_other_call_has_its_effect_through_interruptions_and_reports_its_failure) {
-    using Path = const std::string&;
-    const std::string path = scratch.file_with("file", "abcdef"), gone = scratch.file("none/x");
-    const int fd = _posix_open(path.c_str(), O_RDWR, 0);
-    static constexpr utimbuf times{4000000000, 4000000001};  // after 2038
-    a_posix_statbuf found;
-    const auto file = [&]() -> const a_posix_statbuf& {
-        EXPECT_EQ(0, _posix_fstat(fd, &found));
-        return found;
-    };
-    const auto is_there = [&](const char* ending) {
-        return _posix_lstat((path + ending).c_str(), &found) == 0;
-    };
-    const auto is_locked_for_others = [&] {
-        const pid_t other = fork();
-        if (other == 0) _exit(_posix_lockf(fd, F_TEST, 0) == -1 ? 0 : 1);
-        int ended = 1;
-        return waitpid(other, &ended, 0) == other && ended == 0;
-    };
-    const struct {
-        const char* name;
-        int (*call)(Path path, int fd);
-        std::function<bool()> has_effect;
-    } steps[] = {
-        {"access", [](Path at, int) { return _posix_access(at.c_str(), R_OK); }, nullptr},
-        {"chmod", [](Path at, int) { return _posix_chmod(at.c_str(), 0640); },
-         [&] { return file().pst_mode == (S_IFREG | 0640); }},
-        {"truncate", [](Path at, int) { return _posix_truncate(at.c_str(), 4); },
-         [&] { return file().pst_size == 4 && _posix_filelength(fd) == 4; }},
-        {"ftruncate", [](Path, int at) { return _posix_ftruncate(at, int64{1} << 32); },
-         [&] { return file().pst_size == uint64{1} << 32; }},
-        {"fsync", [](Path, int at) { return _posix_fsync(at); }, nullptr},
-        {"fdatasync", [](Path, int at) { return _posix_fdatasync(at); }, nullptr},
-        {"lockf", [](Path, int at) { return _posix_lockf(at, F_TLOCK, 0); }, is_locked_for_others},
-        {"utime", [](Path at, int) { return _posix_utime(at.c_str(), &times); },
-         [&] { return file().pst_mtime == times.modtime; }},
-        {"mkdir", [](Path at, int) { return _posix_mkdir((at + "-d").c_str(), 0700); },
-         [&] { return is_there("-d") && S_ISDIR(found.pst_mode); }},
-        {"chdir", [](Path at, int) { return _posix_chdir((at + "-d").c_str()); },
-         [] { return _posix_access("../file-d", F_OK) == 0; }},
-        {"rename", [](Path at, int) { return _posix_rename(at.c_str(), (at + "-2").c_str()); },
-         [&] { return is_there("-2") && !is_there(""); }},
-        {"unlink", [](Path at, int) { return _posix_unlink((at + "-2").c_str()); },
-         [&] { return !is_there("-2"); }},
-    };
     const std::filesystem::path before = std::filesystem::current_path();
-    for (const auto& step : steps) {
-        SCOPED_TRACE(step.name);
+    std::filesystem::current_path(scratch.file(""));
+    const UTDescriptor file(_posix_open(scratch.file_with("file", "abcdef").c_str(), O_RDWR, 0));
+    for (const auto& [name, call] : other_calls) {
+        SCOPED_TRACE(name);
         plan_faults(2, EINTR);
-        EXPECT_EQ(0, step.call(path, fd));
+        EXPECT_EQ(0, call("file", file.get()));
         EXPECT_EQ(0, plan()) << "the call was not repeated";
-        EXPECT_TRUE(step.has_effect == nullptr || step.has_effect());
-        EXPECT_EQ(-1, step.call(gone, -1));
+        EXPECT_EQ(-1, call("/none/x", -1));
         EXPECT_TRUE(errno == ENOENT || errno == EBADF) << errno;
     }
     std::filesystem::current_path(before);
+    a_posix_statbuf found;
+    EXPECT_EQ(0, _posix_fstat(file.get(), &found));
+    EXPECT_EQ(mode_t{S_IFREG | 0640}, found.pst_mode);
+    EXPECT_EQ((uint64{1} << 32) + 4, found.pst_size);
+    EXPECT_EQ(after_2038.modtime, found.pst_mtime);
+    EXPECT_EQ(0, _posix_lstat(scratch.file("file").c_str(), &found));
+    EXPECT_TRUE(S_ISDIR(found.pst_mode));
+    const pid_t other = fork();
+    if (other == 0) _exit(_posix_lockf(file.get(), F_TEST, 0) == -1 ? 0 : 1);
+    int ended = 1;
+    waitpid(other, &ended, 0);
+    EXPECT_EQ(0, ended) << "another process does not see the lock";
     EXPECT_EQ(mode_t{027}, _posix_umask(_posix_umask(027)));
-    _posix_close(fd);
 }
 
 TEST_F(Posixio, completes_transfers_through_interruptions_and_short_counts) {

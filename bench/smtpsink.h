@@ -1,5 +1,5 @@
-#ifndef QUOREL_TESTS_NETLIB_SMTPSINK_H
-#define QUOREL_TESTS_NETLIB_SMTPSINK_H
+#ifndef QUOREL_BENCH_SMTPSINK_H
+#define QUOREL_BENCH_SMTPSINK_H
 
 #include <atomic>
 #include <cstdlib>
