@@ -7,6 +7,7 @@
 #include <sys/resource.h>
 
 #include "host/callframe.h"
+#include "host/library.h"
 #include "host/mailguards.h"
 #include "tests/host/fakecall.h"
 #include "tests/scratch.h"

@@ -18,10 +18,11 @@ class Database {
     explicit Database(const char* library_path = PRODUCT_LIBRARY,
                       const std::string& file = ":memory:") {
         std::string error;
-        const Library library = Library::load(library_path, error);
+        auto library = std::make_shared<Library>(Library::load(library_path, error));
         EXPECT_EQ("", error);
         sqlite3_open(file.c_str(), &_db);
-        EXPECT_EQ(SQLITE_OK, quorel_sqlite_register(_db, library, quorel_sqlite_next_connection()));
+        EXPECT_EQ(SQLITE_OK,
+                  quorel_sqlite_register(_db, std::move(library), quorel_sqlite_next_connection()));
     }
     ~Database() { EXPECT_EQ(SQLITE_OK, sqlite3_close(_db)) << "no statement is left behind"; }
     Database(const Database&) = delete;
