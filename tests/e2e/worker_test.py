@@ -219,7 +219,8 @@ class Worker(unittest.TestCase):
             2, "quorel-worker is started by its hosts; try quorel-worker --help\n"))
 
     def test_may_have_the_other_word_size(self):
-        if not os.path.exists(OTHER):
+        # A build from before there was a worker is as good as none.
+        if not os.path.exists(os.path.join(os.path.dirname(OTHER), "../host/worker/quorel-worker")):
             self.skipTest("the other word size is not built")
         done = subprocess.run([XPCALL, "--worker", "--lib", OTHER, "xp_cmdshell",
                                "readlink /proc/$PPID/exe"], capture_output=True, text=True,
