@@ -8,7 +8,6 @@
 namespace {
 
 using Address = NetlibTest;
-using AddressWithoutIPv6 = WithoutIPv6<NetlibTest>;
 
 /// Of a literal with its port, and behind a "%" its scope id.
 IPAddress Literal(const std::string& text) {
@@ -96,13 +95,6 @@ TEST_F(Address, takes_over_socket_addresses_of_the_internet_families_only) {
     }
     ip = *copy;
     EXPECT_EQ("192.0.2.7:25", Text(ip));
-}
-
-TEST_F(AddressWithoutIPv6, has_no_IPv6_text_but_classifies_IPv6_bytes) {
-    IPAddress ip;
-    ip.use_INADDR_ANY(true);
-    EXPECT_TRUE(!ip.isValid() && IPAddress(in6addr_loopback).isLoopback());
-    EXPECT_EQ(addrReserved, IPAddress(in6addr_any).getIPv6AddressType());
 }
 
 // Every text in buffers of every size: it fits exactly when there is room for its terminator, and
