@@ -21,8 +21,6 @@
 #define __wrap_stat64 __wrap___stat64_time64
 #define __real_stat64 __real___stat64_time64
 #define __wrap_time __wrap___time64
-#define __wrap_utime __wrap___utime64
-#define __real_utime __real___utime64
 #endif
 
 #endif

@@ -2,7 +2,6 @@
 #define QUOREL_TESTS_NETLIB_SMTPPEER_H
 
 #include <atomic>
-#include <climits>
 #include <cstdlib>
 #include <functional>
 #include <list>
@@ -30,8 +29,7 @@ class SMTPPeer {
     ///     close     closes; "close now" with a reset
     ///     silence   says nothing and goes on reading
     ///     354 deaf  says that, whatever stands before the deaf, and stops reading
-    ///     drip      sends the digits of a reply for ever, one every tenth of a second; "drip 3"
-    ///               only so many, and then says nothing
+    ///     drip      sends the digits of a reply for ever, one every tenth of a second
     ///     flood     sends continuation lines as long as they are taken
     using Replies = std::map<std::string, std::string>;
 
@@ -213,11 +211,10 @@ class SMTPPeer {
         const std::string reply = reply_to(c, verb);
         if (reply == "close") return false;
         if (reply == "close now") return reset(c.fd);
-        stalling = stalling || reply == "silence" || reply.starts_with("drip");
+        stalling = stalling || reply == "silence" || reply == "drip";
         if (reply == "silence") return true;
         if (reply.ends_with(" deaf")) return put(c, reply + "\r\n") && wait_for_stop();
         if (reply == "drip") return repeat(c, "2", 100);
-        if (reply == "drip 3") return repeat(c, "2", 100, 3) || wait_for_stop();
         if (reply == "flood") return repeat(c, std::string(50, '2').replace(3, 1, "-") + "\r\n", 0);
         return put(c, reply.back() == '\n' ? reply : reply + "\r\n");
     }
@@ -245,11 +242,10 @@ class SMTPPeer {
         return false;
     }
 
-    bool repeat(Connection& c, const std::string& text, int pause_ms, int times = INT_MAX) const {
+    bool repeat(Connection& c, const std::string& text, int pause_ms) const {
         const timeval patience = {0, 100000};
         setsockopt(c.fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
-        while (times-- > 0 && !_stop && (put(c, text) || errno == EAGAIN))
-            poll(nullptr, 0, pause_ms);
+        while (!_stop && (put(c, text) || errno == EAGAIN)) poll(nullptr, 0, pause_ms);
         return false;
     }
 

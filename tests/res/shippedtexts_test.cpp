@@ -1,6 +1,5 @@
 // The resource files that the build makes, read with the library's own reader.
 
-#include <set>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -30,7 +29,6 @@ std::string text(UTLangStringBase& strings, uint32 id, Args... args) {
 TEST(ShippedTexts, every_error_has_its_text_and_argument_in_every_language) {
     using testing::HasSubstr;
     using testing::Not;
-    std::set<std::string> translations;
     for (const char* language :
          {"en12", "de12", "fr12", "es12", "zh12", "ja12_utf8", "ja12_sjis", "ja12_eucjp"}) {
         UTQXResFile file;
@@ -42,7 +40,6 @@ TEST(ShippedTexts, every_error_has_its_text_and_argument_in_every_language) {
         const std::string label = std::string(language).substr(0, 2);
         EXPECT_THAT(text(strings, RES_DESCRIPTION_STRING), HasSubstr(";language=" + label));
         EXPECT_GE(std::stoi(text(strings, RES_VERSION_STRING)), 120);
-        translations.insert(text(strings, plain_texts[0]));
         for (const uint32 id : plain_texts) {
             EXPECT_NE(text(strings, id), "") << id;
             EXPECT_THAT(text(strings, id), Not(HasSubstr("%"))) << id;
@@ -54,5 +51,4 @@ TEST(ShippedTexts, every_error_has_its_text_and_argument_in_every_language) {
             EXPECT_THAT(text(strings, id, 4294967295U), HasSubstr("4294967295")) << id;
         }
     }
-    EXPECT_EQ(6U, translations.size());
 }

@@ -38,11 +38,10 @@ std::string crc32(std::string_view message) {
     return text;
 }
 
-template <class Digest>
-std::string hmac(const std::string& key, const std::string& message) {
-    UTHMAC<Digest> mac(key.data(), key.size());
+std::string hmac_sha256(const std::string& key, const std::string& message) {
+    UTHMAC<UTSHA256> mac(key.data(), key.size());
     mac.add(message.data(), message.size());
-    return finish(mac, Digest::digest_size);
+    return finish(mac, UTSHA256::digest_size);
 }
 
 std::string pbkdf2(const std::string& password, const std::string& salt, uint32 iterations,
@@ -53,7 +52,7 @@ std::string pbkdf2(const std::string& password, const std::string& salt, uint32 
     return to_hex(out);
 }
 
-// RFC 1321, FIPS 180-4, RFC 4231 and RFC 2202 (a short key and some longer than a block), RFC 7914.
+// RFC 1321, FIPS 180-4, RFC 4231 (a short key and one longer than a block), RFC 7914.
 TEST(Digest, gives_the_known_answers_of_its_standards) {
     const std::string million_a(1000000, 'a');
     const std::string hashed = "Test Using Larger Than Block-Size Key - Hash Key First";
@@ -65,10 +64,9 @@ TEST(Digest, gives_the_known_answers_of_its_standards) {
         {"00000000", crc32("")},
         {"414fa339", crc32("The quick brown fox jumps over the lazy dog")},
         {"5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843",
-         hmac<UTSHA256>("Jefe", "what do ya want for nothing?")},
+         hmac_sha256("Jefe", "what do ya want for nothing?")},
         {"60e431591ee0b67f0d8a26aacbf5b77f8e0bc6213728c5140546040f0ee37f54",
-         hmac<UTSHA256>(std::string(131, '\xaa'), hashed)},
-        {"aa4ae5e15272d00e95705637ce8a3b55ed402112", hmac<UTSHA1>(std::string(80, '\xaa'), hashed)},
+         hmac_sha256(std::string(131, '\xaa'), hashed)},
         {"55ac046e56e3089fec1691c22544b605f94185216dde0465e68b9d57c20dacbc"
          "49ca9cccf179b645991664b39d77ef317c71b845b1e30bd509112041d3a19783",
          pbkdf2("passwd", "salt", 1, 64)},

@@ -64,15 +64,4 @@ inline constexpr a_dsa_key dsa_composite_p = {
     "f116d591bb8e7b70b860c99179771521803d41bc4a3c9fe45df5ba6d322ecbb5d8b7",
     nullptr, nullptr};
 
-/// The same for q.
-inline constexpr a_dsa_key dsa_composite_q = {
-    "f2da9916df357a6dbe9eb604627a057c8fe068a169b2af8690c3bd8541923a22133a4b08f71bb394dbaba8a4d0ca32"
-    "7290d053ccdb3baff19bcabd791cd3e35ad5650fb82803b9cefae1121b8df12e6e484562839d0c21ca8de27f6f7c17"
-    "58329addc20b15f6afaf0084d3fe5c406de71f34dbd050a8b8c58a3c47ef763f6f99",
-    "9faf96827a4c13abf585fd4bd92bcc7fb91ff333",
-    "0a4a745aa603a87a9cfcdd9a15f738cc6ceb16566e8d6e34b1c685efbd171e434893d7a59b0f4e46048697042745ca"
-    "3d16efe58fd524e40d9a186b3c0395321028f272320940d37dcc925937b651e738f0afc023459322516f15b7aba723"
-    "9325a210a55b803240d8bfcd37633d105e4050f04b09f29495736d10c6b63934b374",
-    nullptr, nullptr};
-
 #endif

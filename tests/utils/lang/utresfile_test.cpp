@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <utility>
-#include <vector>
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
@@ -42,23 +41,20 @@ TEST(ResFile, every_division_into_levels_finds_every_text) {
 
 TEST(ResFile, a_head_that_breaks_a_rule_is_refused) {
     const uint32 size = static_cast<uint32>(sample().Image().size());
-    using Head = QXResFileImage;
-    const std::pair<size_t, std::vector<uint32>> rows[] = {
-        {0, {QX_RES_SIGNATURE + 1}},
-        {offsetof(Head, _endian_detect), {0x78563412}},
-        {offsetof(Head, _version), {1}},
-        {offsetof(Head, _level_bits), {0x00000708, 0x01000808, 0x00080008, 0x00080800, 0x000020F0}},
-        {offsetof(Head, _root_offset), {size, 0xFFFFFFFF}},
-    };
+    constexpr size_t bits = offsetof(QXResFileImage, _level_bits);
+    constexpr size_t root = offsetof(QXResFileImage, _root_offset);
     const auto opens = [](size_t offset, uint32 word) {
         ImageBuilder builder = sample();
         builder.SetWord(offset, word);
         return MemoryResFile(builder.Image()).IsOpen();
     };
-    for (const auto& [offset, invalid] : rows)
-        for (const uint32 word : invalid)
-            EXPECT_FALSE(opens(offset, word)) << offset << ' ' << word;
-    EXPECT_TRUE(opens(offsetof(Head, _root_offset), size - 1));
+    EXPECT_FALSE(opens(0, QX_RES_SIGNATURE + 1));
+    EXPECT_FALSE(opens(offsetof(QXResFileImage, _endian_detect), 0x78563412));
+    EXPECT_FALSE(opens(offsetof(QXResFileImage, _version), 1));
+    for (const uint32 wrong : {0x00000708, 0x01000808, 0x00080008, 0x00080800, 0x000020F0})
+        EXPECT_FALSE(opens(bits, wrong)) << wrong;
+    EXPECT_FALSE(opens(root, size) || opens(root, 0xFFFFFFFF));
+    EXPECT_TRUE(opens(root, size - 1));
 }
 
 TEST(ResFile, an_image_cut_anywhere_gives_whole_texts_or_none) {

@@ -40,19 +40,6 @@ bool converts(const CharsetInfo* from, const CharsetInfo* to) {
     return converter.NeedsConversion();
 }
 
-/// Runs with the given locale variables; an empty one counts as unset.
-struct Environment {
-    Environment(const char* all, const char* ctype, const char* messages, const char* lang) {
-        setenv("LC_ALL", all, 1);
-        setenv("LC_CTYPE", ctype, 1);
-        setenv("LC_MESSAGES", messages, 1);
-        setenv("LANG", lang, 1);
-    }
-    ~Environment() {
-        for (const char* name : {"LC_ALL", "LC_CTYPE", "LC_MESSAGES", "LANG"}) unsetenv(name);
-    }
-};
-
 }  // namespace
 
 TEST(Charset, every_row_is_found_by_its_names_and_known_to_iconv) {
@@ -126,9 +113,13 @@ TEST(Locale, the_environment_names_what_the_process_has_not_set) {
         {"de_XX.longer-than-the-name-of-any-character-set", "", "", "", "US-ASCII", "de"},
     };
     for (const auto& row : rows) {
-        const Environment environment(row.all, row.ctype, row.messages, row.lang);
+        setenv("LC_ALL", row.all, 1);
+        setenv("LC_CTYPE", row.ctype, 1);
+        setenv("LC_MESSAGES", row.messages, 1);
+        setenv("LANG", row.lang, 1);
         EXPECT_STREQ(row.charset, label_of(ls_detect_charset()));
         EXPECT_STREQ(row.language, ls_detect_language()->iso_label);
         EXPECT_STREQ("C", std::setlocale(LC_ALL, nullptr)) << "the process's locale was changed";
     }
+    for (const char* name : {"LC_ALL", "LC_CTYPE", "LC_MESSAGES", "LANG"}) unsetenv(name);
 }
