@@ -306,19 +306,14 @@ constexpr auto verify_db = &Sig::verify_dbsig_func;
 constexpr auto verify_conn = &Sig::verify_connsig_func;
 constexpr const char* none = nullptr;
 
-TEST(BuiltinSignatureHandler, signs_the_kind_and_every_text_with_its_length) {
-    Builtin p;
-    const Handler handler(p, {{"dsa_x", dsa_key_1024.x}});
-    // DSA with the nonce of RFC 6979 over 00000000 00000017 "QXCI database signature"
-    // 00000000 00000007 "company" 00000000 00000000 00000000 00000008 "database".
-    EXPECT_EQ("034a43edcb45a42fea113a7a3ee7e8c776204fac92e2806f1e018a0e561538ad9d0726d75ac9e293",
-              handler.sign(sign_db, "company", "", "database"));
-}
-
 TEST(BuiltinSignatureHandler, verifies_what_was_signed_and_nothing_else) {
     Builtin p;
     const Handler signer(p, {{"dsa_y", dsa_key_1024.y}, {"DSA_X", dsa_key_1024.x}});
     const Handler verifier(p, {{"dsa_y", std::string("000") + dsa_key_1024.y}});
+    // DSA with the nonce of RFC 6979 over 00000000 00000017 "QXCI database signature"
+    // 00000000 00000007 "company" 00000000 00000000 00000000 00000008 "database".
+    EXPECT_EQ("034a43edcb45a42fea113a7a3ee7e8c776204fac92e2806f1e018a0e561538ad9d0726d75ac9e293",
+              signer.sign(sign_db, "company", "", "database"));
     const std::string signed_db = signer.sign(sign_db, "ab", "c", "");
     const std::string signed_conn = signer.sign(sign_conn, "ab", "c"), longer = signed_conn + "0";
     const char *const db = signed_db.c_str(), *const conn = signed_conn.c_str();

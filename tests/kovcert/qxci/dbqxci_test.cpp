@@ -41,7 +41,6 @@ TEST(Environment, picks_the_provider_by_algorithm_mode_and_stub_flag) {
         {stream, {"rsa_tls_fips"}, fips},
         {stream, {nullptr}, "21", "21", "21"},
         {stream, {.id = 3}, rsa},
-        {stream, {.id = 255}, "21"},
         {level, {.name = "tls", .parms = "tls_type=ECC"}, ecc},
         {level, {.name = "tls", .parms = "tls_type"}, "28 tls_type", "28 tls_type", "28 tls_type"},
         {encrypter, {.name = "aes_256", .key_len = 32}, built_in},
@@ -86,14 +85,14 @@ TEST(Environment, validates_a_setting_and_tells_its_level) {
     ASSERT_TRUE(ut_locate_own_directory(folder, sizeof folder));
     const std::string companion = std::string(folder) + "/" + QXCI_FIPS_COMPANION_DLL_NAME;
     std::filesystem::remove(companion);  // of a run that was ended
-    enum { MODE = 1, COMPANION = 2, DISABLED = 4 };
+    enum { MODE = 1, COMPANION = 2, DISABLED = 4, STUB = 8 };
     const struct {
         const char* algorithm;
         const char* parms;
         int flags;
         const char* result;  // the level, or the error
     } rows[] = {
-        {"tls", nullptr, 0, "rsa_tls"},
+        {"tls", nullptr, STUB, "rsa_tls"},
         {"TLS", "tls_type=ecc", 0, "ecc_tls"},
         {"tls", "FIPS=YES", COMPANION, "rsa_tls_fips"},
         {"tls", nullptr, MODE | COMPANION, "rsa_tls_fips"},
@@ -109,7 +108,7 @@ TEST(Environment, validates_a_setting_and_tells_its_level) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.result);
         if ((row.flags & COMPANION) != 0) std::ofstream(companion).flush();
-        Trial t({.fips = (row.flags & MODE) != 0});
+        Trial t({.fips = (row.flags & MODE) != 0, .stub = (row.flags & STUB) != 0});
         if ((row.flags & DISABLED) != 0) t.env.disableFIPS();
         EXPECT_EQ((row.flags & COMPANION) != 0, t.env.IsFIPSAvailable());
         c_encrypt_level setting;

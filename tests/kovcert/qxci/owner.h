@@ -3,8 +3,7 @@
 
 /// The owner's side of kovcert/qxci/qxci.h, for the tests of every provider and of what uses them:
 /// memory that is counted, can run out at a chosen allocation, and is searched for a secret when it
-/// comes back; mutexes that watch their use; a log; lists of options; and a provider with an
-/// environment.
+/// comes back; mutexes that watch their use; lists of options; and a provider with an environment.
 
 #include <atomic>
 #include <climits>
@@ -48,7 +47,6 @@ class Owner {
     /// Text that must not be in memory that is freed.
     std::string secret;
     bool saw_secret = false;
-    std::string log;
 
   private:
     struct alignas(16) a_header {  // keeps the alignment
@@ -84,11 +82,6 @@ class Owner {
 
     bool remembers(int place) const { return static_cast<size_t>(place) < _memory.size(); }
 
-    static int write_log(void* context, int, const char* text, const a_qxci_byte*, unsigned) {
-        static_cast<Owner*>(context)->log += text;
-        return 0;
-    }
-
     // A mutex is the number of its holders.
     static void* create_mutex(void*) { return new (std::nothrow) int(0); }
     static void destroy_mutex(void*, void* mutex) {
@@ -103,7 +96,7 @@ class Owner {
         .alloc_cb = alloc,
         .realloc_cb = nullptr,  // who calls it falls over
         .free_cb = free,
-        .log_cb = write_log,
+        .log_cb = nullptr,
         .threadid_cb = nullptr,
         .mutex_create_cb = create_mutex,
         .mutex_destroy_cb = destroy_mutex,
