@@ -134,7 +134,6 @@ class Certificates(Tls):
         for certificate, status, options in (
             (self.certificate, 0, {"company": "Example", "unit": "Mail", "name": "mail"}),
             (self.certificate, 105, {"company": "example"}),
-            (self.certificate, 105, {"unit": "Mai"}),
             (self.certificate, 105, {"name": "127.0.0.1"}),
             (self.certificate, 105, {"trust": stranger.file}),
             (self.certificate, 105, {"trust": "/nowhere"}),
