@@ -4,12 +4,10 @@
 """
 import os
 import shutil
-import socket
 import sqlite3
 import subprocess
 import sys
 import threading
-import time
 import unittest
 
 from cases import Case
@@ -167,24 +165,6 @@ class Extension(Case):
         for sql in f"CALL {start}", f"SELECT {start}":
             subprocess.run([QUORELSQL, "-c", sql], check=True, capture_output=True, timeout=60)
         self.assertEqual(server.quits, 4)
-
-    def test_a_silent_mail_server_holds_a_close_for_seconds_only(self):
-        def greet():
-            peer = listener.accept()[0]
-            peer.sendall(b"220 ready\r\n250 hello\r\n")
-            self.addCleanup(peer.close)
-
-        with socket.create_server(("127.0.0.1", 0)) as listener:
-            thread = threading.Thread(target=greet)
-            thread.start()
-            connection = connect()
-            port = listener.getsockname()[1]
-            start = f"SELECT xp_startsmtp('a@a.test', '127.0.0.1', {port}, 600)"
-            self.assertEqual(connection.execute(start).fetchone(), (0,))
-            thread.join()
-            begin = time.monotonic()
-            connection.close()
-            self.assertLess(time.monotonic() - begin, 60)
 
     def test_says_what_to_do_without_its_library(self):
         self.assertIn(

@@ -5,13 +5,11 @@
 // is unloaded; a thread or descriptor that it leaves behind is a failure. Other lines:
 //
 //   memory     prints the size of the process's address space in KiB.
-//   threads N  The calls of all lines that follow are made over and over by N threads, each
-//              beginning elsewhere, and soon the program exits while they do. An exit handler,
-//              older than the library, then stops the default session and prints the status as for
-//              any other call.
-//   reload N   The library is unloaded and loaded N times, with the calls of all lines that follow
-//              in between. Prints what that left behind of mapped regions, descriptors and bytes of
-//              heap, beyond what the first rounds did.
+//   threads N  makes the calls of all lines that follow over and over in N threads and exits beside
+//              them. An exit handler, older than the library, then stops the default session and
+//              prints the status.
+//   reload N   unloads and loads the library N times and makes the calls of all lines that follow
+//              in between. Prints what that left behind, beyond what the first rounds did.
 
 #include <algorithm>
 #include <atomic>

@@ -37,7 +37,6 @@ class Aiosmtpd(Case):
         self.assertEqual(plain["From"], "Ann <ann@a.test>")
         self.assertEqual(plain["To"], "bob@b.test, eve@e.test")
         self.assertEqual((plain["Cc"], plain["Subject"]), ("carl@c.test", "Hi"))
-        self.assertEqual(plain["X-Mailer"], "Corvane External Library 12.0.1.3891")
         self.assertEqual(plain.get_content_type(), "text/plain")
         self.assertEqual(plain.get_payload(decode=True), b"text\r\n\r\n")
         self.assertEqual(foreign["Subject"], "Grüße an alle")
@@ -48,7 +47,6 @@ class Aiosmtpd(Case):
         self.assertEqual(text.get_payload(decode=True).decode().rstrip(), body.rstrip())
         self.assertEqual(file.get_payload(decode=True), contents)
         self.assertEqual(file.get_content_disposition(), "attachment")
-        self.assertEqual(file.get_content_type(), "application/octet-stream")
         self.assertIsNone(empty["Subject"])
         self.assertEqual(empty.get_payload(decode=True), b"")
 

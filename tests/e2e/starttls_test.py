@@ -114,17 +114,14 @@ class Delivery(Tls):
 
     @unittest.skipIf(os.environ.get("QUOREL_SANITIZE"), "a sanitizer has memory of its own")
     def test_holds_160_KiB_a_session_at_rest(self):
-        for size in 1000, 1 << 20:
-            with self.subTest(size=size):
-                port, file = self.serve(self.context).port, self.file_of(size)
-                sessions = [(hostcall.start(port, trust=self.trust, session=number),
-                             hostcall.mail("bob@b.test", file=file, session=number))
-                            for number in range(101)]
-                said = call(*sessions[0], "memory", *sum(sessions[1:], ()), "memory",
-                            *map(hostcall.stop, range(101)))
-                before, after = said[2], said[203]
-                self.assertEqual(said.count(0), 303, said[:9])
-                self.assertLess(after - before, 100 * 160)
+        port, file = self.serve(self.context).port, self.file_of(1 << 20)
+        sessions = [(hostcall.start(port, trust=self.trust, session=number),
+                     hostcall.mail("bob@b.test", file=file, session=number)) for number in range(101)]
+        said = call(*sessions[0], "memory", *sum(sessions[1:], ()), "memory",
+                    *map(hostcall.stop, range(101)))
+        before, after = said[2], said[203]
+        self.assertEqual(said.count(0), 303, said[:9])
+        self.assertLess(after - before, 100 * 160)
 
 
 class Certificates(Tls):
@@ -134,7 +131,6 @@ class Certificates(Tls):
         for certificate, status, options in (
             (self.certificate, 0, {"company": "Example", "unit": "Mail", "name": "mail"}),
             (self.certificate, 105, {"company": "example"}),
-            (self.certificate, 105, {"unit": "Mai"}),
             (self.certificate, 105, {"name": "127.0.0.1"}),
             (self.certificate, 105, {"trust": stranger.file}),
             (self.certificate, 105, {"trust": "/nowhere"}),

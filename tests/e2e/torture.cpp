@@ -152,10 +152,6 @@ std::string run_command(World& world) {
     return status != "3" || bytes_of(file) == "ran\n" ? status : "3, but not run";
 }
 
-std::string old_mail(World& world) {
-    return std::to_string(world.call("xp_startmail").size() + world.call("xp_stopmail").size());
-}
-
 std::string mail(World& world) {
     FakeHost& host = world.host;
     host.give(1, "ann@a.test").give(2, "127.0.0.1").give(5, std::string(300, 'A'));
@@ -201,8 +197,6 @@ const struct Case {
     {"xp_scanf", "-", scan, "12 abc ", "||NULL NULL "},
     {"xp_cmdshell", "-", run_command, "3", "|1|2"},
     {"xp_cmdshell", "child", run_command, "3", "|1|2|77", true},
-    {"xp_startmail", "-", old_mail, "0", ""},
-    {"xp_stopmail", "-", old_mail, "0", ""},
     {"load", "clear", load_and_mail, "0 0 0", "|not loaded, 0 0 0|15 25 0"},
     {"xp_startsmtp", "clear", mail, "0 0 0", "|15 25 0|100 25 0|102 25 0|104 25 0"},
     {"xp_sendmail", "clear", mail, "0 0 0", "|0 12 0|0 15 0|0 104 0"},

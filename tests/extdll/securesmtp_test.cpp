@@ -74,14 +74,13 @@ int send_over(SMTPClient& client, const char* attachment = nullptr) {
                               nullptr);
 }
 
-/// A client over the stub provider, which plays `script`, or over the library `dll_name`.
+/// A client over the stub provider, which plays `script`.
 struct Session {
-    explicit Session(const char* script = "", const char* dll_name = QXCI_STUB_DLL_NAME)
-        : script_option{"stub_script", script, false, nullptr}, dll_option{"dll_name", dll_name,
-                                                                           false, &script_option} {
+    explicit Session(const char* script = "")
+        : script_option{"stub_script", script, false, nullptr} {
         setenv("QX_USE_QXCI_STUB", "1", 1);
         env.emplace(&mail_crypto_callbacks, nullptr);
-        EXPECT_EQ(QXCI_OK, env->Init(false, "test", &dll_option, &err));
+        EXPECT_EQ(QXCI_OK, env->Init(false, "test", &script_option, &err));
         texts.Init("en", locale.GetOSCharset(), false);
         client.emplace(&*env, &texts);
     }
@@ -92,7 +91,6 @@ struct Session {
     int send(const char* attachment = nullptr) { return send_over(*client, attachment); }
 
     a_qxci_user_option script_option;
-    a_qxci_user_option dll_option;
     const UTLocale locale{ls_english(), ls_find_charset("UTF-8")};
     UTLangString texts{locale, RES_FOLDER};
     DBQXCIError err;
@@ -189,9 +187,6 @@ TEST(SecureSMTPClient, every_step_that_fails_has_its_code) {
               Session().client->Connect("a", nullptr, no_label.c_str(), 25, 1, nullptr, nullptr));
     const SMTPPeer refusing({}, AF_INET, false);
     EXPECT_EQ(100, Session().connect(refusing.port()));
-    SMTPPeer peer;
-    peer.secure = stub_servers();
-    EXPECT_EQ(15, Session("", "libnosuchprovider.so").connect(peer.port()));
 }
 
 TEST(SecureSMTPClient, what_the_certificate_must_be_goes_to_the_provider) {

@@ -330,13 +330,11 @@ TEST(SendmailManager, counts_the_list_and_every_caller) {
 }
 
 TEST(MakeArgv, splits_at_semicolons_and_has_all_of_a_list_or_none) {
-    const struct {
-        const char* text;
-        std::vector<std::string> fields;
-    } cases[] = {
-        {nullptr, {}},       {"", {}},
-        {";;", {}},          {"a", {"a"}},
-        {"a;b", {"a", "b"}}, {";a;; b ;\"c;d\";", {"a", " b ", "\"c", "d\""}},
+    const std::pair<const char*, std::vector<std::string>> cases[] = {
+        {nullptr, {}},
+        {";;", {}},
+        {"a;b", {"a", "b"}},
+        {";a;; b ;\"c;d\";", {"a", " b ", "\"c", "d\""}},
     };
     int count = -1;
     for (const auto& [text, fields] : cases) {

@@ -1,5 +1,4 @@
-/* A procedure library whose procedures try out the host's side of the call frame. Their parameters:
- * 1 IN, 2 OUT. */
+/* A procedure library that tries out the host's side. Its parameters: 1 IN, 2 OUT. */
 
 #include <semaphore.h>
 #include <signal.h>
@@ -105,7 +104,7 @@ EXPORT void fake_probe(an_extfn_api* api, void* handle) {
     memcpy(digits, "reused!!", 8);
 }
 
-/* Tells through value 2 that it can be cancelled, and waits until it is. */
+/* Waits until it is cancelled, which it is ready for when value 2 is set. */
 EXPORT void fake_wait(an_extfn_api* api, void* handle) {
     a_wait* const record = new_wait();
     api->set_cancel(handle, record);
@@ -125,8 +124,7 @@ EXPORT void fake_cancels(an_extfn_api* api, void* handle) {
     set_status(api, handle, atomic_load(&cancels));
 }
 
-/* Gives the exit status of a child that goes on as a second copy of the caller: it hands over a
- * value, or, when argument 1 is not NULL, just returns. */
+/* The exit status of a child that hands over a value or, when argument 1 is not NULL, returns. */
 EXPORT void fake_fork(an_extfn_api* api, void* handle) {
     an_extfn_value how;
     int status = 0;

@@ -80,10 +80,8 @@ std::string outcome(const char* procedure, const std::string& given) {
     return call.error.substr(strlen("fake_spell: parameter "));
 }
 
-struct Outcome {
-    std::string given;
-    std::string begins;
-};
+// What is given, and how its outcome begins.
+using Outcome = std::pair<std::string, std::string>;
 
 const std::string login = "|auth_username=u|auth_password=p";
 const std::string clear = "7 (auth_password) would cross the network in the clear";
@@ -102,7 +100,7 @@ TEST(MailParameters, a_doubtful_host_is_another_machine) {
 TEST(MailParameters, a_start_protects_what_it_is_given) {
     const std::string unnamed = "11 (cert_name) is missing, and the host is no name";
     const std::string name(190, 'x');
-    for (const Outcome& row : {
+    for (const auto& [given, begins] : {
              Outcome{"host=h", "2=h 12=42 "},
              {"host=h|auth_username=|auth_password=", clear},
              {"host=h|allow_plaintext_auth=off" + login, clear},
@@ -122,7 +120,7 @@ TEST(MailParameters, a_start_protects_what_it_is_given) {
              {"host=::1|trusted_cert=c", unnamed},
              {"host=|trusted_cert=c", unnamed},
          })
-        EXPECT_THAT(outcome("xp_startsmtp", row.given), StartsWith(row.begins));
+        EXPECT_THAT(outcome("xp_startsmtp", given), StartsWith(begins));
 }
 
 TEST(MailParameters, a_message_stays_one_message_with_whole_line_ends) {
@@ -130,7 +128,7 @@ TEST(MailParameters, a_message_stays_one_message_with_whole_line_ends) {
     const std::string whole = "6=\r\na\r\nb\r\nc\r\n\r\nd\r\n\r\ne\r\n 20=42 ";
     const std::string kept = "6=\na\rb\r\nc\r\r\nd\n\re\n 20=42 ";
     const std::string forged = "6 (message) takes no line that begins with --==_EMAIL_MIME_ beside";
-    for (const Outcome& row : {
+    for (const auto& [given, begins] : {
              Outcome{bare, whole},
              {bare + "|raw=true", kept},
              {bare + "|raw=0", whole},
@@ -142,7 +140,7 @@ TEST(MailParameters, a_message_stays_one_message_with_whole_line_ends) {
              {"include_file=f", "6= 10=f 20=42 "},
              {"subject=s", "2=s 20=42 "},
          })
-        EXPECT_THAT(outcome("xp_sendmail", row.given), StartsWith(row.begins));
+        EXPECT_THAT(outcome("xp_sendmail", given), StartsWith(begins));
     const std::string lines(40000, '\n');
     EXPECT_EQ(80000 + strlen("6= 20=42 "), outcome("xp_sendmail", "message=" + lines).size());
 

@@ -47,16 +47,13 @@ class Database {
     sqlite3* _db = nullptr;
 };
 
-struct Row {
-    const char* sql;
-    const char* answer;
-};
+using Row = std::pair<const char*, const char*>;  // a statement and its answer
 
 TEST(SqlFunctions, give_results_of_the_procedures_kind_or_say_how_they_are_called) {
     const ScratchFolder folder;
     Database db;
     db.run("CREATE TABLE f AS SELECT '" + folder.file("f") + "' AS name");
-    for (const Row& row : {
+    for (const auto& [sql, answer] : {
              Row{"SELECT xp_write_file(name, x'00ff0a') FROM f", "0;"},
              {"SELECT typeof(xp_read_file(name)), hex(xp_read_file(name)) FROM f", "blob|00FF0A;"},
              {"SELECT xp_write_file(name, -9000000000) FROM f", "0;"},
@@ -86,7 +83,7 @@ TEST(SqlFunctions, give_results_of_the_procedures_kind_or_say_how_they_are_calle
              {"SELECT xp_read_file('/dev/null' || char(0) || 'x')",
               "xp_read_file: parameter 1 (name) is text and takes no zero byte"},
          })
-        EXPECT_EQ(row.answer, db.run(row.sql)) << row.sql;
+        EXPECT_EQ(answer, db.run(sql)) << sql;
 }
 
 TEST(SqlFunctions, leave_open_databases_alone) {
@@ -124,6 +121,9 @@ TEST(SqlFunctions, leave_open_databases_alone) {
 }
 
 TEST(SqlFunctions, are_refused_while_a_schema_may_call_them) {
+    constexpr const char* other_on_file =
+        "CREATE TABLE t(a, CHECK(xp_sprintf('x') = 'x')); PRAGMA writable_schema = ON;"
+        "UPDATE sqlite_master SET sql = 'CREATE TABLE t(a)'";
     struct Case {
         const char* before;
         const char* sql;
@@ -142,14 +142,9 @@ TEST(SqlFunctions, are_refused_while_a_schema_may_call_them) {
               "xp_sprintf is refused while view \"v\" of database temp"},
              {"CREATE TEMP VIEW v AS SELECT * FROM xp_scanf('a', '%s')", "SELECT * FROM v",
               "xp_scanf is refused while view \"v\" of database temp"},
-             // The text on file is another than that in memory.
-             {"CREATE TABLE t(a, CHECK(xp_sprintf('x') = 'x')); PRAGMA writable_schema = ON;"
-              "UPDATE sqlite_master SET sql = 'CREATE TABLE t(a)'",
-              "INSERT INTO t VALUES(xp_sprintf('a'))",
+             {other_on_file, "INSERT INTO t VALUES(xp_sprintf('a'))",
               "xp_sprintf is refused since the schema in memory calls it"},
-             {"CREATE TABLE t(a, CHECK(xp_sprintf('x') = 'x')); PRAGMA writable_schema = ON;"
-              "UPDATE sqlite_master SET sql = 'CREATE TABLE t(a)'",
-              "INSERT INTO t VALUES('a')",
+             {other_on_file, "INSERT INTO t VALUES('a')",
               "xp_sprintf is refused since the statement does not name it"},
              // An empty index over what is searched.
              {"CREATE VIEW v AS SELECT 1 AS xp_sprintf; CREATE TABLE t(a, b, c);"

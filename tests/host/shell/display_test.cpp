@@ -107,7 +107,6 @@ TEST(Display, rows_follow_each_other_as_the_mode_has_it) {
     const std::vector<Row> two = {{number("1")}, {text("\u009b")}};
     EXPECT_EQ("\"a,\"\r\n1\r\n\u009b\r\n", printed({Mode::Csv}, {"a,"}, two));
     EXPECT_EQ("a\r\n1\r\n\\u009b\r\n", printed({Mode::Csv, true, true}, {"a"}, two));
-    EXPECT_EQ("a\r\n", printed({Mode::Csv}, {"a"}, {}));
     EXPECT_EQ("[{\"a\":1},\n{\"a\":\"\\u009b\"}]\n", printed({Mode::Json}, {"a"}, two));
     EXPECT_EQ("[]\n", printed({Mode::Json}, {"a"}, {}));
     EXPECT_EQ("a = 1\n\na = \\u009b\n", printed({Mode::Line}, {"a"}, two));
