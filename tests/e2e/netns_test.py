@@ -15,7 +15,7 @@ from hostcall import call, mail, start, stop
 
 SKIPPED = 77
 PORT, CLOSED_PORT = 2500, 2501
-TIMEOUT = 1  # seconds
+TIMEOUT, PATIENCE = 1, 60  # seconds; the second where the answer comes, on a busy machine too
 
 # A mail server that says who called, and reads no message.
 PEER = f"""
@@ -84,9 +84,9 @@ def inside(addresses, cases):
                             stdout=subprocess.PIPE)
     peer.stdout.readline()
     for host, port, status, waits, caller in cases:
-        begin = time.monotonic()
-        assert call(start(port, host=host, timeout=TIMEOUT), stop()) == [status, 0], host
-        assert (time.monotonic() - begin >= TIMEOUT) == waits, host
+        begin, timeout = time.monotonic(), TIMEOUT if waits else PATIENCE
+        assert call(start(port, host=host, timeout=timeout), stop()) == [status, 0], host
+        assert (time.monotonic() - begin >= timeout) == waits, host
         assert caller is None or peer.stdout.readline().strip() == caller, host
     if len(addresses["near"]) > 2:
         with tempfile.NamedTemporaryFile() as attached:
