@@ -111,8 +111,10 @@ TEST(MailProcedures, a_session_lives_from_start_to_stop_by_its_connection_number
         EXPECT_EQ(cid ? 5 : 25, mail(cid));
         ASSERT_EQ(2U, peer.finish().size());
         EXPECT_THAT(peer.received[0], testing::EndsWith("\r\nQUIT\r\n"));
-        EXPECT_THAT(peer.received[1], testing::HasSubstr("RCPT TO:<bob@b.test>\r\nRCPT TO:<eve@e."
-                                                         "test>\r\nDATA\r\n"));
+        EXPECT_THAT(peer.received[1],
+                    testing::HasSubstr("RCPT TO:<bob@b.test>\r\nRCPT TO:<eve@e.test>\r\nDATA\r\n"
+                                       "From: ann@a.test\r\nTo: bob@b.test,eve@e.test\r\n"
+                                       "Subject: Hi\r\n"));
     }
     SMTPPeer peer;
     EXPECT_EQ(0, start(peer.port(), 0));

@@ -51,7 +51,8 @@ class UTFileOStream : public UTOStream {
 class PosixIStream final : public UTFileIStream {
   public:
     /// One _posix_read(): all of `n` bytes unless the file ends, also from a pipe that delivers
-    /// them in pieces. 0 at end of file or on an error, either of which ends the stream.
+    /// them in pieces. 0 at end of file or on an error, either of which ends the stream. A regular
+    /// file that a read has met the end of is not read again, even if it grows.
     size_t do_get(a_byte* buf, size_t n) override;
 
     a_bool open(const char* name, int flags, int mode) override;

@@ -27,9 +27,12 @@ TEST_F(PosixStream, writes_a_file_and_reads_it_back) {
     out << "hello, " << uint32{1} << " world";
     out.close();
     PosixIStream in;
-    ASSERT_TRUE(in.sopen(name.c_str(), O_RDONLY, 0x40, 0));
-    EXPECT_EQ("hello, 1 world", rest_of(in));
-    EXPECT_TRUE(rest_of(in).empty() && in.eof());
+    for (int i = 0; i < 2; ++i) {  // an end that was met is forgotten
+        ASSERT_TRUE(in.sopen(name.c_str(), O_RDONLY, 0x40, 0));
+        EXPECT_EQ("hello, 1 world", rest_of(in));
+        EXPECT_EQ("", rest_of(in));
+        EXPECT_TRUE(in.eof());
+    }
 }
 
 TEST_F(PosixStream, keeps_the_system_error_that_ended_it) {
