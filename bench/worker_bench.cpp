@@ -14,11 +14,11 @@
 #include <unistd.h>
 
 #include "bench/paired.h"
+#include "bench/smtpsink.h"
 #include "host/callframe.h"
 #include "host/library.h"
 #include "host/processstate.h"
 #include "host/worker/workerclient.h"
-#include "tests/netlib/smtpsink.h"
 #include "tests/scratch.h"
 
 namespace {
