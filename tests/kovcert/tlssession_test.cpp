@@ -298,10 +298,12 @@ TEST(TlsConnection, the_provider_s_callbacks_tell_failure_from_waiting) {
     session.receives = 0;
     EXPECT_EQ(QXCI_IO_ERROR, tls_conn_callbacks.read_cb(&*session.conn, bytes, 5, &got));
 
-    for (const char* text : {"line.", static_cast<const char*>(nullptr)}) {
-        EXPECT_EQ(0, tls_conn_callbacks.log_cb(&*session.conn, 0, text, bytes, 5));
+    session.log.clear();
+    for (const int level : {-1, 0, 9}) {
+        EXPECT_EQ(0, tls_conn_callbacks.log_cb(&*session.conn, level, "line.", bytes, 5));
+        EXPECT_EQ(0, tls_conn_callbacks.log_cb(&*session.conn, level, nullptr, bytes, 5));
     }
-    EXPECT_EQ(0, tls_conn_callbacks.log_cb(&*session.conn, 9, "rest", bytes, 5));
+    EXPECT_EQ("line.line.", session.log);
 }
 
 TEST(TlsStreams, carry_plain_text_until_the_session_ends) {
