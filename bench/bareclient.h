@@ -8,6 +8,7 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <netinet/tcp.h>
 #include <openssl/ssl.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -78,6 +79,10 @@ class BareClient {
         _ssl.reset(SSL_new(context), SSL_free);
         SSL_CTX_free(context);
         SSL_set_fd(_ssl.get(), _fd);
+        // A record is a write of its own, and the second of a message would wait for the answer to
+        // the first.
+        const int on = 1;
+        setsockopt(_fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         if (SSL_connect(_ssl.get()) != 1) std::abort();
     }
 

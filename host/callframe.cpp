@@ -12,14 +12,14 @@ namespace host {
 
 // What the library gets as its handle of a call: the four callbacks find everything here.
 struct CallFrame::State {
-    State(const CallFrame& its_frame, const Library& its_library, const Procedure& its_procedure,
+    State(const CallFrame& its_frame, const Engine& its_engine, const Procedure& its_procedure,
           std::int32_t connection, std::uint32_t its_piece_size)
-        : frame(its_frame), library(its_library), procedure(its_procedure),
+        : frame(its_frame), engine(its_engine), procedure(its_procedure),
           piece_size(std::max(its_piece_size, 1U)), arguments(its_procedure, connection),
-          outs(its_procedure.parameter_count()), cancel(its_library) {}
+          outs(its_procedure.parameter_count()), cancel(its_engine) {}
 
     const CallFrame& frame;  // whose functions hear of what moves
-    const Library& library;
+    const Engine& engine;
     const Procedure& procedure;
     const std::uint32_t piece_size;
 
@@ -29,6 +29,7 @@ struct CallFrame::State {
     std::string warning;
     std::uint64_t moved = 0;
     pid_t process = 0;  // that made the call
+    bool called = false;
     CancelRecord cancel;
 
     [[nodiscard]] bool exists(std::uint32_t number) const {
@@ -47,7 +48,7 @@ struct CallFrame::State {
     bool write_to(std::optional<Value>& slot, const an_extfn_value& value, bool append);
     bool write_result(const an_extfn_value& value, bool append);
     void note_moved(std::uint32_t bytes);
-    void run(an_extfn_proc* entry);
+    bool run(std::string& error);
     void end_stray_child() const;
 };
 
@@ -126,7 +127,7 @@ void CallFrame::State::end_stray_child() const {
     if (getpid() != process) _exit(127);
 }
 
-void CallFrame::State::run(an_extfn_proc* entry) {
+bool CallFrame::State::run(std::string& error) {
     an_extfn_api api = {
         .get_value = [](void* handle, std::uint32_t number, an_extfn_value* value) -> std::int16_t {
             return static_cast<State*>(handle)->read(number, *value) ? 1 : 0;
@@ -143,18 +144,28 @@ void CallFrame::State::run(an_extfn_proc* entry) {
                          void* record) { static_cast<State*>(handle)->cancel.own(record); },
     };
     process = getpid();
-    {
-        const OrphansStay until_it_ends;
-        entry(&api, this);
-    }
+    Engine::Interrupted interrupted;
+    if (frame.on_wait)
+        interrupted = [this] {
+            if (!frame.on_wait()) return false;
+            cancel.cancel();
+            return true;
+        };
+    const CallEnd end = engine.call(procedure.name, api, this, interrupted, error);
     end_stray_child();
     // What it points at has ended, and its number may be another process's soon.
     cancel.own(nullptr);
+    called = end != CallEnd::NotCalled;
+    if (end == CallEnd::Returned) return true;
+    // What has arrived of a value may be a part of it.
+    result.reset();
+    outs.assign(outs.size(), std::nullopt);
+    return false;
 }
 
-CallFrame::CallFrame(const Library& library, const Procedure& procedure, std::int32_t connection,
+CallFrame::CallFrame(const Engine& engine, const Procedure& procedure, std::int32_t connection,
                      std::uint32_t piece_size)
-    : _state(std::make_unique<State>(*this, library, procedure, connection, piece_size)) {}
+    : _state(std::make_unique<State>(*this, engine, procedure, connection, piece_size)) {}
 
 CallFrame::~CallFrame() = default;
 
@@ -168,20 +179,18 @@ bool CallFrame::lend_argument(std::uint32_t number, std::string_view bytes, std:
 
 bool CallFrame::call(std::string& error) {
     const Procedure& procedure = _state->procedure;
-    an_extfn_proc* entry = _state->library.procedure(procedure.name);
-    if (entry == nullptr) {
-        error = "the library does not export " + std::string(procedure.name) +
-                "; use a library and a host of one build";
-        return false;
-    }
     if (!_state->arguments.finish(_state->warning, error)) return false;
     // It looks at the file that is there before the call.
     const FileCheck file(procedure.file, _state->arguments.given());
-    _state->run(entry);
+    if (!_state->run(error)) return false;
 
     const std::string doubt = result() && result()->as_int() == 0 ? file.doubt() : "";
     if (!doubt.empty()) error = std::string(procedure.name) + ": status 0, but " + doubt;
     return doubt.empty();
+}
+
+bool CallFrame::was_called() const {
+    return _state->called;
 }
 
 std::optional<std::int32_t> CallFrame::connection() const {

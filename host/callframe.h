@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/library.h"
+#include "host/engine.h"
 #include "host/procedures.h"
 #include "host/value.h"
 
@@ -26,10 +26,10 @@ class CallFrame {
     /// it.
     static constexpr std::uint32_t default_piece = 32768;
 
-    /// `procedure` and `library` are not owned and outlive the frame. `connection` is what a
+    /// `procedure` and `engine` are not owned and outlive the frame. `connection` is what a
     /// parameter with Absent::Connection receives. Every parameter starts as its `absent` rule
     /// says.
-    CallFrame(const Library& library, const Procedure& procedure, std::int32_t connection,
+    CallFrame(const Engine& engine, const Procedure& procedure, std::int32_t connection,
               std::uint32_t piece_size = default_piece);
     CallFrame(const CallFrame&) = delete;
     CallFrame& operator=(const CallFrame&) = delete;
@@ -55,12 +55,19 @@ class CallFrame {
     /// refuses the piece, as a server does that has had enough. `append` false starts anew.
     std::function<bool(const void* data, std::uint32_t length, bool append)> on_result;
 
+    /// When set, asked on the calling thread while an engine that ends_calls() waits; true cancels.
+    Engine::Interrupted on_wait;
+
     /// Runs the procedure. False, with a sentence in `error` that says what to do, when a required
     /// argument is missing, a NULL stands before the last of repeated values, the procedure's rules
     /// refuse the arguments as they are together, or the library does not export the procedure;
     /// nothing was called then and result() is empty. False also when the procedure gave 0 and a
-    /// file shows that not all was done; result() is that 0.
+    /// file shows that not all was done; result() is that 0. And when the engine ended the call,
+    /// which leaves no values.
     bool call(std::string& error);
+
+    /// After call(): the procedure was called, whatever became of it.
+    [[nodiscard]] bool was_called() const;
 
     /// The connection number that the procedure receives; nothing where it takes none.
     [[nodiscard]] std::optional<std::int32_t> connection() const;
@@ -69,9 +76,9 @@ class CallFrame {
     /// and should not be taken for more than it is. Mostly empty.
     [[nodiscard]] const std::string& warning() const;
 
-    /// Ends what the running call waits for: a command with all that it started. A cancel that
-    /// comes before the call reaches a cancellable point takes effect there. Harmless when nothing
-    /// is running.
+    /// Ends what the running call waits for: a command with all that it started, or anything where
+    /// the engine ends_calls(). A cancel that comes before the call reaches a cancellable point
+    /// takes effect there. Harmless when nothing is running.
     void cancel();
     [[nodiscard]] bool cancelled() const;
 

@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include "host/descendants.h"
-#include "host/library.h"
+#include "host/engine.h"
 
 namespace host {
 
@@ -16,7 +16,7 @@ namespace host {
 /// cancel. Lock-free, because a signal handler cancels too.
 class CancelRecord {
   public:
-    explicit CancelRecord(const Library& library) : _library(library) {}
+    explicit CancelRecord(const Engine& engine) : _engine(engine) {}
     CancelRecord(const CancelRecord&) = delete;
     CancelRecord& operator=(const CancelRecord&) = delete;
     ~CancelRecord() { own(nullptr); }
@@ -54,10 +54,10 @@ class CancelRecord {
     // command that was waited for in the meantime has left its number to others.
     void _cancel(void* record) {
         end_descendants(_command);
-        if (_command.pid() == 0 || _command.send(0)) _library.cancel(record);
+        if (_command.pid() == 0 || _command.send(0)) _engine.cancel(record);
     }
 
-    const Library& _library;
+    const Engine& _engine;
     HeldProcess _command;  // changes only while there is no record
     std::atomic<void*> _record{nullptr};
     std::atomic<int> _users{0};

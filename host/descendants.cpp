@@ -8,6 +8,7 @@
 #include <pthread.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include "host/processstate.h"
 
@@ -41,6 +42,28 @@ std::int64_t milliseconds_now() {
     return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
 }
 
+// Again and again, because a child that ends leaves its own to `parent`.
+template <typename AtRest>
+void kill_until(pid_t parent, const AtRest& at_rest) {
+    constexpr std::int64_t patience = 500;  // milliseconds
+    constexpr int interval = 1;
+    const std::int64_t deadline = milliseconds_now() + patience;
+    for (;;) {
+        const bool rests = at_rest();  // asked first: what it then has is all that it will have
+        if (kill_children(parent) == 0 && rests) return;
+        if (milliseconds_now() >= deadline) return;
+        poll(nullptr, 0, interval);
+    }
+}
+
+// Waits for those children that have ended. True when there are no others.
+bool wait_for_ended() {
+    pid_t ended = 0;
+    do ended = waitpid(-1, nullptr, WNOHANG);
+    while (ended > 0);
+    return ended < 0 && errno == ECHILD;
+}
+
 thread_local bool orphans_stay = false;
 
 void keep_orphans_in_child() {
@@ -61,21 +84,17 @@ OrphansStay::~OrphansStay() {
     orphans_stay = false;
 }
 
-// Stopped first, or the command would start new ones as fast as they are ended; and again and
-// again, because a child that ends leaves its own to the command.
+// Stopped first, or the command would start new ones as fast as they are ended.
 void end_descendants(const HeldProcess& command) {
-    constexpr std::int64_t patience = 500;  // milliseconds
-    constexpr int interval = 1;
     const int saved = errno;
-    const std::int64_t deadline = milliseconds_now() + patience;
-    if (command.send(SIGSTOP) || errno == EPERM) {
-        for (;;) {
-            const bool at_rest = is_at_rest(command.pid());
-            if (kill_children(command.pid()) == 0 && at_rest) break;
-            if (milliseconds_now() >= deadline) break;
-            poll(nullptr, 0, interval);
-        }
-    }
+    if (command.send(SIGSTOP) || errno == EPERM)
+        kill_until(command.pid(), [&command] { return is_at_rest(command.pid()); });
+    errno = saved;
+}
+
+void end_own_descendants() {
+    const int saved = errno;
+    if (!wait_for_ended()) kill_until(getpid(), [] { return true; });
     errno = saved;
 }
 

@@ -27,6 +27,10 @@ class OrphansStay {
 /// Safe on any thread and in a signal handler; keeps errno.
 void end_descendants(const HeldProcess& command);
 
+/// The same for what this process has started. It must be the parent of their orphans
+/// (PR_SET_CHILD_SUBREAPER), and start nothing meanwhile.
+void end_own_descendants();
+
 }  // namespace host
 
 #endif

@@ -31,4 +31,16 @@ bool HeldProcess::send(int signal_number) const {
     return false;
 }
 
+bool HeldProcess::queue(int signal_number, int value) const {
+    siginfo_t info{};
+    info.si_signo = signal_number;
+    info.si_code = SI_QUEUE;
+    info.si_pid = getpid();
+    info.si_uid = getuid();
+    info.si_value.sival_int = value;
+    if (_descriptor.is_open())
+        return syscall(SYS_pidfd_send_signal, _descriptor.number(), signal_number, &info, 0U) == 0;
+    return send(0) && sigqueue(_pid, signal_number, info.si_value) == 0;
+}
+
 }  // namespace host

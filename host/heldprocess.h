@@ -22,6 +22,8 @@ class HeldProcess {
     [[nodiscard]] pid_t pid() const { return _pid; }  ///< 0: holds nothing
     /// False with errno where kill() would say so; ESRCH once the process was waited for.
     [[nodiscard]] bool send(int signal_number) const;
+    /// The same for a signal that carries `value`, as sigqueue() sends one.
+    [[nodiscard]] bool queue(int signal_number, int value) const;
 
   private:
     pid_t _pid = 0;

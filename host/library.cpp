@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 
+#include "host/descendants.h"
 #include "host/librarypath.h"
 
 namespace host {
@@ -62,6 +63,19 @@ Library Library::load(std::string path, std::string& error, std::string_view rem
 an_extfn_proc* Library::procedure(std::string_view name) const {
     if (_handle == nullptr) return nullptr;
     return symbol<an_extfn_proc>(_handle.get(), std::string(name).c_str());
+}
+
+CallEnd Library::call(std::string_view name, an_extfn_api& api, void* handle,
+                      const Interrupted& /*interrupted*/, std::string& error) const {
+    an_extfn_proc* entry = procedure(name);
+    if (entry == nullptr) {
+        error = "the library does not export " + std::string(name) +
+                "; use a library and a host of one build";
+        return CallEnd::NotCalled;
+    }
+    const OrphansStay until_it_ends;
+    entry(&api, handle);
+    return CallEnd::Returned;
 }
 
 }  // namespace host

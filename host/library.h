@@ -7,13 +7,13 @@
 #include <string>
 #include <string_view>
 
-#include "extdll/extfn.h"
+#include "host/engine.h"
 
 namespace host {
 
-/// A loaded library, or none. Copies share it, and the last one that goes unloads it. All members
-/// but load() are safe on any thread.
-class Library {
+/// A loaded library, or none. Copies share it, and the last one that goes unloads it. Calls run in
+/// this process: one that waits for something else than a command waits as long as it takes.
+class Library : public Engine {
   public:
     /// Loads the library at `path`, or, when `path` is empty, the one that default_library_path()
     /// names, and checks that it speaks interface version 2. On failure returns an empty Library
@@ -28,8 +28,11 @@ class Library {
     /// The exported procedure called `name`; null when the library has none of that name.
     [[nodiscard]] an_extfn_proc* procedure(std::string_view name) const;
 
-    /// Passes a registered record to extfn_cancel. Async-signal-safe.
-    void cancel(void* cancel_handle) const { _cancel(cancel_handle); }
+    CallEnd call(std::string_view name, an_extfn_api& api, void* handle,
+                 const Interrupted& interrupted, std::string& error) const override;
+
+    /// Passes a registered record to extfn_cancel.
+    void cancel(void* record) const override { _cancel(record); }
 
   private:
     std::shared_ptr<void> _handle;

@@ -2,6 +2,7 @@
 
 #include <climits>
 #include <cstdlib>
+#include <span>
 
 #include <dlfcn.h>
 #include <link.h>
@@ -29,6 +30,17 @@ constexpr const char* library_folders[] = {
     "../../extdll/",
 };
 
+// Where the installations of the other word size lie, for a host that does not load it itself.
+constexpr const char* other_folders[] = {
+#if defined(__i386__)
+    "../lib/x86_64-linux-gnu/",
+    "../lib64/",
+#else
+    "../lib/i386-linux-gnu/",
+    "../lib32/",
+#endif
+};
+
 // The file that this code was linked into. The dynamic linker knows an extension by the path that
 // it was loaded from, and the program itself by an empty name.
 std::string own_file() {
@@ -41,6 +53,14 @@ std::string own_file() {
     return realpath(*name == '\0' ? "/proc/self/exe" : name, resolved) != nullptr ? resolved : "";
 }
 
+bool find_in(std::span<const char* const> folders, const std::string& below, std::string& found) {
+    for (const char* folder : folders) {
+        found = below + folder + library_name;
+        if (access(found.c_str(), R_OK) == 0) return true;
+    }
+    return false;
+}
+
 }  // namespace
 
 std::string own_folder() {
@@ -48,16 +68,20 @@ std::string own_folder() {
     return self.substr(0, self.rfind('/') + 1);
 }
 
-std::string default_library_path() {
+std::string default_library_path(WordSize size) {
     const char* named = getenv("QUOREL_LIBRARY");
     if (named != nullptr && *named != '\0') return named;
 
     const std::string folder = own_folder();
-    for (const char* below : library_folders) {
-        std::string candidate = folder + below + library_name;
-        if (access(candidate.c_str(), R_OK) == 0) return candidate;
-    }
+    std::string found;
+    if (find_in(library_folders, folder, found)) return found;
+    if (size == WordSize::Any && find_in(other_folders, folder, found)) return found;
     return folder + library_name;
+}
+
+std::string current_folder() {
+    char folder[PATH_MAX];
+    return getcwd(folder, sizeof folder) != nullptr ? folder : "";
 }
 
 }  // namespace host

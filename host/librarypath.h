@@ -17,7 +17,12 @@ inline constexpr const char* library_name = "libquorel_static.so";
 /// libquorel_static.so in own_folder(), else in the library folder of an installation whose
 /// programs' folder is the host's, else where a build tree keeps it. Names the place beside the
 /// host when there is none anywhere.
-[[nodiscard]] std::string default_library_path();
+/// With WordSize::Any the folders of the other word size come last.
+enum class WordSize { Own, Any };
+[[nodiscard]] std::string default_library_path(WordSize size = WordSize::Own);
+
+/// The folder that this process works in; empty when it is gone.
+[[nodiscard]] std::string current_folder();
 
 }  // namespace host
 

@@ -33,26 +33,38 @@ std::set<std::int32_t> take_sessions(std::int32_t connection) {
 
 // Shared by the thread that says good-bye and the one that waits for it.
 struct Farewell {
-    Library library;
+    std::shared_ptr<const Engine> engine;
     const std::set<std::int32_t> sessions;
     std::mutex mutex;
     std::condition_variable changed;
     bool over = false;  // guarded by mutex
 };
 
-void stop_session(const Library& library, std::int32_t session) {
-    CallFrame frame(library, *find_procedure("xp_stopsmtp"), session);
+// False when the call was ended.
+bool stop_session(const Engine& engine, std::int32_t session) {
+    CallFrame frame(engine, *find_procedure("xp_stopsmtp"), session);
     std::string ignored;
-    frame.call(ignored);
+    return frame.call(ignored);
+}
+
+void stop_in_time(const Engine& engine, const std::set<std::int32_t>& started) {
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point end = Clock::now() + std::chrono::seconds(1);
+    for (const std::int32_t session : started) {
+        const auto left = std::chrono::floor<std::chrono::milliseconds>(end - Clock::now());
+        if (left.count() <= 0) return;
+        engine.set_deadline(left);
+        if (!stop_session(engine, session)) return;
+    }
 }
 
 void* run(void* given) {
     const std::unique_ptr<std::shared_ptr<Farewell>> owned(
         static_cast<std::shared_ptr<Farewell>*>(given));
     Farewell& farewell = **owned;
-    for (const std::int32_t session : farewell.sessions) stop_session(farewell.library, session);
+    for (const std::int32_t session : farewell.sessions) stop_session(*farewell.engine, session);
     // In time, so that it is not this thread that unloads the library while the program ends.
-    farewell.library = {};
+    farewell.engine = nullptr;
     const std::lock_guard lock(farewell.mutex);
     farewell.over = true;
     farewell.changed.notify_one();
@@ -67,11 +79,12 @@ void note_mail_call(const Procedure& procedure, const CallFrame& frame, std::int
     sessions().started[connection].insert(frame.connection().value_or(connection));
 }
 
-void end_mail_sessions(const Library& library, std::int32_t connection) {
+void end_mail_sessions(std::shared_ptr<const Engine> engine, std::int32_t connection) {
     std::set<std::int32_t> started = take_sessions(connection);
     if (started.empty()) return;
-    auto farewell =
-        std::shared_ptr<Farewell>(new Farewell{library, std::move(started), {}, {}, false});
+    if (engine->ends_calls()) return stop_in_time(*engine, started);
+    auto farewell = std::shared_ptr<Farewell>(
+        new Farewell{std::move(engine), std::move(started), {}, {}, false});
     auto given = std::make_unique<std::shared_ptr<Farewell>>(farewell);
     // Without a thread the sessions stay: a server could hold the closing connection for ever.
     if (!start_quiet_thread(run, given.get())) return;

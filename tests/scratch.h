@@ -45,6 +45,12 @@ inline std::string bytes_of(const std::string& path) {
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
+/// How many files a folder has. That of a process's descriptors counts the one it is read through.
+inline long entries(const char* path) {
+    const std::filesystem::directory_iterator folder(path);
+    return static_cast<long>(std::distance(begin(folder), end(folder)));
+}
+
 /// `text` as one word of a command line for /bin/sh.
 inline std::string shell_word(const std::string& text) {
     std::string word = "'";

@@ -8,16 +8,22 @@
 
 using namespace host;
 
-int quorel_sqlite_register(sqlite3* db, const Library& library, std::int32_t connection,
-                           const std::function<void(std::uint64_t moved)>& on_progress) {
-    const auto shared = std::make_shared<const SqlConnection>(library, connection);
+int host::register_functions(sqlite3* db, const std::shared_ptr<const SqlConnection>& connection,
+                             const std::function<void(std::uint64_t moved)>& on_progress) {
     for (const Procedure& procedure : procedures()) {
-        const SqlFunction function{shared, &procedure, on_progress};
+        const SqlFunction function{connection, &procedure, on_progress};
         const int code = function.is_table() ? register_table_function(db, function)
                                              : register_scalar_function(db, function);
         if (code != SQLITE_OK) return code;
     }
     return register_stand_in(db);
+}
+
+int quorel_sqlite_register(sqlite3* db, std::shared_ptr<const Engine> engine,
+                           std::int32_t connection,
+                           const std::function<void(std::uint64_t moved)>& on_progress) {
+    return register_functions(
+        db, std::make_shared<const SqlConnection>(std::move(engine), connection), on_progress);
 }
 
 std::int32_t quorel_sqlite_next_connection() {

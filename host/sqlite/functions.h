@@ -5,8 +5,9 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 
-#include "host/library.h"
+#include "host/engine.h"
 
 struct sqlite3;
 
@@ -22,14 +23,15 @@ struct sqlite3;
 ///
 /// The functions work only in a statement of the program's own, never for a database's schema, and
 /// not while a schema names them: host/sqlite/schemaguard.h has the rules. sqlite3_interrupt ends a
-/// running command or a read.
+/// running command or a read, and anything where `engine` ends calls.
 ///
 /// `on_progress`, unless it is empty, hears of each piece of a file that is read or written: how
 /// many bytes of it have moved so far.
 ///
 /// Closing `db` ends the mail session of `connection`, if it has one, as end_mail_sessions() of
-/// host/mailsession.h does. `library` is copied. Returns SQLITE_OK or SQLite's error code.
-int quorel_sqlite_register(sqlite3* db, const host::Library& library, std::int32_t connection,
+/// host/mailsession.h does. Returns SQLITE_OK or SQLite's error code.
+int quorel_sqlite_register(sqlite3* db, std::shared_ptr<const host::Engine> engine,
+                           std::int32_t connection,
                            const std::function<void(std::uint64_t moved)>& on_progress = {});
 
 /// A connection number that nobody in this process has: 1, 2, … (0 is the default mail session's).

@@ -81,7 +81,7 @@ int run(sqlite3_context* context, const SqlFunction& function, CallFrame& frame,
 void call_for_bytes(sqlite3_context* context, int count, sqlite3_value** values) {
     const SqlFunction& function = function_of(context);
     sqlite3* db = sqlite3_context_db_handle(context);
-    CallFrame frame(function.connection->library, *function.procedure, function.connection->number);
+    CallFrame frame(*function.connection->engine, *function.procedure, function.connection->number);
     BlobBuilder blob(db);
     InterruptProbe probe(db);
     frame.on_result = [&blob, &probe](const void* data, std::uint32_t length, bool append) {
@@ -98,7 +98,7 @@ void call_for_bytes(sqlite3_context* context, int count, sqlite3_value** values)
 // A procedure that hands back its status, or the value of its OUT parameter.
 void call_for_value(sqlite3_context* context, int count, sqlite3_value** values) {
     const SqlFunction& function = function_of(context);
-    CallFrame frame(function.connection->library, *function.procedure, function.connection->number);
+    CallFrame frame(*function.connection->engine, *function.procedure, function.connection->number);
     std::string error;
     const int code =
         run(context, function, frame, {values, static_cast<std::size_t>(count)}, error);

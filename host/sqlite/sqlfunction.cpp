@@ -1,6 +1,7 @@
 #include "host/sqlite/sqlfunction.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "host/mailsession.h"
 #include "host/sqlite/interruptible.h"
@@ -8,8 +9,26 @@
 
 namespace host {
 
+namespace {
+
+// What ends calls asks for itself whether it has to; a command needs a thread that asks meanwhile.
+bool call(sqlite3* db, const SqlFunction& function, CallFrame& frame, std::string& error) {
+    if (!function.connection->engine->ends_calls())
+        return function.procedure->cancellable ? call_interruptibly(db, frame, error)
+                                               : frame.call(error);
+    // Most calls are over before the first question.
+    std::optional<InterruptProbe> probe;
+    frame.on_wait = [db, &probe] {
+        if (!probe) probe.emplace(db);
+        return probe->interrupted();
+    };
+    return frame.call(error);
+}
+
+}  // namespace
+
 SqlConnection::~SqlConnection() {
-    end_mail_sessions(library, number);
+    end_mail_sessions(engine, number);
 }
 
 bool SqlFunction::is_table() const {
@@ -66,11 +85,11 @@ int call_from_sql(sqlite3* db, const SqlFunction& function, CallFrame& frame,
 
     if (function.procedure->moves_bytes()) frame.on_progress = function.on_progress;
     note_mail_call(*function.procedure, frame, function.connection->number);
-    const bool called =
-        function.procedure->cancellable ? call_interruptibly(db, frame, error) : frame.call(error);
+    const bool called = call(db, function, frame, error);
+    if (frame.cancelled()) return SQLITE_INTERRUPT;
     if (!called) return SQLITE_ERROR;
     if (!frame.warning().empty()) sqlite3_log(SQLITE_WARNING, "%s", frame.warning().c_str());
-    return frame.cancelled() ? SQLITE_INTERRUPT : SQLITE_OK;
+    return SQLITE_OK;
 }
 
 }  // namespace host

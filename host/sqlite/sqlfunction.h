@@ -18,11 +18,11 @@ namespace host {
 /// What a connection's functions have in common; it goes with the last of them, when the connection
 /// is closed.
 struct SqlConnection {
-    Library library;
+    std::shared_ptr<const Engine> engine;
     std::int32_t number;
 
-    SqlConnection(const Library& its_library, std::int32_t its_number)
-        : library(its_library), number(its_number) {}
+    SqlConnection(std::shared_ptr<const Engine> its_engine, std::int32_t its_number)
+        : engine(std::move(its_engine)), number(its_number) {}
     SqlConnection(const SqlConnection&) = delete;
     SqlConnection& operator=(const SqlConnection&) = delete;
     ~SqlConnection();
@@ -51,6 +51,10 @@ struct SqlFunction {
 /// was interrupted; SQLITE_NOMEM; or SQLITE_ERROR with a sentence in `error` that says what to do.
 int call_from_sql(sqlite3* db, const SqlFunction& function, CallFrame& frame,
                   std::span<sqlite3_value* const> values, std::string& error);
+
+/// All that quorel_sqlite_register() does, for a connection that the caller keeps a hold of.
+int register_functions(sqlite3* db, const std::shared_ptr<const SqlConnection>& connection,
+                       const std::function<void(std::uint64_t moved)>& on_progress = {});
 
 /// Makes `function` known to `db` under its procedure's name, as a table-valued function if it
 /// is_table(). SQLite owns the copy. SQLITE_OK or SQLite's error code.

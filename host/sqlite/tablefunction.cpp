@@ -116,7 +116,7 @@ int filter(sqlite3_vtab_cursor* base, int, const char*, int count, sqlite3_value
         cursor.arguments.push_back(sqlite3_value_dup(values[i]));
         if (cursor.arguments.back() == nullptr) return SQLITE_NOMEM;
     }
-    CallFrame frame(function.connection->library, *function.procedure, function.connection->number);
+    CallFrame frame(*function.connection->engine, *function.procedure, function.connection->number);
     const int code = call_from_sql(table.db, function, frame, cursor.arguments, error);
     if (code == SQLITE_ERROR) return fail(&table, error);
     if (code != SQLITE_OK) return code;

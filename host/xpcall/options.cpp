@@ -8,6 +8,7 @@
 #include <getopt.h>
 
 #include "host/nearestname.h"
+#include "host/seconds.h"
 #include "host/text.h"
 #include "host/xpcall/report.h"
 
@@ -17,13 +18,16 @@ namespace {
 
 constexpr const char* usage = R"(xpcall calls procedures of libquorel_static.so.
 
-usage: xpcall [--lib FILE] [--piece N] PROCEDURE ARG...
-       xpcall [--lib FILE] [--piece N] --calls PROCEDURE ARG... [+ PROCEDURE ARG...]...
+usage: xpcall [OPTION...] PROCEDURE ARG...
+       xpcall [OPTION...] --calls PROCEDURE ARG... [+ PROCEDURE ARG...]...
        xpcall --list
 
   --lib FILE   the library to load; else QUOREL_LIBRARY, else libquorel_static.so
                beside this program
   --piece N    hand arguments over in pieces of N bytes (32768)
+  --worker     run the calls in a process of their own, quorel-worker, so that
+               Ctrl-C cancels any of them, whatever it waits for
+  --deadline S end a call that takes longer than S seconds; in a worker
   --calls      several calls, with a + between two of them; the first that fails
                is the last
   --list       show every procedure with its parameters
@@ -101,6 +105,7 @@ bool read_calls(std::span<char*> words, std::vector<XpcallCall>& calls) {
 bool read_command_line(int argc, char** argv, XpcallOptions& options, int& status) {
     const option known[] = {
         {"lib", required_argument, nullptr, 'l'}, {"piece", required_argument, nullptr, 'p'},
+        {"worker", no_argument, nullptr, 'w'},    {"deadline", required_argument, nullptr, 'd'},
         {"calls", no_argument, nullptr, 'c'},     {"list", no_argument, nullptr, 'L'},
         {"help", no_argument, nullptr, 'h'},      {}};
     bool several = false;
@@ -116,6 +121,15 @@ bool read_command_line(int argc, char** argv, XpcallOptions& options, int& statu
             if (options.piece > 0) break;
             complain("--piece takes a number of bytes from 1 up, not " + std::string(optarg));
             return false;
+        case 'd':
+            options.deadline = parse_deadline(optarg).value_or(std::chrono::milliseconds(0));
+            options.place = Place::InWorker;
+            if (options.deadline.count() > 0) break;
+            complain("--deadline takes a number of seconds above 0, not " + std::string(optarg));
+            return false;
+        case 'w':
+            options.place = Place::InWorker;
+            break;
         case 'c':
             several = true;
             break;

@@ -3,10 +3,12 @@
 
 /// xpcall's command line.
 
+#include <chrono>
 #include <string>
 #include <vector>
 
 #include "host/callframe.h"
+#include "host/worker/openengine.h"
 
 namespace host {
 
@@ -19,7 +21,9 @@ struct XpcallCall {
 struct XpcallOptions {
     std::string library;  ///< empty: the one that default_library_path() names
     std::uint32_t piece = CallFrame::default_piece;
-    std::vector<XpcallCall> calls;  ///< to be made in this order
+    Place place = wanted_place(Place::InProcess);
+    std::chrono::milliseconds deadline{0};  ///< of each call; zero: none
+    std::vector<XpcallCall> calls;          ///< to be made in this order
 };
 
 /// Reads the command line; prints what is asked for, or what is wrong with it. True when there are

@@ -10,6 +10,7 @@
 
 #include "host/mailsession.h"
 #include "host/startup.h"
+#include "host/worker/openengine.h"
 #include "host/xpcall/arguments.h"
 #include "host/xpcall/options.h"
 #include "host/xpcall/report.h"
@@ -22,10 +23,10 @@ using namespace host;
 // The connection number of every call: they share one mail session.
 constexpr std::int32_t connection = 1;
 
-int make_call(const Library& library, const XpcallCall& call, std::uint32_t piece) {
+int make_call(const Engine& engine, const XpcallCall& call, std::uint32_t piece) {
     const Procedure& procedure = *call.procedure;
     std::deque<FileBytes> files;
-    CallFrame frame(library, procedure, connection, piece);
+    CallFrame frame(engine, procedure, connection, piece);
     std::vector<bool> asked;
     std::string error;
     if (!give_arguments(frame, call, files, asked, error)) return complain(error);
@@ -38,12 +39,12 @@ int make_call(const Library& library, const XpcallCall& call, std::uint32_t piec
     note_mail_call(procedure, frame, connection);
     // A signal ends any other call with the process.
     std::optional<CancelledBySignals> cancellable;
-    if (procedure.cancellable) cancellable.emplace(frame);
+    if (procedure.cancellable || engine.ends_calls()) cancellable.emplace(frame);
     const bool called = frame.call(error);
     cancellable.reset();
     if (!called) {
         complain(error);
-        return frame.result() ? EXIT_FAILED : EXIT_NOT_CALLED;
+        return frame.was_called() ? EXIT_FAILED : EXIT_NOT_CALLED;
     }
     if (!frame.warning().empty()) fprintf(stderr, "xpcall: warning: %s\n", frame.warning().c_str());
 
@@ -54,13 +55,13 @@ int make_call(const Library& library, const XpcallCall& call, std::uint32_t piec
 // At its end the mail sessions stop that calls have started.
 class MailSessions {
   public:
-    explicit MailSessions(const Library& library) : _library(library) {}
+    explicit MailSessions(std::shared_ptr<const Engine> engine) : _engine(std::move(engine)) {}
     MailSessions(const MailSessions&) = delete;
     MailSessions& operator=(const MailSessions&) = delete;
-    ~MailSessions() { end_mail_sessions(_library, connection); }
+    ~MailSessions() { end_mail_sessions(_engine, connection); }
 
   private:
-    const Library& _library;
+    const std::shared_ptr<const Engine> _engine;
 };
 
 // What a call handed back has its place before the output of a command that the next one runs.
@@ -72,13 +73,14 @@ int flush_output(int status) {
 
 int run(const XpcallOptions& options) {
     std::string error;
-    const Library library =
-        Library::load(options.library, error, "build it with tools/demo or name it with --lib");
-    if (!library.loaded()) return complain(error);
+    const std::shared_ptr<const Engine> engine = open_engine(
+        options.place, options.library, "build it with tools/demo or name it with --lib", error);
+    if (engine == nullptr) return complain(error);
+    engine->set_deadline(options.deadline);
 
-    const MailSessions stopped_at_the_end(library);
+    const MailSessions stopped_at_the_end(engine);
     for (const XpcallCall& call : options.calls) {
-        const int status = flush_output(make_call(library, call, options.piece));
+        const int status = flush_output(make_call(*engine, call, options.piece));
         if (status != EXIT_SUCCEEDED) return status;
     }
     return EXIT_SUCCEEDED;

@@ -87,7 +87,7 @@ class BlockHasher : public qxci::Object {
 constexpr a_qxci_hash_iface hash_iface = {
     .create_func = qxci::create<BlockHasher, const char*>,
     .create_with_id_func = qxci::create<BlockHasher, a_qxci_byte>,
-    .get_algorithm_id_func = qxci::algorithm_id<BlockHasher>,
+    .get_algorithm_id_func = qxci::entry<&BlockHasher::algorithm_id>,
     .get_max_hash_size_func = qxci::entry<&BlockHasher::hash_size>,
     .get_block_size_func = qxci::entry<&BlockHasher::block_size>,
     .begin_hash_func = qxci::entry<&BlockHasher::begin>,

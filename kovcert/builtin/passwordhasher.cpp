@@ -130,7 +130,7 @@ class PasswordHasher : public qxci::Object {
 constexpr a_qxci_pw_hash_iface pw_hash_iface = {
     .create_func = qxci::create<PasswordHasher>,
     .create_with_id_func = qxci::create<PasswordHasher, a_qxci_byte>,
-    .get_algorithm_id_func = qxci::algorithm_id<PasswordHasher>,
+    .get_algorithm_id_func = qxci::entry<&PasswordHasher::algorithm_id>,
     .get_max_hash_size_func = [](QXCIPasswordHasherH) { return max_text_size; },
     .hash_func = qxci::entry<&PasswordHasher::hash>,
     .get_last_error_func = qxci::last_error<PasswordHasher>,

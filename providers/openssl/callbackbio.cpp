@@ -27,18 +27,22 @@ BioPtr CallbackBio::make_bio() {
 }
 
 bool CallbackBio::flush() {
-    if (_failed) return false;
-    if (_out_len == 0) return true;
+    const bool sent = send();
+    release_large();
+    return sent;
+}
+
+bool CallbackBio::send() {
+    if (_failed || _out_len == 0) return !_failed;
     _failed = _callbacks.write_cb(_user_data, _out, static_cast<unsigned>(_out_len)) != QXCI_IO_OK;
     _out_len = 0;
-    release_large();
     return !_failed;
 }
 
 bool CallbackBio::write(const char* data, size_t len) {
     if (len > room()) grow();
     while (len > 0) {
-        if (room() == 0 && !flush()) return false;
+        if (room() == 0 && !send()) return false;
         const size_t count = std::min(len, room());
         std::memcpy(_out + _out_len, data, count);
         _out_len += count;

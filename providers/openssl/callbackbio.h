@@ -41,7 +41,7 @@ class CallbackBio {
     /// A BIO over this, which must outlive it; null when there is no memory.
     BioPtr make_bio();
 
-    /// Sends what is collected; false when the owner cannot.
+    /// Sends what is collected, and gives the large buffer back; false when the owner cannot.
     bool flush();
 
     /// A callback has reported an error: nothing goes in or out any more.
@@ -60,6 +60,7 @@ class CallbackBio {
     bool make_method();
 
     bool write(const char* data, size_t len);
+    bool send();
     size_t read(char* data, size_t len);
     bool fill(size_t wanted);
     size_t ask(size_t len);

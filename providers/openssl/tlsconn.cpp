@@ -156,7 +156,8 @@ a_qxci_io_result TlsConn::standing() {
 /// The start of reads and writes, the handshake included. Anything but QXCI_IO_OK ends them.
 a_qxci_io_result TlsConn::begin() {
     if (const a_qxci_io_result result = standing(); result != QXCI_IO_OK) return result;
-    ERR_clear_error();
+    // judge() looks for new errors. To clear none would take longer than to encrypt a command.
+    if (ERR_peek_error() != 0) ERR_clear_error();
     return _state == OPEN ? QXCI_IO_OK : handshake();
 }
 

@@ -1,8 +1,8 @@
 #ifndef QUOREL_PROVIDERS_OPENSSL_TLSSTREAM_H
 #define QUOREL_PROVIDERS_OPENSSL_TLSSTREAM_H
 
-/// A stream: the protocol settings, trust and identity that its
-/// connections share unless they bring their own.
+/// A stream: the protocol settings, trust and identity that its connections share unless they bring
+/// their own.
 
 #include "providers/openssl/algorithm.h"
 #include "providers/openssl/identity.h"

@@ -50,7 +50,7 @@ class StubHasher : public StubObject {
 constexpr a_qxci_hash_iface hash_iface = {
     .create_func = qxci::create<StubHasher, const char*>,
     .create_with_id_func = qxci::create<StubHasher, a_qxci_byte>,
-    .get_algorithm_id_func = qxci::algorithm_id<StubHasher>,
+    .get_algorithm_id_func = qxci::entry<&StubHasher::algorithm_id>,
     .get_max_hash_size_func = qxci::entry<&StubHasher::hash_size>,
     .get_block_size_func = [](QXCIBlockHasherH) { return size_t{1}; },
     .begin_hash_func = stub_work<&StubHasher::begin>,

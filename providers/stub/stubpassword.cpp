@@ -68,7 +68,7 @@ class StubPasswordHasher : public StubObject {
 constexpr a_qxci_pw_hash_iface pw_hash_iface = {
     .create_func = qxci::create<StubPasswordHasher>,
     .create_with_id_func = qxci::create<StubPasswordHasher, a_qxci_byte>,
-    .get_algorithm_id_func = qxci::algorithm_id<StubPasswordHasher>,
+    .get_algorithm_id_func = qxci::entry<&StubPasswordHasher::algorithm_id>,
     .get_max_hash_size_func = [](QXCIPasswordHasherH) { return text_size; },
     .hash_func = stub_work<&StubPasswordHasher::hash>,
     .get_last_error_func = qxci::last_error<StubPasswordHasher>,

@@ -15,6 +15,7 @@ import unittest
 from cases import Case
 
 EXTENSION, LIBRARY, QUORELSQL = (os.path.abspath(path) for path in sys.argv[1:4])
+WORKER = os.path.join(os.path.dirname(QUORELSQL), "../worker/quorel-worker")
 os.environ["QUOREL_LIBRARY"] = LIBRARY
 
 
@@ -191,7 +192,8 @@ class Extension(Case):
             "build it with tools/demo, then put it beside the extension or name its file in "
             "QUOREL_LIBRARY", shell(QUOREL_LIBRARY="/missing.so")[1])
         moved = shutil.copy(EXTENSION, self.folder)
-        shutil.copy(LIBRARY, self.folder)
+        for file in LIBRARY, WORKER:
+            shutil.copy(file, self.folder)
         self.assertEqual(shell("SELECT xp_cmdshell('exit 6')", extension=moved, QUOREL_LIBRARY=""),
                          ("6\n", ""))
 
@@ -200,10 +202,11 @@ class Extension(Case):
         program = shutil.copy(QUORELSQL, f"{self.folder}/bin")
         for folder in "lib", "lib64", "lib/x86_64-linux-gnu":
             os.makedirs(f"{self.folder}/{folder}", exist_ok=True)
-            library = shutil.copy(LIBRARY, f"{self.folder}/{folder}")
+            files = [shutil.copy(file, f"{self.folder}/{folder}") for file in (LIBRARY, WORKER)]
             done = subprocess.run([program, "-c", "CALL xp_cmdshell('exit 6')"], timeout=60,
                                   capture_output=True, env={**os.environ, "QUOREL_LIBRARY": ""})
-            os.remove(library)
+            for file in files:
+                os.remove(file)
             self.assertIn(b"status 6:", done.stdout, (folder, done.stderr))
 
 

@@ -15,8 +15,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -28,6 +26,7 @@
 #include <unistd.h>
 
 #include "tests/extdll/fakehost.h"
+#include "tests/scratch.h"
 
 // Kept by design: a session that was started leaves its record behind. See SendmailManager.
 extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions();
@@ -94,12 +93,6 @@ void exit_beside_threads(std::vector<std::string> lines_for_now, size_t count) {
     }
     while (made < 4 * lines.size()) usleep(1000);
     std::exit(0);
-}
-
-// That of the descriptors counts the one it is read through.
-long entries(const char* folder) {
-    const std::filesystem::directory_iterator found(folder);
-    return static_cast<long>(std::distance(begin(found), end(found)));
 }
 
 long lines_of(const char* path) {

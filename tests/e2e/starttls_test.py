@@ -1,6 +1,6 @@
 """Mail over TLS: servers that others wrote, bad certificates, servers that go away.
 
-    starttls_test.py LIBRARY HOSTCALL PROVIDER QUORELSQL XPCALL
+    starttls_test.py LIBRARY HOSTCALL PROVIDER
 
 PROVIDER is the provider library that the library finds where it lies.
 """
@@ -12,7 +12,6 @@ import shutil
 import socket
 import ssl
 import struct
-import subprocess
 import sys
 import tempfile
 import threading
@@ -27,7 +26,7 @@ import hostcall  # noqa: E402
 from hostcall import HOSTCALL, LIBRARY  # noqa: E402
 import tracing  # noqa: E402
 
-PROVIDER, QUORELSQL, XPCALL = map(os.path.abspath, sys.argv[3:6])
+PROVIDER = os.path.abspath(sys.argv[3])
 logging.disable()  # the servers' complaints about the handshakes that fail here
 SESSION = 7  # without a number, there would be no TLS
 STOP = hostcall.stop(SESSION)
@@ -217,26 +216,6 @@ class Providers(Tls):
                               PATH=elsewhere), [15, 0])
         shutil.copy(PROVIDER, self.folder)
         self.assertEqual(call(*calls, library=library), [0, 0])
-
-
-class Hosts(Tls):
-    def test_start_a_secure_session_and_put_its_status_into_words(self):
-        port = str(self.serve(self.context).port)
-        xpcall = [XPCALL, "xp_startsmtp", "ann@a.test", "127.0.0.1", port, *4 * ["null"], self.trust]
-        quorelsql = ("CALL xp_startsmtp(sender => 'ann@a.test', host => '127.0.0.1', port => " + port +
-                     f", trusted_cert => '{self.trust}', cert_unit => 'Mail', cert_name => '%s')")
-        opened, refused = "status 0: the session is open\n", "status 105: not secured: "
-        # An address is in no certificate; an empty name switches the check off.
-        for command, said, warned in (
-            ([QUORELSQL, "-c", quorelsql % "localhost"], opened, ""),
-            ([QUORELSQL, "-c", quorelsql % "elsewhere"], refused, ""),
-            ([*xpcall, "null", "null", ""], opened, "xpcall: warning: cert_name is empty"),
-            (xpcall, "", "xpcall: xp_startsmtp: parameter 11 (cert_name)"),
-        ):
-            done = subprocess.run(command, capture_output=True, text=True, timeout=60,
-                                  env={**os.environ, "QUOREL_LIBRARY": LIBRARY})
-            self.assertTrue(done.stdout.startswith(said), done)
-            self.assertTrue(done.stderr.startswith(warned), done)
 
 
 if __name__ == "__main__":

@@ -6,7 +6,6 @@
 #include <climits>
 #include <csignal>
 #include <cstdio>
-#include <filesystem>
 #include <optional>
 #include <set>
 
@@ -220,11 +219,6 @@ const std::set<std::string> by_design = {
     "xp_cmdshell waitpid: a child is left",      "xp_sendmail read: a mail is not whole",
 };
 
-size_t entries(const char* path) {
-    const std::filesystem::directory_iterator folder(path);
-    return static_cast<size_t>(std::distance(begin(folder), end(folder)));
-}
-
 /// Where in the library that is, call by call.
 std::string described(const faults::Trace& place) {
     Dl_info found = {};
@@ -247,8 +241,8 @@ class Run {
 
     void run() {
         faults::plan(&_report, library_path);
-        const size_t threads = entries("/proc/self/task");
-        const size_t descriptors = entries("/proc/self/fd");
+        const long threads = entries("/proc/self/task");
+        const long descriptors = entries("/proc/self/fd");
         use();
         if (entries("/proc/self/task") != threads) found("a thread is left");
         if (entries("/proc/self/fd") != descriptors) found("a descriptor is left");

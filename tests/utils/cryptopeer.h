@@ -1,10 +1,8 @@
 #ifndef QUOREL_TESTS_UTILS_CRYPTOPEER_H
 #define QUOREL_TESTS_UTILS_CRYPTOPEER_H
 
-/// What the tests of the primitives share: hex text, sample bytes, and the openssl program as the
-/// other implementation to compare with.
+/// What the tests of the primitives share: hex text and sample bytes.
 
-#include <cstdio>
 #include <string>
 #include <string_view>
 
@@ -39,15 +37,6 @@ inline std::string sample_bytes(std::size_t len, unsigned first = 3) {
     std::string bytes;
     for (; bytes.size() < len; first += 7) bytes += static_cast<char>(first);
     return bytes;
-}
-
-/// What `openssl <arguments>` writes to its standard output.
-inline std::string openssl(const std::string& arguments) {
-    std::FILE* const out = popen(("openssl " + arguments).c_str(), "r");
-    std::string text;
-    for (int byte; out != nullptr && (byte = std::getc(out)) != EOF;) text += char(byte);
-    if (out != nullptr) pclose(out);
-    return text;
 }
 
 #endif

@@ -132,7 +132,8 @@ bool CallRun::_evaluate(Given& given) {
         return _fail("there are no variables here; OUT parameters are not given, they are shown",
                      given.expression);
     if (code == SQLITE_OK) {
-        _session.progress.begin("evaluating an argument", cancel_hint(sql), Progress::Place::Edge);
+        _session.progress.begin("evaluating an argument", cancel_hint(_session, sql),
+                                Progress::Place::Edge);
         const bool row = sqlite3_step(statement.get()) == SQLITE_ROW;
         _session.progress.end();
         if (row) return _copy_value(given, sqlite3_column_value(statement.get(), 0));
@@ -175,14 +176,15 @@ void CallRun::_watch(CallFrame& frame) {
 }
 
 bool CallRun::_run_procedure() {
-    CallFrame frame(_session.library, *_procedure, _session.connection);
+    CallFrame frame(*_session.engine, *_procedure, _session.connection);
     if (!_set_arguments(frame)) return false;
     _watch(frame);
 
     std::string error;
     const RunningCall running(frame);
     _session.progress.begin(
-        std::string(_procedure->name), _procedure->cancellable ? "Ctrl-C cancels" : "",
+        std::string(_procedure->name),
+        _procedure->cancellable || _session.engine->ends_calls() ? "Ctrl-C cancels" : "",
         _procedure->cancellable ? Progress::Place::Edge : Progress::Place::Line);
     note_mail_call(*_procedure, frame, _session.connection);
     const bool called = frame.call(error);

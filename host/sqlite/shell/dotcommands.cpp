@@ -7,6 +7,7 @@
 
 #include "host/mailguards.h"
 #include "host/nearestname.h"
+#include "host/seconds.h"
 #include "host/sqlite/shell/display.h"
 #include "host/sqlite/shell/procedurehelp.h"
 #include "host/sqlite/shell/schema.h"
@@ -52,6 +53,17 @@ bool read_switch(std::string_view text, bool& value, std::string& error) {
 
 DotResult bail(Session& session, std::string_view rest, std::string& error) {
     return done_if(read_switch(rest, session.bail, error));
+}
+
+DotResult deadline(Session& session, std::string_view rest, std::string& error) {
+    const auto wanted = parse_deadline(same_name(rest, "off") ? "0" : rest);
+    if (!wanted)
+        error = "say how many seconds, or off";
+    else if (!session.engine->ends_calls())
+        error = "calls in this process cannot be ended; start quorelsql without --in-process";
+    else
+        session.engine->set_deadline(*wanted);
+    return done_if(error.empty());
 }
 
 DotResult headers(Session& session, std::string_view rest, std::string& error) {
@@ -128,6 +140,7 @@ struct Command {
 
 constexpr Command commands[] = {
     {".bail", "on|off", "whether a script ends with its first error (off at a terminal)", bail},
+    {".deadline", "SECONDS", "ends a call that takes longer; 0 or off: none", deadline},
     {".headers", "on|off", "the heading of a table, with its count, and of csv", headers},
     {".help", "[PROCEDURE]", "this text, or one of the procedures", help},
     {".mode", "MODE", "results as table, line (one value a line), csv or json", mode},

@@ -25,6 +25,8 @@ procedures of the quorel library: from SQL, from FILE.sql, or typed in.
   -c SQL       these statements, or a command that .help lists; may stand again
   -csv, -json  results in this form; -line and -table too
   --lib FILE   the procedure library (libquorel_static.so)
+  --in-process run the procedures in this process, not in a quorel-worker; what
+               waits can then not be cancelled, unless it is a command
   -h, --help   this text
   --version    versions of quorelsql and SQLite
 
@@ -62,10 +64,11 @@ Options place_names(Options options, const std::vector<std::string>& names) {
 }  // namespace
 
 Options parse_options(int argc, char** argv) {
-    enum { Lib = 256, Version, FirstMode };
+    enum { Lib = 256, InProcess, Version, FirstMode };
     const auto mode = [](Mode which) { return FirstMode + static_cast<int>(which); };
     const option long_options[] = {
         {"lib", required_argument, nullptr, Lib},
+        {"in-process", no_argument, nullptr, InProcess},
         {"help", no_argument, nullptr, 'h'},
         {"version", no_argument, nullptr, Version},
         {"table", no_argument, nullptr, mode(Mode::Table)},
@@ -85,6 +88,9 @@ Options parse_options(int argc, char** argv) {
             break;
         case Lib:
             options.library = optarg;
+            break;
+        case InProcess:
+            options.place = Place::InProcess;
             break;
         case 'h':
             fputs(usage, stdout);

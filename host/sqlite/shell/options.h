@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/sqlite/shell/rowprinter.h"
+#include "host/worker/openengine.h"
 
 namespace host {
 
@@ -16,6 +17,7 @@ struct Options {
     std::string library;                ///< empty: the one that default_library_path() names
     std::vector<std::string> commands;  ///< each -c
     std::optional<std::string> script;  ///< a file, "-" for standard input
+    Place place = wanted_place(Place::InWorker);
     Mode mode = Mode::Table;
 
     /// What to do instead of running: the exit status once help, the version or an error is

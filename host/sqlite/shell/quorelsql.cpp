@@ -52,7 +52,7 @@ int run_with(const host::Options& options) {
     session.style.mode = options.mode;
     session.style.terminal = isatty(STDOUT_FILENO) != 0;
     std::string error;
-    if (!session.open(options.database, options.library, error)) {
+    if (!session.open(options.database, options.library, options.place, error)) {
         fprintf(stderr, "quorelsql: %s\n", error.c_str());
         return 1;
     }

@@ -9,12 +9,12 @@ Session::~Session() {
     sqlite3_close(db);
 }
 
-bool Session::open(const std::string& database, const std::string& library_path,
+bool Session::open(const std::string& database, const std::string& library_path, Place place,
                    std::string& error) {
-    library =
-        Library::load(library_path, error,
-                      "build it with tools/demo, or name its file with --lib or in QUOREL_LIBRARY");
-    if (!library.loaded()) return false;
+    engine = open_engine(
+        place, library_path,
+        "build it with tools/demo, or name its file with --lib or in QUOREL_LIBRARY", error);
+    if (engine == nullptr) return false;
 
     int code = sqlite3_open(database.c_str(), &db);
     // The file itself is read here first; what it says must not decide how it is treated.
@@ -28,7 +28,7 @@ bool Session::open(const std::string& database, const std::string& library_path,
     }
     connection = quorel_sqlite_next_connection();
     const auto show = [this](std::uint64_t moved) { progress.moved(moved); };
-    if (quorel_sqlite_register(db, library, connection, show) == SQLITE_OK) return true;
+    if (quorel_sqlite_register(db, engine, connection, show) == SQLITE_OK) return true;
     error = std::string("cannot register the procedures: ") + sqlite3_errmsg(db);
     return false;
 }

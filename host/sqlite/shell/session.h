@@ -4,13 +4,14 @@
 /// What the shell works with: one database connection, the procedures, the terminal.
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include <sqlite3.h>
 
-#include "host/library.h"
 #include "host/sqlite/shell/progress.h"
 #include "host/sqlite/shell/rowprinter.h"
+#include "host/worker/openengine.h"
 
 namespace host {
 
@@ -22,12 +23,13 @@ class Session {
     Session& operator=(const Session&) = delete;
     ~Session();
 
-    /// Loads the library, opens the database and registers the procedures as SQL functions. The
+    /// Finds the library, opens the database and registers the procedures as SQL functions. The
     /// database file is not trusted: its schema cannot call what touches the machine, nor can SQL
     /// damage the file's structure. False with a sentence in `error`.
-    bool open(const std::string& database, const std::string& library_path, std::string& error);
+    bool open(const std::string& database, const std::string& library_path, Place place,
+              std::string& error);
 
-    Library library;
+    std::shared_ptr<const Engine> engine;  ///< that the procedures run in
     sqlite3* db = nullptr;
     std::int32_t connection = 0;  ///< the number that procedures know this connection by
     bool interactive = false;     ///< a person types the statements

@@ -49,7 +49,8 @@ bool print_rows(Session& session, sqlite3_stmt* statement) {
 }  // namespace
 
 // What a schema calls is refused, so all that a statement can call stands in its text.
-std::string cancel_hint(std::string_view sql) {
+std::string cancel_hint(const Session& session, std::string_view sql) {
+    if (session.engine->ends_calls()) return "Ctrl-C cancels";
     const std::string text(sql);
     const bool reachable =
         std::none_of(procedures().begin(), procedures().end(), [&text](const Procedure& procedure) {
@@ -78,7 +79,7 @@ bool run_sql(Session& session, std::string_view sql, StatementError& error) {
     }
     if (statement == nullptr) return true;
 
-    session.progress.begin("running", cancel_hint(sql), Progress::Place::Edge);
+    session.progress.begin("running", cancel_hint(session, sql), Progress::Place::Edge);
     const bool done = print_rows(session, statement.get());
     session.progress.end();
     if (!done) error = sqlite_error(session.db);

@@ -16,7 +16,7 @@ namespace host {
 bool run_sql(Session& session, std::string_view sql, StatementError& error);
 
 /// What to tell a person who waits for `sql`; empty where Ctrl-C may not reach what it does.
-[[nodiscard]] std::string cancel_hint(std::string_view sql);
+[[nodiscard]] std::string cancel_hint(const Session& session, std::string_view sql);
 
 /// What SQLite says of its last failure. `skip` bytes of the SQL text precede the user's own.
 [[nodiscard]] StatementError sqlite_error(sqlite3* db, std::size_t skip = 0);

@@ -1,6 +1,7 @@
 #ifndef QUOREL_KOVCERT_QXCI_KIT_MEMORY_H
 #define QUOREL_KOVCERT_QXCI_KIT_MEMORY_H
 
+#include <cstddef>
 #include <cstring>
 #include <new>
 #include <string_view>
@@ -41,6 +42,7 @@ class Memory {
     /// A new T; null when there is no memory.
     template <class T, class... Args>
     T* make(Args&&... args) const {
+        static_assert(alignof(T) <= alignof(std::max_align_t), "what alloc_cb aligns for");
         void* const place = alloc(sizeof(T));
         return place == nullptr ? nullptr : new (place) T(std::forward<Args>(args)...);
     }

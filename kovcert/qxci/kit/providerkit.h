@@ -84,22 +84,31 @@
 ///     }
 ///
 ///     a_qxci_result QXCIGetBlockHasherIface(a_qxci_hash_iface* iface) {
-///         return qxci::fill_table(iface, {.create_func = qxci::create<Sum, const char*>,
-///                                         .create_with_id_func = qxci::create<Sum, a_qxci_byte>,
-///                                         .get_algorithm_id_func = qxci::algorithm_id<Sum>,
-///                                         .get_max_hash_size_func = qxci::entry<&Sum::size>,
-///                                         .get_block_size_func = qxci::entry<&Sum::size>,
-///                                         .begin_hash_func = qxci::entry<&Sum::begin>,
-///                                         .add_data_func = qxci::entry<&Sum::add>,
-///                                         .end_hash_func = qxci::entry<&Sum::end>,
-///                                         .get_last_error_func = qxci::last_error<Sum>,
-///                                         .destroy_func = qxci::destroy<Sum>});
+///         constexpr a_qxci_hash_iface entries = {
+///             .create_func = qxci::create<Sum, const char*>,
+///             .create_with_id_func = qxci::create<Sum, a_qxci_byte>,
+///             .get_algorithm_id_func = qxci::entry<&Sum::algorithm_id>,
+///             .get_max_hash_size_func = qxci::entry<&Sum::size>,
+///             .get_block_size_func = qxci::entry<&Sum::size>,
+///             .begin_hash_func = qxci::entry<&Sum::begin>,
+///             .add_data_func = qxci::entry<&Sum::add>,
+///             .end_hash_func = qxci::entry<&Sum::end>,
+///             .get_last_error_func = qxci::last_error<Sum>,
+///             .destroy_func = qxci::destroy<Sum>,
+///         };
+///         return qxci::fill_table(iface, entries);
 ///     }
 ///
-/// Build it as a shared library with hidden visibility, without exceptions and RTTI, and with the
-/// C++ library linked in: it is loaded into somebody else's process. The owner unloads providers:
-/// leave nothing behind, no threads, no handlers, no memory of the C++ library's (std::mutex brings
-/// its reserve for exceptions along).
+/// Build it as a shared library without exceptions and RTTI, with the C++ library linked in and
+/// nothing exported but the entry points, for which providers/exports.map is the version script:
+///
+///     g++ -std=c++20 -fno-exceptions -fno-rtti -fPIC -shared -static-libstdc++ -static-libgcc
+///         -Wl,-z,defs -Wl,--version-script,providers/exports.map -I . -o libsum.so sum.cpp
+///
+/// Hidden visibility is not enough: the C++ library's own symbols would still be exported, into
+/// somebody else's process, and some of them keep the file mapped when the owner unloads it. A
+/// provider that is unloaded leaves nothing behind, no threads, no handlers, no memory of the C++
+/// library's (std::mutex brings its reserve for exceptions along).
 
 #include "kovcert/qxci/kit/algorithms.h"
 #include "kovcert/qxci/kit/object.h"

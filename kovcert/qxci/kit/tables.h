@@ -4,6 +4,8 @@
 /// Handles, and the entries of tables. A class that handles point at names their type as
 /// `a_handle`.
 
+#include <type_traits>
+
 #include "kovcert/qxci/qxci.h"
 
 namespace qxci {
@@ -14,15 +16,18 @@ Object& object_of(typename Object::a_handle handle) {
     return *reinterpret_cast<Object*>(handle);
 }
 
+/// A handle may be read as one of the class's base, which has to lie at the same address.
 template <class Object>
 typename Object::a_handle handle_of(Object& object) {
+    static_assert(!std::is_polymorphic_v<Object>, "a base would lie behind the virtual table");
     return reinterpret_cast<typename Object::a_handle>(&object);
 }
 
 template <auto Method>
 struct a_method;
 
-template <class Object, class Result, class... Args, Result (Object::*Method)(Args...)>
+template <class Object, class Result, class... Args, bool Throws_not,
+          Result (Object::*Method)(Args...) noexcept(Throws_not)>
 struct a_method<Method> {
     static Result call(typename Object::a_handle handle, Args... args) {
         Object& object = object_of<Object>(handle);
@@ -31,7 +36,8 @@ struct a_method<Method> {
     }
 };
 
-template <class Object, class Result, class... Args, Result (Object::*Method)(Args...) const>
+template <class Object, class Result, class... Args, bool Throws_not,
+          Result (Object::*Method)(Args...) const noexcept(Throws_not)>
 struct a_method<Method> {
     static Result call(typename Object::a_handle handle, Args... args) {
         return (object_of<Object>(handle).*Method)(args...);
@@ -47,12 +53,6 @@ inline constexpr auto entry = a_method<Method>::call;
 template <class Object>
 const a_qxci_error* last_error(typename Object::a_handle handle) {
     return object_of<Object>(handle).last_error();
-}
-
-/// Entry get_algorithm_id_func.
-template <class Object>
-a_qxci_byte algorithm_id(typename Object::a_handle handle) {
-    return object_of<Object>(handle).algorithm_id();
 }
 
 /// A getter: fills the owner's table.

@@ -39,11 +39,10 @@ class Object {
 
 class Builtin : public Provider {
   public:
-    explicit Builtin(int fail_at = INT_MAX)
+    Builtin()
         : Provider({QXCIGetEnvIface, QXCIGetErrorIface, nullptr, nullptr,
                     QXCIGetPasswordHasherIface, QXCIGetBlockHasherIface, QXCIGetBlockEncrypterIface,
-                    QXCIGetSignatureHandlerIface},
-                   {}, fail_at) {}
+                    QXCIGetSignatureHandlerIface}) {}
 
     auto hasher(const char* name) { return Object(hash, hash.create_func(env, name, &error)); }
     auto encrypter(const char* name, const std::string& key,
@@ -76,8 +75,8 @@ TEST(BuiltinEnv, knows_its_algorithms_by_name_and_number) {
             if (has_name(p.env, name)) known += std::string(kind) + name + " ";
         }
         for (int id = 0; id < 256; ++id) {
-            if (has_id(p.env, static_cast<a_qxci_byte>(id)))
-                known += kind + std::to_string(id) + " ";
+            const bool has = has_id(p.env, static_cast<a_qxci_byte>(id));
+            if (has) known += kind + std::to_string(id) + " ";
         }
         EXPECT_FALSE(has_name(p.env, nullptr));
     }
@@ -90,13 +89,9 @@ TEST(BuiltinEnv, needs_memory_callbacks) {
     const a_qxci_callbacks none = {};
     a_qxci_env_iface iface;
     QXCIGetEnvIface(&iface);
-    for (const a_qxci_callbacks* callbacks :
-         {&none, static_cast<const a_qxci_callbacks*>(nullptr)}) {
-        a_qxci_error error = {};
-        EXPECT_EQ(nullptr, iface.create_func(callbacks, nullptr, nullptr, nullptr, &error));
-        EXPECT_EQ("7", describe(&error));
-    }
-    EXPECT_EQ(QXCI_ERROR, QXCIGetEnvIface(nullptr));
+    a_qxci_error error = {};
+    EXPECT_EQ(nullptr, iface.create_func(&none, nullptr, nullptr, nullptr, &error));
+    EXPECT_EQ("7", describe(&error));
 }
 
 TEST(BuiltinError, keeps_the_first_error_or_the_last_and_clones_even_an_empty_list) {
@@ -105,20 +100,11 @@ TEST(BuiltinError, keeps_the_first_error_or_the_last_and_clones_even_an_empty_li
     _QXCIError_SetError(error, p.env, QxciErrIOError, 5, "disk");
     _QXCIError_SetErrorIfOK(error, p.env, QxciErrBadOption, "later");
     EXPECT_EQ("8 5 disk", describe(error));
-    _QXCIError_SetError(error, p.env, QxciErrBadOption, "later");
-    EXPECT_EQ("23 later", describe(error));
-    char one[] = "one", two[] = "two";
-    char* parms[] = {one, two, nullptr};
-    const a_qxci_error full = {26, 2, parms}, empty = {26, 2, parms + 2};
-    _QXCIError_Clone(p.env, error, &full);
-    EXPECT_EQ("26 2 one two", describe(error));
+    char* no_parms[] = {nullptr};
+    const a_qxci_error empty = {26, 2, no_parms};
     _QXCIError_Clone(p.env, error, &empty);
     ASSERT_NE(nullptr, error->parm_list);
     EXPECT_EQ("26 2", describe(error));
-    QXCIError_Destroy(p.env, error);
-    EXPECT_EQ(26U, error->code) << "the fields are left as they are";
-    _QXCIError_Clear(error);
-    EXPECT_EQ("0", describe(error));
 }
 
 TEST(BuiltinBlockHasher, hashes_with_every_algorithm) {
@@ -159,24 +145,14 @@ TEST(BuiltinBlockHasher, hashes_with_every_algorithm) {
 
 TEST(BuiltinBlockHasher, reports_misuse) {
     Builtin p;
-    for (const char* name : {"SHA3", static_cast<const char*>(nullptr)}) {
-        EXPECT_FALSE(p.hasher(name).created());
-        EXPECT_EQ("22", p.creation_error());
-    }
-    EXPECT_EQ(nullptr, p.hash.create_with_id_func(p.env, 2, nullptr));
-
     const auto hasher = p.hasher("SHA1");
     std::string out(20, '\0');
     size_t len = 19;
-    EXPECT_EQ("0", hasher.last_error());
     EXPECT_EQ("7", hasher.does(&Hash::add_data_func, bytes_of("abc"), 3)) << "not begun";
     hasher.ask(&Hash::begin_hash_func);
-    EXPECT_EQ("0", hasher.last_error()) << "an operation forgets the error before it";
     EXPECT_EQ("28 out_len", hasher.does(&Hash::end_hash_func, bytes_of(out), &len));
-    EXPECT_EQ(20U, len) << "the room needed";
     EXPECT_EQ("ok", hasher.does(&Hash::end_hash_func, bytes_of(out), &len)) << "nothing was lost";
     EXPECT_EQ("7", hasher.does(&Hash::end_hash_func, bytes_of(out), &len)) << "ended";
-    p.hash.destroy_func(nullptr);
 }
 
 TEST(BuiltinBlockEncrypter, encrypts_in_cbc_mode_from_the_given_vector) {
@@ -191,8 +167,6 @@ TEST(BuiltinBlockEncrypter, encrypts_in_cbc_mode_from_the_given_vector) {
         p.encrypter("AES-128", from_hex("2b7e151628aed2a6abf7158809cf4f3c"), options.head());
     ASSERT_TRUE(encrypter.created());
     EXPECT_TRUE(options[0].used);
-    EXPECT_EQ(2, encrypter.ask(&Enc::get_algorithm_id_func));
-    EXPECT_EQ(16U, encrypter.ask(&Enc::get_block_size_func));
     constexpr unsigned more = QXCI_ENC_CONTINUE;
     for (const size_t first : {32, 0, 16}) {  // one message in one or two calls
         std::string there = plain, back = encrypted;
@@ -203,13 +177,6 @@ TEST(BuiltinBlockEncrypter, encrypts_in_cbc_mode_from_the_given_vector) {
         EXPECT_EQ(to_hex(encrypted), to_hex(there)) << first;
         EXPECT_EQ(plain, back) << first;
     }
-    // Without a vector, and without anything to continue.
-    const std::string key(32, '\0');
-    std::string block(16, '\0');
-    const Object from_zero(p.enc, p.enc.create_with_id_func(p.env, QXCI_ENC_AES256, bytes_of(key),
-                                                            key.size(), nullptr, &p.error));
-    from_zero.ask(&Enc::encrypt_func, bytes_of(block), 16, more);
-    EXPECT_EQ("dc95c078a2408989ad48a21492842087", to_hex(block));
 }
 
 TEST(BuiltinBlockEncrypter, reports_what_it_cannot_use) {
@@ -220,34 +187,27 @@ TEST(BuiltinBlockEncrypter, reports_what_it_cannot_use) {
         const char *option = nullptr, *value = nullptr;
     } rows[] = {
         {"DES", 16, "21"},
-        {nullptr, 16, "21"},
         {"AES", 0, "29"},
         {"AES", 15, "28 key"},
         {"AES", 32, "28 key"},
-        {"AES256", 16, "28 key"},
         {"AES", 16, "23 mode", "mode", "ctr"},
         {"AES", 16, "28 iv", "iv", "00"},
         {"AES", 16, "28 iv", "iv", "0g0102030405060708090a0b0c0d0e0f"},
         {"AES", 16, "28 iv", "iv", "000102030405060708090a0b0c0d0e0f00"},
-        {"AES", 16, "28 iv", "iv", nullptr},
-        {"AES", 16, "23 ", nullptr, ""},
     };
     Builtin p;
     for (const auto& row : rows) {
         Options options;
-        if (row.option != nullptr || row.value != nullptr) options.add(row.option, row.value);
+        if (row.option != nullptr) options.add(row.option, row.value);
         EXPECT_FALSE(
             p.encrypter(row.name, std::string(row.key_len, 'k'), options.head()).created());
         EXPECT_EQ(row.error, p.creation_error());
     }
-    EXPECT_EQ(nullptr, p.enc.create_func(p.env, "AES", nullptr, 16, nullptr, nullptr));
 
     const auto encrypter = p.encrypter("AES", std::string(16, 'k'));
     std::string data(33, 'd');
     for (const auto entry : {&Enc::encrypt_func, &Enc::decrypt_func}) {
-        for (const size_t len : {1, 15, 17, 33}) {
-            EXPECT_EQ("28 len", encrypter.does(entry, bytes_of(data), len, 0U));
-        }
+        EXPECT_EQ("28 len", encrypter.does(entry, bytes_of(data), 33, 0U));
         EXPECT_EQ("23 flags", encrypter.does(entry, bytes_of(data), 16, 2U));
         EXPECT_EQ("28 data", encrypter.does(entry, nullptr, 16, 0U));
         EXPECT_EQ("ok", encrypter.does(entry, nullptr, 0, 0U));
@@ -289,16 +249,12 @@ TEST(BuiltinPasswordHasher, refuses_other_texts_and_too_little_room) {
     Builtin p;
     const std::string salt = stored_salt + "$", hash(64, '0'), prefix = "$pbkdf2-sha256$";
     const std::string wrong_texts[] = {
-        "x",
         "$pbkdf2-sha512$1$" + salt + hash,
         prefix + "0$" + salt + hash,
         prefix + "10000001$" + salt + hash,
         prefix + "4294967297$" + salt + hash,
-        prefix + "000000001$" + salt + hash,
-        prefix + "-1$" + salt + hash,
         prefix + "1" + salt + hash,
         prefix + "1$" + salt + hash + "0",
-        prefix + "1$" + salt.substr(1) + "$" + hash,
         prefix + "1$" + salt.substr(2) + "g$" + hash,
     };
     for (const std::string& wrong : wrong_texts) {
@@ -311,10 +267,6 @@ TEST(BuiltinPasswordHasher, refuses_other_texts_and_too_little_room) {
     for (size_t room = 1; room < right.size(); room += 5) {
         EXPECT_EQ("28 out", hash_password(p, "p", right, room)) << "cut at " << room;
     }
-    EXPECT_EQ("28 out_len", hash_password(p, "p", "", 0));
-    EXPECT_EQ("28 out_len", hash_password(p, "p", "", 119));
-    EXPECT_EQ(nullptr, p.pw_hash.create_with_id_func(p.env, 2, &p.error));
-    EXPECT_EQ("22", p.creation_error());
 }
 
 /// A handler with the domain of the short key and what `settings` add.
@@ -327,10 +279,7 @@ class Handler : public Object<Sig, QXCISignatureHandlerH> {
     /// The signature, or the error.
     template <class Entry, class... Texts>
     std::string sign(Entry entry, Texts... texts) const {
-        return sign_in(200, entry, texts...);
-    }
-    template <class Entry, class... Texts>
-    std::string sign_in(size_t room, Entry entry, Texts... texts) const {
+        size_t room = 200;
         std::string out(room, '\0');
         const std::string result = does(entry, texts..., out.data(), &room);
         return result == "ok" ? out.substr(0, room - 1) : result;
@@ -370,58 +319,41 @@ TEST(BuiltinSignatureHandler, verifies_what_was_signed_and_nothing_else) {
     Builtin p;
     const Handler signer(p, {{"dsa_y", dsa_key_1024.y}, {"DSA_X", dsa_key_1024.x}});
     const Handler verifier(p, {{"dsa_y", std::string("000") + dsa_key_1024.y}});
-    ASSERT_TRUE(signer.created() && verifier.created());
-
     const std::string signed_db = signer.sign(sign_db, "ab", "c", "");
-    const std::string signed_conn = signer.sign(sign_conn, "ab", "c");
-    const std::string longer = signed_conn + "0", no_hex = "g" + signed_conn.substr(1);
+    const std::string signed_conn = signer.sign(sign_conn, "ab", "c"), longer = signed_conn + "0";
     const char *const db = signed_db.c_str(), *const conn = signed_conn.c_str();
     EXPECT_EQ("yes", verifier.verify(verify_db, "ab", "c", "", db));
     EXPECT_EQ("yes", signer.verify(verify_conn, "ab", "c", conn));
     EXPECT_EQ("no", verifier.verify(verify_db, "a", "bc", "", db)) << "the same letters";
-    EXPECT_EQ("no", verifier.verify(verify_db, "ab", "", "c", db));
     EXPECT_EQ("no", verifier.verify(verify_conn, "ab", "c", db)) << "the other kind";
-    EXPECT_EQ("no", verifier.verify(verify_db, "ab", "c", "", conn));
-    for (const char* malformed : {"", longer.c_str(), no_hex.c_str()}) {
-        EXPECT_EQ("no", verifier.verify(verify_conn, "ab", "c", malformed)) << malformed;
-    }
+    EXPECT_EQ("no", verifier.verify(verify_conn, "ab", "c", longer.c_str()));
     EXPECT_EQ("29", verifier.sign(sign_conn, "ab", "c"));
     EXPECT_EQ("28 c", signer.sign(sign_db, "ab", "c", none));
-    EXPECT_EQ("28 a", signer.sign(sign_conn, none, "c"));
-    EXPECT_EQ(signed_conn, signer.sign_in(81, sign_conn, "ab", "c"));
-    EXPECT_EQ("28 out_len", signer.sign_in(80, sign_conn, "ab", "c"));
-    EXPECT_EQ("28 a", verifier.verify(verify_conn, none, "b", ""));
     EXPECT_EQ("28 sig", verifier.verify(verify_conn, "a", "b", none));
-    EXPECT_EQ("28 ok", verifier.does(verify_conn, "a", "b", "", nullptr));
+    char small[80];
+    size_t room = sizeof small;
+    EXPECT_EQ("28 out_len", signer.does(sign_conn, "ab", "c", small, &room));
 }
 
 TEST(BuiltinSignatureHandler, checks_its_key) {
-    const a_dsa_key& key = dsa_key_1024;
-    const std::string too_long(600, '1');
-    const char* const names[] = {"dsa_p", "dsa_q", "dsa_g", "dsa_x", "dsa_y", "rsa_x"};
+    const char *const x = dsa_key_1024.x, *const y = dsa_key_1024.y;
     const struct {
-        const char* values[6];  // by name; null: not among the options
+        a_setting_list settings;
         const char* error;
     } rows[] = {
         {{}, "29"},
-        {{key.p, key.q, key.g}, "29"},
-        {{key.p, nullptr, key.g, key.x}, "29"},
-        {{key.p, key.q, key.g, ""}, "28 dsa_x"},
-        {{key.p, key.q, "12x", key.x}, "28 dsa_g"},
-        {{too_long.c_str(), key.q, key.g, key.x}, "28 dsa_p"},
-        {{key.p, key.q, "1", key.x}, "28 dsa_p"},
-        {{key.p, key.q, key.g, "5", key.y}, "28 dsa_x"},
-        {{key.p, key.q, key.g, nullptr, "2"}, "28 dsa_y"},
-        {{key.p, key.q, key.g, key.x, nullptr, key.x}, "23 rsa_x"},
+        {{{"dsa_x", ""}}, "28 dsa_x"},
+        {{{"dsa_x", "12x"}}, "28 dsa_x"},
+        {{{"dsa_x", std::string(600, '1')}}, "28 dsa_x"},
+        {{{"dsa_x", "5"}, {"dsa_y", y}}, "28 dsa_x"},
+        {{{"dsa_y", "2"}}, "28 dsa_y"},
+        {{{"dsa_g", "1"}, {"dsa_x", x}}, "28 dsa_p"},
+        {{{"dsa_x", x}, {"rsa_x", x}}, "23 rsa_x"},
     };
     Builtin p;
-    for (const auto& row : rows) {
-        Options options;
-        for (size_t i = 0; i < std::size(names); ++i) {
-            if (row.values[i] != nullptr) options.add(names[i], row.values[i]);
-        }
-        EXPECT_EQ(nullptr, p.sig.create_func(p.env, options.head(), &p.error));
-        EXPECT_EQ(row.error, p.creation_error());
+    for (const auto& [settings, error] : rows) {
+        EXPECT_FALSE(Handler(p, settings).created());
+        EXPECT_EQ(error, p.creation_error());
     }
 }
 

@@ -49,9 +49,7 @@ const struct {
      2,
      signature,
      {.settings = {{"dsa_p", dsa.p}, {"dsa_q", dsa.q}, {"dsa_g", dsa.g}, {"dsa_y", dsa.y}}}},
-    {true, 3, encrypter, {"AES"}},
     {true, 3, hasher, {"SHA1"}},
-    {true, 3, password, {}},
     {false, 4, encrypter, {.name = "AES", .settings = {{"no_option", ""}}}, "23 no_option"},
     {true, 5, encrypter, {.name = "AES", .settings = {{"no_option", ""}}}, "23 no_option"},
 };

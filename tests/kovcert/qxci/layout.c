@@ -13,10 +13,5 @@ _Static_assert(QxciErrUnknown == 37 && QxciErrBadEncryptionAlgorithm == 21, "the
 _Static_assert(ENTRIES(a_qxci_callbacks) == 10, "callbacks");
 _Static_assert(ENTRIES(a_qxci_conn_callbacks) == 5, "connection callbacks");
 _Static_assert(ENTRIES(a_qxci_env_iface) == 10, "environment");
-_Static_assert(ENTRIES(a_qxci_error_iface) == 1, "errors");
 _Static_assert(ENTRIES(a_qxci_stream_iface) == 8, "streams");
 _Static_assert(ENTRIES(a_qxci_conn_iface) == 6, "connections");
-_Static_assert(ENTRIES(a_qxci_pw_hash_iface) == 7, "password hashers");
-_Static_assert(ENTRIES(a_qxci_hash_iface) == 10, "block hashers");
-_Static_assert(ENTRIES(a_qxci_enc_iface) == 8, "block encrypters");
-_Static_assert(ENTRIES(a_qxci_sig_iface) == 7, "signature handlers");

@@ -66,22 +66,4 @@ TEST(References, wrappers_are_deleted_on_any_thread_while_the_environment_finish
     }
 }
 
-/// Nothing is left of a provider to call after Fini().
-TEST(References, a_late_wrapper_fails_and_keeps_its_reference) {
-    Trial t;
-    DBQXCIInterface* const iface = t.env._getInterface(STATIC_IFACE);
-    // A handle that is nobody's, since the provider could not destroy it any more.
-    a_qxci_byte handle = 0;
-    auto late = std::make_unique<DBQXCIBlockHasher>(reinterpret_cast<QXCIBlockHasherH>(&handle),
-                                                    &t.env, iface, STATIC_IFACE);
-    t.env.Fini();
-    EXPECT_FALSE(iface->IsValid());
-    EXPECT_EQ(QXCI_ERROR, late->BeginHash());
-    EXPECT_EQ("37", describe(*late->GetLastError()));
-    late.reset();
-    EXPECT_EQ(2U, iface->RefCount()) << "kept: not given back";
-    iface->Release();
-    iface->Release();
-}
-
 }  // namespace

@@ -16,8 +16,7 @@ inline UTBigInt minus(UTBigInt from, unsigned subtrahend) {
     return from;
 }
 
-/// The keys of RFC 6979 appendices A.2.1 and A.2.2, in hex.
-
+/// The keys of RFC 6979 appendices A.2.1 and A.2.2, in hex; null for what is derived.
 struct a_dsa_key {
     const char *p, *q, *g, *x, *y;
 };
@@ -51,12 +50,7 @@ inline constexpr a_dsa_key dsa_key_2048 = {
     "eac66e71ba9ae3f1dd2487199874393cd4d832186800654760e1e34c09e4d155179f9ec0dc4473f996bdce6eed1cab"
     "ed8b6f116f7ad9cf505df0f998e34ab27514b0ffe7",
     "69c7548c21d0dfea6b9a51c9ead4e27c33d3b3f180316e5bcab92c933f0e4dbc",
-    "667098c654426c78d7f8201eac6c203ef030d43605032c2f1fa937e5237dbd949f34a0a2564fe126dc8b715c514180"
-    "2ce0979c8246463c40e6b6bdaa2513fa611728716c2e4fd53bc95b89e69949d96512e873b9c8f8dfd499cc31288256"
-    "1adecb31f658e934c0c197f2c4d96b05cbad67381e7b768891e4da3843d24d94cdfb5126e9b8bf21e8358ee0e0a30e"
-    "f13fd6a664c0dce3731f7fb49a4845a4fd8254687972a2d382599c9bac4e0ed7998193078913032558134976410b89"
-    "d2c171d123ac35fd977219597aa7d15c1a9a428e59194f75c721ebcbcfae44696a499afa74e04299f132026601638c"
-    "b87ab79190d4a0986315da8eec6561c938996beadf",
+    nullptr,
 };
 
 /// Parameters in which everything is right but for p being the product of two primes.
