@@ -256,8 +256,17 @@ TEST_F(Worker, works_in_the_folder_that_its_host_has_now) {
     std::filesystem::current_path(folder.file(""));
     Call call(*product, "xp_write_file", {"relative", "bytes"});
     EXPECT_EQ("", call.run());
+    EXPECT_EQ("bytes", bytes_of(folder.file("relative")));
+    // Where the host's folder is gone, relative names are nobody's.
+    std::filesystem::create_directory("gone");
+    std::filesystem::current_path("gone");
+    std::filesystem::remove(folder.file("gone"));
+    Call lost(*product, "xp_write_file", {"relative", "lost"});
+    EXPECT_EQ("", lost.run());
+    EXPECT_NE(0, lost.status());
     std::filesystem::current_path(before);
     EXPECT_EQ("bytes", bytes_of(folder.file("relative")));
+    EXPECT_EQ(0, shell(*product, "test \"$(pwd -P)\" = '" + before.string() + "'"));
 }
 
 TEST_F(Worker, serves_a_host_of_any_kind) {
