@@ -190,6 +190,24 @@ TEST_F(Worker, ends_a_call_that_another_thread_cancels) {
     }
 }
 
+TEST_F(Worker, lives_on_when_a_command_is_cancelled_before_it_starts) {
+    EXPECT_EQ(0, shell(*product, "true"));
+    const std::vector<pid_t> worker = children_of(getpid());
+    for (int i = 0; i < 20; ++i) {
+        Call call(*product, "xp_cmdshell", {"sleep 60"});
+        call.cancel();
+        EXPECT_EQ("", call.run());
+        EXPECT_EQ(2, call.status());
+    }
+    // A call that is not made was not cancelled, whatever became of the last one.
+    const Procedure missing = declared("fake_missing");
+    CallFrame frame(*product, missing, 1);
+    std::string error;
+    EXPECT_FALSE(frame.call(error));
+    EXPECT_THAT(error, StartsWith("the library does not export"));
+    EXPECT_EQ(worker, children_of(getpid()));
+}
+
 // Kills a part of the worker at moments of all kinds; a call that succeeded has done all its work.
 TEST_F(Worker, dies_at_the_cost_of_one_call) {
     constexpr int kills = 200;
