@@ -70,7 +70,7 @@ bool WorkerClient::State::_start(std::string_view procedure, std::string& error)
     if (!_worker.start(_files.program, error)) return false;
     _socket = std::make_unique<FrameSocket>(_worker.socket(), Sender::Worker,
                                             [this](short events) { return _limits.wait(events); });
-    if (!_shared.is_there()) _shared.create();
+    _shared.create();
     const Talk talk = greet(*_socket, _files.library, _shared, error);
     if (talk == Talk::Done) return true;
     if (talk == Talk::Failed) _end_worker(talk);

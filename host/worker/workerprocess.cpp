@@ -22,12 +22,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// A host may have closed its standard descriptors, and the worker is not to take one for its own.
-Descriptor above_standard(Descriptor descriptor) {
-    if (descriptor.number() > STDERR_FILENO) return descriptor;
-    return Descriptor(fcntl(descriptor.number(), F_DUPFD_CLOEXEC, worker_socket));
-}
-
 struct SocketPair {
     Descriptor host;
     Descriptor worker;

@@ -323,15 +323,36 @@ TEST_F(Worker, serves_a_host_of_any_kind) {
 TEST_F(Worker, is_not_the_worker_of_a_forked_copy) {
     EXPECT_EQ(0, shell(*product, "true"));
     const std::vector<pid_t> own = children_of(getpid());
+    const std::string bytes = pattern(std::size_t{1} << 21);
+    const std::string file = folder.file_with("file", bytes);
+    const std::string other = folder.file_with("other", std::string(bytes.size(), 'x'));
+    int begin[2];
+    ASSERT_EQ(0, pipe(begin));
     const pid_t copy = fork();
     if (copy == 0) {
-        const bool called = shell(*product, "exit 4") == 4;
+        char byte = 0;
+        Call call(*product, "xp_read_file", {other});
+        const bool called =
+            read(begin[0], &byte, 1) == 1 && call.run().empty() && shell(*product, "exit 4") == 4;
         product.reset();
         _exit(called ? 0 : 1);
     }
+    // It makes its calls while pieces of this one are on their way.
+    Call call(*product, "xp_read_file", {file});
+    std::string result;
     int status = -1;
-    ASSERT_EQ(copy, waitpid(copy, &status, 0));
+    call.on_result = [&](const void* data, std::uint32_t length, bool) {
+        if (result.empty()) {
+            EXPECT_EQ(1, write(begin[1], "", 1));
+            EXPECT_EQ(copy, waitpid(copy, &status, 0));
+        }
+        result.append(static_cast<const char*>(data), length);
+        return true;
+    };
+    EXPECT_EQ("", call.run());
+    EXPECT_TRUE(bytes == result);
     EXPECT_EQ(0, status);
+    for (const int end : begin) close(end);
     EXPECT_EQ(3, shell(*product, "exit 3"));
     EXPECT_EQ(own, children_of(getpid()));
 }
