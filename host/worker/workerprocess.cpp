@@ -5,7 +5,6 @@
 #include <csignal>
 #include <cstring>
 
-#include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -102,8 +101,9 @@ bool WorkerProcess::_is_ours() const {
 
 bool WorkerProcess::is_idle() const {
     if (!_is_ours()) return false;
-    pollfd socket{_socket.number(), POLLIN, 0};
-    return poll(&socket, 1, 0) == 0;
+    // Not poll(), which a signal of the host's interrupts even where it does not wait.
+    char next = 0;
+    return recv(_socket.number(), &next, 1, MSG_PEEK | MSG_DONTWAIT) < 0 && errno == EAGAIN;
 }
 
 void WorkerProcess::cancel(int call) const {
