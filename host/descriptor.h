@@ -42,6 +42,13 @@ inline Descriptor open_file(const char* path, int flags, mode_t mode = 0) {
     return Descriptor(open64(path, flags | O_CLOEXEC, mode));
 }
 
+/// The same file under a number that is no standard descriptor's: a program may have closed its
+/// own, and what it then prints is not for this file. None with errno set.
+inline Descriptor above_standard(Descriptor descriptor) {
+    if (!descriptor.is_open() || descriptor.number() > STDERR_FILENO) return descriptor;
+    return Descriptor(fcntl(descriptor.number(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+}
+
 }  // namespace host
 
 #endif

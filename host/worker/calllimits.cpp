@@ -9,11 +9,15 @@
 
 namespace host {
 
-CallLimits::CallLimits(const WorkerProcess& worker)
-    : _worker(worker), _wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+CallLimits::CallLimits(const WorkerProcess& worker) : _worker(worker) {}
 
+// Nobody cancels between two calls.
 void CallLimits::begin(int number, const Engine::Interrupted& interrupted) {
     const Clock::time_point now = Clock::now();
+    if (_process != getpid()) {
+        _wake = above_standard(Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)));
+        _process = getpid();
+    }
     _number = number;
     _interrupted = &interrupted;
     _given = std::chrono::milliseconds(_allowed.load());

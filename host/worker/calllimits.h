@@ -46,7 +46,8 @@ class CallLimits {
     [[nodiscard]] int _milliseconds_left(Clock::time_point now) const;
 
     const WorkerProcess& _worker;
-    const Descriptor _wake;  // an eventfd; without one, _cancelled is looked at every so often
+    Descriptor _wake;    // an eventfd; without one, _cancelled is looked at every so often
+    pid_t _process = 0;  // whose _wake it is: a forked copy of it would take the wake-up away
     std::atomic<int> _cancelled{0};
     std::atomic<std::chrono::milliseconds::rep> _allowed{0};
     static_assert(std::atomic<int>::is_always_lock_free);

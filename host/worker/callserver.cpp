@@ -54,6 +54,7 @@ bool CallServer::_serve(const Frame& call) {
     if (!read_call(_payload, _request)) return false;
     _number = static_cast<int>(call.number);
     _refused = no_value;
+    _cancellable = _was_cancelled = false;
     std::string error;
     const bool called = _enter(_request.folder, error) && _make_call(error);
     if (_lost || !_leave_batch() || !_send_slot()) return false;
@@ -74,7 +75,6 @@ bool CallServer::_enter(std::string_view folder, std::string& error) const {
 
 bool CallServer::_make_call(std::string& error) {
     _watch(_request.procedure);
-    _cancellable = _was_cancelled = false;
     CancelRecord record(*_engine);
     an_extfn_api api = {
         .get_value = [](void* handle, std::uint32_t number, an_extfn_value* value) -> std::int16_t {
@@ -92,6 +92,7 @@ bool CallServer::_make_call(std::string& error) {
                          void* given) { static_cast<CallServer*>(handle)->_own(given); },
     };
     _record.store(&record);
+    if (_cancelled.load() == _number) record.cancel();
     const CallEnd end = _engine->call(_request.procedure, api, this, {}, error);
     _end_stray_child();
     _was_cancelled = _cancellable && record.cancelled();

@@ -32,8 +32,10 @@ class CallServer {
     /// Serves until the host ends, or says what it may not say.
     void run();
 
-    /// Cancels the call of this number, if it runs. Async-signal-safe, on the thread of run().
+    /// Cancels the call of this number, when it runs: the host's signal may overtake its Call.
+    /// Async-signal-safe, on the thread of run().
     void cancel(int number) {
+        _cancelled.store(number);
         if (CancelRecord* const record = _record.load(); record != nullptr && number == _number)
             record->cancel();
     }
@@ -86,6 +88,7 @@ class CallServer {
     std::uint32_t _batch_number = 0;
     std::uint32_t _batch_offset = 0;  // of the next one
     std::atomic<CancelRecord*> _record{nullptr};
+    std::atomic<int> _cancelled{0};  // the call that was cancelled last
 
     static constexpr std::uint32_t no_value = UINT32_MAX;
 };

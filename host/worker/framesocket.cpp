@@ -29,6 +29,12 @@ void advance(iovec*& parts, std::size_t& parts_left, std::size_t count) {
 
 }  // namespace
 
+// The other side would wait for the rest of a frame that cannot be sent.
+bool FrameSocket::_leave() {
+    shutdown(_descriptor, SHUT_WR);
+    return false;
+}
+
 bool FrameSocket::_send_all(iovec* parts, std::size_t count) {
     const int flags = MSG_NOSIGNAL | (_wait ? MSG_DONTWAIT : 0);
     while (count > 0) {
@@ -39,7 +45,7 @@ bool FrameSocket::_send_all(iovec* parts, std::size_t count) {
         if (sent >= 0)
             advance(parts, count, static_cast<std::size_t>(sent));
         else if (errno == EAGAIN ? !_wait || !_wait(POLLOUT) : errno != EINTR)
-            return false;
+            return _leave();
     }
     return true;
 }

@@ -45,6 +45,7 @@ class FrameSocket {
   private:
     static constexpr std::size_t longest_held = 4096;
 
+    bool _leave();
     bool _send_all(iovec* parts, std::size_t count);
     Received _read(char* bytes, std::size_t most, std::size_t& count);
     Received _fill(char* bytes, std::size_t count);

@@ -14,8 +14,10 @@ constexpr std::size_t whole = std::size_t{SharedPieces::slots} * SharedPieces::s
 
 }  // namespace
 
-SharedPieces::~SharedPieces() {
+void SharedPieces::_close() {
     if (_memory != nullptr) munmap(_memory, whole);
+    _memory = nullptr;
+    _descriptor.close();
 }
 
 bool SharedPieces::_map() {
@@ -26,11 +28,16 @@ bool SharedPieces::_map() {
 }
 
 bool SharedPieces::create() {
-    _descriptor = Descriptor(memfd_create("quorel", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-    return ftruncate(_descriptor.number(), whole) == 0 &&
-           fcntl(_descriptor.number(), F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) ==
-               0 &&
-           _map();
+    constexpr int seals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL;
+    _close();
+    _descriptor =
+        above_standard(Descriptor(memfd_create("quorel", MFD_CLOEXEC | MFD_ALLOW_SEALING)));
+    if (ftruncate(_descriptor.number(), whole) == 0 &&
+        fcntl(_descriptor.number(), F_ADD_SEALS, seals) == 0 && _map())
+        return true;
+    // The worker is not to find what the host cannot read.
+    _close();
+    return false;
 }
 
 bool SharedPieces::open(pid_t host, int number) {

@@ -21,9 +21,11 @@ class SharedPieces {
     SharedPieces() = default;
     SharedPieces(const SharedPieces&) = delete;
     SharedPieces& operator=(const SharedPieces&) = delete;
-    ~SharedPieces();
+    ~SharedPieces() { _close(); }
 
-    /// False where there is no such memory; the socket does as well.
+    /// New memory in place of what there was, so that neither an earlier worker nor one of a forked
+    /// copy of the host writes to it. False, with none, where it cannot be had; the socket does as
+    /// well.
     bool create();
     /// What process `host` has created under descriptor `number`.
     bool open(pid_t host, int number);
@@ -36,6 +38,7 @@ class SharedPieces {
 
   private:
     bool _map();
+    void _close();
 
     Descriptor _descriptor;
     char* _memory = nullptr;

@@ -5,6 +5,8 @@
 #include <mutex>
 #include <optional>
 
+#include <unistd.h>
+
 #include "host/librarypath.h"
 #include "host/worker/calldriver.h"
 #include "host/worker/calllimits.h"
@@ -54,7 +56,7 @@ class WorkerClient::State {
     CallLimits _limits;
     SharedPieces _shared;
     std::unique_ptr<FrameSocket> _socket;  // of _worker
-    std::string _folder;                   // that it works in
+    std::string _folder;                   // that it works in; empty: not known
     int _number = 0;                       // of the call
     bool _has_session = false;             // of mail
 };
@@ -68,7 +70,7 @@ bool WorkerClient::State::_start(std::string_view procedure, std::string& error)
     if (!_worker.start(_files.program, error)) return false;
     _socket = std::make_unique<FrameSocket>(_worker.socket(), Sender::Worker,
                                             [this](short events) { return _limits.wait(events); });
-    if (!_shared.is_there()) _shared.create();
+    _shared.create();
     const Talk talk = greet(*_socket, _files.library, _shared, error);
     if (talk == Talk::Done) return true;
     if (talk == Talk::Failed) _end_worker(talk);
@@ -100,12 +102,18 @@ CallEnd WorkerClient::State::call(std::string_view procedure, an_extfn_api& api,
 CallEnd WorkerClient::State::_talk(std::string_view procedure, an_extfn_api& api, void* handle,
                                    std::string& error) {
     std::string folder = current_folder();
-    const bool moved = folder != _folder;
+    const bool moved = folder.empty() || folder != _folder;
+    // One that has been removed is still the host's, and can still be entered.
+    const std::string target =
+        folder.empty() ? "/proc/" + std::to_string(getpid()) + "/cwd" : folder;
     CallDriver driver(*_socket, _shared, api, handle, [this] { return _limits.go_on(); });
     const Talk talk = driver.run(static_cast<std::uint32_t>(_number), procedure,
-                                 moved ? folder : std::string_view(), error);
-    if (moved) _folder = std::move(folder);
-    if (talk == Talk::Failed) return CallEnd::NotCalled;
+                                 moved ? target : std::string_view(), error);
+    _folder = std::move(folder);
+    if (talk == Talk::Failed) {
+        _folder.clear();  // it may have stayed where it was
+        return CallEnd::NotCalled;
+    }
     if (talk == Talk::Done) {
         _note_session(procedure, driver.status());
         if (!driver.was_cancelled() || _limits.reason() != CallLimits::Reason::TooLong)

@@ -5,7 +5,6 @@
 #include <csignal>
 #include <cstring>
 
-#include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -21,12 +20,6 @@ namespace host {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-// A host may have closed its standard descriptors, and the worker is not to take one for its own.
-Descriptor above_standard(Descriptor descriptor) {
-    if (descriptor.number() > STDERR_FILENO) return descriptor;
-    return Descriptor(fcntl(descriptor.number(), F_DUPFD_CLOEXEC, worker_socket));
-}
 
 struct SocketPair {
     Descriptor host;
@@ -108,8 +101,9 @@ bool WorkerProcess::_is_ours() const {
 
 bool WorkerProcess::is_idle() const {
     if (!_is_ours()) return false;
-    pollfd socket{_socket.number(), POLLIN, 0};
-    return poll(&socket, 1, 0) == 0;
+    // Not poll(), which a signal of the host's interrupts even where it does not wait.
+    char next = 0;
+    return recv(_socket.number(), &next, 1, MSG_PEEK | MSG_DONTWAIT) < 0 && errno == EAGAIN;
 }
 
 void WorkerProcess::cancel(int call) const {

@@ -190,6 +190,24 @@ TEST_F(Worker, ends_a_call_that_another_thread_cancels) {
     }
 }
 
+TEST_F(Worker, lives_on_when_a_command_is_cancelled_before_it_starts) {
+    EXPECT_EQ(0, shell(*product, "true"));
+    const std::vector<pid_t> worker = children_of(getpid());
+    for (int i = 0; i < 20; ++i) {
+        Call call(*product, "xp_cmdshell", {"sleep 60"});
+        call.cancel();
+        EXPECT_EQ("", call.run());
+        EXPECT_EQ(2, call.status());
+    }
+    // A call that is not made was not cancelled, whatever became of the last one.
+    const Procedure missing = declared("fake_missing");
+    CallFrame frame(*product, missing, 1);
+    std::string error;
+    EXPECT_FALSE(frame.call(error));
+    EXPECT_THAT(error, StartsWith("the library does not export"));
+    EXPECT_EQ(worker, children_of(getpid()));
+}
+
 // Kills a part of the worker at moments of all kinds; a call that succeeded has done all its work.
 TEST_F(Worker, dies_at_the_cost_of_one_call) {
     constexpr int kills = 200;
@@ -256,8 +274,17 @@ TEST_F(Worker, works_in_the_folder_that_its_host_has_now) {
     std::filesystem::current_path(folder.file(""));
     Call call(*product, "xp_write_file", {"relative", "bytes"});
     EXPECT_EQ("", call.run());
+    EXPECT_EQ("bytes", bytes_of(folder.file("relative")));
+    // Where the host's folder is gone, relative names are nobody's.
+    std::filesystem::create_directory("gone");
+    std::filesystem::current_path("gone");
+    std::filesystem::remove(folder.file("gone"));
+    Call lost(*product, "xp_write_file", {"relative", "lost"});
+    EXPECT_EQ("", lost.run());
+    EXPECT_NE(0, lost.status());
     std::filesystem::current_path(before);
     EXPECT_EQ("bytes", bytes_of(folder.file("relative")));
+    EXPECT_EQ(0, shell(*product, "test \"$(pwd -P)\" = '" + before.string() + "'"));
 }
 
 TEST_F(Worker, serves_a_host_of_any_kind) {
@@ -296,15 +323,36 @@ TEST_F(Worker, serves_a_host_of_any_kind) {
 TEST_F(Worker, is_not_the_worker_of_a_forked_copy) {
     EXPECT_EQ(0, shell(*product, "true"));
     const std::vector<pid_t> own = children_of(getpid());
+    const std::string bytes = pattern(std::size_t{1} << 21);
+    const std::string file = folder.file_with("file", bytes);
+    const std::string other = folder.file_with("other", std::string(bytes.size(), 'x'));
+    int begin[2];
+    ASSERT_EQ(0, pipe(begin));
     const pid_t copy = fork();
     if (copy == 0) {
-        const bool called = shell(*product, "exit 4") == 4;
+        char byte = 0;
+        Call call(*product, "xp_read_file", {other});
+        const bool called =
+            read(begin[0], &byte, 1) == 1 && call.run().empty() && shell(*product, "exit 4") == 4;
         product.reset();
         _exit(called ? 0 : 1);
     }
+    // It makes its calls while pieces of this one are on their way.
+    Call call(*product, "xp_read_file", {file});
+    std::string result;
     int status = -1;
-    ASSERT_EQ(copy, waitpid(copy, &status, 0));
+    call.on_result = [&](const void* data, std::uint32_t length, bool) {
+        if (result.empty()) {
+            EXPECT_EQ(1, write(begin[1], "", 1));
+            EXPECT_EQ(copy, waitpid(copy, &status, 0));
+        }
+        result.append(static_cast<const char*>(data), length);
+        return true;
+    };
+    EXPECT_EQ("", call.run());
+    EXPECT_TRUE(bytes == result);
     EXPECT_EQ(0, status);
+    for (const int end : begin) close(end);
     EXPECT_EQ(3, shell(*product, "exit 3"));
     EXPECT_EQ(own, children_of(getpid()));
 }
