@@ -197,8 +197,8 @@ class BadServers(Tls):
                     took, used = time.monotonic() - begun, spent() - used
                     thread.join(60)
                     self.assertTrue(self.heard)
-                    self.assertLess(took, 6)
-                    self.assertLess(used, 2 * healthy + 0.2 * took)
+                    self.assertLess(took, 4)
+                    self.assertLess(used, 2 * healthy + 0.05 * took)
 
 
 class Providers(Tls):
