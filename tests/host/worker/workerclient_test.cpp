@@ -190,25 +190,32 @@ TEST_F(Worker, ends_a_call_that_another_thread_cancels) {
     }
 }
 
-TEST_F(Worker, lives_on_when_a_command_is_cancelled_before_it_starts) {
 #ifdef __SANITIZE_THREAD__
-    GTEST_SKIP() << "ThreadSanitizer delivers signals late, and a late one costs the worker";
+// It keeps signals from a thread that waits for a process, so that a cancel costs the worker.
+constexpr bool signals_arrive = false;
+#else
+constexpr bool signals_arrive = true;
 #endif
+
+TEST_F(Worker, lives_on_when_a_command_is_cancelled_before_it_starts) {
+    const auto run_cancelled = [](const Engine& engine) {
+        Call call(engine, "xp_cmdshell", {"sleep 60"});
+        call.cancel();
+        const std::string error = call.run();
+        EXPECT_EQ(error.empty() ? 2 : -1, call.status());
+        EXPECT_TRUE(error.empty() || !signals_arrive) << error;
+    };
     EXPECT_EQ(0, shell(*product, "true"));
     const std::vector<pid_t> worker = children_of(getpid());
-    for (int i = 0; i < 20; ++i) {
-        Call call(*product, "xp_cmdshell", {"sleep 60"});
-        call.cancel();
-        EXPECT_EQ("", call.run());
-        EXPECT_EQ(2, call.status());
-    }
+    for (int i = 0; i < 20; ++i) run_cancelled(*product);
+    for (int i = 0; i < 20; ++i) run_cancelled(*worker_with(PRODUCT));
     // A call that is not made was not cancelled, whatever became of the last one.
     const Procedure missing = declared("fake_missing");
     CallFrame frame(*product, missing, 1);
     std::string error;
     EXPECT_FALSE(frame.call(error));
     EXPECT_THAT(error, StartsWith("the library does not export"));
-    EXPECT_EQ(worker, children_of(getpid()));
+    EXPECT_EQ(signals_arrive, worker == children_of(getpid()));
 }
 
 // Kills a part of the worker at moments of all kinds; a call that succeeded has done all its work.
