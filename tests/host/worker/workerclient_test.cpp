@@ -367,6 +367,16 @@ TEST_F(Worker, is_not_the_worker_of_a_forked_copy) {
     EXPECT_EQ(own, children_of(getpid()));
 }
 
+TEST_F(Worker, cannot_begin_without_its_library) {
+    const std::string longest(4090, 'x');
+    for (const auto& [path, error] : {std::pair(longest, "cannot load ./xxx"),
+                                      {longest + longest, "the library's path is too long"}}) {
+        const std::shared_ptr<const Engine> worker = worker_with(path);
+        Call call(*worker, "xp_cmdshell", {"true"});
+        EXPECT_THAT(call.run(), StartsWith(error));
+    }
+}
+
 TEST(WorkerFiles, says_what_to_do_about_a_missing_one) {
     const ScratchFolder folder;
     struct Row {
