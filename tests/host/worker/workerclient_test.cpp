@@ -4,6 +4,7 @@
 #include <atomic>
 #include <csignal>
 #include <filesystem>
+#include <new>
 #include <random>
 #include <thread>
 
@@ -25,6 +26,8 @@ using testing::HasSubstr;
 using testing::StartsWith;
 
 namespace {
+
+std::atomic<std::size_t> largest_memory = SIZE_MAX;
 
 std::shared_ptr<const Engine> worker_with(const std::string& library) {
     return std::make_shared<WorkerClient>(WorkerFiles{library, WORKER_PROGRAM});
@@ -218,6 +221,30 @@ TEST_F(Worker, lives_on_when_a_command_is_cancelled_before_it_starts) {
     EXPECT_EQ(signals_arrive, worker == children_of(getpid()));
 }
 
+TEST_F(Worker, lets_nobody_wait_for_another_call_beyond_an_end) {
+    const std::string fifo = folder.file("fifo");
+    ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+    std::thread busy([&] {
+        Call call(*product, "xp_read_file", {fifo});
+        EXPECT_EQ("", call.run());
+    });
+    while (children_of(getpid()).empty()) std::this_thread::sleep_for(1ms);
+    product->set_deadline(50ms);
+    Call late(*product, "xp_cmdshell", {"true"});
+    EXPECT_EQ("xp_cmdshell was not called: another call took longer than 0.05 s", late.run());
+    product->set_deadline(0ms);
+    for (const bool by_host : {true, false}) {
+        Call call(*product, "xp_cmdshell", {"true"});
+        if (by_host) call.on_wait = [] { return true; };
+        if (!by_host) call.cancel();
+        EXPECT_EQ("xp_cmdshell was cancelled", call.run());
+        EXPECT_FALSE(call.was_called());
+    }
+    close(open(fifo.c_str(), O_WRONLY));
+    busy.join();
+    EXPECT_EQ(3, shell(*product, "exit 3"));
+}
+
 // Kills a part of the worker at moments of all kinds; a call that succeeded has done all its work.
 TEST_F(Worker, dies_at_the_cost_of_one_call) {
     constexpr int kills = 200;
@@ -367,7 +394,7 @@ TEST_F(Worker, is_not_the_worker_of_a_forked_copy) {
     EXPECT_EQ(own, children_of(getpid()));
 }
 
-TEST_F(Worker, cannot_begin_without_its_library) {
+TEST_F(Worker, cannot_begin_without_its_library_or_memory) {
     const std::string longest(4090, 'x');
     for (const auto& [path, error] : {std::pair(longest, "cannot load ./xxx"),
                                       {longest + longest, "the library's path is too long"}}) {
@@ -375,6 +402,11 @@ TEST_F(Worker, cannot_begin_without_its_library) {
         Call call(*worker, "xp_cmdshell", {"true"});
         EXPECT_THAT(call.run(), StartsWith(error));
     }
+    largest_memory = 100000;
+    Call call(*product, "xp_cmdshell", {"true"});
+    EXPECT_EQ("there is no memory left to talk to the worker", call.run());
+    largest_memory = SIZE_MAX;
+    EXPECT_EQ(3, shell(*product, "exit 3"));
 }
 
 TEST(WorkerFiles, says_what_to_do_about_a_missing_one) {
@@ -395,3 +427,7 @@ TEST(WorkerFiles, says_what_to_do_about_a_missing_one) {
 }
 
 }  // namespace
+
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return size > largest_memory ? nullptr : operator new(size);
+}
