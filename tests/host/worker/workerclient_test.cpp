@@ -16,6 +16,7 @@
 
 #include "host/callframe.h"
 #include "host/library.h"
+#include "host/mailsession.h"
 #include "host/processstate.h"
 #include "tests/scratch.h"
 
@@ -243,6 +244,16 @@ TEST_F(Worker, lets_nobody_wait_for_another_call_beyond_an_end) {
     close(open(fifo.c_str(), O_WRONLY));
     busy.join();
     EXPECT_EQ(3, shell(*product, "exit 3"));
+}
+
+TEST_F(Worker, is_not_begun_again_to_stop_its_sessions) {
+    const Call start(*product, "xp_startsmtp", {});
+    note_mail_call(*find_procedure("xp_startsmtp"), start, 1);
+    EXPECT_EQ(0, shell(*product, "true"));
+    kill(children_of(children_of(getpid())[0])[0], SIGKILL);
+    while (product->remembers()) std::this_thread::sleep_for(1ms);
+    end_mail_sessions(product, 1);
+    EXPECT_THAT(children_of(getpid()), testing::SizeIs(1)) << "the dead one";
 }
 
 // Kills a part of the worker at moments of all kinds; a call that succeeded has done all its work.
