@@ -6,10 +6,8 @@
 // takes one such argument, so that any type a format asks for finds one.
 
 #include <array>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <string>
 
 #include "fuzz/fuzzed.h"
 #include "utils/lang/utlangstring.h"
@@ -36,18 +34,18 @@ std::string formatted(UTLangStringBase& strings, const char* format, unsigned nu
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const UTLocale locale(ls_english(), ls_find_charset("UTF-8"));
     static UTLangStringBase plain(locale);
-    if (size < 3) return 0;
-    const size_t len = size_t{1} + data[0];
-    const unsigned nulls = data[1] | static_cast<unsigned>(data[2]) << 8;
-    const std::string format(reinterpret_cast<const char*>(data) + 3, size - 3);
+    Input input(data, size);
+    const size_t len = size_t{1} + input.byte();
+    const unsigned nulls = input.byte(), more_nulls = input.byte() << 8;
+    const std::string format = input.rest();
 
-    const std::string whole = formatted(plain, format.c_str(), nulls, 2 * size + 256);
-    const std::string cut = formatted(plain, format.c_str(), nulls, len);
+    const std::string whole = formatted(plain, format.c_str(), nulls | more_nulls, 2 * size + 256);
+    const std::string cut = formatted(plain, format.c_str(), nulls | more_nulls, len);
     check(cut == whole.substr(0, len - 1));
 
     static UTLangStringBase converting(locale);
     converting.SetCharset(locale.GetOSCharset());
     converting.SetArgCharset(ls_find_charset("ISO-8859-1"));
-    formatted(converting, format.c_str(), nulls, len);
+    formatted(converting, format.c_str(), nulls | more_nulls, len);
     return 0;
 }

@@ -9,9 +9,6 @@
 #include <array>
 #include <vector>
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include "fuzz/fuzzed.h"
 #include "fuzz/plainbase64.h"
 #include "netlib/netsmtp.h"
@@ -95,19 +92,12 @@ Given given(Input input) {
         return text;
     };
     const unsigned options = input.byte();
-    Given mail = {(options & 1) != 0,
-                  (options & 2) != 0,
-                  (options & 4) != 0,
-                  (options & 8) != 0,
-                  line(),
-                  line(),
-                  line(),
-                  line(),
-                  {},
-                  {},
-                  {},
-                  {},
-                  {}};
+    Given mail;
+    mail.has_name = (options & 1) != 0;
+    mail.has_body = (options & 2) != 0;
+    mail.has_attachment = (options & 4) != 0;
+    mail.has_type = (options & 8) != 0;
+    for (std::string* text : {&mail.user, &mail.password, &mail.sender, &mail.name}) *text = line();
     for (auto& list : mail.recipients)
         for (unsigned count = options >> 4 & 3; count != 0; --count) list.push_back(line());
     mail.subject = line();
@@ -115,15 +105,6 @@ Given given(Input input) {
     mail.body = input.text();
     mail.attachment = input.rest();
     return mail;
-}
-
-/// The path of a file that holds `contents`.
-std::string file_with(const std::string& contents) {
-    static const int file = memfd_create("attachment", MFD_CLOEXEC);
-    check(ftruncate(file, 0) == 0);
-    check(pwrite(file, contents.data(), contents.size(), 0) ==
-          static_cast<ssize_t>(contents.size()));
-    return "/proc/self/fd/" + std::to_string(file);
 }
 
 std::string sent_for(const Given& mail, const std::string& path) {

@@ -3,11 +3,7 @@
 //
 // An input is a byte of options, a byte with the length of the pieces, and what the server says.
 
-#include <algorithm>
 #include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <string>
 
 #include "fuzz/fuzzed.h"
 #include "netlib/netsmtp.h"
