@@ -199,10 +199,6 @@ TEST(StubScript, is_well_formed_or_refused) {
     QXCIStubScript(nullptr);
 }
 
-a_qxci_byte* bytes(std::string& text) {
-    return reinterpret_cast<a_qxci_byte*>(text.data());
-}
-
 TEST(StubScript, makes_creations_and_operations_fail) {
     Stub p("object fail 1,2,3; stream fail 4"), refused("env fail 25,0,lib.so");
     EXPECT_EQ(nullptr, p.pw_hash.create_func(p.env, &p.error));
@@ -224,43 +220,6 @@ TEST(StubScript, makes_creations_and_operations_fail) {
         EXPECT_EQ(error, describe(working.hash.get_last_error_func(hasher)));
     }
     working.hash.destroy_func(hasher);
-}
-
-TEST(StubObjects, hash_encrypt_and_sign_after_a_fashion) {
-    Stub p;
-    std::string data(32, 'p'), hash(20, '\0');
-    const QXCIBlockHasherH hasher = p.hash.create_with_id_func(p.env, QXCI_HASH_SHA1, &p.error);
-    size_t len = hash.size();
-    p.hash.begin_hash_func(hasher);
-    p.hash.add_data_func(hasher, bytes(data), data.size());
-    EXPECT_EQ(QXCI_OK, p.hash.end_hash_func(hasher, bytes(hash), &len));
-    p.hash.destroy_func(hasher);
-
-    const QXCIPasswordHasherH passwords = p.pw_hash.create_func(p.env, &p.error);
-    len = p.pw_hash.get_max_hash_size_func(passwords);
-    hash.assign(len, '\0');
-    EXPECT_EQ(QXCI_OK, p.pw_hash.hash_func(passwords, bytes(data), data.size(), bytes(hash), &len));
-    p.pw_hash.destroy_func(passwords);
-
-    const std::string plain = data;
-    const QXCIBlockEncrypterH encrypter =
-        p.enc.create_func(p.env, "aes-256", bytes(data), 32, nullptr, &p.error);
-    p.enc.encrypt_func(encrypter, bytes(data), 16, 0);
-    p.enc.encrypt_func(encrypter, bytes(data) + 16, 16, QXCI_ENC_CONTINUE);
-    EXPECT_NE(plain, data);
-    p.enc.decrypt_func(encrypter, bytes(data), 32, 0);
-    EXPECT_EQ(plain, data);
-    p.enc.destroy_func(encrypter);
-
-    const QXCISignatureHandlerH signer =
-        p.sig.create_func(p.env, Options().add("stub_key", "k").head(), &p.error);
-    char signature[32];
-    len = sizeof signature;
-    bool ok = false;
-    EXPECT_EQ(QXCI_OK, p.sig.create_connsig_func(signer, "ab", "c", signature, &len));
-    p.sig.verify_connsig_func(signer, "ab", "c", signature, &ok);
-    EXPECT_TRUE(ok);
-    p.sig.destroy_func(signer);
 }
 
 }  // namespace
