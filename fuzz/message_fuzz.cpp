@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "fuzz/fuzzed.h"
-#include "fuzz/plainbase64.h"
 #include "netlib/netsmtp.h"
 #include "netlib/socketstream.h"
+#include "tests/utils/etc/plainbase64.h"
 #include "utils/locale/utlocale.h"
 
 namespace {
