@@ -1,7 +1,6 @@
 #include "netlib/ipaddress.h"
 
 #include <memory>
-#include <set>
 
 #include "tests/netlib/netlib_fixture.h"
 
@@ -19,25 +18,18 @@ IPAddress Literal(const std::string& text) {
 }
 
 TEST_F(Address, is_classified_by_its_leading_bits) {
-    const std::set<std::string> private_net = {"10.0.0.0", "172.16.0.1", "172.31.255.255",
-                                               "192.168.255.1", "fd00::1"};
-    const std::map<e_IPv6AddressType, const char*> types = {
-        {addrUnknown, "9.255.255.255 10.0.0.0 172.15.0.1 172.16.0.1 172.31.255.255 172.32.0.1 "
-                      "192.168.255.1 192.169.1.1"},
-        {addrReserved, ":: ::fffe:1.2.3.4 5ff::"},
-        {addrIPv4Compatible, "::1"},
-        {addrIPv4Mapped, "::ffff:127.0.0.1"},
-        {addrUnassigned, "100:: dfff:: fd00::1 fe7f::"},
-        {addrGlobalUnicast, "2000:: 3fff::"},
-        {addrLinkLocalUnicast, "fe80::1 febf::"},
-        {addrSiteLocalUnicast, "fec0::1 feff::"},
-        {addrMulticast, "ff02::1"}};
-    for (const auto& [type, texts] : types) {
-        for (const std::string& text : Words(texts)) {
-            EXPECT_EQ(type, Literal(text).getIPv6AddressType()) << text;
-            EXPECT_EQ(private_net.contains(text), Literal(text).isPrivateNet()) << text;
-        }
-    }
+    const std::pair<const char*, e_IPv6AddressType> types[] = {
+        {"127.0.0.1", addrUnknown},       {"::", addrReserved},
+        {"::1", addrIPv4Compatible},      {"::ffff:127.0.0.1", addrIPv4Mapped},
+        {"fd00::1", addrUnassigned},      {"3fff::", addrGlobalUnicast},
+        {"febf::", addrLinkLocalUnicast}, {"feff::", addrSiteLocalUnicast},
+        {"ff02::1", addrMulticast}};
+    for (const auto& [text, type] : types) EXPECT_EQ(type, Literal(text).getIPv6AddressType());
+    for (const char* own : {"10.0.0.0", "172.16.0.1", "172.31.255.255", "192.168.255.1", "fd00::1"})
+        EXPECT_TRUE(Literal(own).isPrivateNet()) << own;
+    for (const char* other :
+         {"9.255.255.255", "172.15.0.1", "172.32.0.1", "192.169.1.1", "fe00::1"})
+        EXPECT_FALSE(Literal(other).isPrivateNet()) << other;
 }
 
 TEST_F(Address, equals_another_by_host_alone) {

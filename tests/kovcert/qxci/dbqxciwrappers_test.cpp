@@ -2,7 +2,6 @@
 
 #include <cstring>
 #include <memory>
-#include <string>
 
 #include <gtest/gtest.h>
 
