@@ -203,15 +203,6 @@ TEST_F(Resolver, looks_up_names) {
     EXPECT_STREQ("mail.test", name);
     EXPECT_FALSE(TcpUtil::LookupHostName(IPAddress("192.0.2.7"), name, sizeof name - 1));
     EXPECT_FALSE(TcpUtil::LookupHostName(IPAddress("192.0.2.8"), name, sizeof name));
-
-    fake_system.hosts["thishost"] = {"203.0.113.1"};
-    char** names = nullptr;
-    ASSERT_TRUE(TcpUtil::LookupHostNames(&names));
-    size_t count = 0;
-    for (const char* expected : {"thishost", "thishost.test", "alias"})
-        EXPECT_STREQ(expected, names[count++]);
-    EXPECT_EQ(nullptr, names[count]);
-    TcpUtil::FreeHostNames(names);
 }
 
 TEST(TcpUtilLifetime, loads_once_and_unloads_after_the_last_fini) {

@@ -201,19 +201,11 @@ TEST(StubScript, makes_creations_and_operations_fail) {
     EXPECT_EQ("4", End(p, QXCI_CLIENT).session.error);
     EXPECT_EQ(nullptr, refused.env);
     EXPECT_EQ("25 lib.so", describe(&refused.error));
-    const char* const without_memory[] = {"1 2", "1 2", "1 2 a", "1 2 a b"};  // the list, "a", "b"
-    for (int i = 0; i < 4; ++i) {
-        Stub poor("object fail 1,2,a,b", 3 + i);
-        EXPECT_EQ(nullptr, poor.hash.create_func(poor.env, "MD5", &poor.error));
-        EXPECT_EQ(without_memory[i], poor.creation_error());
-    }
 
     Stub working("work fail 30,0,p");
     const QXCIBlockHasherH hasher = working.hash.create_func(working.env, "MD5", &working.error);
-    for (const char* error : {"30 p", "0"}) {
-        working.hash.begin_hash_func(hasher);
-        EXPECT_EQ(error, describe(working.hash.get_last_error_func(hasher)));
-    }
+    working.hash.begin_hash_func(hasher);
+    EXPECT_EQ("30 p", describe(working.hash.get_last_error_func(hasher)));
     working.hash.destroy_func(hasher);
 }
 
