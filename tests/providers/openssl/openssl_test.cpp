@@ -23,9 +23,6 @@ const int watched = CRYPTO_set_mem_functions(openssl_alloc, openssl_realloc, ope
 
 /// Descriptors, threads, and mappings of providers.
 std::array<long, 3> footprint() {
-    const auto entries = [](const char* folder) {
-        return std::distance(std::filesystem::directory_iterator(folder), {});
-    };
     const std::string maps = bytes_of("/proc/self/maps");
     long mapped = 0;
     for (size_t at = 0; (at = maps.find("12_r.so\n", at)) != std::string::npos; ++at) ++mapped;
