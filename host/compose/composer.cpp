@@ -84,7 +84,7 @@ Composing Composer::compose() {
     const bool done = check_size() && read_sender() && read_recipients() && put_header() &&
                       read_contents(_mail, whole, _error) && write(whole);
     if (done) return Composing::Done;
-    return _failed ? Composing::Failed : Composing::Refused;
+    return _failed ? Composing::Failed : Composing::Rejected;
 }
 
 // A header of any size would be a program's end where memory is short, and no server takes one.

@@ -37,8 +37,8 @@ struct ComposedMail {
 
 enum class Composing {
     Done,
-    Refused,  ///< the mail is none that can be sent, now or later
-    Failed    ///< this machine has no memory, or no random bytes, now
+    Rejected,  ///< the mail is none that can be sent, now or later
+    Failed     ///< this machine has no memory, or no random bytes, now
 };
 
 /// Fills `composed`, the message in one buffer of its exact size. Otherwise `error` receives a
