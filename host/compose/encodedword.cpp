@@ -13,7 +13,6 @@ namespace {
 constexpr std::string_view word_begin = "=?utf-8?Q?";
 constexpr std::string_view word_end = "?=";
 constexpr std::size_t around_word = word_begin.size() + word_end.size();
-constexpr std::size_t longest_word = 75;  // RFC 2047, section 2
 // One character of four bytes in Q.
 constexpr std::size_t smallest_room = around_word + 12;
 
@@ -62,21 +61,37 @@ std::string in_b(std::string_view text) {
 
 struct WordCode {
     char letter;
+    // A word of several ends behind a multiple of so many bytes: some readers join words of one
+    // kind before they decode them, where the padding of base64 would end them all.
+    std::size_t unit;
     std::size_t (*length)(std::string_view text);
     std::string (*encode)(std::string_view text);
 };
-constexpr WordCode q_code = {'Q', length_in_q, in_q};
-constexpr WordCode b_code = {'B', length_in_b, in_b};
+constexpr WordCode q_code = {'Q', 1, length_in_q, in_q};
+constexpr WordCode b_code = {'B', 3, length_in_b, in_b};
 
 // The whole characters at the start of `text` that an encoded word of `room` bytes has place for.
 std::string_view fitting(std::string_view text, const WordCode& code, std::size_t room) {
-    std::size_t end = 0;
-    while (end < text.size()) {
-        const std::size_t next = end + first_character(text.substr(end)).length;
-        if (around_word + code.length(text.substr(0, next)) > room) break;
-        end = next;
+    std::size_t fits = 0;
+    for (std::size_t end = 0; end < text.size();) {
+        end += first_character(text.substr(end)).length;
+        if (around_word + code.length(text.substr(0, end)) > room) break;
+        if (end % code.unit == 0 || end == text.size()) fits = end;
     }
-    return text.substr(0, end);
+    return text.substr(0, fits);
+}
+
+// Takes what fits into one word from the start of `text`, by the code that holds more.
+std::string take_word(std::string_view& text, std::size_t room) {
+    const std::string_view q = fitting(text, q_code, room);
+    const std::string_view b = fitting(text, b_code, room);
+    const bool is_q = q.size() != b.size() ? q.size() > b.size() : length_in_q(q) <= length_in_b(b);
+    const WordCode& code = is_q ? q_code : b_code;
+    const std::string_view taken = is_q ? q : b;
+    text.remove_prefix(taken.size());
+    std::string word(word_begin);
+    word[word.size() - 2] = code.letter;
+    return word + code.encode(taken) + std::string(word_end);
 }
 
 }  // namespace
@@ -92,17 +107,11 @@ bool needs_encoding(std::string_view text) {
 }
 
 std::vector<std::string> encoded_words(std::string_view text, std::size_t room) {
-    const WordCode& code = length_in_q(text) <= length_in_b(text) ? q_code : b_code;
     std::vector<std::string> words;
-    room = room < smallest_room ? longest_word : std::min(room, longest_word);
+    room = room < smallest_room ? longest_encoded_word : std::min(room, longest_encoded_word);
     while (!text.empty()) {
-        const std::string_view part = fitting(text, code, room);
-        std::string word(word_begin);
-        word[word.size() - 2] = code.letter;
-        word += code.encode(part);
-        words.push_back(word.append(word_end));
-        text.remove_prefix(part.size());
-        room = longest_word;
+        words.push_back(take_word(text, room));
+        room = longest_encoded_word;
     }
     return words;
 }

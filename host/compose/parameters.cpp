@@ -13,7 +13,7 @@ namespace {
 // A line has a blank in front and a semicolon behind.
 constexpr std::size_t room = FoldedHeader::width - 2;
 
-// What RFC 2231 leaves alone in a value (attribute-char, without what some readers stumble over).
+// What RFC 2045 and RFC 2231 both leave alone in a value, without what some readers stumble over.
 bool is_plain_in_value(char c) {
     return is_letter(c) || is_digit(c) || c == '-' || c == '.' || c == '_';
 }
@@ -50,9 +50,10 @@ std::vector<std::string> continued(std::string_view name, std::string_view text)
 
 std::vector<std::string> parameter_words(const Parameter& parameter) {
     const auto& [name, value] = parameter;
-    if (is_token(value) && name.size() + 1 + value.size() <= room) return {name + '=' + value};
+    const bool bare = !value.empty() && std::ranges::all_of(value, is_plain_in_value);
+    if (bare && name.size() + 1 + value.size() <= room) return {name + '=' + value};
     // Escapes in double quotes are beyond some readers.
-    const bool plain = !needs_encoding(value) && value.find_first_of("\"\\") == std::string::npos;
+    const bool plain = !needs_encoding(value) && value.find_first_of("\"\\\t") == std::string::npos;
     std::string quoted = name + "=\"" + value + '"';
     if (plain && quoted.size() <= room) return {std::move(quoted)};
     std::string extended = name + "*=utf-8''" + percent_encoded(value);
