@@ -50,6 +50,7 @@ struct Delivery {
     int attempts_left = 0;                ///< 0: to be given up without another one
     bool expired = false;                 ///< nobody wants it any more: the same
     std::uint64_t bytes = 0;              ///< of texts and attachments, all that load() brings
+    Pause waited{0};                      ///< since the message was first due
 };
 
 struct Attachment {
@@ -122,7 +123,6 @@ struct Figures {
     std::int64_t failed = 0;
     std::int64_t cancelled = 0;
     double oldest_seconds = 0;  ///< how long the longest waiting one is due
-    double sent_seconds = 0;    ///< from due to sent, all sent ones together
 };
 
 /// A delivery that did not go out, yet or at all, and why.
