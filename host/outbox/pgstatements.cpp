@@ -141,8 +141,12 @@ const PgStatement pg::read_accounts = {
 
 const PgStatement pg::note_away = {
     "note_away", "UPDATE quorel.account SET failures = failures + 1, trouble = $3, "
-                 "away_until = greatest(away_until, now() + $2::bigint * interval "
-                 "'1 millisecond') WHERE name = $1"};
+                 "away_until = now() + $2::bigint * interval '1 millisecond' WHERE name = $1"};
+const PgStatement pg::note_probe = {
+    "note_probe", "UPDATE quorel.account "
+                  "SET away_until = now() + $2::bigint * interval '1 millisecond' "
+                  "WHERE name = $1 AND failures > 0 AND coalesce(away_until <= now(), true) "
+                  "RETURNING 1"};
 const PgStatement pg::note_back = {
     "note_back", "UPDATE quorel.account SET failures = 0, trouble = NULL, away_until = NULL "
                  "WHERE name = $1 AND failures <> 0"};

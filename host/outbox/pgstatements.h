@@ -22,8 +22,9 @@ extern const PgStatement lock_accounts;   ///< names
 extern const PgStatement start_attempts;  ///< deliveries, tokens, accounts, lease, daemon
 extern const PgStatement renew;           ///< deliveries, tokens, lease
 extern const PgStatement read_accounts;
-extern const PgStatement note_away;  ///< name, pause, why
-extern const PgStatement note_back;  ///< name
+extern const PgStatement note_away;   ///< name, pause, why
+extern const PgStatement note_probe;  ///< name, pause
+extern const PgStatement note_back;   ///< name
 extern const PgStatement first_due;
 extern const PgStatement read_figures;
 extern const PgStatement read_troubles;  ///< limit

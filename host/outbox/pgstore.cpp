@@ -30,6 +30,8 @@ class PgStore : public Store {
     bool accounts(std::vector<Account>& list, std::string& error) override;
     bool account_away(const std::string& account, Pause pause, const std::string& reason,
                       std::string& error) override;
+    bool account_probe(const std::string& account, Pause pause, bool& mine,
+                       std::string& error) override;
     bool account_back(const std::string& account, std::string& error) override;
     bool next_due(std::optional<Pause>& pause, std::string& error) override;
     bool wait(Pause longest, int wake, std::string& error) override;
@@ -333,6 +335,14 @@ bool PgStore::account_away(const std::string& account, Pause pause, const std::s
     return _run(
         {&pg::note_away, {account, as_text(pause), storable(reason, _connection.is_ascii())}}, none,
         error);
+}
+
+bool PgStore::account_probe(const std::string& account, Pause pause, bool& mine,
+                            std::string& error) {
+    PgRows rows;
+    if (!_run({&pg::note_probe, {account, as_text(pause)}}, rows, error)) return false;
+    mine = rows.count() == 1;
+    return true;
 }
 
 bool PgStore::account_back(const std::string& account, std::string& error) {

@@ -118,9 +118,11 @@ constexpr const char* read_accounts =
         "away_until") " "
                       "FROM quorel_account WHERE enabled ORDER BY rank, name";
 
-constexpr const char* note_away =
-    "UPDATE quorel_account SET failures = failures + 1, trouble = ?, "
-    "away_until = max(ifnull(away_until, ''), " MOMENT "'now', ?)) WHERE name = ?";
+constexpr const char* note_away = "UPDATE quorel_account SET failures = failures + 1, trouble = ?, "
+                                  "away_until = " MOMENT "'now', ?) WHERE name = ?";
+constexpr const char* note_probe =
+    "UPDATE quorel_account SET away_until = " MOMENT "'now', ?) "
+    "WHERE name = ? AND failures > 0 AND (away_until IS NULL OR away_until <= " NOW ")";
 constexpr const char* note_back =
     "UPDATE quorel_account SET failures = 0, trouble = NULL, away_until = NULL "
     "WHERE name = ? AND failures <> 0";
@@ -177,9 +179,12 @@ bool SqliteStore::open(std::string& error) {
 bool SqliteStore::install(std::string& error) {
     if (!_db.open(_file, true, error)) return false;
     {
-        SqliteRows pages = _db.rows("PRAGMA page_count");
+        bool is_new = false;
+        {
+            SqliteRows pages = _db.rows("PRAGMA page_count");
+            is_new = pages.next() && pages.integer(0) == 0;
+        }
         // A file that others use stays as they have it. In a new one nobody waits for readers.
-        const bool is_new = pages.next() && pages.integer(0) == 0;
         if (is_new && !_db.execute("PRAGMA journal_mode = WAL", error)) return false;
     }
     {
@@ -393,6 +398,13 @@ bool SqliteStore::account_away(const std::string& account, Pause pause, const st
                                std::string& error) {
     SqliteTransaction transaction(_db, Kind::Writes);
     _db.change(note_away, reason, in_seconds(pause), account);
+    return transaction.commit(error);
+}
+
+bool SqliteStore::account_probe(const std::string& account, Pause pause, bool& mine,
+                                std::string& error) {
+    SqliteTransaction transaction(_db, Kind::Writes);
+    mine = _db.change(note_probe, in_seconds(pause), account) == 1;
     return transaction.commit(error);
 }
 

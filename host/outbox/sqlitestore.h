@@ -27,6 +27,8 @@ class SqliteStore : public Store {
     bool accounts(std::vector<Account>& list, std::string& error) override;
     bool account_away(const std::string& account, Pause pause, const std::string& reason,
                       std::string& error) override;
+    bool account_probe(const std::string& account, Pause pause, bool& mine,
+                       std::string& error) override;
     bool account_back(const std::string& account, std::string& error) override;
     bool next_due(std::optional<Pause>& pause, std::string& error) override;
     bool wait(Pause longest, int wake, std::string& error) override;

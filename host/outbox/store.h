@@ -185,6 +185,10 @@ class Store {
     /// One more failure in a row: nobody calls there for `pause`.
     virtual bool account_away(const std::string& account, Pause pause, const std::string& reason,
                               std::string& error) = 0;
+    /// Before one that was away is tried again: nobody else calls there for `pause`, or until
+    /// account_away() or account_back(). `mine` false: somebody else was faster.
+    virtual bool account_probe(const std::string& account, Pause pause, bool& mine,
+                               std::string& error) = 0;
     virtual bool account_back(const std::string& account, std::string& error) = 0;
 
     /// When claim() may next have something, by what is in the tables now; nothing: not before
