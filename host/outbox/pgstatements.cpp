@@ -11,7 +11,7 @@
     "rooms AS MATERIALIZED (SELECT a.name, a.rank, "                                              \
     "  coalesce(a.per_minute - l.used, 1000000000) AS room, "                                     \
     "  CASE WHEN l.used >= a.per_minute THEN l.first + interval '60 seconds' END AS full_until, " \
-    "  a.away_until "                                                                             \
+    "  l.first, a.away_until "                                                                    \
     "FROM quorel.account a LEFT JOIN LATERAL ("                                                   \
     "  SELECT count(*) AS used, min(t.started) AS first FROM quorel.attempt t "                   \
     "  WHERE a.per_minute IS NOT NULL AND t.limited AND t.account = a.name "                      \
@@ -104,7 +104,7 @@ const PgStatement pg::lock_accounts = {
 const PgStatement pg::start_attempts = {
     "start_attempts",
     "WITH " ROOMS ", asked AS MATERIALIZED ("
-    "  SELECT b.*, r.room, r.full_until, "
+    "  SELECT b.*, r.room, r.first, "
     "    row_number() OVER (PARTITION BY b.account ORDER BY b.n) AS place "
     "  FROM unnest($1::bigint[], $2::bigint[], $3::text[]) WITH ORDINALITY AS "
     "    b(id, token, account, n) LEFT JOIN rooms r ON r.name = b.account), "
@@ -118,11 +118,14 @@ const PgStatement pg::start_attempts = {
     "    EXISTS (SELECT FROM quorel.account c WHERE c.name = b.account AND c.per_minute > 0), "
     "    statement_timestamp() FROM begun b) "
     "SELECT a.n, b.attempts, " MILLISECONDS_TO(
-        "a.full_until") " "
-                        "FROM asked a LEFT JOIN begun b ON b.id = a.id "
-                        "WHERE b.id IS NOT NULL OR a.place > a.room AND EXISTS (SELECT FROM "
-                        "quorel.delivery d "
-                        "  WHERE d.id = a.id AND d.token = a.token AND d.state = 'sending')"};
+        "coalesce(a.first, now()) + interval '60 seconds'") " "
+                                                            "FROM asked a LEFT JOIN begun b ON "
+                                                            "b.id = a.id "
+                                                            "WHERE b.id IS NOT NULL OR a.place > "
+                                                            "a.room AND EXISTS (SELECT FROM "
+                                                            "quorel.delivery d "
+                                                            "  WHERE d.id = a.id AND d.token = "
+                                                            "a.token AND d.state = 'sending')"};
 
 const PgStatement pg::renew = {
     "renew", "UPDATE quorel.delivery d "
@@ -183,7 +186,8 @@ std::span<const PgStatement> all_pg_statements() {
         pg::take_back,      pg::claim,      pg::read_messages, pg::read_attachments,
         pg::read_piece,     pg::end_claims, pg::end_attempts,  pg::lock_accounts,
         pg::start_attempts, pg::renew,      pg::read_accounts, pg::note_away,
-        pg::note_back,      pg::first_due,  pg::read_figures,  pg::read_troubles};
+        pg::note_probe,     pg::note_back,  pg::first_due,     pg::read_figures,
+        pg::read_troubles};
     return all;
 }
 

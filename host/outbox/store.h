@@ -104,9 +104,9 @@ struct Finish {
     int attempt = 0;  ///< as Begun has it; 0: none was begun
     Outcome outcome = Outcome::Released;
     int status = 0;
-    std::string reason;  ///< in words; empty: none
+    std::string reason{};  ///< in words; empty: none
     Pause pause{0};
-    std::vector<std::string> first_half, second_half;  ///< Split: recipients, neither empty
+    std::vector<std::string> first_half{}, second_half{};  ///< Split: recipients, neither empty
 };
 
 /// A claim for the rest of a lease.

@@ -344,8 +344,11 @@ SELECT d.id AS delivery, d.message, d.state,
             WHEN d.state = 'queued' AND a.away_until > now() THEN
                 'account ' || a.name || ' is away: ' || coalesce(a.trouble, 'no answer')
             WHEN d.state = 'queued' AND NOT a.enabled THEN 'account ' || a.name || ' is disabled'
-            WHEN d.state = 'queued' AND NOT EXISTS (SELECT FROM quorel.account WHERE enabled) THEN
-                'no account is enabled'
+            WHEN d.state = 'queued' AND m.account IS NULL AND NOT EXISTS (
+                SELECT FROM quorel.account WHERE enabled AND coalesce(away_until <= now(), true)) THEN
+                coalesce('every account is away: ' || (
+                    SELECT coalesce(trouble, 'no answer') FROM quorel.account WHERE enabled
+                    ORDER BY rank, name LIMIT 1), 'no account is enabled')
             WHEN d.state = 'queued' THEN coalesce('due: ' || d.reason, 'due')
             WHEN d.state = 'sending' THEN 'on its way'
             ELSE d.reason
