@@ -1,0 +1,57 @@
+#include "host/postgres/received.h"
+
+#include "utils/memutils.h"
+
+/* What a value of unknown length starts with. */
+#define FIRST_CAPACITY ((Size)65536)
+
+/* Not repalloc(), which raises an error where there is no memory. */
+static bool grow(Received* received, Size capacity) {
+    char* value = MemoryContextAllocExtended(received->owner, capacity, MCXT_ALLOC_NO_OOM);
+
+    if (value == NULL) {
+        received->end = RECEIVED_NO_MEMORY;
+        return false;
+    }
+    if (received->value != NULL) {
+        memcpy(value, received->value, received->length);
+        pfree(received->value);
+    }
+    received->value = value;
+    received->capacity = capacity;
+    return true;
+}
+
+/* Doubled when it is full, but for a value whose length was known. */
+static bool make_room(Received* received, Size length) {
+    Size capacity = received->capacity;
+
+    if (length > MaxAllocSize - received->length) {
+        received->end = RECEIVED_TOO_LONG;
+        return false;
+    }
+    if (received->length + length <= capacity) return true;
+    if (capacity == 0)
+        capacity = received->expected > 0 ? received->expected + VARHDRSZ : FIRST_CAPACITY;
+    else
+        capacity *= 2;
+    return grow(received, Min(Max(capacity, received->length + length), MaxAllocSize));
+}
+
+bool quorel_receive(Received* received, const void* bytes, size_t length, bool append) {
+    if (!append) received->length = VARHDRSZ;
+    if (received->expected > MaxAllocSize - VARHDRSZ) received->end = RECEIVED_TOO_LONG;
+    if (received->end != RECEIVED_ALL || !make_room(received, length)) return false;
+    memcpy(received->value + received->length, bytes, length);
+    received->length += length;
+    return true;
+}
+
+bytea* quorel_received(Received* received) {
+    if (received->value == NULL) {
+        received->value = MemoryContextAlloc(received->owner, VARHDRSZ);
+        received->length = VARHDRSZ;
+    }
+    SET_VARSIZE(received->value, received->length);
+    return (bytea*)received->value;
+}
