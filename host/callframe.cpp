@@ -85,7 +85,8 @@ void CallFrame::State::fill(std::uint32_t number, std::uint32_t offset, an_extfn
 }
 
 bool CallFrame::State::write(std::uint32_t number, const an_extfn_value& value, bool append) {
-    end_stray_child();
+    // It comes to tell of its failure, not with more of a value.
+    if (!append) end_stray_child();
     const bool taken = number == 0 ? write_result(value, append)
                                    : exists(number) && procedure.is_out(number) &&
                                          write_to(outs[number - 1], value, append);
