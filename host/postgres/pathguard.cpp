@@ -109,10 +109,9 @@ Found open_below(std::span<const char* const> folders, std::string_view name, If
         const std::optional<std::string> way = way_from(parts_of(folder), parts);
         if (!way) continue;
         const Descriptor top = open_file(folder, O_PATH | O_DIRECTORY);
-        errno = top.is_open() ? 0 : errno;
         if (top.is_open()) file = above_standard(open_or_create(top.number(), *way, if_missing));
         if (file.is_open()) return Found::Opened;
-        if (errno != EXDEV && errno != ELOOP) found = Found::Missing;
+        if (!top.is_open() || (errno != EXDEV && errno != ELOOP)) found = Found::Missing;
     }
     return found;
 }
