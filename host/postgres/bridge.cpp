@@ -238,7 +238,7 @@ void QuorelCall::run() {
     if (outcome == QUOREL_DONE) guard_files();
     if (outcome != QUOREL_DONE) return;
     expect_file();
-    frame->on_wait = server.should_stop;
+    frame->on_wait = server.attend;
     if (result_type(procedure) == QUOREL_BYTES)
         frame->on_result = [this](const void* data, std::uint32_t length, bool append) {
             return server.take(server.sink, data, length, append);

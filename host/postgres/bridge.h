@@ -53,10 +53,11 @@ typedef struct QuorelSettings {
     int32_t connection;  /* the backend's number */
 } QuorelSettings;
 
-/* What a running call asks of the server. Both must not raise errors. */
+/* What a running call asks of the server. None of it may raise an error. */
 typedef struct QuorelServer {
-    /* True: the call is to end. Asked every 25 ms or so, perhaps on another thread of the bridge's,
-     * which blocks all signals. */
+    /* True: the call is to end. Asked every 25 ms or so: of a call in the worker on the backend's
+     * thread, of a command in this process on one of the bridge's, which blocks all signals. */
+    bool (*attend)(void);
     bool (*should_stop)(void);
     /* Takes a piece of a QUOREL_BYTES result; `append` false starts it anew. False: no more. */
     bool (*take)(void* sink, const void* bytes, size_t length, bool append);

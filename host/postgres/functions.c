@@ -67,8 +67,8 @@ static void refuse_maintenance(int procedure) {
     if (why != NULL)
         ereport(ERROR, (errcode(ERRCODE_INSUFFICIENT_PRIVILEGE),
                         errmsg("cannot call %s %s", quorel_procedure_name(procedure), why),
-                        errhint("Call it in a statement of your own, not in what an index, a "
-                                "materialized view or a default computes.")));
+                        errhint("Call it in a statement of your own, not in what an index or a "
+                                "materialized view computes.")));
 }
 
 static void end_bridge(void* bridge) {
@@ -244,7 +244,8 @@ static Datum result_of(Call* call) {
 Datum quorel_call(FunctionCallInfo fcinfo, int procedure) {
     const MemoryContext caller = CurrentMemoryContext;
     MemoryContext context;
-    Call call = {procedure, fcinfo, {quorel_should_stop, take, &call}, {caller}, NULL};
+    Call call = {
+        procedure, fcinfo, {quorel_attend, quorel_should_stop, take, &call}, {caller}, NULL};
     Datum result;
 
     refuse_maintenance(procedure);

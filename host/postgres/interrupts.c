@@ -11,6 +11,7 @@
 
 #include "libpq/libpq-be.h"
 #include "miscadmin.h"
+#include "storage/procsignal.h"
 
 bool quorel_is_interrupted(void) {
     return InterruptPending && (ProcDiePending || QueryCancelPending || ClientConnectionLost);
@@ -32,6 +33,26 @@ static bool postmaster_has_gone(void) {
 
 bool quorel_should_stop(void) {
     return quorel_is_interrupted() || client_has_gone() || postmaster_has_gone();
+}
+
+/* Such as closing files of a database that is being dropped. What fails is tried again after the
+ * call, where its error can be raised. */
+static void do_what_others_wait_for(void) {
+    const MemoryContext context = CurrentMemoryContext;
+
+    PG_TRY();
+    { ProcessProcSignalBarrier(); }
+    PG_CATCH();
+    {
+        MemoryContextSwitchTo(context);
+        FlushErrorState();
+    }
+    PG_END_TRY();
+}
+
+bool quorel_attend(void) {
+    if (ProcSignalBarrierPending && INTERRUPTS_CAN_BE_PROCESSED()) do_what_others_wait_for();
+    return quorel_should_stop();
 }
 
 void quorel_stop_if_due(void) {

@@ -12,6 +12,10 @@ bool quorel_is_interrupted(void);
  * of the server's, so that it raises no error and another thread may ask. */
 bool quorel_should_stop(void);
 
+/* The same for the backend's thread, which meanwhile does what other backends wait for it to do.
+ * Raises no error. */
+bool quorel_attend(void);
+
 /* For after the call: raises the error or ends the process, if that is what quorel_should_stop()
  * has seen. */
 void quorel_stop_if_due(void);
