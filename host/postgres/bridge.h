@@ -87,14 +87,15 @@ void quorel_end(QuorelCall* call);
 void quorel_give(QuorelCall* call, int argument, const char* bytes, size_t length);
 void quorel_give_number(QuorelCall* call, int argument, int32_t number);
 
-/* To be asked right before the call is run: the size of the file that it reads, where one is named
- * that has a size; otherwise 0. A file may grow later. */
+/* For `take`: the size of the file that the call reads, if it has one that is known; otherwise 0.
+ * It may have changed. */
 uint64_t quorel_expected_size(const QuorelCall* call);
 
 QuorelOutcome quorel_run(QuorelCall* call);
 
-/* After quorel_run(). Words for an outcome but QUOREL_DONE, what to do about it, and what to know
- * about a call that was made all the same. The last two are null where there is nothing to say. */
+/* After quorel_run(). Words for an outcome but QUOREL_DONE, and what to do about it; after
+ * QUOREL_DONE, what to know about a call that was made all the same. The last two are null where
+ * there is nothing to say. */
 const char* quorel_message(const QuorelCall* call);
 const char* quorel_hint(const QuorelCall* call);
 const char* quorel_warning(const QuorelCall* call);

@@ -51,7 +51,8 @@ static void do_what_others_wait_for(void) {
 }
 
 bool quorel_attend(void) {
-    if (ProcSignalBarrierPending && INTERRUPTS_CAN_BE_PROCESSED()) do_what_others_wait_for();
+    if (ProcSignalBarrierPending && InterruptHoldoffCount == 0 && CritSectionCount == 0)
+        do_what_others_wait_for();
     return quorel_should_stop();
 }
 
