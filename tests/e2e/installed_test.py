@@ -79,6 +79,10 @@ class Installed(unittest.TestCase):
         self.sql("mail.db", "mail.sql")
         self.assertEqual([("ann@a.test", ["bob@b.test"])], [message[:2] for message in server.messages])
 
+    def test_leaves_out_the_provider_that_protects_nothing(self):
+        self.assertIn("libnxrsa12_r.so", os.listdir(self.libraries))
+        self.assertNotIn("libqxcistub_r.so", [name for _, _, names in os.walk(self.prefix) for name in names])
+
     def test_pkg_config_has_what_a_linked_program_needs(self):
         with open(os.path.join(self.folder, "linked.c"), "w", encoding="ascii") as file:
             file.write('#include "extdll/procedures.h"\n'
