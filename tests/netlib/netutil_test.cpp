@@ -43,7 +43,9 @@ class Resolver : public NetlibTest {
         }
     }
 };
-using ResolverWithoutIPv6 = WithoutIPv6<Resolver>;
+struct ResolverWithoutIPv6 : Resolver {
+    ResolverWithoutIPv6() : Resolver(false) {}
+};
 
 std::string Acceptance(const char* text) {
     std::string accepted;
