@@ -19,8 +19,8 @@ struct MailHeader {
 struct MailAttachment {
     std::string_view name = {};  ///< the file's name, in any language; empty: it has none
     std::string_view type = {};  ///< "image/png", or "text/csv; charset=utf-8"; empty: by the name
-    /// Any bytes, which arrive as they are; but for the line ends of a mail (message/rfc822), which
-    /// are CRLF.
+    /// Any bytes, which arrive as they are; but for the line ends of a mail (message/rfc822) and an
+    /// invitation (text/calendar; method=REQUEST), which are CRLF.
     std::string_view content = {};
     /// "logo", as an HTML text names it: <img src="cid:logo">. Empty: an attachment by itself.
     std::string_view content_id = {};

@@ -239,6 +239,18 @@ TEST(Mails, carry_mails) {
     }
 }
 
+TEST(Mails, carry_invitations_beside_their_text) {
+    Mail mail = plain_mail;
+    mail.text = "Come.";
+    const MailAttachment invitation = {.type = "text/calendar; method=REQUEST",
+                                       .content = "B:\nE:\n"};
+    mail.attachments = {&invitation, 1};
+    EXPECT_THAT(composed(mail),
+                AllOf(HasSubstr("\r\nContent-Type: multipart/alternative;"),
+                      HasSubstr("\r\nContent-Type: text/calendar; method=REQUEST; charset=utf-8\r\n"
+                                "Content-Transfer-Encoding: 7bit\r\n\r\nB:\r\nE:\r\n\r\n--")));
+}
+
 TEST(Boundaries, are_in_no_text) {
     const std::string zeros = "=_" + std::string(26, 'a');
     const std::string text = "--" + zeros + "1_--\n";
