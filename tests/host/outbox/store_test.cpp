@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "host/outbox/stores.h"
 #include "tests/host/outbox/outboxes.h"
 
 namespace host::outbox {
@@ -351,32 +352,39 @@ TEST_P(OutboxStore, waiting_ends_when_somebody_queues_or_pokes) {
     close(wake[1]);
 }
 
-TEST_P(OutboxStore, several_daemons_claim_each_delivery_once) {
-    constexpr int count = 300;
+TEST_P(OutboxStore, threads_of_several_daemons_take_each_delivery_once) {
     EXPECT_EQ("",
               ask("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 300) "
                   "INSERT INTO quorel.message (recipients) SELECT 'a@b' FROM n"));
-    std::vector<std::int64_t> all[4];
-    std::vector<std::thread> daemons;
-    for (auto& mine : all)
-        daemons.emplace_back([this, &mine] {
-            const std::unique_ptr<Store> store = database->store("several");
-            std::string words;
-            std::vector<Delivery> claimed;
-            ASSERT_TRUE(store->open(words)) << words;
-            do {
-                for (const Delivery& delivery : claimed) mine.push_back(delivery.id);
-                claimed.clear();
-                ASSERT_TRUE(store->claim(7, lease, claimed, words)) << words;
-            } while (!claimed.empty());
-        });
-    for (std::thread& daemon : daemons) daemon.join();
-    std::vector<std::int64_t> claimed;
-    for (const auto& mine : all) claimed.insert(claimed.end(), mine.begin(), mine.end());
-    std::ranges::sort(claimed);
-    EXPECT_TRUE(std::ranges::unique(claimed).empty());
-    EXPECT_EQ("", ask("SELECT id FROM quorel.delivery WHERE state = 'queued'"));
-    EXPECT_EQ(static_cast<std::size_t>(count), claimed.size());
+    Stores daemons[] = {{database->where(), "three"}, {database->where(), "four"}};
+    const auto send_all = [](Store& store) {
+        std::vector<bool> was_held;
+        std::vector<Begun> start;
+        std::string words;
+        for (std::vector<Delivery> claimed;; claimed.clear()) {
+            ASSERT_TRUE(store.claim(7, lease, claimed, words)) << words;
+            if (claimed.empty()) return;
+            for (const Delivery& delivery : claimed) {
+                const Begin begins{delivery.id, delivery.token, "main"};
+                ASSERT_TRUE(store.exchange({}, {&begins, 1}, lease, was_held, start, words))
+                    << words;
+                ASSERT_EQ(Begun::Yes, start[0].state);
+                const Finish end{delivery.id, delivery.token, 1, Outcome::Sent, 0};
+                ASSERT_TRUE(store.exchange({&end, 1}, {}, lease, was_held, start, words)) << words;
+                ASSERT_TRUE(was_held[0]);
+            }
+        }
+    };
+    std::vector<std::unique_ptr<Store>> stores;
+    for (int i = 0; i < 6; ++i) {
+        stores.push_back(daemons[i % 2].make(error));
+        ASSERT_TRUE(stores.back()->open(error)) << error;
+    }
+    std::vector<std::thread> threads;
+    for (const auto& store : stores) threads.emplace_back([&] { send_all(*store); });
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ("300|300", ask("SELECT count(*), (SELECT count(*) FROM quorel.attempt) "
+                             "FROM quorel.delivery WHERE state = 'sent' AND attempts = 1"));
 }
 
 TEST_P(OutboxStore, an_older_outbox_is_brought_up_to_date_or_left_as_it_was) {

@@ -171,9 +171,8 @@ CREATE INDEX attempt_limited ON quorel.attempt (account, started) WHERE limited;
 
 -- Queueing.
 
-CREATE FUNCTION quorel.domain_of(address text) RETURNS text
-LANGUAGE sql IMMUTABLE SET search_path = pg_catalog, pg_temp
-AS $$ SELECT substring(address FROM '@([A-Za-z0-9.-]+)>?\s*$') $$;
+CREATE FUNCTION quorel.domain_of(address text) RETURNS text IMMUTABLE
+RETURN substring(address FROM '@([A-Za-z0-9.-]+)>?\s*$');
 
 -- A definer's, since who queues mail may not read the accounts.
 CREATE FUNCTION quorel.give_message_id() RETURNS trigger
