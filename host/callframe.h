@@ -66,6 +66,17 @@ class CallFrame {
     /// which leaves no values.
     bool call(std::string& error);
 
+    /// Why call() gave false.
+    enum class Failure {
+        None,
+        Arguments,  ///< their rules refused them, before anything was called
+        NotCalled,  ///< there is no procedure to call, or nothing that could run it
+        Ended,      ///< the engine ended the call, or died
+        TooLong,    ///< the engine ended it at its deadline
+        Doubtful    ///< the procedure gave 0, and a file speaks against it
+    };
+    [[nodiscard]] Failure failure() const;
+
     /// After call(): the procedure was called, whatever became of it.
     [[nodiscard]] bool was_called() const;
 

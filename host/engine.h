@@ -14,6 +14,7 @@ namespace host {
 enum class CallEnd {
     Returned,  ///< the procedure returned
     Ended,     ///< it was under way, and does not return any more
+    TooLong,   ///< the same, at its deadline
     NotCalled
 };
 

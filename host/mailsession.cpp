@@ -79,7 +79,8 @@ void note_mail_call(const Procedure& procedure, const CallFrame& frame, std::int
     sessions().started[connection].insert(frame.connection().value_or(connection));
 }
 
-void end_mail_sessions(std::shared_ptr<const Engine> engine, std::int32_t connection) {
+void end_mail_sessions(std::shared_ptr<const Engine> engine, std::int32_t connection,
+                       std::chrono::milliseconds patience) {
     std::set<std::int32_t> started = take_sessions(connection);
     if (started.empty()) return;
     if (engine->ends_calls()) return stop_in_time(*engine, started);
@@ -90,8 +91,7 @@ void end_mail_sessions(std::shared_ptr<const Engine> engine, std::int32_t connec
     if (!start_quiet_thread(run, given.get())) return;
     static_cast<void>(given.release());  // the thread owns it now
     std::unique_lock lock(farewell->mutex);
-    farewell->changed.wait_for(lock, std::chrono::seconds(longest_farewell),
-                               [&farewell] { return farewell->over; });
+    farewell->changed.wait_for(lock, patience, [&farewell] { return farewell->over; });
 }
 
 }  // namespace host
