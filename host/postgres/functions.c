@@ -4,6 +4,7 @@
 #include "catalog/pg_type.h"
 #include "mb/pg_wchar.h"
 #include "miscadmin.h"
+#include "nodes/primnodes.h"
 #include "pgstat.h"
 #include "postmaster/autovacuum.h"
 #include "storage/fd.h"
@@ -51,12 +52,24 @@ static bool is_autovacuum(void) {
 #endif
 }
 
+/* An expression that the catalogs keep, such as a view's or a check's, comes back from them without
+ * its place in a statement. It calls with the rights of whoever uses the view, and whoever wrote it
+ * need not have them. */
+static bool is_stored(const FmgrInfo* function) {
+    const Node* expression = function->fn_expr;
+
+    return expression != NULL && IsA(expression, FuncExpr) &&
+           ((const FuncExpr*)expression)->location < 0;
+}
+
 /* What maintenance evaluates was written by a table's owner, who may not be the one who runs it;
  * and it, or a dump, should change nothing outside of the database. */
-static void refuse_maintenance(int procedure) {
+static void refuse_strange_callers(int procedure, const FmgrInfo* function) {
     const char* why = NULL;
 
-    if (IsParallelWorker())
+    if (is_stored(function))
+        why = "in an expression of the schema";
+    else if (IsParallelWorker())
         why = "in a parallel worker";
     else if (InSecurityRestrictedOperation())
         why = "within a security-restricted operation";
@@ -248,7 +261,7 @@ Datum quorel_call(FunctionCallInfo fcinfo, int procedure) {
         procedure, fcinfo, {quorel_attend, quorel_should_stop, take, &call}, {caller}, NULL};
     Datum result;
 
-    refuse_maintenance(procedure);
+    refuse_strange_callers(procedure, fcinfo->flinfo);
     prepare_backend();
     context = AllocSetContextCreate(caller, "quorel call", ALLOCSET_SMALL_SIZES);
     MemoryContextSwitchTo(context);
