@@ -47,6 +47,13 @@ def until(true, seconds, what):
     return result
 
 
+def status(process):
+    """A process's state and its parent."""
+    with open(f"/proc/{process}/stat") as file:
+        state, parent, *_ = file.read().rpartition(")")[2].split()
+        return state, int(parent)
+
+
 class ScratchServer:
     """folder: its root; files: a folder for what SQL reads and writes; pid: the postmaster's."""
 
@@ -76,12 +83,12 @@ class ScratchServer:
         return os.path.join(self.folder, *names)
 
     def install(self, build, below=""):
-        """Installs a build folder as if `below` were the machine's root; gives the product's path."""
+        """Installs a build folder's extension as if `below` were the machine's root; gives the path
+        of the library that belongs to it."""
         root = self.path(below)
-        subprocess.run(["cmake", "--install", build], check=True, stdout=subprocess.DEVNULL,
-                       env={**os.environ, "DESTDIR": root})
-        found = glob.glob(os.path.join(glob.escape(root), "usr/**/libquorel_static.so"), recursive=True)
-        return found[0]
+        subprocess.run(["cmake", "--install", build, "--component", "postgres"], check=True,
+                       stdout=subprocess.DEVNULL, env={**os.environ, "DESTDIR": root})
+        return os.path.join(root, LIB, "lib/libquorel_static.so")
 
     def start(self):
         with open(self.path("settings"), "w") as file:
@@ -109,8 +116,7 @@ class ScratchServer:
 
     def running(self):
         """Whether the postmaster is; the guard does not wait for it before the end."""
-        with open(f"/proc/{self.pid}/stat") as file:
-            return file.read().rpartition(")")[2].split()[0] != "Z"
+        return status(self.pid)[0] != "Z"
 
     def connect(self, user="postgres", database="postgres"):
         connection = psycopg2.connect(host=self.folder, user=user, dbname=database)
@@ -120,17 +126,23 @@ class ScratchServer:
     def log(self):
         return os.pread(self.log_file.fileno(), 1 << 26, 0).decode(errors="replace")
 
-    def processes(self):
-        """Of the server and all that it has started: {process: its command line}."""
-        found = {}
-        for name in filter(str.isdigit, os.listdir("/proc")):
+    def started(self, parent=None):
+        """The processes that backends have started, and what those have; or the descendants of one
+        process, from the top down."""
+        parents = {}
+        for process in filter(str.isdigit, os.listdir("/proc")):
             try:
-                if os.readlink(f"/proc/{name}/cwd").startswith(self.path("data")):
-                    with open(f"/proc/{name}/cmdline") as file:
-                        found[int(name)] = file.read().replace("\0", " ").strip()
+                own = os.readlink(f"/proc/{process}/exe") == self.path(LIB, "bin/postgres")
+                if not own and os.readlink(f"/proc/{process}/cwd").startswith(self.path("data")):
+                    parents[int(process)] = status(process)[1]
             except OSError:  # it has ended, or is somebody else's
                 pass
-        return found
+        if parent is None:
+            return sorted(parents)
+        found = [parent]
+        for process in found:
+            found += [child for child in parents if parents[child] == process]
+        return found[1:]
 
     def stop(self):
         """A fast shutdown; gives the seconds it took."""
@@ -149,3 +161,14 @@ class ScratchServer:
 
     def __exit__(self, *_):
         self.close()
+
+
+def server_with_extension(bits, build, product, **settings):
+    """Its module comes from the build folder `build`, the library from `product`: a worker loads it for
+    a 64-bit server, the backends themselves do in a 32-bit one."""
+    server = ScratchServer(bits)
+    library = server.install(build)
+    if product != build:
+        library = server.install(product, "product")
+    server.settings |= {"quorel.library": library, "quorel.worker": "on" if bits == 64 else "off"} | settings
+    return server
