@@ -18,6 +18,9 @@
 #include "host/postgres/received.h"
 #include "host/postgres/settings.h"
 
+/* What files are read in. */
+#define LONG_PIECE 32768
+
 /* One call on its way. */
 typedef struct Call {
     int procedure;
@@ -148,7 +151,9 @@ static bool take(void* sink, const void* bytes, size_t length, bool append) {
     Call* call = sink;
 
     if (quorel_is_interrupted()) return false;
-    if (!append) call->bytes.expected = (Size)Min(quorel_expected_size(call->bridge), SIZE_MAX);
+    /* A short piece is the last one of a file. */
+    if (!append && length >= LONG_PIECE)
+        call->bytes.expected = (Size)Min(quorel_expected_size(call->bridge), SIZE_MAX);
     return quorel_receive(&call->bytes, bytes, length, append);
 }
 
