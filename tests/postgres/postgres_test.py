@@ -133,7 +133,8 @@ class PostgresTest(unittest.TestCase):
             self.root.run(f"SELECT pg_cancel_backend({session.pid})")
 
         def leave(session):
-            socket.socket(fileno=os.dup(session.connection.fileno())).shutdown(socket.SHUT_RDWR)
+            with socket.socket(fileno=os.dup(session.connection.fileno())) as client:
+                client.shutdown(socket.SHUT_RDWR)
 
         def time_out(session):
             time.sleep(max(0, session.ends - time.monotonic()))
