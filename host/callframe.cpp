@@ -26,6 +26,7 @@ struct CallFrame::State {
     CheckedArguments arguments;
     std::optional<Value> result;             // number 0
     std::vector<std::optional<Value>> outs;  // by number - 1
+    std::size_t kept = 0;                    // bytes in these two
     std::string warning;
     std::uint64_t moved = 0;
     pid_t process = 0;  // that made the call
@@ -96,18 +97,18 @@ bool CallFrame::State::write(std::uint32_t number, const an_extfn_value& value, 
 
 bool CallFrame::State::write_to(std::optional<Value>& slot, const an_extfn_value& value,
                                 bool append) {
-    if (value.data == nullptr) {
+    // Nothing was begun that a piece could go on with.
+    const bool is_begun = slot && !slot->is_null();
+    if (append && value.data != nullptr && !is_begun) return false;
+    if (!append || value.data == nullptr) {
+        kept -= is_begun ? slot->bytes->size() : 0;
         slot = Value::null(value.type);
-        return true;
     }
-    const auto* data = static_cast<const char*>(value.data);
-    if (!append) {
-        slot = Value::text(std::string(data, value.piece_len), value.type);
-        return true;
-    }
-    // Nothing was begun that this could go on with.
-    if (!slot || slot->is_null()) return false;
-    slot->bytes->append(data, value.piece_len);
+    if (value.data == nullptr) return true;
+    if (value.piece_len > most_kept - kept) return false;
+    kept += value.piece_len;
+    if (!slot->bytes) slot->bytes.emplace();
+    slot->bytes->append(static_cast<const char*>(value.data), value.piece_len);
     return true;
 }
 

@@ -93,7 +93,10 @@ class CallFrame {
     void cancel();
     [[nodiscard]] bool cancelled() const;
 
-    /// What the procedure set: nothing when it set no value at all.
+    /// What the procedure set: nothing when it set no value at all. All that a frame keeps together
+    /// is not longer than most_kept bytes; a piece beyond is refused, as a server does that has had
+    /// enough. What may be longer is for on_result.
+    static constexpr std::size_t most_kept = std::size_t{16} << 20;
     [[nodiscard]] const std::optional<Value>& result() const;
     [[nodiscard]] const std::optional<Value>& out(std::uint32_t number) const;
 

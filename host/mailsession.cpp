@@ -49,7 +49,8 @@ bool stop_session(const Engine& engine, std::int32_t session) {
 
 void stop_in_time(const Engine& engine, const std::set<std::int32_t>& started) {
     using Clock = std::chrono::steady_clock;
-    const Clock::time_point end = Clock::now() + std::chrono::seconds(1);
+    // An end that is forced is over within the second, too.
+    const Clock::time_point end = Clock::now() + std::chrono::seconds(1) - Engine::grace;
     for (const std::int32_t session : started) {
         const auto left = std::chrono::floor<std::chrono::milliseconds>(end - Clock::now());
         if (left.count() <= 0) return;
@@ -83,6 +84,7 @@ void end_mail_sessions(std::shared_ptr<const Engine> engine, std::int32_t connec
                        std::chrono::milliseconds patience) {
     std::set<std::int32_t> started = take_sessions(connection);
     if (started.empty()) return;
+    if (!engine->remembers()) return;
     if (engine->ends_calls()) return stop_in_time(*engine, started);
     auto farewell = std::shared_ptr<Farewell>(
         new Farewell{std::move(engine), std::move(started), {}, {}, false});

@@ -5,6 +5,7 @@
 #include "host/mailsession.h"
 #include "host/postgres/backend.h"
 #include "host/postgres/declaration.h"
+#include "host/postgres/owngroup.h"
 #include "host/postgres/watch.h"
 
 namespace host {
@@ -131,6 +132,7 @@ std::uint64_t SqlCall::expected_size() const {
 }
 
 bool SqlCall::_call_in_process() {
+    const OwnGroup command;
     Watch watch(*_frame, _server.should_stop, std::chrono::milliseconds(_settings.deadline));
     const bool called = _frame->call(_message);
     if (!watch.end()) return called;
