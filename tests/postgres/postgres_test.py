@@ -23,8 +23,8 @@ from stubborn import STUBBORN  # noqa: E402
 
 BITS, BUILD, PRODUCT = int(sys.argv[1]), *map(os.path.abspath, sys.argv[2:4])
 HERE = os.path.dirname(os.path.abspath(__file__))
+TOOLS = "/usr/lib/postgresql/15/bin"  # the machine's own, for servers of either word size
 WORKER = BITS == 64
-CALL = "xp_cmdshell('touch {made}')"
 FAST = 1.0  # how long a call may go on that is to end
 
 
@@ -37,11 +37,8 @@ def setUpModule():
     unittest.addModuleCleanup(POOL.shutdown)
 
 
-
-
-
 class Session:
-    """A connection to a database of its own test's, or of somebody else's."""
+    """A connection, and the number of its backend."""
 
     def __init__(self, database="postgres", user="postgres", server=None):
         self.connection = (server or SERVER).connect(user, database)
@@ -117,13 +114,13 @@ class PostgresTest(unittest.TestCase):
     def test_regress(self):
         output = SERVER.path("regress")
         result = subprocess.run(
-            ["/usr/lib/postgresql/15/lib/pgxs/src/test/regress/pg_regress", f"--inputdir={HERE}",
-             f"--outputdir={output}", "--bindir=/usr/lib/postgresql/15/bin", f"--host={SERVER.folder}",
+            [f"{TOOLS}/../lib/pgxs/src/test/regress/pg_regress", f"--inputdir={HERE}",
+             f"--outputdir={output}", f"--bindir={TOOLS}", f"--host={SERVER.folder}",
              "--user=postgres", "--dbname=regression", "--encoding=UTF8", "--no-locale", "quorel"],
             env={**os.environ, "QUOREL_FILES": SERVER.files}, capture_output=True, text=True)
         if result.returncode != 0:
-            with open(os.path.join(output, "regression.diffs")) as file:
-                self.fail(file.read())
+            subprocess.run(["cat", os.path.join(output, "regression.diffs")])
+            self.fail(result.stdout + result.stderr)
 
     def test_a_cancelled_call_ends(self):
         def terminate(session):
@@ -219,25 +216,26 @@ class PostgresTest(unittest.TestCase):
                     self.assertFalse(called)
 
     def test_dump_restore_update_drop(self):
-        catalog = ("SELECT (SELECT count(*) FROM pg_proc), (SELECT count(*) FROM pg_type), (SELECT count(*) FROM"
-                   " pg_init_privs), (SELECT count(*) FROM pg_depend), (SELECT count(*) FROM pg_description)")
-        self.session.run("DROP EXTENSION quorel")
-        before = self.session.run(catalog)
-        self.session.run("CREATE ROLE postman; CREATE EXTENSION quorel; GRANT EXECUTE ON FUNCTION xp_stopsmtp TO postman;"
-                         "CREATE TABLE t AS SELECT xp_sprintf('%s', 'kept') AS a")
-        tools = "/usr/lib/postgresql/15/bin/"
-        host = ["-h", SERVER.folder, "-U", "postgres"]
-        dump = subprocess.run([tools + "pg_dump", *host, "-Fc", self.name], check=True, capture_output=True).stdout
-        self.session.run("DROP TABLE t; DROP EXTENSION quorel")
-        self.assertEqual(before, self.session.run(catalog))
-        subprocess.run([tools + "pg_restore", *host, "-d", self.name, "--exit-on-error"], input=dump, check=True)
-        self.assertEqual(("kept", True), self.session.run("SELECT a, has_function_privilege('postman',"
-                                                          " 'xp_stopsmtp()', 'EXECUTE') FROM t"))
+        session = self.session
+        counts = ", ".join(f"(SELECT count(*) FROM pg_{name})" for name in
+                           ("proc", "type", "init_privs", "depend", "description"))
+        session.run("DROP EXTENSION quorel")
+        before = session.run(f"SELECT {counts}")
+        session.run("CREATE ROLE postman; CREATE EXTENSION quorel; CREATE TABLE t AS SELECT"
+                    " xp_sprintf('%s', 'kept'); GRANT EXECUTE ON FUNCTION xp_stopsmtp TO postman")
+        options = ["-h", SERVER.folder, "-U", "postgres", "-d", self.name]
+        dump = subprocess.run([f"{TOOLS}/pg_dump", *options, "-Fc"], check=True, capture_output=True)
+        session.run("DROP TABLE t; DROP EXTENSION quorel")
+        self.assertEqual(before, session.run(f"SELECT {counts}"))
+        subprocess.run([f"{TOOLS}/pg_restore", *options, "--exit-on-error"], input=dump.stdout, check=True)
+        self.assertEqual(("kept", True), session.run(
+            "SELECT t.*, has_function_privilege('postman', 'xp_stopsmtp()', 'EXECUTE') FROM t"))
         with open(SERVER.path(SHARE, "extension/quorel--1.0--next.sql"), "w") as file:
             file.write("COMMENT ON FUNCTION xp_stopsmtp() IS 'next';")
-        self.session.run("ALTER EXTENSION quorel UPDATE TO 'next'")
-        self.assertEqual(("next",), self.session.run("SELECT extversion FROM pg_extension WHERE extname = 'quorel'"))
-        self.session.run("DROP EXTENSION quorel; DROP OWNED BY postman; DROP ROLE postman")
+        session.run("ALTER EXTENSION quorel UPDATE TO 'next'")
+        self.assertEqual(("next",), session.run(
+            "SELECT extversion FROM pg_extension WHERE extname = 'quorel'"))
+        session.run("DROP EXTENSION quorel; DROP OWNED BY postman; DROP ROLE postman")
 
     def test_a_mail_session_is_the_backends(self):
         mail = Server()

@@ -48,10 +48,13 @@ def until(true, seconds, what):
 
 
 def status(process):
-    """A process's state and its parent."""
-    with open(f"/proc/{process}/stat") as file:
-        state, parent, *_ = file.read().rpartition(")")[2].split()
-        return state, int(parent)
+    """A process's state and its parent; neither where it is no more."""
+    try:
+        with open(f"/proc/{process}/stat") as file:
+            state, parent, *_ = file.read().rpartition(")")[2].split()
+            return state, int(parent)
+    except OSError:
+        return "", 0
 
 
 class ScratchServer:
@@ -116,7 +119,7 @@ class ScratchServer:
 
     def running(self):
         """Whether the postmaster is; the guard does not wait for it before the end."""
-        return status(self.pid)[0] != "Z"
+        return status(self.pid)[0] not in ("", "Z")
 
     def connect(self, user="postgres", database="postgres"):
         connection = psycopg2.connect(host=self.folder, user=user, dbname=database)
@@ -126,22 +129,27 @@ class ScratchServer:
     def log(self):
         return os.pread(self.log_file.fileno(), 1 << 26, 0).decode(errors="replace")
 
+    def processes(self):
+        """{process: its program} of the server and all that it has started."""
+        found = {}
+        for process in filter(str.isdigit, os.listdir("/proc")):
+            try:
+                if os.readlink(f"/proc/{process}/cwd").startswith(self.path("data")):
+                    found[int(process)] = os.readlink(f"/proc/{process}/exe")
+            except OSError:  # it has ended, or is somebody else's
+                pass
+        return found
+
     def started(self, parent=None):
         """The processes that backends have started, and what those have; or the descendants of one
         process, from the top down."""
-        parents = {}
-        for process in filter(str.isdigit, os.listdir("/proc")):
-            try:
-                own = os.readlink(f"/proc/{process}/exe") == self.path(LIB, "bin/postgres")
-                if not own and os.readlink(f"/proc/{process}/cwd").startswith(self.path("data")):
-                    parents[int(process)] = status(process)[1]
-            except OSError:  # it has ended, or is somebody else's
-                pass
+        started = [process for process, program in self.processes().items()
+                   if program != self.path(LIB, "bin/postgres")]
         if parent is None:
-            return sorted(parents)
+            return started
         found = [parent]
         for process in found:
-            found += [child for child in parents if parents[child] == process]
+            found += [child for child in started if status(child)[1] == process]
         return found[1:]
 
     def stop(self):
