@@ -45,6 +45,7 @@ if(QUOREL_BITS EQUAL 64)
 endif()
 quorel_dependency(quorel_libedit_dep HEADER editline/readline.h
   LIBRARIES libedit.a libtinfo.a libbsd.a libmd.a)
+quorel_dependency(quorel_idn2_dep HEADER idn2.h LIBRARIES libidn2.a libunistring.a)
 quorel_dependency(quorel_crypto_dep HEADER openssl/evp.h LIBRARIES libcrypto.a SYSTEM dl pthread)
 quorel_dependency(quorel_ssl_dep HEADER openssl/ssl.h LIBRARIES libssl.a libcrypto.a SYSTEM dl pthread)
 # Debian ships Google Benchmark as a shared library only.
