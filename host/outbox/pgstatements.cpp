@@ -183,7 +183,8 @@ std::span<const PgStatement> all_pg_statements() {
         pg::take_back,      pg::claim,      pg::read_messages, pg::read_attachments,
         pg::read_piece,     pg::end_claims, pg::end_attempts,  pg::lock_accounts,
         pg::start_attempts, pg::renew,      pg::read_accounts, pg::note_away,
-        pg::note_back,      pg::first_due,  pg::read_figures,  pg::read_troubles};
+        pg::note_probe,     pg::note_back,  pg::first_due,     pg::read_figures,
+        pg::read_troubles};
     return all;
 }
 
