@@ -25,23 +25,14 @@ const Delivery& Claims::next() {
     return _current;
 }
 
-bool Claims::_exchange(std::span<const Begin> begins, std::vector<Begun>& begun) {
-    std::vector<bool> held;
-    const bool good = _store.run([&](Store& store, std::string& error) {
-        held.clear();
-        begun.clear();
-        return store.exchange(_ends, begins, _lease, held, begun, error);
-    });
+bool Claims::_exchange(const std::optional<Begin>& begin, Begun& begun) {
+    const bool good = _desk.exchange(_store, _ends, begin, begun);
     _ends.clear();
     return good;
 }
 
 bool Claims::begin(const std::string& account, Begun& begun) {
-    const Begin start{_current.id, _current.token, account};
-    std::vector<Begun> answers;
-    if (!_exchange({&start, 1}, answers)) return false;
-    begun = answers.empty() ? Begun() : answers.front();
-    return true;
+    return _exchange(Begin{_current.id, _current.token, account}, begun);
 }
 
 void Claims::end(Finish finish) {
@@ -52,8 +43,8 @@ void Claims::end(Finish finish) {
 }
 
 bool Claims::tell() {
-    std::vector<Begun> none;
-    return _ends.empty() || _exchange({}, none);
+    Begun none;
+    return _ends.empty() || _exchange(std::nullopt, none);
 }
 
 bool Claims::release_rest() {

@@ -27,7 +27,8 @@ constexpr auto short_patience = 30s;
 Session::Session(Shared& shared, Store& store, const Engine& engine)
     : _shared(shared),
       _store(store, shared.watch, shared.journal, shared.rules.once ? short_patience : 0s),
-      _claims(_store, shared.rules.lease), _line(engine), _sender(shared, _store, _claims, _line) {}
+      _claims(_store, shared.desk, shared.rules.lease), _line(engine),
+      _sender(shared, _store, _claims, _line) {}
 
 bool Session::run() {
     bool good = true;
