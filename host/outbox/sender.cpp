@@ -17,9 +17,6 @@ using Clock = std::chrono::steady_clock;
 // Messages that are loaded at once take so much together, or are alone.
 constexpr std::uint64_t most_loaded = std::uint64_t{1} << 20;
 
-// Before something is looked at again that should not be so, or is over soon.
-constexpr Pause moment = std::chrono::seconds(1);
-
 // A daemon that tries an account that was away has so long to find out, or another one does.
 constexpr Pause longest_probe = std::chrono::minutes(2);
 
@@ -35,6 +32,7 @@ Sender::Sender(Shared& shared, SteadyStore& store, Claims& claims, MailLine& lin
 }
 
 bool Sender::send_all() {
+    _has_to_wait = false;
     bool good = _store.run([this](Store& store, std::string& error) {
         _accounts.clear();
         return store.accounts(_accounts, error);
@@ -114,7 +112,8 @@ bool Sender::_send(Message& message) {
     Ready ready;
     ready.account = _choose_account();
     if (ready.account == nullptr) {
-        _release("no account can send it now", 0, moment);
+        _has_to_wait = true;
+        _release({});
         return true;
     }
     if (!_compose(message, ready)) return true;
@@ -189,7 +188,8 @@ bool Sender::_attempt(Ready& ready) {
     if (begun.state == Begun::Lost) return true;
     if (begun.state == Begun::Full) {
         ready.account->full = begun.room;
-        _release(via(*ready.account, "its limit a minute is reached"), 0, moment);
+        _has_to_wait = true;
+        _release(via(*ready.account, "its limit a minute is reached"));
         return true;
     }
     const Clock::time_point start = Clock::now();

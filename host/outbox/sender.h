@@ -22,6 +22,10 @@ class Sender {
     /// outbox is lost for good.
     bool send_all();
 
+    /// Some of it could not be sent for a reason that the outbox does not tell yet, or that is over
+    /// soon: another session tries the account. A claim that comes at once gets the same again.
+    [[nodiscard]] bool has_to_wait() const { return _has_to_wait; }
+
   private:
     /// A message, composed for an account.
     struct Ready {
@@ -56,6 +60,7 @@ class Sender {
     std::vector<Account> _accounts;           // in order of rank
     std::map<std::int64_t, Message> _loaded;  // by id
     std::string _probed;  // the account that this session alone tries; empty: none
+    bool _has_to_wait = false;
     bool _fresh = false;  // the line is open, and has not taken a message yet
 };
 

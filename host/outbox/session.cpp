@@ -14,8 +14,8 @@ using namespace std::chrono_literals;
 constexpr auto short_batch = 250ms;
 constexpr int longest_batch = 64;
 
-// Between two looks at an outbox of which nothing is heard, and at one where what is due is in
-// somebody's hand.
+// Between two looks at an outbox of which nothing is heard, and at one where what is due cannot be
+// had for the moment.
 constexpr Pause longest_rest = 1min;
 constexpr Pause shortest_rest = 50ms;
 
@@ -57,6 +57,7 @@ bool Session::_work() {
     const Clock::time_point begin = Clock::now();
     const bool good = _sender.send_all();
     _idle_since = Clock::now();
+    if (_sender.has_to_wait()) _shared.watch.pause(shortest_rest);
     _batch = _idle_since - begin < short_batch ? std::min(_batch * 2, longest_batch) : 1;
     return good;
 }

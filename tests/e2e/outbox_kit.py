@@ -1,5 +1,6 @@
 """What the outbox's scripts share: its two databases, a mail server and a daemon, each a process that
 can be killed and started again."""
+import atexit
 import collections
 import glob
 import json
@@ -78,21 +79,30 @@ class SqliteBox:
 
 
 class PostgresBox:
+    """A database of its own in a server that all share."""
     can_die = True
     mark = "%s"
+    server = process = None
+    count = 0
 
     def __init__(self, _folder):
-        from scratchserver import ScratchServer
-        self.server = ScratchServer(64, fsync="on", shared_buffers="64MB")
-        self.server.start()
-        self.where = f"host={self.server.folder} user=postgres dbname=postgres"
-        self.process = None
+        if PostgresBox.server is None:
+            from scratchserver import ScratchServer
+            PostgresBox.server = ScratchServer(64, fsync="on", shared_buffers="64MB")
+            atexit.register(self.end)
+            self.server.start()
+        PostgresBox.count += 1
+        self.database = f"outbox{self.count}"
+        connection = self.server.connect()
+        connection.cursor().execute("CREATE DATABASE " + self.database)
+        connection.close()
+        self.where = f"host={self.server.folder} user=postgres dbname={self.database}"
 
     def name(self, table):
         return "quorel." + table
 
     def connect(self):
-        return self.server.connect()
+        return self.server.connect(database=self.database)
 
     def kill(self):
         """Every process of the server at once."""
@@ -112,7 +122,7 @@ class PostgresBox:
             if os.path.exists(self.server.path(lock)):
                 os.unlink(self.server.path(lock))
         account = ["setpriv", "--reuid=postgres", "--regid=postgres", "--clear-groups"]
-        self.process = subprocess.Popen(
+        PostgresBox.process = subprocess.Popen(
             [*(account if os.geteuid() == 0 else []), self.server.path(LIB, "bin/postgres"), "-D", "."],
             cwd=self.server.path("data"), stdin=subprocess.DEVNULL, stdout=self.server.log_file,
             stderr=self.server.log_file, env={"LC_ALL": "C", "PATH": "/usr/bin:/bin"})
@@ -127,6 +137,9 @@ class PostgresBox:
             return False
 
     def close(self):
+        pass
+
+    def end(self):
         if self.process is not None:
             self.kill()
         self.server.close()
