@@ -104,9 +104,9 @@ struct Finish {
     int attempt = 0;  ///< as Begun has it; 0: none was begun
     Outcome outcome = Outcome::Released;
     int status = 0;
-    std::string reason;  ///< in words; empty: none
+    std::string reason{};  ///< in words; empty: none
     Pause pause{0};
-    std::vector<std::string> first_half, second_half;  ///< Split: recipients, neither empty
+    std::vector<std::string> first_half{}, second_half{};  ///< Split: recipients, neither empty
 };
 
 /// A claim for the rest of a lease.
@@ -206,7 +206,8 @@ class Store {
 
 /// For a connection string of PostgreSQL's (a URI, or name=value words), or the name of a SQLite
 /// file; "./" in front makes any text a file's name. `daemon` stands in the attempts, to tell
-/// several daemons apart. Null with a sentence where this build has no such database.
+/// several daemons apart. Null with a sentence where this build has no such database. A daemon of
+/// several threads takes Stores instead (stores.h).
 std::unique_ptr<Store> make_store(const std::string& where, const std::string& daemon,
                                   std::string& error);
 

@@ -2,6 +2,8 @@
 -- treat like any others. Every name is qualified, since a search_path is somebody else's. Each step
 -- is one transaction: psql -1 -v ON_ERROR_STOP=1 -f 1.sql, or quorel-outbox --install.
 
+SET LOCAL search_path = pg_catalog, pg_temp;
+
 -- A schema that is there already may belong to somebody who is not to be trusted.
 CREATE SCHEMA IF NOT EXISTS quorel;
 DO $$
@@ -169,9 +171,8 @@ CREATE INDEX attempt_limited ON quorel.attempt (account, started) WHERE limited;
 
 -- Queueing.
 
-CREATE FUNCTION quorel.domain_of(address text) RETURNS text
-LANGUAGE sql IMMUTABLE SET search_path = pg_catalog, pg_temp
-AS $$ SELECT substring(address FROM '@([A-Za-z0-9.-]+)>?\s*$') $$;
+CREATE FUNCTION quorel.domain_of(address text) RETURNS text IMMUTABLE
+RETURN substring(address FROM '@([A-Za-z0-9.-]+)>?\s*$');
 
 -- A definer's, since who queues mail may not read the accounts.
 CREATE FUNCTION quorel.give_message_id() RETURNS trigger
@@ -344,8 +345,11 @@ SELECT d.id AS delivery, d.message, d.state,
             WHEN d.state = 'queued' AND a.away_until > now() THEN
                 'account ' || a.name || ' is away: ' || coalesce(a.trouble, 'no answer')
             WHEN d.state = 'queued' AND NOT a.enabled THEN 'account ' || a.name || ' is disabled'
-            WHEN d.state = 'queued' AND NOT EXISTS (SELECT FROM quorel.account WHERE enabled) THEN
-                'no account is enabled'
+            WHEN d.state = 'queued' AND m.account IS NULL AND NOT EXISTS (
+                SELECT FROM quorel.account WHERE enabled AND coalesce(away_until <= now(), true)) THEN
+                coalesce('every account is away: ' || (
+                    SELECT coalesce(trouble, 'no answer') FROM quorel.account WHERE enabled
+                    ORDER BY rank, name LIMIT 1), 'no account is enabled')
             WHEN d.state = 'queued' THEN coalesce('due: ' || d.reason, 'due')
             WHEN d.state = 'sending' THEN 'on its way'
             ELSE d.reason
@@ -365,6 +369,23 @@ FROM quorel.overview WHERE state IN ('failed', 'cancelled');
 CREATE VIEW quorel.sent AS
 SELECT delivery, message, recipients, subject, account, queued_by, created, finished, attempts, seconds
 FROM quorel.overview WHERE state = 'sent';
+
+-- The accounts without their passwords: when one can be called, and how many attempts its limit leaves.
+CREATE VIEW quorel.accounts AS
+SELECT a.name, a.host, a.port, a.username, a.sender, a.rank, a.enabled, a.per_minute,
+       CASE WHEN a.per_minute IS NULL THEN 1000000000 ELSE greatest(0, a.per_minute - l.used) END
+           AS room, a.away_until,
+       CASE WHEN l.used >= a.per_minute THEN l.first + interval '60 seconds' END AS full_until,
+       l.first AS first_of_minute, a.failures, a.trouble
+FROM quorel.account a, LATERAL (
+    SELECT count(*) AS used, min(t.started) AS first FROM quorel.attempt t
+    WHERE a.per_minute IS NOT NULL AND t.limited AND t.account = a.name
+        AND t.started > statement_timestamp() - interval '60 seconds') l;
+
+-- 0 for one that is past or NULL.
+CREATE FUNCTION quorel.milliseconds_to(moment timestamptz) RETURNS bigint STABLE
+RETURN greatest(0, ceil(1000 * extract(epoch FROM
+    least(coalesce(moment, now()), now() + interval '30 days') - now())))::bigint;
 
 -- Who may do what. quorel_sender queues mail, and sees and changes what became of its own; rows of
 -- others do not exist for it. quorel_reader sees the views, and neither texts nor passwords.
@@ -400,9 +421,11 @@ WITH CHECK (state IN ('queued', 'cancelled'));
 CREATE POLICY own ON quorel.attempt FOR SELECT TO quorel_sender
 USING (EXISTS (SELECT FROM quorel.delivery d WHERE d.id = delivery));
 
-GRANT SELECT ON quorel.overview, quorel.waiting, quorel.failed, quorel.sent TO quorel_reader;
+GRANT SELECT ON quorel.overview, quorel.waiting, quorel.failed, quorel.sent, quorel.accounts
+TO quorel_reader;
 
 GRANT SELECT ON ALL TABLES IN SCHEMA quorel TO quorel_daemon;
+GRANT EXECUTE ON FUNCTION quorel.milliseconds_to TO quorel_daemon;
 GRANT UPDATE (away_until, failures, trouble) ON quorel.account TO quorel_daemon;
 GRANT INSERT, UPDATE ON quorel.delivery, quorel.attempt TO quorel_daemon;
 CREATE POLICY all_are_sent ON quorel.message FOR SELECT TO quorel_daemon USING (true);

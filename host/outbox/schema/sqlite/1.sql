@@ -186,6 +186,40 @@ BEGIN
     WHERE id = NEW.id;
 END;
 
+-- What follows are the references above, since SQLite heeds those only where a connection asks for it.
+
+CREATE TRIGGER quorel_check_account BEFORE INSERT ON quorel_message WHEN NEW.account IS NOT NULL
+BEGIN
+    SELECT RAISE(ABORT, 'there is no such account')
+    WHERE NOT EXISTS (SELECT 1 FROM quorel_account WHERE name = NEW.account);
+END;
+
+CREATE TRIGGER quorel_check_new_account BEFORE UPDATE OF account ON quorel_message
+WHEN NEW.account IS NOT NULL
+BEGIN
+    SELECT RAISE(ABORT, 'there is no such account')
+    WHERE NOT EXISTS (SELECT 1 FROM quorel_account WHERE name = NEW.account);
+END;
+
+CREATE TRIGGER quorel_rename_account AFTER UPDATE OF name ON quorel_account
+BEGIN
+    UPDATE quorel_message SET account = NEW.name WHERE account = OLD.name;
+END;
+
+CREATE TRIGGER quorel_keep_account BEFORE DELETE ON quorel_account
+BEGIN
+    SELECT RAISE(ABORT, 'mails name this account; disable it')
+    WHERE EXISTS (SELECT 1 FROM quorel_message WHERE account = OLD.name);
+END;
+
+CREATE TRIGGER quorel_forget_message AFTER DELETE ON quorel_message
+BEGIN
+    DELETE FROM quorel_attachment WHERE message = OLD.id;
+    DELETE FROM quorel_attempt
+    WHERE delivery IN (SELECT id FROM quorel_delivery WHERE message = OLD.id);
+    DELETE FROM quorel_delivery WHERE message = OLD.id;
+END;
+
 CREATE TRIGGER quorel_change_lane AFTER UPDATE OF account ON quorel_message
 BEGIN
     UPDATE quorel_delivery SET lane = ifnull(NEW.account, '') WHERE message = NEW.id;
@@ -216,8 +250,12 @@ SELECT d.id AS delivery, d.message, d.state,
             WHEN d.state = 'queued' AND a.away_until > strftime('%Y-%m-%d %H:%M:%f', 'now') THEN
                 'account ' || a.name || ' is away: ' || ifnull(a.trouble, 'no answer')
             WHEN d.state = 'queued' AND NOT a.enabled THEN 'account ' || a.name || ' is disabled'
-            WHEN d.state = 'queued' AND NOT EXISTS (SELECT 1 FROM quorel_account WHERE enabled) THEN
-                'no account is enabled'
+            WHEN d.state = 'queued' AND m.account IS NULL AND NOT EXISTS (
+                SELECT 1 FROM quorel_account
+                WHERE enabled AND ifnull(away_until <= strftime('%Y-%m-%d %H:%M:%f', 'now'), 1)) THEN
+                ifnull('every account is away: ' || (
+                    SELECT ifnull(trouble, 'no answer') FROM quorel_account WHERE enabled
+                    ORDER BY rank, name LIMIT 1), 'no account is enabled')
             WHEN d.state = 'queued' THEN ifnull('due: ' || d.reason, 'due')
             WHEN d.state = 'sending' THEN 'on its way'
             ELSE d.reason
