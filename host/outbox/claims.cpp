@@ -25,14 +25,23 @@ const Delivery& Claims::next() {
     return _current;
 }
 
-bool Claims::_exchange(const std::optional<Begin>& begin, Begun& begun) {
-    const bool good = _desk.exchange(_store, _ends, begin, begun);
+bool Claims::_exchange(std::span<const Begin> begins, std::vector<Begun>& begun) {
+    std::vector<bool> held;
+    const bool good = _store.run([&](Store& store, std::string& error) {
+        held.clear();
+        begun.clear();
+        return store.exchange(_ends, begins, _lease, held, begun, error);
+    });
     _ends.clear();
     return good;
 }
 
 bool Claims::begin(const std::string& account, Begun& begun) {
-    return _exchange(Begin{_current.id, _current.token, account}, begun);
+    const Begin start{_current.id, _current.token, account};
+    std::vector<Begun> answers;
+    if (!_exchange({&start, 1}, answers)) return false;
+    begun = answers.empty() ? Begun() : answers.front();
+    return true;
 }
 
 void Claims::end(Finish finish) {
@@ -43,8 +52,8 @@ void Claims::end(Finish finish) {
 }
 
 bool Claims::tell() {
-    Begun none;
-    return _ends.empty() || _exchange(std::nullopt, none);
+    std::vector<Begun> none;
+    return _ends.empty() || _exchange({}, none);
 }
 
 bool Claims::release_rest() {

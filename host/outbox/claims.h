@@ -3,11 +3,10 @@
 
 #include <chrono>
 #include <deque>
-#include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
-#include "host/outbox/desk.h"
 #include "host/outbox/steadystore.h"
 #include "host/outbox/store.h"
 
@@ -22,9 +21,7 @@ class Claims {
   public:
     using Clock = std::chrono::steady_clock;
 
-    /// `lease` is that of `desk` too.
-    Claims(SteadyStore& store, Desk& desk, Pause lease)
-        : _store(store), _desk(desk), _lease(lease) {}
+    Claims(SteadyStore& store, Pause lease) : _store(store), _lease(lease) {}
 
     /// Claims up to `limit` more, when none is left.
     bool take(int limit);
@@ -51,11 +48,10 @@ class Claims {
     bool keep();
 
   private:
-    bool _exchange(const std::optional<Begin>& begin, Begun& begun);
+    bool _exchange(std::span<const Begin> begins, std::vector<Begun>& begun);
     bool _extend();
 
     SteadyStore& _store;
-    Desk& _desk;
     const Pause _lease;
     std::deque<Delivery> _waiting;
     Delivery _current;

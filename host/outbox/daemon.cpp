@@ -59,6 +59,7 @@ Daemon::~Daemon() = default;
 bool Daemon::_prepare(std::string& error) {
     constexpr const char* remedy = "build it with tools/demo or name it with --lib";
     if (!find_worker(_options.library, remedy, _files, error)) return false;
+    _stores.emplace(_options.where, _name);
     _store = make_store(_options.where, _name, error);
     if (_store == nullptr || !_store->open(error)) return false;
     _steady.emplace(*_store, _shared.watch, _shared.journal, 0s);
@@ -67,7 +68,7 @@ bool Daemon::_prepare(std::string& error) {
 
 bool Daemon::_start_threads(std::string& error) {
     for (int i = 0; i < _options.sessions; ++i) {
-        std::unique_ptr<Store> store = make_store(_options.where, _name, error);
+        std::unique_ptr<Store> store = _stores->make(error);
         if (store == nullptr) return false;
         _threads.push_back(std::make_unique<Thread>(*this, std::move(store)));
         Thread& thread = *_threads.back();

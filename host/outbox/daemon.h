@@ -12,6 +12,7 @@
 #include "host/outbox/options.h"
 #include "host/outbox/session.h"
 #include "host/outbox/stopsignals.h"
+#include "host/outbox/stores.h"
 #include "host/worker/workerfiles.h"
 
 namespace host::outbox {
@@ -43,6 +44,7 @@ class Daemon {
     StopSignals _signals;
     Shared _shared;
     WorkerFiles _files;
+    std::optional<Stores> _stores;
     std::unique_ptr<Store> _store;  // of the main thread
     std::optional<SteadyStore> _steady;
     std::vector<std::unique_ptr<Thread>> _threads;

@@ -11,7 +11,7 @@ using namespace std::chrono_literals;
 
 // A batch that is done sooner is followed by one of twice the size: what waits in a session's hand
 // is kept from the others for as long.
-constexpr auto short_batch = 250ms;
+constexpr auto short_batch = 500ms;
 constexpr int longest_batch = 64;
 
 // Between two looks at an outbox of which nothing is heard, and at one where what is due cannot be
@@ -27,8 +27,7 @@ constexpr auto short_patience = 30s;
 Session::Session(Shared& shared, Store& store, const Engine& engine)
     : _shared(shared),
       _store(store, shared.watch, shared.journal, shared.rules.once ? short_patience : 0s),
-      _claims(_store, shared.desk, shared.rules.lease), _line(engine),
-      _sender(shared, _store, _claims, _line) {}
+      _claims(_store, shared.rules.lease), _line(engine), _sender(shared, _store, _claims, _line) {}
 
 bool Session::run() {
     bool good = true;

@@ -3,7 +3,6 @@
 
 #include "host/outbox/circuits.h"
 #include "host/outbox/counters.h"
-#include "host/outbox/desk.h"
 #include "host/outbox/journal.h"
 #include "host/outbox/pauses.h"
 #include "host/outbox/watch.h"
@@ -20,11 +19,10 @@ struct Rules {
 
 /// What the sessions of a process have in common.
 struct Shared {
-    explicit Shared(const Rules& its_rules) : rules(its_rules), desk(its_rules.lease) {}
+    explicit Shared(const Rules& its_rules) : rules(its_rules) {}
 
     const Rules rules;
     Watch watch;
-    Desk desk;
     Circuits circuits;
     Counters counters;
     Journal journal;
