@@ -128,6 +128,8 @@ CREATE TABLE quorel.attachment (
         pg_catalog.octet_length(content) <= 67108864)
 );
 CREATE INDEX attachment_message ON quorel.attachment (message);
+-- Read in pieces, each of which would have all before it unpacked.
+ALTER TABLE quorel.attachment ALTER content SET STORAGE EXTERNAL;
 
 -- What is sent at once: a whole message, or some of its recipients after one was refused.
 CREATE TABLE quorel.delivery (
