@@ -6,7 +6,6 @@ own processes. Its mail goes to the server of demo_mail.py. What comes back is c
 """
 import email
 import email.policy
-import logging
 import os
 import subprocess
 import sys
@@ -48,7 +47,6 @@ SELECT xp_stopsmtp() AS stopped;
 
 
 def main():
-    logging.disable(logging.WARNING)  # aiosmtpd's hints for who writes servers
     build = os.path.abspath(sys.argv[1])
     with tempfile.TemporaryDirectory() as folder, server_with_extension(32, build, build) as server:
         authority = Authority(folder)
