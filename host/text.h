@@ -20,6 +20,9 @@ namespace host {
 [[nodiscard]] constexpr bool is_letter(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
+[[nodiscard]] constexpr bool is_ascii(char c) {
+    return static_cast<unsigned char>(c) < 0x80;
+}
 /// The lower-case letter of an ASCII letter; every other byte unchanged.
 [[nodiscard]] constexpr char to_lower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
