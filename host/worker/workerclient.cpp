@@ -163,7 +163,7 @@ CallEnd WorkerClient::State::_talk(std::string_view procedure, an_extfn_api& api
         if (!too_late && !_limits->host_gave_up()) return CallEnd::Returned;
     }
     error = _explain(talk, procedure);
-    return _limits.reason() == CallLimits::Reason::TooLong ? CallEnd::TooLong : CallEnd::Ended;
+    return _limits->reason() == CallLimits::Reason::TooLong ? CallEnd::TooLong : CallEnd::Ended;
 }
 
 void WorkerClient::State::_note_session(std::string_view procedure,
