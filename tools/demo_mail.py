@@ -21,7 +21,6 @@ from aiosmtpd.smtp import SMTP, AuthResult, LoginPassword
 
 from certificates import Authority
 
-QUORELSQL, LIBRARY = sys.argv[1:3]
 ATTACHED = "/etc/passwd"
 SCRIPT = """
 CALL xp_startsmtp(sender => 'ann@a.test', host => '127.0.0.1', port => {port}, sender_name => 'Ann',
@@ -67,12 +66,13 @@ def digest(data):
 
 def main():
     logging.disable(logging.WARNING)  # aiosmtpd's hints for who writes servers
+    quorelsql, library = sys.argv[1:3]
     folder = tempfile.TemporaryDirectory()
     authority = Authority(folder.name)
     server = Server(authority.issue("server", names="DNS:mail.a.test"))
     script = SCRIPT.format(port=server.port, file=ATTACHED, trust=authority.file).strip()
     print(script, flush=True)
-    subprocess.run([QUORELSQL, "--lib", LIBRARY, "-c", script], check=True, timeout=60,
+    subprocess.run([quorelsql, "--lib", library, "-c", script], check=True, timeout=60,
                    env={"LC_ALL": "C.UTF-8", "PATH": "/usr/bin:/bin"})
     [((cipher, protocol, _), user, recipients, data)] = server.messages
     message = email.message_from_bytes(data, policy=email.policy.default)
