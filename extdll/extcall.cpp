@@ -77,6 +77,7 @@ void TextArgument::drop() {
 }
 
 a_bool TextArgument::reserve(uint64 length) {
+    // A host may announce 4 GiB less a byte, which with its terminator 32 bits cannot hold.
     if (length >= std::numeric_limits<std::size_t>::max()) return false;
     _size = static_cast<std::size_t>(length) + 1;
     _text = _size <= sizeof _inline ? _inline : static_cast<char*>(malloc(_size));
@@ -96,6 +97,7 @@ TextArgument::Outcome TextArgument::join(ArgumentPieces& pieces) {
     if (!reserve(whole)) return Outcome::NoMemory;
     uint64 held = 0;
     do {
+        // The text has room for what was announced, whatever the pieces say.
         if (pieces.length() > whole - held) break;
         memcpy(_text + held, pieces.data(), pieces.length());
         held += pieces.length();

@@ -36,6 +36,7 @@ char** make_argv(const char* name, int* count) {
     *count = static_cast<int>(fields.count());
     if (!whole) return nullptr;
     char** const list = fields.release();
+    // A list of no fields is one all the same; null says that there was no memory.
     return list != nullptr ? list : static_cast<char**>(ut_calloc(sizeof(char*)));
 }
 
@@ -47,6 +48,7 @@ a_bool IntegerArgument::read(const ExternalCall& call, uint32 number) {
     an_extfn_value value;
     if (!call.get_value(number, &value)) return false;
     if (value.data == nullptr) return true;
+    // Whatever its type says: of a longer value the first four bytes count, of a shorter one all.
     int32 bytes = 0;
     std::memcpy(&bytes, value.data, std::min<std::size_t>(value.piece_len, sizeof bytes));
     _value = bytes;

@@ -31,6 +31,7 @@ std::atomic<int> NetInterfaceLoaded = 0;
 // What the network and the message texts need once, at the first start. A language file that cannot
 // be found is no obstacle to mail. False without memory; the next start tries again.
 bool set_up_once() {
+    // Without the lock first: every start comes here, and only one has something to do.
     if (NetInterfaceLoaded != 0) return true;
     const UTLock lock(NetInterface_cs->mutex());
     if (!lock.is_held()) return false;

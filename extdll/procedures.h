@@ -4,10 +4,15 @@
 /// The exported procedures. Each is called by a host through the call frame of extdll/extfn.h, from
 /// any thread; calls share nothing but the mail sessions, see there. "Not set" means that set_value
 /// is never called for that number.
+///
+/// This header compiles as C11 and as C++. A host that looks procedures up by their names does not
+/// need it.
 
 #include "extdll/extfn.h"
 
+#ifdef __cplusplus
 extern "C" {
+#endif
 
 #pragma GCC visibility push(default)
 
@@ -75,6 +80,9 @@ an_extfn_proc xp_startmail;
 an_extfn_proc xp_stopmail;
 
 #pragma GCC visibility pop
+
+#ifdef __cplusplus
 }
+#endif
 
 #endif

@@ -90,6 +90,7 @@ void SecureSMTPClient::_Keep(UTText& copy, const char* text) {
 
 int SecureSMTPClient::Connect(const char* sender, const char* sender_name, const char* host,
                               int port, int timeout, const char* user, const char* password) {
+    // Without one of the demands a certificate could pass that must not.
     if (_certificate_lost) return SMTP_NO_MEMORY;
     // Kept: the time-out is not set here. A name that does not resolve leaves an address that
     // cannot be connected to.

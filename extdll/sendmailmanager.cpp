@@ -8,6 +8,7 @@ SendmailState* SendmailManager::FindOrAddState(int32 cid) {
     SendmailState* state = findState(cid);
     if (state == nullptr) {
         std::unique_ptr<SendmailState> made(new (std::nothrow) SendmailState(cid));
+        // Without its lock a session must not be found by others.
         if (made == nullptr || !made->is_usable()) return nullptr;
         state = made.release();
         linkState(state);
@@ -24,6 +25,7 @@ SendmailState* SendmailManager::FindState(int32 cid) {
 }
 
 void SendmailManager::ReleaseState(SendmailState* state) {
+    // Deleted outside the lock, which other calls need: a session may unload a provider.
     bool last = false;
     {
         const UTLock lock(_cs.mutex());

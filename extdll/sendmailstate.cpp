@@ -64,6 +64,7 @@ int32 SendmailState::sendsmtp(const a_mail& mail) {
     const AddressList cc(mail.cc_recipient);
     const AddressList bcc(mail.bcc_recipient);
     if (!to.is_whole() || !cc.is_whole() || !bcc.is_whole()) return MAIL_NO_MEMORY;
+    // Before anything is said: RFC 5321, section 3.3, wants a recipient in each transaction.
     if (to.count() == 0 && cc.count() == 0 && bcc.count() == 0) return MAIL_NOTHING_TO_SEND;
     return smtp_handle->SendMessage(mail.subject, mail.message, to.addresses(), to.count(),
                                     cc.addresses(), cc.count(), bcc.addresses(), bcc.count(),

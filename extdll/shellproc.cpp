@@ -21,6 +21,7 @@ enum Status : int32 {
 bool read_command(const ExternalCall& call, TextArgument* command) {
     ArgumentPieces pieces(call, 1);
     if (!pieces.first() || pieces.is_null()) return false;
+    // A command that is longer than announced is not run cut.
     if (pieces.total_length() < pieces.length() || pieces.total_length() > longest_command) {
         return false;
     }

@@ -6,13 +6,7 @@
 /// ends with a zero byte, and the contents. These are taken as they are, or, so that what is inside
 /// a PEM text changes too, as certificates in DER that are yet to be put into one.
 
-#include <array>
-#include <cstdlib>
-#include <string>
-
-#include <sys/mman.h>
-#include <unistd.h>
-
+#include "fuzz/fuzzed.h"
 #include "providers/openssl/nameconstraints.h"
 #include "providers/openssl/peercheck.h"
 #include "providers/openssl/tlsstream.h"
@@ -21,10 +15,6 @@
 namespace {
 
 enum a_flag { FLAG_IDENTITY = 1, FLAG_TEXT = 2, FLAG_DER = 4, FLAG_KEY = 8 };
-
-void Require(bool holds) {
-    if (!holds) std::abort();
-}
 
 /// The owner's memory.
 struct Owner {
@@ -44,21 +34,6 @@ struct Owner {
 };
 constexpr a_qxci_callbacks callbacks = {Owner::Alloc, nullptr, Owner::Free, nullptr, nullptr,
                                         nullptr,      nullptr, nullptr,     nullptr, nullptr};
-
-/// A file without a place, whose contents are set for each input.
-class File {
-  public:
-    const char* Write(const std::string& contents) {
-        Require(ftruncate(_descriptor, 0) == 0);
-        const auto size = static_cast<ssize_t>(contents.size());
-        Require(pwrite(_descriptor, contents.data(), contents.size(), 0) == size);
-        return _name.c_str();
-    }
-
-  private:
-    const int _descriptor = memfd_create("contents", 0);
-    const std::string _name = "/proc/self/fd/" + std::to_string(_descriptor);
-};
 
 std::string Wrap(const char* label, const std::string& der) {
     const BioPtr bio(BIO_new(BIO_s_mem()));
@@ -94,21 +69,13 @@ std::string PemOf(const STACK_OF(X509) & chain, const std::string& rest, bool wi
 }
 
 bool IsDocumented(uint32_t code) {
-    switch (code) {
-    case QxciErrOK:
-    case QxciErrNoMemory:
-    case QxciErrBadCertFile:
-    case QxciErrNoCertificates:
-    case QxciErrMissingCertPassword:
-    case QxciErrSpecifiedCertExpired:
-    case QxciErrOptionError:
-    case QxciErrKeyMissing:
-    case QxciErrBadCert:
-    case QxciErrBadRSACert:
-        return true;
-    default:
-        return false;
+    for (const unsigned documented :
+         {QxciErrOK, QxciErrNoMemory, QxciErrBadCertFile, QxciErrNoCertificates,
+          QxciErrMissingCertPassword, QxciErrSpecifiedCertExpired, QxciErrOptionError,
+          QxciErrKeyMissing, QxciErrBadCert, QxciErrBadRSACert}) {
+        if (code == documented) return true;
     }
+    return false;
 }
 
 /// The first certificate is the peer's; the others, or only it, are trusted.
@@ -123,7 +90,7 @@ void Judge(STACK_OF(X509) & chain, X509_STORE* trust, const Settings& settings,
     X509_VERIFY_PARAM_set_flags(X509_STORE_CTX_get0_param(context.get()),
                                 X509_V_FLAG_PARTIAL_CHAIN);
     qxci::ErrorRecord error(memory);
-    Require(check_peer(*context, settings, error) == (error.get()->code == QxciErrOK));
+    check(check_peer(*context, settings, error) == (error.get()->code == QxciErrOK));
     // And as a chain whose signatures were right.
     X509_STORE_CTX_set0_verified_chain(context.get(), X509_chain_up_ref(&chain));
     judge_chain_dates(*context);
@@ -137,18 +104,16 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     Owner owner{-1};
     const qxci::Memory memory(&callbacks, &owner);
     qxci::ErrorRecord error(memory);
-    Require(ProviderEnv(memory).init(nullptr, nullptr, error));  // sets OpenSSL up
+    check(ProviderEnv(memory).init(nullptr, nullptr, error));  // sets OpenSSL up
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static File file;
-    if (size < 3) return 0;
-    const int flags = data[0];
-    Owner owner{data[1] == 0 ? -1 : data[1] % 32};
-    std::string contents(reinterpret_cast<const char*>(data) + 2, size - 2);
-    const std::string name = contents.c_str();
-    contents.erase(0, name.size() + 1);
+    Input input(data, size);
+    const unsigned flags = input.byte(), failing = input.byte();
+    Owner owner{failing == 0 ? -1 : static_cast<int>(failing % 32)};
+    const std::string name = input.text();
+    std::string contents = input.rest();
 
     ChainPtr chain(sk_X509_new_null());
     if ((flags & FLAG_DER) != 0) {
@@ -157,10 +122,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     const bool identity = (flags & FLAG_IDENTITY) != 0, text = (flags & FLAG_TEXT) != 0;
     a_qxci_user_option named = {"certificate_name", name.c_str(), false, nullptr};
+    const std::string path = file_with(contents);
     a_qxci_user_option given = {identity ? text ? "identity" : "identity_file"
                                 : text   ? "trusted_root"
                                          : "trusted_certificate",
-                                text ? contents.c_str() : file.Write(contents), false, &named};
+                                (text ? contents : path).c_str(), false, &named};
     {
         const qxci::Memory memory(&callbacks, &owner);
         qxci::ErrorRecord error(memory);
@@ -168,12 +134,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         a_credentials credentials;
         const bool loaded = settings.read(&given, SCOPE_OBJECT, error) &&
                             credentials.load(memory, settings, true, error);
-        Require(loaded == (error.get()->code == QxciErrOK) && IsDocumented(error.get()->code));
-        Require(!loaded ||
-                (identity ? credentials.identity.loaded() : credentials.trust != nullptr));
+        check(loaded == (error.get()->code == QxciErrOK) && IsDocumented(error.get()->code));
+        check(!loaded || (identity ? credentials.identity.loaded() : credentials.trust != nullptr));
         if (loaded && !identity) Judge(*chain, credentials.trust.get(), settings, memory);
     }
-    Require(owner.live == 0);
+    check(owner.live == 0);
     ERR_clear_error();  // whose texts would look like a leak that has to be searched for
     return 0;
 }

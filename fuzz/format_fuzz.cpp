@@ -3,13 +3,10 @@
 //
 // An input is a format, a zero, and the text to scan, which also gives the values to print.
 
-#include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -102,10 +99,9 @@ void scan(const std::string& format, const std::string& text) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
-    const std::string input(reinterpret_cast<const char*>(data), size);
-    const std::string format = input.substr(0, input.find('\0'));
-    const std::string text = input.substr(std::min(format.size() + 1, input.size()));
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    Input input(data, size);
+    const std::string format = input.text(), text = input.rest();
     print(format, text);
     scan(format, text);
     return 0;

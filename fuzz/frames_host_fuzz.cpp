@@ -1,5 +1,5 @@
-// A host in conversation with a hostile worker: whatever comes, the call ends, and no value is
-// longer than a piece may be.
+// A host in conversation with a hostile worker: whatever comes, the call ends, no piece is longer
+// than one may be, and none follows one of its value that was refused.
 //
 // An input is what the worker sends during one call.
 
@@ -20,14 +20,22 @@ std::int16_t get_piece(void*, std::uint32_t number, an_extfn_value* value, std::
     *value = {value_bytes + offset, std::min(total - offset, 10U), {total}, EXTFN_TYPE_STRING};
     return 1;
 }
-// Refuses some, so that what follows a refusal is seen too.
-std::int16_t set_value(void* handle, std::uint32_t number, an_extfn_value* value, std::int16_t) {
+struct Values {
+    std::size_t sum = 0;
+    bool refused[3] = {};
+};
+
+// Refuses some.
+std::int16_t set_value(void* handle, std::uint32_t number, an_extfn_value* value,
+                       std::int16_t append) {
     check(value->piece_len <= host::SharedPieces::slot_size);
     check(value->data != nullptr || value->piece_len == 0);
-    std::size_t& sum = *static_cast<std::size_t*>(handle);
+    auto& [sum, refused] = *static_cast<Values*>(handle);
+    check(number < std::size(refused) && (append == 0 || !refused[number]));
     for (std::uint32_t i = 0; i < value->piece_len; ++i)
         sum += static_cast<const unsigned char*>(value->data)[i];
-    return number % 3 == 2 ? 0 : 1;
+    refused[number] = sum % 3 == 2;
+    return refused[number] ? 0 : 1;
 }
 void set_cancel(void*, void*) {}
 
@@ -42,8 +50,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const bool created = shared.create();
     check(created);
     an_extfn_api api = {get_value, get_piece, set_value, set_cancel};
-    std::size_t sum = 0;
-    host::CallDriver driver(socket, shared, api, &sum, [] { return true; });
+    Values values;
+    host::CallDriver driver(socket, shared, api, &values, [] { return true; });
     std::string error;
     const host::Talk talk = driver.run(1, "xp_x", "/", error);
     check(talk == host::Talk::Failed || error.empty());

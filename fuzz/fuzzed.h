@@ -10,11 +10,23 @@
 #include <string>
 #include <string_view>
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 /// A rule that holds for every input.
 inline void check(bool holds) {
     if (!holds) std::abort();
+}
+
+/// The path of a file with no place in a folder, which now holds `contents`.
+inline std::string file_with(const std::string& contents) {
+    static const int file = memfd_create("contents", MFD_CLOEXEC);
+    check(ftruncate(file, 0) == 0);
+    check(pwrite(file, contents.data(), contents.size(), 0) ==
+          static_cast<ssize_t>(contents.size()));
+    return "/proc/self/fd/" + std::to_string(file);
 }
 
 /// An input, taken apart from its start; behind its end everything is 0 or empty.

@@ -3,7 +3,6 @@
 //
 // An input is an image.
 
-#include <cstdlib>
 #include <memory>
 
 #include "fuzz/fuzzed.h"

@@ -26,10 +26,12 @@ struct CallFrame::State {
     CheckedArguments arguments;
     std::optional<Value> result;             // number 0
     std::vector<std::optional<Value>> outs;  // by number - 1
+    std::size_t kept = 0;                    // bytes in these two
     std::string warning;
     std::uint64_t moved = 0;
     pid_t process = 0;  // that made the call
     bool called = false;
+    Failure failure = Failure::None;
     CancelRecord cancel;
 
     [[nodiscard]] bool exists(std::uint32_t number) const {
@@ -48,6 +50,7 @@ struct CallFrame::State {
     bool write_to(std::optional<Value>& slot, const an_extfn_value& value, bool append);
     bool write_result(const an_extfn_value& value, bool append);
     void note_moved(std::uint32_t bytes);
+    static Failure failure_of(CallEnd end);
     bool run(std::string& error);
     void end_stray_child() const;
 };
@@ -79,11 +82,12 @@ void CallFrame::State::fill(std::uint32_t number, std::uint32_t offset, an_extfn
     value.data = const_cast<char*>(bytes.data() + offset);
     value.piece_len = whole ? length - offset : std::min(piece_size, length - offset);
     value.total_len = length;
-    if (!procedure.parameter(number).names_file) note_moved(value.piece_len);
+    if (procedure.parameter(number).file == FileUse::None) note_moved(value.piece_len);
 }
 
 bool CallFrame::State::write(std::uint32_t number, const an_extfn_value& value, bool append) {
-    end_stray_child();
+    // It comes to tell of its failure, not with more of a value.
+    if (!append) end_stray_child();
     const bool taken = number == 0 ? write_result(value, append)
                                    : exists(number) && procedure.is_out(number) &&
                                          write_to(outs[number - 1], value, append);
@@ -93,18 +97,18 @@ bool CallFrame::State::write(std::uint32_t number, const an_extfn_value& value, 
 
 bool CallFrame::State::write_to(std::optional<Value>& slot, const an_extfn_value& value,
                                 bool append) {
-    if (value.data == nullptr) {
+    // Nothing was begun that a piece could go on with.
+    const bool is_begun = slot && !slot->is_null();
+    if (append && value.data != nullptr && !is_begun) return false;
+    if (!append || value.data == nullptr) {
+        kept -= is_begun ? slot->bytes->size() : 0;
         slot = Value::null(value.type);
-        return true;
     }
-    const auto* data = static_cast<const char*>(value.data);
-    if (!append) {
-        slot = Value::text(std::string(data, value.piece_len), value.type);
-        return true;
-    }
-    // Nothing was begun that this could go on with.
-    if (!slot || slot->is_null()) return false;
-    slot->bytes->append(data, value.piece_len);
+    if (value.data == nullptr) return true;
+    if (value.piece_len > most_kept - kept) return false;
+    kept += value.piece_len;
+    if (!slot->bytes) slot->bytes.emplace();
+    slot->bytes->append(static_cast<const char*>(value.data), value.piece_len);
     return true;
 }
 
@@ -125,6 +129,19 @@ void CallFrame::State::note_moved(std::uint32_t bytes) {
 // this process. It must not go on as one.
 void CallFrame::State::end_stray_child() const {
     if (getpid() != process) _exit(127);
+}
+
+CallFrame::Failure CallFrame::State::failure_of(CallEnd end) {
+    switch (end) {
+    case CallEnd::Returned:
+        return Failure::None;
+    case CallEnd::NotCalled:
+        return Failure::NotCalled;
+    case CallEnd::TooLong:
+        return Failure::TooLong;
+    default:
+        return Failure::Ended;
+    }
 }
 
 bool CallFrame::State::run(std::string& error) {
@@ -156,7 +173,8 @@ bool CallFrame::State::run(std::string& error) {
     // What it points at has ended, and its number may be another process's soon.
     cancel.own(nullptr);
     called = end != CallEnd::NotCalled;
-    if (end == CallEnd::Returned) return true;
+    failure = failure_of(end);
+    if (failure == Failure::None) return true;
     // What has arrived of a value may be a part of it.
     result.reset();
     outs.assign(outs.size(), std::nullopt);
@@ -179,14 +197,21 @@ bool CallFrame::lend_argument(std::uint32_t number, std::string_view bytes, std:
 
 bool CallFrame::call(std::string& error) {
     const Procedure& procedure = _state->procedure;
+    _state->failure = Failure::Arguments;
     if (!_state->arguments.finish(_state->warning, error)) return false;
     // It looks at the file that is there before the call.
     const FileCheck file(procedure.file, _state->arguments.given());
     if (!_state->run(error)) return false;
 
     const std::string doubt = result() && result()->as_int() == 0 ? file.doubt() : "";
-    if (!doubt.empty()) error = std::string(procedure.name) + ": status 0, but " + doubt;
-    return doubt.empty();
+    if (doubt.empty()) return true;
+    error = std::string(procedure.name) + ": status 0, but " + doubt;
+    _state->failure = Failure::Doubtful;
+    return false;
+}
+
+CallFrame::Failure CallFrame::failure() const {
+    return _state->failure;
 }
 
 bool CallFrame::was_called() const {

@@ -66,6 +66,17 @@ class CallFrame {
     /// which leaves no values.
     bool call(std::string& error);
 
+    /// Why call() gave false.
+    enum class Failure {
+        None,
+        Arguments,  ///< their rules refused them, before anything was called
+        NotCalled,  ///< there is no procedure to call, or nothing that could run it
+        Ended,      ///< the engine ended the call, or died
+        TooLong,    ///< the engine ended it at its deadline
+        Doubtful    ///< the procedure gave 0, and a file speaks against it
+    };
+    [[nodiscard]] Failure failure() const;
+
     /// After call(): the procedure was called, whatever became of it.
     [[nodiscard]] bool was_called() const;
 
@@ -82,7 +93,10 @@ class CallFrame {
     void cancel();
     [[nodiscard]] bool cancelled() const;
 
-    /// What the procedure set: nothing when it set no value at all.
+    /// What the procedure set: nothing when it set no value at all. All that a frame keeps together
+    /// is not longer than most_kept bytes; a piece beyond is refused, as a server does that has had
+    /// enough. What may be longer is for on_result.
+    static constexpr std::size_t most_kept = std::size_t{16} << 20;
     [[nodiscard]] const std::optional<Value>& result() const;
     [[nodiscard]] const std::optional<Value>& out(std::uint32_t number) const;
 

@@ -14,6 +14,7 @@ namespace host {
 enum class CallEnd {
     Returned,  ///< the procedure returned
     Ended,     ///< it was under way, and does not return any more
+    TooLong,   ///< the same, at its deadline
     NotCalled
 };
 
@@ -26,6 +27,8 @@ class Engine {
     /// Asked on the calling thread every probe_interval or so; true cancels the call.
     using Interrupted = std::function<bool()>;
     static constexpr std::chrono::milliseconds probe_interval{25};
+    /// What is left to a call at most, once it is cancelled or its deadline has passed.
+    static constexpr std::chrono::milliseconds grace{250};
 
     Engine() = default;
     Engine(const Engine&) = default;
@@ -45,6 +48,16 @@ class Engine {
     /// What a call may take from now on; zero: as long as it likes. Nothing happens where calls
     /// cannot be ended.
     virtual void set_deadline(std::chrono::milliseconds /*deadline*/) const {}
+
+    /// For the callbacks of a running call, which hold it up when they wait for anything by
+    /// themselves: waits until one of the poll(2) events `events` is there for `descriptor`. False
+    /// when the call is to end first; it then has no values, and the sentence of such an end. Where
+    /// calls cannot be ended it is true at once.
+    [[nodiscard]] virtual bool wait_for(int /*descriptor*/, short /*events*/) const { return true; }
+
+    /// False when nothing of an earlier call is left that a later one could find, such as a mail
+    /// session.
+    [[nodiscard]] virtual bool remembers() const { return true; }
 };
 
 }  // namespace host

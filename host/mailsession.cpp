@@ -49,7 +49,8 @@ bool stop_session(const Engine& engine, std::int32_t session) {
 
 void stop_in_time(const Engine& engine, const std::set<std::int32_t>& started) {
     using Clock = std::chrono::steady_clock;
-    const Clock::time_point end = Clock::now() + std::chrono::seconds(1);
+    // An end that is forced is over within the second, too.
+    const Clock::time_point end = Clock::now() + std::chrono::seconds(1) - Engine::grace;
     for (const std::int32_t session : started) {
         const auto left = std::chrono::floor<std::chrono::milliseconds>(end - Clock::now());
         if (left.count() <= 0) return;
@@ -79,9 +80,11 @@ void note_mail_call(const Procedure& procedure, const CallFrame& frame, std::int
     sessions().started[connection].insert(frame.connection().value_or(connection));
 }
 
-void end_mail_sessions(std::shared_ptr<const Engine> engine, std::int32_t connection) {
+void end_mail_sessions(std::shared_ptr<const Engine> engine, std::int32_t connection,
+                       std::chrono::milliseconds patience) {
     std::set<std::int32_t> started = take_sessions(connection);
     if (started.empty()) return;
+    if (!engine->remembers()) return;
     if (engine->ends_calls()) return stop_in_time(*engine, started);
     auto farewell = std::shared_ptr<Farewell>(
         new Farewell{std::move(engine), std::move(started), {}, {}, false});
@@ -90,8 +93,7 @@ void end_mail_sessions(std::shared_ptr<const Engine> engine, std::int32_t connec
     if (!start_quiet_thread(run, given.get())) return;
     static_cast<void>(given.release());  // the thread owns it now
     std::unique_lock lock(farewell->mutex);
-    farewell->changed.wait_for(lock, std::chrono::seconds(longest_farewell),
-                               [&farewell] { return farewell->over; });
+    farewell->changed.wait_for(lock, patience, [&farewell] { return farewell->over; });
 }
 
 }  // namespace host

@@ -3,6 +3,7 @@
 
 /// The end of mail sessions when what began them ends first.
 
+#include <chrono>
 #include <cstdint>
 
 #include "host/callframe.h"
@@ -15,12 +16,13 @@ namespace host {
 void note_mail_call(const Procedure& procedure, const CallFrame& frame, std::int32_t connection);
 
 /// Stops the mail sessions that a closing connection ever started, those that are still open: QUIT,
-/// and the socket closed. Servers that are slow to answer are waited for longest_farewell seconds
-/// in all; the rest goes on in the background, on a thread that ends with the servers' answers, the
-/// sessions' time-outs or the process. Where `engine` ends calls they are waited for a second in
-/// all, and then ended. Calls no function of SQLite's. Safe on any thread.
-void end_mail_sessions(std::shared_ptr<const Engine> engine, std::int32_t connection);
-inline constexpr int longest_farewell = 5;
+/// and the socket closed. Servers that are slow to answer are waited for `patience` in all; the
+/// rest goes on in the background, on a thread that ends with the servers' answers, the sessions'
+/// time-outs or the process. Where `engine` ends calls they are waited for a second in all, and
+/// then ended. Calls no function of SQLite's. Safe on any thread.
+inline constexpr std::chrono::seconds longest_farewell{5};
+void end_mail_sessions(std::shared_ptr<const Engine> engine, std::int32_t connection,
+                       std::chrono::milliseconds patience = longest_farewell);
 
 }  // namespace host
 

@@ -25,6 +25,9 @@ enum class Absent {
     Connection  ///< the number of the calling SQL connection
 };
 
+/// What a procedure does with a file that a parameter names.
+enum class FileUse { None, Reads, Writes };
+
 // The fields stand in the order in which a row reads.
 // NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding)
 struct Parameter {
@@ -34,7 +37,7 @@ struct Parameter {
     Absent absent;
     std::string_view meaning;  ///< a few words for help texts
     Content content = Content::Text;
-    bool names_file = false;  ///< the value is a file's name, which the procedure opens
+    FileUse file = FileUse::None;  ///< not None: the value is a file's name, which is opened
 
     /// True where a caller may give the value by its place among the others. The connection's
     /// number is given by name or not at all.
@@ -49,6 +52,9 @@ enum class Result {
     Status,  ///< an int32, 0 for success
     Bytes    ///< a binary value, or NULL for failure; left unset, it is an empty value
 };
+
+/// What a call reaches outside of the database, by which a server decides who may make it.
+enum class Reach { Nothing, FilesToRead, FilesToWrite, Commands, Mail };
 
 /// One status in words, for people.
 struct StatusMeaning {
@@ -67,6 +73,7 @@ struct Need {
 struct Procedure {
     std::string_view name;
     std::string_view summary;  ///< one line, what it does
+    Reach reach = Reach::Nothing;
     Result result = Result::None;
 
     /// The parameters by number, from 1. Where `repeats` is not 0, the last row stands for that

@@ -13,16 +13,17 @@ namespace {
 using enum Direction;
 using enum Absent;
 using enum Content;
+using enum FileUse;
 
 // How many values the format procedures take or give.
 constexpr std::uint32_t format_values = 50;
 
 constexpr Parameter read_file_parameters[] = {
-    {"name", In, EXTFN_TYPE_STRING, Refuse, "the file to read", Text, true},
+    {"name", In, EXTFN_TYPE_STRING, Refuse, "the file to read", Text, Reads},
 };
 
 constexpr Parameter write_file_parameters[] = {
-    {"name", In, EXTFN_TYPE_STRING, Refuse, "the file to write", Text, true},
+    {"name", In, EXTFN_TYPE_STRING, Refuse, "the file to write", Text, Writes},
     {"contents", In, EXTFN_TYPE_BINARY, Refuse, "the bytes to write, one at least", Bytes},
 };
 
@@ -57,7 +58,7 @@ constexpr Parameter startsmtp_parameters[] = {
     {"auth_password", In, EXTFN_TYPE_CHAR, Null,
      "the user's password; without trusted_cert only for this machine itself", Line},
     {"trusted_cert", In, EXTFN_TYPE_CHAR, Null, "a file of trusted certificates; asks for TLS",
-     Line},
+     Line, Reads},
     {"cert_company", In, EXTFN_TYPE_CHAR, Null, "the company (O) in the server's certificate",
      Line},
     {"cert_unit", In, EXTFN_TYPE_CHAR, Null, "the unit (OU) in it", Line},
@@ -84,7 +85,7 @@ constexpr Parameter sendmail_parameters[] = {
     {"unused7", In, EXTFN_TYPE_CHAR, Null, "not used"},
     {"unused8", In, EXTFN_TYPE_CHAR, Null, "not used"},
     {"unused9", In, EXTFN_TYPE_CHAR, Null, "not used"},
-    {"include_file", In, EXTFN_TYPE_CHAR, Null, "a file to attach", Attachment, true},
+    {"include_file", In, EXTFN_TYPE_CHAR, Null, "a file to attach", Attachment, Reads},
     {"unused11", In, EXTFN_TYPE_CHAR, Null, "not used"},
     {"unused12", In, EXTFN_TYPE_CHAR, Null, "not used"},
     {"unused13", In, EXTFN_TYPE_CHAR, Null, "not used"},
@@ -170,11 +171,13 @@ constexpr std::string_view older_mail =
 constexpr Procedure table[] = {
     {.name = "xp_read_file",
      .summary = "reads a whole file of this machine; NULL when it cannot be read",
+     .reach = Reach::FilesToRead,
      .result = Result::Bytes,
      .parameters = read_file_parameters,
      .otherwise = "it cannot be opened or read, or its name is NULL"},
     {.name = "xp_write_file",
      .summary = "writes a value into a file of this machine, which then holds nothing else",
+     .reach = Reach::FilesToWrite,
      .result = Result::Status,
      .parameters = write_file_parameters,
      .file = {.size = FileRule::Size::AsGiven, .name = 1, .contents = 2},
@@ -192,6 +195,7 @@ constexpr Procedure table[] = {
      .otherwise = "the input does not match the format, or one of them is NULL"},
     {.name = "xp_cmdshell",
      .summary = "runs a command with /bin/sh, waits for it and gives its exit status",
+     .reach = Reach::Commands,
      .result = Result::Status,
      .parameters = cmdshell_parameters,
      .cancellable = true,
@@ -199,6 +203,7 @@ constexpr Procedure table[] = {
      .otherwise = "the command ended with this exit status"},
     {.name = "xp_startsmtp",
      .summary = "opens a session with a mail server, for this connection",
+     .reach = Reach::Mail,
      .result = Result::Status,
      .parameters = startsmtp_parameters,
      .needs = startsmtp_needs,
@@ -207,6 +212,7 @@ constexpr Procedure table[] = {
      .otherwise = "an unknown status"},
     {.name = "xp_sendmail",
      .summary = "sends a message over the session of this connection",
+     .reach = Reach::Mail,
      .result = Result::Status,
      .parameters = sendmail_parameters,
      .guard = guard_message,
@@ -215,15 +221,18 @@ constexpr Procedure table[] = {
      .otherwise = "an unknown status"},
     {.name = "xp_stopsmtp",
      .summary = "closes the mail session of this connection",
+     .reach = Reach::Mail,
      .result = Result::Status,
      .parameters = stopsmtp_parameters,
      .statuses = stopsmtp_statuses,
      .otherwise = "an unknown status"},
     {.name = "xp_startmail",
      .summary = "does nothing; opens a session of an older mail interface elsewhere",
+     .reach = Reach::Mail,
      .otherwise = older_mail},
     {.name = "xp_stopmail",
      .summary = "does nothing; closes a session of an older mail interface elsewhere",
+     .reach = Reach::Mail,
      .otherwise = older_mail},
 };
 

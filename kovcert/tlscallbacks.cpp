@@ -40,6 +40,7 @@ a_qxci_io_result QXCI_WriteCallback(void* conn, const unsigned char* data, unsig
     const TlsConnection& connection = connection_of(conn);
     const size_t sent = connection.getCallbacks()->writeFunc(
         connection.getUserContext(), reinterpret_cast<const char*>(data), len);
+    // A record that has left in part can neither be repeated nor completed from here.
     return sent != 0 && sent == len ? QXCI_IO_OK : QXCI_IO_ERROR;
 }
 

@@ -62,10 +62,12 @@ a_dbqxci_error TlsConnection::read(char* buf, size_t* len) {
 a_dbqxci_error TlsConnection::_Write(const void* data, size_t len) {
     if (_shutdown) return QxciErrConnectionClosed;
     if (!_is_valid) return QxciErrUnknown;
+    // The client speaks first (RFC 8446, section 2); until then a server has no keys to write with.
     if (!isClientConnection() && !_handshake_done) return QxciErrHandshakeFailed;
     Patience patience;
     const auto* const bytes = static_cast<const a_qxci_byte*>(data);
     a_qxci_io_result result = QXCI_IO_OK;
+    // Always the whole text: the provider knows how much of it has gone.
     while ((result = _qxci_stream_conn->Write(bytes, len)) == QXCI_IO_WOULD_BLOCK) {
         if (_shutdown) return QxciErrConnectionClosed;
         patience.begin();
@@ -104,6 +106,7 @@ a_dbqxci_error TlsConnection::_Failed(a_qxci_io_result result) {
     if (result == QXCI_IO_WOULD_BLOCK)
         return _shutdown ? QxciErrConnectionClosed : QxciErrWouldBlock;
     if (result != QXCI_IO_GRACEFUL_CLOSE) return _ProviderError();
+    // Both directions at once: TLS 1.3 would let this side write on (RFC 8446, section 6.1).
     shut_down();
     return QxciErrConnectionClosed;
 }
@@ -133,6 +136,7 @@ void TlsConnection::_Yield() {
 
 a_dbqxci_error TlsConnection::receiveBytes(const char* data, size_t len) {
     if (_shutdown) return _Record(QxciErrConnectionClosed);
+    // A copy, since the owner uses its memory for the next bytes.
     std::unique_ptr<TlsReadBuffer> piece(new (std::nothrow) TlsReadBuffer(data, len));
     if (piece == nullptr || !piece->is_valid()) return _Record(QxciErrNoMemory);
     _buffers.append(piece.release());

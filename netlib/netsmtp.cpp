@@ -53,6 +53,7 @@ int SMTPClient::Connect(const char* sender, const char* sender_name, const char*
 int SMTPClient::_ConnectSocket(const IPAddress& address) {
     if (address.isIPv6()) {
         _socket.close();
+        // The one that was made with the client can only reach IPv4 addresses.
         if (!_socket.init(SOCK_TCP, true)) return SMTP_NOT_CONNECTED;
         _socket.Socket::set_blocking_state(false);
     }
@@ -106,6 +107,7 @@ int SMTPClient::_SMTPConnect(a_reply& reply, const char* sender, const char* sen
     // The name as the host has it: looking up its domain could wait for a name server.
     char host_name[256];
     const a_bool named = gethostname(host_name, sizeof host_name) == 0;
+    // gethostname(2) need not terminate a name that it had to cut.
     host_name[sizeof host_name - 1] = '\0';
     const int result = _SendCommand({"EHLO ", named ? host_name : "localhost"});
     return result == SMTP_OK ? _ProcessResponse(reply, true) : result;
@@ -143,6 +145,7 @@ int SMTPClient::_SendLine(const char* line) {
 
 size_t SMTPClient::_sendData(const char* data, size_t len) {
     constexpr auto failed = static_cast<size_t>(-1);
+    // Behind a gap the server would take the rest of a message for commands.
     if (_write_failed || _ostrm == nullptr) return failed;
     const size_t written = _ostrm->put(data, len);
     if (written != len) _write_failed = true;

@@ -56,9 +56,11 @@ a_bool append_credential(Buffer& line, const char* user, const char* password) {
 
 int SMTPClient::_SMTPAuthenticate(a_reply& reply, const char* user, const char* password) {
     if (user == nullptr || password == nullptr) {
+        // As if a login had succeeded: the caller judges the code, and there is nothing to prove.
         reply.code = REPLY_AUTHENTICATED;
         return SMTP_OK;
     }
+    // RFC 4954, section 3: the mechanisms stand behind the keyword, each after a blank.
     const char* const offered = FindServerCapability("AUTH");
     if (offered == nullptr || std::strstr(offered, " PLAIN") == nullptr) return SMTP_BAD_REPLY;
 

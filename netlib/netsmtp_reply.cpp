@@ -69,6 +69,7 @@ size_t SMTPClient::_ReadLine(char* buf, size_t buflen) {
         }
         count += got;
         if (buf[count - 1] != '\n') continue;
+        // A line that fills the buffer has no terminator: its length is what counts.
         if (count < buflen) buf[count] = '\0';
         break;
     }

@@ -128,6 +128,7 @@ int Socket::send_with_yield(const char* buf, unsigned int len, a_bool (*yield_fu
             break;
         }
     }
+    // What has left cannot be taken back, so that a stop is no failure then.
     if (sent > 0) return static_cast<int>(sent);
     errno = EAGAIN;
     return -1;
@@ -145,6 +146,7 @@ a_bool Socket::_wait_for_room() {
 }
 
 int Socket::_take_pending_error() {
+    // The system forgets this error as it tells it (socket(7)): who asks has to use the answer.
     int pending = 0;
     socklen_t length = sizeof pending;
     if (getsockopt(SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&pending), &length) == -1)
@@ -272,12 +274,14 @@ int Socket::add_membership(IPAddress& group, IPAddress& iface) {
     if (_set_option(IPPROTO_IPV6, IPV6_MULTICAST_LOOP, int{0}) == -1) return -1;
     ipv6_mreq request = {};
     request.ipv6mr_multiaddr = group.get_sockaddr_in6()->sin6_addr;
+    // IPv6 names an interface by its index (RFC 3493, section 5.2), which is the scope here.
     request.ipv6mr_interface = iface.getScopeId();
     return _set_option(IPPROTO_IPV6, IPV6_JOIN_GROUP, request);
 }
 
 int Socket::set_blocking_state(a_bool blocking) {
     _blocking = blocking;
+    // One call, where fcntl(2) takes two.
     int non_blocking = blocking ? 0 : 1;
     return unix_ioctl(_sock, FIONBIO, &non_blocking);
 }

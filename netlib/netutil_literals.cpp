@@ -85,6 +85,7 @@ class IPv6Scanner {
         const char opening = *_at == ')' ? '(' : '[';
         if (_bracket != opening || _colons < 2) return false;
         _closed = true;
+        // Taken whole, as the loop in accepts() ends with the text.
         const char* const rest = ++_at;
         _at += std::strlen(rest);
         return *rest == '\0' || (_allow_port && *rest == ':' && is_port(rest + 1));
@@ -104,6 +105,7 @@ class IPv6Scanner {
     /// The whole group, up to what can follow it, must be an IPv4 address.
     a_bool embedded_ipv4() {
         if (_decimal_group == nullptr) return false;
+        // From the first digit of the group, which has been passed as a hex digit already.
         const size_t length = std::strcspn(_decimal_group, ":%)]");
         if (length > max_embedded) return false;
         char dotted[max_embedded + 1] = {};

@@ -18,11 +18,13 @@ void SockIStream::refill() {
         _lim = _data + count;
         return;
     }
+    // Nothing yet is no end: the caller asks again.
     if (count == -1 && _socket.getLastError().code() == EAGAIN) return;
     set_eof();
 }
 
 size_t SockOStream::do_put(const a_byte* data, size_t n) {
     const auto length = static_cast<unsigned int>(std::min<size_t>(n, INT_MAX));
+    // A failure, -1, becomes the (size_t)-1 of streams.
     return static_cast<size_t>(_socket.send(reinterpret_cast<const char*>(data), length));
 }

@@ -78,6 +78,7 @@ int TimedSocket::send_with_yield(const char* buf, unsigned int len, a_bool (*yie
         if (count == -1) return -1;
         sent += static_cast<unsigned int>(count);
         if (sent == len) return static_cast<int>(len);
+        // Sent in part counts as not ready, so that the rest is waited for.
         errno = EAGAIN;
         return -1;
     });
@@ -93,6 +94,7 @@ int TimedSocket::connect(const IPAddress& ip) {
     while (wait == SOCKET_WAIT_IDLE) {
         _clear_error();
         const auto* name = reinterpret_cast<const sockaddr*>(ip.get_sockaddr());
+        // Asked anew in each slice, for connect(2) also tells how the attempt stands.
         if (unix_connect(_sock, name, ip.get_sockaddr_len(), _timeout) != -1) return 0;
         if (!connection_under_way(_peek_error())) return -1;
         wait = _wait_for_activity(for_reading | for_writing, start);
@@ -101,6 +103,7 @@ int TimedSocket::connect(const IPAddress& ip) {
 }
 
 int TimedSocket::_confirm_connection() {
+    // A socket is ready for writing after a failed attempt, too, but has no peer then.
     IPAddress peer;
     if (getpeername(peer) != -1) return 0;
     _saved_error_code = ENOTCONN;

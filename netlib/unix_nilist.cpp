@@ -91,6 +91,7 @@ a_bool NIListReader::ReadIPv4(NetworkInterface_list& list) const {
     if (!lines.is_open()) return false;
     while (const char* line = lines.next()) {
         std::unique_ptr<NetworkInterface> entry = new_entry();
+        // Not just left out: half a list would pass for the whole.
         if (entry == nullptr) return false;
         if (!take_name(line, *entry) || !entry->_getInterfaceInfo(AF_INET)) continue;
         list.append(entry.release());
@@ -126,6 +127,7 @@ a_bool NIListReader::ParseIPv6(const char* line, NetworkInterface& entry) {
 
 a_bool NIListReader::ReadIPv6(NetworkInterface_list& list) const {
     LineReader lines(_source.if_inet6);
+    // A kernel without IPv6 has no such list, which is no failure.
     if (!lines.is_open()) return true;
     while (const char* line = lines.next()) {
         std::unique_ptr<NetworkInterface> entry = new_entry();

@@ -86,6 +86,7 @@ a_bool unix_limit_reached(const a_timer_tick& start, int32 limit_in_ms) {
 }
 
 SOCKET unix_socket(int domain, int type, int protocol) {
+    // At once: between two calls another thread of the host may fork.
     return socket(domain, type | SOCK_CLOEXEC, protocol);
 }
 
@@ -111,6 +112,7 @@ int unix_connect(SOCKET s, const sockaddr* name, socklen_t namelen, int32 timeou
         namelen = sizeof without_scope;
     }
     int result = connect_within(s, name, namelen, timeout_in_ms);
+    // An attempt that was left going, by a signal or an earlier call, has succeeded meanwhile.
     if (result == -1 && errno == EISCONN) result = 0;
     return marked_on_success(s, result);
 }
@@ -129,6 +131,7 @@ ssize_t unix_recv(SOCKET s, void* buf, size_t len, int flags) {
 }
 
 ssize_t unix_send(SOCKET s, const void* buf, size_t len, int flags) {
+    // A peer that has gone is an error, not a SIGPIPE for the host.
     return repeat_interrupted([&] { return send(s, buf, len, flags | MSG_NOSIGNAL); });
 }
 
@@ -149,6 +152,7 @@ ssize_t unix_recvmsg(SOCKET s, msghdr* message, int flags) {
 }
 
 int unix_poll(pollfd* fds, nfds_t count, int timeout_in_ms) {
+    // poll(2) passes over negative numbers, and so would wait in vain for a socket that is closed.
     for (nfds_t i = 0; i < count; ++i) {
         if (fds[i].fd >= 0) continue;
         errno = EBADF;
@@ -159,6 +163,7 @@ int unix_poll(pollfd* fds, nfds_t count, int timeout_in_ms) {
     return repeat_interrupted([&] {
         const int ready = poll(fds, count, left_in_ms);
         if (ready == -1 && timeout_in_ms > 0) {
+            // From the first signal on: a wait without one, as most are, need not read the clock.
             if (!start) start = a_timer_tick::now();
             const auto passed = static_cast<int64>(elapsed_since(*start).milliSeconds());
             left_in_ms = static_cast<int>(std::max<int64>(timeout_in_ms - passed, 0));

@@ -12,10 +12,6 @@
 #define __real_getsockopt __real___getsockopt64
 #define __wrap_ioctl __wrap___ioctl_time64
 #define __real_ioctl __real___ioctl_time64
-#define __wrap_recvmsg __wrap___recvmsg64
-#define __real_recvmsg __real___recvmsg64
-#define __wrap_select __wrap___select64
-#define __real_select __real___select64
 #define __wrap_setsockopt __wrap___setsockopt64
 #define __real_setsockopt __real___setsockopt64
 #define __wrap_stat64 __wrap___stat64_time64

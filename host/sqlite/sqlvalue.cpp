@@ -31,8 +31,9 @@ int give_sql_value(sqlite3* db, CallFrame& frame, const Procedure& procedure, st
     const std::string_view bytes(static_cast<const char*>(data), length);
     // First, because what it refuses is no file's name.
     if (!frame.lend_argument(number, bytes, error)) return SQLITE_ERROR;
-    return procedure.parameter(number).names_file ? refuse_open_database(db, bytes, error)
-                                                  : SQLITE_OK;
+    return procedure.parameter(number).file != FileUse::None
+               ? refuse_open_database(db, bytes, error)
+               : SQLITE_OK;
 }
 
 }  // namespace host

@@ -24,6 +24,10 @@ Talk as_talk(Received received) {
 
 Talk greet(FrameSocket& socket, std::string_view path, const SharedPieces& shared,
            std::string& error) {
+    if (path.size() > longest_path) {
+        error = "the library's path is too long";
+        return Talk::Failed;
+    }
     socket.send({.kind = FrameKind::Hello,
                  .number = frames_version,
                  .offset = static_cast<std::uint32_t>(shared.number()),
@@ -52,6 +56,7 @@ bool CallDriver::_ask(std::uint32_t number, std::string_view procedure, std::str
         }
         request.arguments.push_back(argument);
     }
+    _refused.resize(request.arguments.size() + 1);
     std::string payload;
     if (!write_call(request, payload)) {
         error = "too many arguments for one call";
@@ -115,7 +120,8 @@ bool CallDriver::_give(const Frame& want) {
 // The worker hears of a refusal some pieces later, and those are dropped here.
 void CallDriver::_take(const Frame& set) {
     const bool append = (set.flags & FRAME_APPEND) != 0;
-    if (append && _refused && set.number == _value) return;
+    const bool exists = set.number < _refused.size();
+    if (append && (!exists || _refused[set.number])) return;
     an_extfn_value value{};
     value.type = set.type;
     // An empty value has no memory, and is not NULL.
@@ -127,10 +133,9 @@ void CallDriver::_take(const Frame& set) {
         memcpy(&status, set.payload.data(), sizeof status);
         _status = status;
     }
-    _refused = _api.set_value(_handle, set.number, &value, append ? 1 : 0) == 0;
-    if (!_refused) return;
-    _value = set.number;
-    _type = set.type;
+    const bool taken = exists && _api.set_value(_handle, set.number, &value, append ? 1 : 0) != 0;
+    if (exists) _refused[set.number] = taken ? std::nullopt : std::optional(set.type);
+    if (taken) return;
     _socket.send({.kind = FrameKind::Refuse, .number = set.number});
 }
 
@@ -149,9 +154,12 @@ bool CallDriver::_take_shared(const Frame& share) {
 
 // The procedure that hears of a refusal makes the value NULL. This one had returned before.
 void CallDriver::_settle() {
-    an_extfn_value value{};
-    value.type = _type;
-    if (_refused) _api.set_value(_handle, _value, &value, 0);
+    for (std::uint32_t number = 0; number < _refused.size(); ++number) {
+        if (!_refused[number]) continue;
+        an_extfn_value value{};
+        value.type = *_refused[number];
+        _api.set_value(_handle, number, &value, 0);
+    }
 }
 
 }  // namespace host

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "host/worker/framesocket.h"
 #include "host/worker/sharedpieces.h"
@@ -59,9 +60,9 @@ class CallDriver {
     const std::function<bool()> _go_on;
     std::optional<std::int32_t> _status;
     bool _was_cancelled = false;
-    bool _refused = false;      // the last piece of _value, and so what is added to it
-    std::uint32_t _value = 0;   // that was refused
-    a_sql_data_type _type = 0;  // of it
+    // The types of those values whose last piece was refused, and so what is added to them. By
+    // number, 0 being the result; there are no others.
+    std::vector<std::optional<a_sql_data_type>> _refused;
 };
 
 }  // namespace host

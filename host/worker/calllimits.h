@@ -5,61 +5,76 @@
 #include <chrono>
 #include <string>
 
-#include "host/descriptor.h"
 #include "host/engine.h"
+#include "host/worker/turn.h"
 #include "host/worker/workerprocess.h"
 
 namespace host {
 
-/// Decides when the call that a worker makes has to end, and wakes the thread that waits for it.
+/// The wish that a call end. Made by anyone: a thread, a signal handler.
+class CancelWish {
+  public:
+    void make();
+    [[nodiscard]] bool is_made() const { return _made.load(); }
+    /// The eventfd that the call waits at, which outlives the wish; below 0: none.
+    void wake_at(int wake) { _wake.store(wake); }
+
+  private:
+    std::atomic<bool> _made{false};
+    std::atomic<int> _wake{-1};
+    static_assert(std::atomic<bool>::is_always_lock_free);
+    static_assert(std::atomic<int>::is_always_lock_free);
+};
+
+/// Decides when a call has to end, and wakes the thread that waits for it. For that thread alone.
 class CallLimits {
   public:
     enum class Reason { None, Cancelled, TooLong };
 
-    explicit CallLimits(const WorkerProcess& worker);
+    /// The call's time begins; zero: there is no end of it. The others outlive the call.
+    CallLimits(std::chrono::milliseconds allowed, const Engine::Interrupted& interrupted,
+               const CancelWish& wish);
 
-    /// The call of this number begins. `interrupted` outlives it.
-    void begin(int number, const Engine::Interrupted& interrupted);
+    /// Locks `turn`, unless the time is up first.
+    bool take_turn(Turn& turn);
+
+    /// From now on the call is number `number` of `worker`, and waits also at `wake`, an eventfd or
+    /// none.
+    void begin(const WorkerProcess& worker, int number, int wake);
 
     /// False once the worker's time is up. To be asked often: this is what cancels the call.
     bool go_on();
 
     /// poll(2) on the worker's socket, with go_on(). False: the time is up.
     bool wait(short events);
-
-    /// Asks that the call of this number end. Async-signal-safe, from any thread.
-    void cancel(int number);
-
-    /// For the calls that begin from now on; zero: none. From any thread.
-    void set_deadline(std::chrono::milliseconds deadline) { _allowed.store(deadline.count()); }
+    /// The same for a descriptor of the host's, which is given no grace.
+    bool wait_for(int descriptor, short events);
 
     [[nodiscard]] Reason reason() const { return _reason; }
-    /// The running call's deadline in words: "0.5 s".
+    /// wait_for() was once false.
+    [[nodiscard]] bool host_gave_up() const { return _host_gave_up; }
+    /// The deadline in words: "0.5 s".
     [[nodiscard]] std::string allowed() const;
 
   private:
     using Clock = std::chrono::steady_clock;
-    static constexpr std::chrono::milliseconds grace{250};
     static constexpr Clock::time_point never = Clock::time_point::max();
+    static constexpr Clock::time_point at_once{};
 
     void _stop(Reason reason, Clock::time_point now);
-    [[nodiscard]] int _milliseconds_left(Clock::time_point now) const;
+    [[nodiscard]] bool _poll(int descriptor, short events, Clock::time_point until) const;
 
-    const WorkerProcess& _worker;
-    Descriptor _wake;    // an eventfd; without one, _cancelled is looked at every so often
-    pid_t _process = 0;  // whose _wake it is: a forked copy of it would take the wake-up away
-    std::atomic<int> _cancelled{0};
-    std::atomic<std::chrono::milliseconds::rep> _allowed{0};
-    static_assert(std::atomic<int>::is_always_lock_free);
-
-    // Of the running call.
+    const std::chrono::milliseconds _allowed;
+    const Engine::Interrupted& _interrupted;
+    const CancelWish& _wish;
+    const WorkerProcess* _worker = nullptr;
     int _number = 0;
-    const Engine::Interrupted* _interrupted = nullptr;
-    std::chrono::milliseconds _given{0};
-    Clock::time_point _deadline = never;
+    int _wake = -1;  // without one, _wish is looked at every so often
+    const Clock::time_point _deadline;
     Clock::time_point _next_probe = never;
     Clock::time_point _kill = never;
     Reason _reason = Reason::None;
+    bool _host_gave_up = false;
 };
 
 }  // namespace host

@@ -17,6 +17,10 @@ namespace {
 constexpr std::size_t shared_from = 4096;
 constexpr std::uint32_t all_slots = (1U << SharedPieces::slots) - 1;
 
+std::string_view sentence(std::string_view error) {
+    return error.substr(0, longest_sentence);
+}
+
 }  // namespace
 
 void CallServer::run() {
@@ -44,7 +48,7 @@ bool CallServer::_greet() {
     _shared.open(_host, static_cast<int>(hello.offset));
     if (_engine != nullptr)
         return _socket.send({.kind = FrameKind::Ready, .number = frames_version});
-    _socket.send({.kind = FrameKind::Failed, .payload = error});
+    _socket.send({.kind = FrameKind::Failed, .payload = sentence(error)});
     return false;
 }
 
@@ -53,12 +57,12 @@ bool CallServer::_serve(const Frame& call) {
     _payload.assign(call.payload);
     if (!read_call(_payload, _request)) return false;
     _number = static_cast<int>(call.number);
-    _refused = no_value;
+    _refused.assign(_request.arguments.size() + 1, false);
     _cancellable = _was_cancelled = false;
     std::string error;
     const bool called = _enter(_request.folder, error) && _make_call(error);
     if (_lost || !_leave_batch() || !_send_slot()) return false;
-    Frame end{.kind = FrameKind::Failed, .payload = error};
+    Frame end{.kind = FrameKind::Failed, .payload = sentence(error)};
     if (called) end = {.kind = FrameKind::Done};
     if (_was_cancelled) end.flags = FRAME_CANCELLED;
     const bool sent = _socket.send(end);
@@ -177,6 +181,7 @@ bool CallServer::_leave_batch() {
 
 bool CallServer::_write(std::uint32_t number, const an_extfn_value& value, bool append) {
     _end_stray_child();
+    if (number >= _refused.size()) return false;  // the call has no such value
     // What `value` points at may be the piece that came last, which waiting ones would overwrite.
     std::string kept;
     std::string_view bytes;
@@ -186,17 +191,19 @@ bool CallServer::_write(std::uint32_t number, const an_extfn_value& value, bool 
     Frame frame{.kind = FrameKind::Set, .type = value.type, .number = number};
     if (append) frame.flags = FRAME_APPEND;
     if (value.data == nullptr) frame.flags = FRAME_NULL;
-    if (!append) _refused = no_value;
+    if (!append) _refused[number] = false;
     const bool shares = _shared.is_there() && bytes.size() >= shared_from &&
                         bytes.size() <= SharedPieces::slot_size;
     if (!(shares ? _share(frame, bytes) : _pass(frame, bytes))) _lost = true;
-    return !_lost && _refused != number;
+    return !_lost && !_refused[number];
 }
 
 // Through the socket, in as many frames as it takes.
 bool CallServer::_pass(Frame set, std::string_view bytes) {
-    if (!_send_slot() || !_listen()) return false;
-    if ((set.flags & FRAME_APPEND) != 0 && _refused == set.number) return true;
+    // What begins was not refused yet.
+    const bool adds = (set.flags & FRAME_APPEND) != 0;
+    if (!_send_slot() || (adds && !_listen())) return false;
+    if (adds && _refused[set.number]) return true;
     do {
         set.payload = bytes.substr(0, longest_piece);
         bytes.remove_prefix(set.payload.size());
@@ -219,7 +226,8 @@ bool CallServer::_listen() {
 
 // What the host says about values, whenever it comes.
 void CallServer::_note(const Frame& frame) {
-    if (frame.kind == FrameKind::Refuse) _refused = frame.number;
+    if (frame.kind == FrameKind::Refuse && frame.number < _refused.size())
+        _refused[frame.number] = true;
     if (frame.kind == FrameKind::Taken && frame.number < SharedPieces::slots)
         _free_slots |= 1U << frame.number;
 }
@@ -258,7 +266,7 @@ bool CallServer::_send_slot() {
     _filling.payload = {reinterpret_cast<const char*>(&_filled), sizeof _filled};
     const bool sent = _socket.send(_filling);
     _filled = 0;
-    return sent && _listen();
+    return sent;
 }
 
 // A child that could not execute its program comes back out of the procedure as a second worker.

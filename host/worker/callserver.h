@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "host/cancelrecord.h"
 #include "host/engine.h"
@@ -76,8 +77,8 @@ class CallServer {
     int _process = 0;           // that serves
     bool _cancellable = false;  // the procedure has registered what it waits for
     bool _was_cancelled = false;
-    bool _lost = false;  // the host has ended, or is not understood
-    std::uint32_t _refused = no_value;
+    bool _lost = false;          // the host has ended, or is not understood
+    std::vector<bool> _refused;  // by number: the value's last piece, and so what is added to it
     // Pieces of a result on their way into a slot: the frame that will tell of them.
     SharedPieces _shared;
     std::uint32_t _free_slots = (1U << SharedPieces::slots) - 1;
@@ -89,8 +90,6 @@ class CallServer {
     std::uint32_t _batch_offset = 0;  // of the next one
     std::atomic<CancelRecord*> _record{nullptr};
     std::atomic<int> _cancelled{0};  // the call that was cancelled last
-
-    static constexpr std::uint32_t no_value = UINT32_MAX;
 };
 
 }  // namespace host

@@ -36,13 +36,13 @@ struct Rule {
 };
 
 constexpr Rule rules[] = {
-    {FrameKind::Hello, Sender::Host, 0, 4096},
+    {FrameKind::Hello, Sender::Host, 0, longest_path},
     {FrameKind::Call, Sender::Host, 0, longest_payload},
     {FrameKind::Piece, Sender::Host, FRAME_MORE, longest_piece},
     {FrameKind::Refuse, Sender::Host, 0, 0},
     {FrameKind::Taken, Sender::Host, 0, 0},
     {FrameKind::Ready, Sender::Worker, 0, 0},
-    {FrameKind::Failed, Sender::Worker, 0, 8192},
+    {FrameKind::Failed, Sender::Worker, 0, longest_sentence},
     {FrameKind::Want, Sender::Worker, 0, 0},
     {FrameKind::Set, Sender::Worker, FRAME_APPEND | FRAME_NULL, longest_piece},
     {FrameKind::Share, Sender::Worker, FRAME_APPEND, sizeof(std::uint32_t)},

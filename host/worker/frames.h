@@ -29,6 +29,8 @@ inline constexpr std::uint32_t frames_version = 1;
 
 inline constexpr std::uint32_t longest_piece = 65536;
 inline constexpr std::uint32_t longest_payload = 131072;
+inline constexpr std::uint32_t longest_path = 4096;
+inline constexpr std::uint32_t longest_sentence = 8192;
 /// Pieces that one Want asks for at most, so that a long value does not cost a wait for each.
 inline constexpr unsigned pieces_per_want = 8;
 
@@ -41,7 +43,7 @@ enum class FrameKind : std::uint8_t {
     Taken,      ///< number: of the slot that is free again
     // From the worker.
     Ready = 65,  ///< number: version
-    Failed,      ///< payload: a sentence that says why
+    Failed,      ///< payload: a sentence that says why, cut at longest_sentence
     Want,        ///< number: argument, offset: asks for the pieces from there on
     Set,         ///< number: value, 0 for the result; type; payload: its bytes
     Done,        ///< the procedure has returned

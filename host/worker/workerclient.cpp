@@ -3,8 +3,11 @@
 #include <atomic>
 #include <cstdlib>
 #include <mutex>
+#include <new>
 #include <optional>
+#include <type_traits>
 
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include "host/librarypath.h"
@@ -19,41 +22,58 @@ namespace {
 // What a call registers: like a command's record, but of no kind that a library knows.
 struct CallRecord {
     a_cancel_info info;
-    int number;
+    CancelWish wish;
 };
 static_assert(offsetof(CallRecord, info) == 0);
+static_assert(std::is_trivially_destructible_v<CallRecord>);
 constexpr auto no_command = static_cast<a_cancel_fn>(1);
 
 bool is_mail(std::string_view procedure) {
     return procedure.ends_with("smtp") || procedure == "xp_sendmail";
 }
 
+CallRecord* register_for_cancel(an_extfn_api& api, void* handle) {
+    void* const memory = malloc(sizeof(CallRecord));
+    if (memory == nullptr) return nullptr;
+    auto* const record = new (memory) CallRecord{};
+    record->info.fn = no_command;
+    api.set_cancel(handle, record);
+    return record;
+}
+
 }  // namespace
 
-// One mutex: a call at a time, on whatever thread.
 class WorkerClient::State {
   public:
-    explicit State(WorkerFiles files) : _files(std::move(files)), _limits(_worker) {}
+    explicit State(WorkerFiles files) : _files(std::move(files)) {}
     State(const State&) = delete;
     State& operator=(const State&) = delete;
     ~State() { _worker.end(std::chrono::seconds(1)); }
 
     CallEnd call(std::string_view procedure, an_extfn_api& api, void* handle,
                  const Interrupted& interrupted, std::string& error);
-    CallLimits& limits() { return _limits; }
+    void set_deadline(std::chrono::milliseconds deadline) { _allowed.store(deadline.count()); }
+    bool wait_for(int descriptor, short events) { return _limits->wait_for(descriptor, events); }
+    bool remembers();
 
   private:
+    CallEnd _make_call(std::string_view procedure, an_extfn_api& api, void* handle,
+                       std::string& error);
+    int _own_wake();
     bool _start(std::string_view procedure, std::string& error);
     CallEnd _talk(std::string_view procedure, an_extfn_api& api, void* handle, std::string& error);
-    bool _register_for_cancel(an_extfn_api& api, void* handle) const;
     void _note_session(std::string_view procedure, std::optional<std::int32_t> status);
     std::string _explain(Talk talk, std::string_view procedure);
     std::string _end_worker(Talk talk);
 
-    std::mutex _mutex;
     const WorkerFiles _files;
+    std::atomic<std::chrono::milliseconds::rep> _allowed{0};
+    Turn _turn;  // a call at a time, on whatever thread; it guards all that follows
+
     WorkerProcess _worker;
-    CallLimits _limits;
+    CallLimits* _limits = nullptr;  // of the running call
+    Descriptor _wake;               // its eventfd
+    pid_t _process = 0;             // whose _wake it is
     SharedPieces _shared;
     std::unique_ptr<FrameSocket> _socket;  // of _worker
     std::string _folder;                   // that it works in; empty: not known
@@ -68,8 +88,13 @@ bool WorkerClient::State::_start(std::string_view procedure, std::string& error)
     _end_worker(Talk::Ended);
     _folder = current_folder();
     if (!_worker.start(_files.program, error)) return false;
-    _socket = std::make_unique<FrameSocket>(_worker.socket(), Sender::Worker,
-                                            [this](short events) { return _limits.wait(events); });
+    _socket.reset(new (std::nothrow) FrameSocket(
+        _worker.socket(), Sender::Worker, [this](short events) { return _limits->wait(events); }));
+    if (_socket == nullptr) {
+        _end_worker(Talk::GaveUp);
+        error = "there is no memory left to talk to the worker";
+        return false;
+    }
     _shared.create();
     const Talk talk = greet(*_socket, _files.library, _shared, error);
     if (talk == Talk::Done) return true;
@@ -78,23 +103,40 @@ bool WorkerClient::State::_start(std::string_view procedure, std::string& error)
     return false;
 }
 
-// Without memory for the record the call runs all the same; only a deadline and its thread's own
-// interrupt end it then.
-bool WorkerClient::State::_register_for_cancel(an_extfn_api& api, void* handle) const {
-    auto* const record = static_cast<CallRecord*>(calloc(1, sizeof(CallRecord)));
-    if (record == nullptr) return false;
-    record->info.fn = no_command;
-    record->number = _number;
-    api.set_cancel(handle, record);
-    return true;
+// A forked copy of the host that had the same one would take the wake-up away.
+int WorkerClient::State::_own_wake() {
+    if (_process != getpid()) {
+        _wake = above_standard(Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)));
+        _process = getpid();
+    }
+    return _wake.number();
 }
 
 CallEnd WorkerClient::State::call(std::string_view procedure, an_extfn_api& api, void* handle,
                                   const Interrupted& interrupted, std::string& error) {
-    const std::lock_guard lock(_mutex);
+    // Without memory for the record the call runs all the same; only a deadline and its thread's
+    // own interrupt end it then.
+    CancelWish nobodys;
+    CallRecord* const record = register_for_cancel(api, handle);
+    CancelWish& wish = record != nullptr ? record->wish : nobodys;
+    CallLimits limits(std::chrono::milliseconds(_allowed.load()), interrupted, wish);
+    if (!limits.take_turn(_turn)) {
+        error = std::string(procedure);
+        error += limits.reason() == CallLimits::Reason::Cancelled
+                     ? " was cancelled"
+                     : " was not called: another call took longer than " + limits.allowed();
+        return CallEnd::NotCalled;
+    }
+    const std::lock_guard lock(_turn, std::adopt_lock);
+    _limits = &limits;
     _number = _number % INT32_MAX + 1;
-    _limits.begin(_number, interrupted);
-    _register_for_cancel(api, handle);
+    wish.wake_at(_own_wake());
+    limits.begin(_worker, _number, _wake.number());
+    return _make_call(procedure, api, handle, error);
+}
+
+CallEnd WorkerClient::State::_make_call(std::string_view procedure, an_extfn_api& api, void* handle,
+                                        std::string& error) {
     if (!_start(procedure, error)) return CallEnd::NotCalled;
     return _talk(procedure, api, handle, error);
 }
@@ -106,7 +148,7 @@ CallEnd WorkerClient::State::_talk(std::string_view procedure, an_extfn_api& api
     // One that has been removed is still the host's, and can still be entered.
     const std::string target =
         folder.empty() ? "/proc/" + std::to_string(getpid()) + "/cwd" : folder;
-    CallDriver driver(*_socket, _shared, api, handle, [this] { return _limits.go_on(); });
+    CallDriver driver(*_socket, _shared, api, handle, [this] { return _limits->go_on(); });
     const Talk talk = driver.run(static_cast<std::uint32_t>(_number), procedure,
                                  moved ? target : std::string_view(), error);
     _folder = std::move(folder);
@@ -116,11 +158,12 @@ CallEnd WorkerClient::State::_talk(std::string_view procedure, an_extfn_api& api
     }
     if (talk == Talk::Done) {
         _note_session(procedure, driver.status());
-        if (!driver.was_cancelled() || _limits.reason() != CallLimits::Reason::TooLong)
-            return CallEnd::Returned;
+        const bool too_late =
+            driver.was_cancelled() && _limits->reason() == CallLimits::Reason::TooLong;
+        if (!too_late && !_limits->host_gave_up()) return CallEnd::Returned;
     }
     error = _explain(talk, procedure);
-    return CallEnd::Ended;
+    return _limits->reason() == CallLimits::Reason::TooLong ? CallEnd::TooLong : CallEnd::Ended;
 }
 
 void WorkerClient::State::_note_session(std::string_view procedure,
@@ -143,9 +186,9 @@ std::string WorkerClient::State::_explain(Talk talk, std::string_view procedure)
     std::string text(procedure);
     const bool had_session = _has_session && talk != Talk::Done;
     const std::string end = talk == Talk::Done ? "" : _end_worker(talk);
-    if (_limits.reason() == CallLimits::Reason::TooLong)
-        text += " took longer than " + _limits.allowed() + " and was ended";
-    else if (_limits.reason() == CallLimits::Reason::Cancelled)
+    if (_limits->reason() == CallLimits::Reason::TooLong)
+        text += " took longer than " + _limits->allowed() + " and was ended";
+    else if (_limits->reason() == CallLimits::Reason::Cancelled)
         text += " was cancelled";
     else if (talk == Talk::Broken)
         text += ": its worker talked nonsense and was ended";
@@ -154,6 +197,12 @@ std::string WorkerClient::State::_explain(Talk talk, std::string_view procedure)
     if (!had_session) return text;
     return text + (is_mail(procedure) ? "; its mail session is closed"
                                       : "; the connection's mail session is closed");
+}
+
+// While a call is under way there is something to remember, soon.
+bool WorkerClient::State::remembers() {
+    const std::unique_lock lock(_turn, std::try_to_lock);
+    return !lock.owns_lock() || _worker.is_idle();
 }
 
 WorkerClient::WorkerClient(WorkerFiles files) : _state(std::make_unique<State>(std::move(files))) {}
@@ -166,11 +215,19 @@ CallEnd WorkerClient::call(std::string_view procedure, an_extfn_api& api, void* 
 }
 
 void WorkerClient::cancel(void* record) const {
-    _state->limits().cancel(static_cast<const CallRecord*>(record)->number);
+    static_cast<CallRecord*>(record)->wish.make();
 }
 
 void WorkerClient::set_deadline(std::chrono::milliseconds deadline) const {
-    _state->limits().set_deadline(deadline);
+    _state->set_deadline(deadline);
+}
+
+bool WorkerClient::wait_for(int descriptor, short events) const {
+    return _state->wait_for(descriptor, events);
+}
+
+bool WorkerClient::remembers() const {
+    return _state->remembers();
 }
 
 }  // namespace host

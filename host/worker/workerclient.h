@@ -15,7 +15,8 @@ namespace host {
 /// second later the worker is killed with all that its procedures have started. The next call gets
 /// a fresh one.
 ///
-/// A call that comes while another thread makes one waits for it.
+/// A call that comes while another thread makes one waits for it, as long as its own deadline
+/// allows, and is not made when it is cancelled meanwhile.
 class WorkerClient : public Engine {
   public:
     explicit WorkerClient(WorkerFiles files);
@@ -29,6 +30,8 @@ class WorkerClient : public Engine {
     void cancel(void* record) const override;
     [[nodiscard]] bool ends_calls() const override { return true; }
     void set_deadline(std::chrono::milliseconds deadline) const override;
+    [[nodiscard]] bool wait_for(int descriptor, short events) const override;
+    [[nodiscard]] bool remembers() const override;
 
   private:
     class State;

@@ -41,11 +41,10 @@ class SpawnPlan {
         posix_spawnattr_init(&attributes);
         posix_spawn_file_actions_init(&actions);
         sigset_t all;
-        sigset_t none;
         sigfillset(&all);
-        sigemptyset(&none);
         posix_spawnattr_setsigdefault(&attributes, &all);
-        posix_spawnattr_setsigmask(&attributes, &none);
+        // A cancel that comes before the worker has got ready waits in place of ending it.
+        posix_spawnattr_setsigmask(&attributes, &all);
         posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
         complete = posix_spawn_file_actions_adddup2(&actions, socket, worker_socket) == 0 &&
                    posix_spawn_file_actions_addclosefrom_np(&actions, worker_socket + 1) == 0;

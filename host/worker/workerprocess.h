@@ -21,8 +21,8 @@ class WorkerProcess {
     ~WorkerProcess() { end(); }
 
     /// Starts the program at `path`, with the standard descriptors, the environment and the folder
-    /// of this process, no other descriptor, and every signal as at login. False with a sentence in
-    /// `error`.
+    /// of this process, no other descriptor, and every signal with its default and blocked: it
+    /// takes those that it wants once it is ready. False with a sentence in `error`.
     bool start(const std::string& path, std::string& error);
 
     [[nodiscard]] bool started() const { return _pid > 0; }

@@ -1,9 +1,13 @@
 #include "host/xpcall/report.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 
+#include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace host {
@@ -65,10 +69,19 @@ int complain(const std::string& what) {
     return EXIT_NOT_CALLED;
 }
 
+// What poll(2) has found ready takes PIPE_BUF bytes and does not block, if it is a pipe; a file
+// never does.
+Output::Output(const Engine& engine) : _engine(engine) {
+    struct stat status {};
+    const bool is_file = fstat(STDOUT_FILENO, &status) == 0 && S_ISREG(status.st_mode);
+    if (engine.ends_calls() && !is_file) _at_once = PIPE_BUF;
+}
+
 bool Output::write_piece(const void* data, std::uint32_t length) {
     const auto* at = static_cast<const char*>(data);
     for (std::size_t left = length; left > 0;) {
-        const ssize_t count = write(STDOUT_FILENO, at, left);
+        if (_at_once < SIZE_MAX && !_engine.wait_for(STDOUT_FILENO, POLLOUT)) return false;
+        const ssize_t count = write(STDOUT_FILENO, at, std::min(left, _at_once));
         if (count < 0 && errno == EINTR) continue;
         if (count < 0) {
             _failure = errno;

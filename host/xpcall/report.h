@@ -18,10 +18,13 @@ enum XpcallExit { EXIT_SUCCEEDED = 0, EXIT_FAILED = 1, EXIT_NOT_CALLED = 2 };
 int complain(const std::string& what);
 
 /// Standard output for the pieces of a binary result. Not stdout, whose buffer would tell of a full
-/// disk when the call is over, and take each byte twice.
+/// disk when the call is over, and take each byte twice. Nobody need read it: a call of `engine`
+/// that can be ended then ends while it waits here.
 class Output {
   public:
-    /// False when the bytes could not be written; then failure() tells why.
+    explicit Output(const Engine& engine);
+
+    /// False when the call is to end, or the bytes could not be written; then failure() tells why.
     bool write_piece(const void* data, std::uint32_t length);
 
     [[nodiscard]] std::uint64_t written() const { return _written; }
@@ -29,6 +32,8 @@ class Output {
     [[nodiscard]] int failure() const { return _failure; }  ///< errno, or 0
 
   private:
+    const Engine& _engine;
+    std::size_t _at_once = SIZE_MAX;
     std::uint64_t _written = 0;
     char _last = '\n';
     int _failure = 0;

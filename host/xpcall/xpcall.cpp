@@ -31,7 +31,7 @@ int make_call(const Engine& engine, const XpcallCall& call, std::uint32_t piece)
     std::string error;
     if (!give_arguments(frame, call, files, asked, error)) return complain(error);
 
-    Output output;
+    Output output(engine);
     if (procedure.result == Result::Bytes)
         frame.on_result = [&output](const void* data, std::uint32_t length, bool) {
             return output.write_piece(data, length);

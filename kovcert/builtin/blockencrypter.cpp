@@ -23,6 +23,7 @@ class BlockEncrypter : public qxci::Object {
         _algorithm = qxci::find_algorithm(builtin_enc_algorithms, algorithm);
         if (_algorithm == nullptr) return fail(QxciErrBadEncryptionAlgorithm);
         if (key == nullptr || key_len == 0) return fail(QxciErrKeyMissing);
+        // The cipher, not the key, says how long a key is: AES itself takes both lengths.
         const size_t wanted = _algorithm->id == QXCI_ENC_AES128 ? 16 : 32;
         if (key_len != wanted || !_aes.set_key(key, key_len)) {
             return fail(QxciErrOptionError, "key");

@@ -56,6 +56,7 @@ class BlockHasher : public qxci::Object {
 
     a_qxci_result end(a_byte* out, size_t* out_len) {
         if (!_begun) return fail(QxciErrInitError);
+        // Before the digest is ended, so that the caller can ask again with more room.
         if (check_room(out, out_len, hash_size()) != QXCI_OK) return QXCI_ERROR;
         std::visit([&](auto& digest) { digest.end(out); }, _digest);
         _begun = false;

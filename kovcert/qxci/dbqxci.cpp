@@ -144,6 +144,7 @@ a_bool DBQXCIEnvironment::_CreateProviderEnvironment(DBQXCIInterface& iface, DBQ
 
 DBQXCIInterface* DBQXCIEnvironment::_getInterface(_iface_index index) const {
     if (index > MAX_IFACE_INDEX || _interfaces[index] == nullptr) return nullptr;
+    // For the caller, whose object may outlive the environment.
     _interfaces[index]->AddRef();
     return _interfaces[index];
 }

@@ -15,6 +15,7 @@ a_qxci_source DBQXCIEnvironment::_SourceIn(std::optional<_iface_index> slot, a_d
         err->setErrorCode(no_slot);
         return {};
     }
+    // Only now that it is wanted: a provider that nobody asks for is never loaded.
     if (!_loadInterface(*slot, err)) return {};
     return {this, _interfaces[*slot], *slot};
 }

@@ -127,6 +127,7 @@ a_bool DBQXCIInterface::_LoadLibrary(const char* name, a_dbqxci_error* failure) 
     const a_qxci_entry_points entries = entry_points_of(_dll);
     if (!has_required(entries)) return false;
     _vers = entries.version();
+    // Before any table is filled in: another version may have longer ones.
     if (!is_supported(_vers)) {
         *failure = QxciErrDllMismatch;
         return false;

@@ -11,6 +11,7 @@ a_bool a_tls_parms::Parse(const char* parms, DBQXCIError* err) {
     if (!ParseQXCIOptionString(parms, &options, err)) return false;
     const char* const type = FindQXCIOption(options, "tls_type");
     const char* const fips_value = FindQXCIOption(options, "FIPS");
+    // A copy, since the options go with the text that they were read from.
     tls_type = ut_text(type != nullptr ? type : "rsa");
     const int wanted = fips_value != nullptr ? qxci_yes_or_no(fips_value) : 0;
     FreeQXCIOptions(options);

@@ -47,6 +47,7 @@ a_bool ParseQXCIOptionString(const char* text, a_qxci_user_option** list, DBQXCI
 void FreeQXCIOptions(a_qxci_user_option* list) {
     while (list != nullptr) {
         a_qxci_user_option* const next = list->next;
+        // It may be a password, such as that of an identity.
         ut_wipe(const_cast<char*>(list->opt_value), std::strlen(list->opt_value));
         ut_free(list);
         list = next;

@@ -35,11 +35,13 @@ bool CallbackBio::flush() {
 bool CallbackBio::send() {
     if (_failed || _out_len == 0) return !_failed;
     _failed = _callbacks.write_cb(_user_data, _out, static_cast<unsigned>(_out_len)) != QXCI_IO_OK;
+    // Also after a failure: nobody knows how much of it has left.
     _out_len = 0;
     return !_failed;
 }
 
 bool CallbackBio::write(const char* data, size_t len) {
+    // Only collected, until a flush: each call of the owner may be a system call.
     if (len > room()) grow();
     while (len > 0) {
         if (room() == 0 && !send()) return false;
@@ -78,6 +80,7 @@ size_t CallbackBio::read(char* data, size_t len) {
 /// An owner that is fed by others may give nothing until it has all that is asked for; one that has
 /// nothing ahead is therefore asked again for just what is wanted.
 bool CallbackBio::fill(size_t wanted) {
+    // Before a wait: the peer may be waiting for just these bytes.
     if (!flush()) return false;
     _in_start = 0;
     _in_end = ask(in_size);
@@ -110,6 +113,7 @@ int CallbackBio::read_entry(BIO* bio, char* data, size_t len, size_t* got) {
     CallbackBio& self = *static_cast<CallbackBio*>(BIO_get_data(bio));
     BIO_clear_retry_flags(bio);
     *got = self.flooded() ? 0 : self.read(data, len);
+    // Without this flag no bytes are a failure that lasts (BIO_should_retry(3)).
     if (*got == 0 && !self.failed() && !self.flooded()) BIO_set_retry_read(bio);
     return *got > 0 ? 1 : 0;
 }

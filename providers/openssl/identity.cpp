@@ -18,6 +18,7 @@ int give_password(char* buf, int size, int, void* user_data) {
     a_password& password = *static_cast<a_password*>(user_data);
     password.asked = true;
     const size_t len = password.text == nullptr ? 0 : std::strlen(password.text);
+    // A password that was cut would be another one.
     if (password.text == nullptr || len > static_cast<size_t>(size)) return -1;
     std::memcpy(buf, password.text, len);
     return static_cast<int>(len);

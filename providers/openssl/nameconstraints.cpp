@@ -15,6 +15,7 @@ using ConstraintsPtr = std::unique_ptr<NAME_CONSTRAINTS, an_openssl_deleter<NAME
 class HostName {
   public:
     explicit HostName(const char* name) : _dns(name), _address(read_ip_address(name)) {
+        // A dot at the end only says that the name is complete (RFC 1034, section 3.1).
         while (_dns.ends_with('.')) _dns.remove_suffix(1);
     }
 
@@ -81,9 +82,11 @@ int judge(const X509& authority, const HostName& name) {
 }  // namespace
 
 bool judge_name(X509_STORE_CTX& context, const char* name) {
+    // No host has such a name, so that what constrains the names of hosts is not about it.
     if (std::string_view(name).find(' ') != std::string_view::npos) return true;
     const HostName host(name);
     const STACK_OF(X509)* const chain = X509_STORE_CTX_get0_chain(&context);
+    // From the issuer on: a certificate does not constrain itself.
     for (int depth = 1; depth < sk_X509_num(chain); ++depth) {
         const int result = judge(*sk_X509_value(chain, depth), host);
         if (result == X509_V_OK) continue;

@@ -216,6 +216,7 @@ a_qxci_io_result TlsConn::write(const a_qxci_byte* data, size_t len) {
     if (const a_qxci_io_result result = begin(); result != QXCI_IO_OK) return result;
     while (_taken < len) {
         size_t count = 0;
+        // After a wait OpenSSL wants the same bytes again (SSL_write(3)), from where _taken says.
         const int result = SSL_write_ex(_ssl.get(), data + _taken, len - _taken, &count);
         if (result != 1) return judge(result, QxciErrOpenSSLError);
         _taken += count;

@@ -35,6 +35,7 @@ bool add_pem(X509_STORE& store, const PemText& text, BIO& bio, qxci::ErrorRecord
 
 bool add_der(X509_STORE& store, const PemText& text, BIO& bio, qxci::ErrorRecord& error) {
     if (!add(store, CertPtr(d2i_X509_bio(&bio, nullptr)), text, error)) return false;
+    // Bytes behind the certificate of a DER file say that it is not what it seems to be.
     return BIO_pending(&bio) == 0 || error.fail(QxciErrBadCertFile, text.source());
 }
 

@@ -163,6 +163,7 @@ a_qxci_io_result StubConn::receive_hello() {
     a_qxci_io_result result = _wire.receive_header(&record, QxciErrHandshakeFailed);
     if (result != QXCI_IO_OK) return result;
     if (record != StubRecord::hello) return _wire.fail(QxciErrHandshakeFailed, EPROTO);
+    // A client's options stand behind its greeting: for those who read along, not for a server.
     while (_wire.left() != 0) {
         char skipped[256];
         const bool greets = _greeting_len < greeting_size;
@@ -225,6 +226,7 @@ a_qxci_io_result StubConn::receive_data(a_qxci_byte* buf, size_t len, size_t* go
 }
 
 a_qxci_io_result StubConn::write(const a_qxci_byte* data, size_t len) {
+    // A write that blocked is repeated with the same bytes; fewer cannot be the same.
     if ((data == nullptr && len != 0) || len < _taken) return fail(QxciErrOptionError, "len");
     const a_qxci_io_result ready = make_ready();
     if (ready != QXCI_IO_OK) return ready;

@@ -43,12 +43,14 @@ a_qxci_io_result StubWire::receive(void* buf, size_t len, size_t* got) {
     unsigned count = 0;
     const a_qxci_io_result result = _callbacks.read_cb(_user_data, static_cast<unsigned char*>(buf),
                                                        static_cast<unsigned>(len), &count);
+    // More than was asked for is a fault of the callback, which has gone beyond the buffer.
     if (result == QXCI_IO_OK && count > 0 && count <= len) {
         _empty_reads = 0;
         *got = count;
         return QXCI_IO_OK;
     }
     if (result != QXCI_IO_WOULD_BLOCK) return fail(QxciErrIOError);
+    // A callback does not tell a slow peer from one that has gone, so that patience must end.
     if (++_empty_reads == QXCI_STUB_MAX_EMPTY_READS) return fail(QxciErrConnectionClosed);
     if (_empty_reads > 1) pause_after_empty_read();
     return QXCI_IO_WOULD_BLOCK;

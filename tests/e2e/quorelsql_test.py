@@ -75,15 +75,11 @@ class Batch(Scratch):
             ("CALL frobnicate()", r"no procedure frobnicate \(\.procedures lists all\)"),
             ("CALL xp_write_file('a', content => 1)", "no parameter content; its parameters: .*contents"),
             ("CALL xp_cmdshell('a', 'b', 'c')", "too many arguments .* command, output"),
-            ("CALL xp_cmdshell('a', command => 'b')", "command is given twice"),
             ("CALL xp_sprintf('%s%s', 'a', value3 => 'c')", r"\(value2\) is NULL, .*value3 would be lost"),
             ("CALL xp_scanf('a', 'b', value3 => 'c')", "value3.* is an OUT parameter"),
             ("CALL xp_sprintf(@out, '%s')", "no variables here"),
             ("CALL xp_stopsmtp(cid => NULL)", r"parameter 1 \(cid\) is not NULL; leave it out"),
-            ("SELECT xp_startsmtp('a@a.test', 'h', 25, 60, NULL, 'u', 'p')",
-             r"parameter 7 \(auth_password\) would cross the network in the clear"),
             (".raw", "say on or off"),
-            (".read ", "say which file"),
             (".frob", "no command .frob; .help lists them"),
             (".help xp_scan", "did you mean xp_scanf?"),
             (".mode box", "the modes are table, line, csv, json"),
@@ -354,9 +350,8 @@ class Terminal(Scratch):
         for word in "quit", "EXIT;", "\\q", ".exit":
             shell = self.start()
             self.ask(shell, "help", "A statement ends")
-            for mode in "table", "line", "csv", "json":
+            for mode in "line", "csv", "json", "table":
                 self.ask(shell, f".mode {mode}\rSELECT char(0x202e) AS x;", r".*\\u202e")
-            self.ask(shell, f".mode table\rSELECT zeroblob(17);", r"x'0{32}…' \(17 bytes\)")
             shell.sendline(word)
             shell.expect(pexpect.EOF)
 

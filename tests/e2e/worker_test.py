@@ -7,6 +7,7 @@ OTHER is the library of the other word size, which need not be there.
 import concurrent.futures
 import os
 import re
+import select
 import signal
 import socket
 import ssl
@@ -172,6 +173,21 @@ class Worker(unittest.TestCase):
             rows += [(0, secure, "drip", "NULL"), (99, secure, "deaf", large)]
         with concurrent.futures.ThreadPoolExecutor(4) as pool:
             list(pool.map(self.check_converse, rows))
+
+    def test_ends_what_nobody_reads(self):
+        for deadline, end in ("0.3", "took longer than 0.3 s and was ended"), ("60", "was cancelled"):
+            start = time.monotonic()
+            reader, writer = os.pipe()
+            with subprocess.Popen([XPCALL, "--deadline", deadline, "xp_read_file", self.large], text=True,
+                                  stdout=writer, stderr=subprocess.PIPE, env=ENVIRONMENT) as host:
+                os.close(writer)
+                select.select([reader], [], [])
+                if deadline == "60":
+                    host.send_signal(signal.SIGINT)
+                self.assertEqual(host.communicate(timeout=60)[1], f"xpcall: xp_read_file {end}\n")
+                self.assertEqual(host.returncode, 1)
+            os.close(reader)
+            self.assertLess(time.monotonic() - start, 1.3)
 
     def test_ends_a_search_for_a_name(self):
         """In a network of its own, whose name server listens and says nothing."""

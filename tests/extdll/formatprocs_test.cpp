@@ -57,7 +57,6 @@ TEST(Sprintf, formats_strings_as_the_c_library_does) {
         {"%s", {long_word, {}}, std::string(254, 'w')},
         {"%260s", {std::string(259, 'y'), {}}, " " + std::string(253, 'y')},
         {"%.99999999999s", {"x", {}}, "x"},
-        {std::string(300, 'f'), {{}}, std::string(254, 'f')},
         {std::string("cut\0here", 8), {{}}, "cut"},
         {"%s", {std::string("cut\0here", 8), {}}, "cut"},
         {repeated("%s", 50), Values(50, "v"), std::string(50, 'v')},
@@ -109,24 +108,19 @@ TEST(Scanf, splits_strings_as_the_c_library_does) {
         {"abcdef", "%2s%*c%3c", {"ab", "def"}},
         {"50% off", "%[0-9]%% %s", {"50", "off"}},
         {"b a", "%2$s %1$s", {"a", "b"}},
-        {"b", "%2$s", {""}},
         {"", "%s", {}},
         {"a b", "%s %k%s", {"a"}},
         {"abc", "%[abc", {}},
         {"abc", "%", {}},
         {long_word, "%s%s", {std::string(254, 'w'), std::string(46, 'w')}},
         {long_word, "%255s", {std::string(254, 'w')}},
-        {long_word, "%0s", {std::string(254, 'w')}},
         {long_word, "%99999999999c", {std::string(254, 'w')}},
         {long_word, "%[w]", {std::string(254, 'w')}},
         {long_word, "%253s", {std::string(253, 'w')}},
-        {"ab", "%hhs", {"ab"}},
-        {"ab", "%hhhs", {}},
         {"% 5 x", "%5% %s%*%%s", {"5"}},
         {"1s x", "%as %s", {"", "x"}},  // %a is a number, not an allocation
         {"65", "%d", {"A"}},            // a number leaves its bytes
         {long_word, repeated("%c", 50), Strings(50, "w")},
-        {long_word, repeated("%*c", 290) + "%s", {std::string(10, 'w')}},
     };
     FakeHost host;
     for (host.piece_size = 1; host.piece_size <= 10000; host.piece_size *= 100) {

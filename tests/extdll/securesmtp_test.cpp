@@ -217,8 +217,6 @@ TEST(SecureSMTPClient, what_the_certificate_must_be_goes_to_the_provider) {
     Session session;
     session.client->SetTrustedCertificate("old", nullptr, nullptr, nullptr);
     char* const old = session.client->_certfile.get();
-    session.client->SetTrustedCertificate(nullptr, nullptr, nullptr, nullptr);
-    EXPECT_EQ(old, session.client->_certfile.get());
     session.client->SetTrustedCertificate("new", nullptr, nullptr, nullptr);
     EXPECT_STREQ("new", session.client->_certfile.get());
     EXPECT_STREQ("old", old);

@@ -312,25 +312,6 @@ TEST(MailProcedures, a_certificate_makes_a_secure_session_whose_environment_ends
                                       "[^\r]*\r\nMAIL FROM.*QUIT\r\n"));
 }
 
-TEST(SendmailManager, counts_the_list_and_every_caller) {
-    SendmailManager registry;
-    SendmailState* const seven = registry.FindOrAddState(7);
-    EXPECT_EQ(seven, registry.FindOrAddState(7));
-    EXPECT_EQ(3U, seven->refcount);
-    SendmailState* const nine = registry.FindOrAddState(9);
-    EXPECT_EQ(nullptr, registry.FindState(8));
-    EXPECT_EQ(seven, registry.FindState(7));
-    registry.ReleaseAndDeleteState(seven);
-    EXPECT_EQ(nullptr, registry.FindState(7));
-    EXPECT_EQ(nine, registry.FindState(9));
-    // Out of the list already: only the caller's reference goes, and the last one deletes.
-    registry.ReleaseAndDeleteState(seven);
-    EXPECT_EQ(1U, seven->refcount);
-    registry.ReleaseState(seven);
-    registry.ReleaseState(nine);
-    registry.ReleaseAndDeleteState(nine);
-}
-
 TEST(MakeArgv, splits_at_semicolons_and_has_all_of_a_list_or_none) {
     const std::pair<const char*, std::vector<std::string>> cases[] = {
         {nullptr, {}},

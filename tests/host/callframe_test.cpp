@@ -104,6 +104,14 @@ TEST(CallFrame, hands_on_the_result_and_refuses_when_told) {
     }
 }
 
+TEST(CallFrame, keeps_no_more_than_it_promises) {
+    Fake call("fake_spell");
+    ASSERT_TRUE(call.set("value", std::string(CallFrame::most_kept, 'x')));
+    EXPECT_EQ("", call.run());
+    EXPECT_GT(CallFrame::most_kept, call.frame.result()->bytes->size());
+    EXPECT_FALSE(call.frame.out(2)) << "it went no further";
+}
+
 TEST(CallFrame, ends_a_child_that_comes_back_out_of_the_procedure) {
     EXPECT_EQ(127, Fake("fake_fork").status());
     Fake returns("fake_fork");

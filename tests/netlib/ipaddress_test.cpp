@@ -1,7 +1,6 @@
 #include "netlib/ipaddress.h"
 
 #include <memory>
-#include <set>
 
 #include "tests/netlib/netlib_fixture.h"
 
@@ -19,66 +18,31 @@ IPAddress Literal(const std::string& text) {
 }
 
 TEST_F(Address, is_classified_by_its_leading_bits) {
-    const std::set<std::string> loopback = {"127.0.0.1", "::1"};
-    const std::set<std::string> private_net = {
-        "10.0.0.0",        "172.16.0.1", "172.31.255.255", "192.168.255.1",
-        "::ffff:10.1.2.3", "fc00::",     "fd00::1"};
-    const std::map<e_IPv6AddressType, const char*> types = {
-        {addrUnknown, "127.0.0.1 9.255.255.255 10.0.0.0 172.15.0.1 172.16.0.1 172.31.255.255 "
-                      "172.32.0.1 192.168.255.1 192.169.1.1"},
-        {addrReserved, ":: ::fffe:1.2.3.4 ::1:0:0:1 200:: 5ff::"},
-        {addrIPv4Compatible, "::1 ::192.0.2.7"},
-        {addrIPv4Mapped, "::ffff:10.1.2.3 ::ffff:127.0.0.1"},
-        {addrUnassigned, "100:: 600:: 1000:: 4000:: dfff:: fbff:: fc00:: fd00::1 fe00::1 fe7f::"},
-        {addrGlobalUnicast, "2000:: 3fff::"},
-        {addrLinkLocalUnicast, "fe80::1 febf::"},
-        {addrSiteLocalUnicast, "fec0::1 feff::"},
-        {addrMulticast, "ff02::1"}};
-    for (const auto& [type, texts] : types) {
-        for (const std::string& text : Words(texts)) {
-            const IPAddress ip = Literal(text);
-            EXPECT_EQ(type, ip.getIPv6AddressType()) << text;
-            EXPECT_EQ(loopback.contains(text), ip.isLoopback()) << text;
-            EXPECT_EQ(private_net.contains(text), ip.isPrivateNet()) << text;
-        }
+    const std::pair<const char*, e_IPv6AddressType> types[] = {
+        {"127.0.0.1", addrUnknown},       {"::", addrReserved},
+        {"::1", addrIPv4Compatible},      {"::ffff:127.0.0.1", addrIPv4Mapped},
+        {"fd00::1", addrUnassigned},      {"3fff::", addrGlobalUnicast},
+        {"febf::", addrLinkLocalUnicast}, {"feff::", addrSiteLocalUnicast},
+        {"ff02::1", addrMulticast}};
+    for (const auto& [text, type] : types) EXPECT_EQ(type, Literal(text).getIPv6AddressType());
+    for (const char* own : {"10.0.0.0", "172.16.0.1", "172.31.255.255", "192.168.255.1", "fd00::1"})
+        EXPECT_TRUE(Literal(own).isPrivateNet()) << own;
+    for (const char* other :
+         {"9.255.255.255", "172.15.0.1", "172.32.0.1", "192.169.1.1", "fe00::1"})
+        EXPECT_FALSE(Literal(other).isPrivateNet()) << other;
+}
+
+TEST_F(Address, equals_another_by_host_alone) {
+    const std::pair<const char*, bool> pairs[] = {
+        {"192.0.2.7:25 192.0.2.7:587", true}, {"192.0.2.7 192.0.2.8", false},
+        {"192.0.2.7 ::ffff:192.0.2.7", true}, {"::ffff:192.0.2.7 ::192.0.2.7", false},
+        {"[::192.0.2.7]:1 192.0.2.7", true},  {"0.0.0.0 ::", false},
+        {"fe80::1%2 [fe80::1]:2", true},      {"fe80::1%2 fe80::1%3", false},
+        {"2001:db8::1 2001:db8::2", false}};
+    for (const auto& [texts, same] : pairs) {
+        const IPAddress a = Literal(Words(texts)[0]), b = Literal(Words(texts)[1]);
+        EXPECT_TRUE(a.sameIPAddress(b) == same && b.sameIPAddress(a) == same) << texts;
     }
-}
-
-TEST_F(Address, that_is_not_valid_has_no_class_but_keeps_its_bytes) {
-    IPAddress v6 = Literal("[fd00::1]:25%7");
-    v6.setValid(false);
-    EXPECT_TRUE(v6.getIPv6AddressType() == addrUnknown && v6.isPrivateNet());
-    EXPECT_EQ(0U, v6.getScopeId() + v6.getPortNumber());
-    IPAddress v4 = Literal("10.0.0.1:25");
-    EXPECT_FALSE(v4.reset("no.such.host") || v4.reset(nullptr) || v4.isPrivateNet());
-    v4.setValid(true);
-    EXPECT_EQ("10.0.0.1:25", Text(v4));
-}
-
-TEST_F(Address, equals_another_by_host_alone_and_a_number_as_IPv4) {
-    EXPECT_TRUE(Literal("127.0.0.1") == 0x7F000001U && Literal("::1") != 0xFFFFFFFFU);
-    EXPECT_TRUE(int(Literal("::1")) == -1 && int(Literal("255.255.255.255")) == -1);
-    EXPECT_FALSE(IPAddress().sameIPAddress(IPAddress()));
-    const std::map<bool, const char*> pairs = {
-        {true, "192.0.2.7:25 192.0.2.7:587  192.0.2.7 ::ffff:192.0.2.7  [::192.0.2.7]:1 192.0.2.7 "
-               "fe80::1%2 [fe80::1]:2  fe80::1%2 fe80::1%2"},
-        {false, "192.0.2.7 192.0.2.8  ::ffff:192.0.2.7 ::192.0.2.7  2001:db8::1 192.0.2.7 "
-                "0.0.0.0 ::  fe80::1%2 fe80::1%3  2001:db8::1 2001:db8::2"}};
-    for (const auto& [same, texts] : pairs) {
-        const std::vector<std::string> words = Words(texts);
-        for (size_t i = 0; i < words.size(); i += 2) {
-            const IPAddress a = Literal(words[i]), b = Literal(words[i + 1]);
-            EXPECT_EQ(same, a.sameIPAddress(b)) << Text(a) << " " << Text(b);
-            EXPECT_EQ(same, b.sameIPAddress(a)) << Text(a) << " " << Text(b);
-        }
-    }
-}
-
-TEST_F(Address, tells_the_unspecified_ones_and_the_IPv4_address_inside) {
-    EXPECT_TRUE(Literal("0.0.0.0").is_INADDR_ANY_v4() && Literal("::").is_INADDR_ANY_v6());
-    EXPECT_FALSE(Literal("::").is_INADDR_ANY_v4() || Literal("::1").is_INADDR_ANY_v6());
-    EXPECT_EQ("10.1.2.3:0", Text(Literal("[::ffff:10.1.2.3]:25%3").getIPv4EmbeddedAddress()));
-    EXPECT_EQ("invalid", Text(Literal("2001:db8::1").getIPv4EmbeddedAddress()));
 }
 
 TEST_F(Address, takes_over_socket_addresses_of_the_internet_families_only) {

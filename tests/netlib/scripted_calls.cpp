@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 #include <netinet/tcp.h>
 #include <poll.h>
-#include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/utsname.h>
 
@@ -130,10 +129,8 @@ SCRIPTED(int, getpeername, (int s, sockaddr* a, socklen_t* n), (s, a, n))
 SCRIPTED(int, ioctl, (int s, unsigned long request, void* value), (s, request, value))
 SCRIPTED(int, setsockopt, (int s, int level, int option, const void* value, socklen_t n),
          (s, level, option, value, n))
-SCRIPTED(int, select, (int n, fd_set* r, fd_set* w, fd_set* e, timeval* t), (n, r, w, e, t))
 SCRIPTED(ssize_t, recv, (int s, void* b, size_t n, int flags), (s, b, n, flags))
 SCRIPTED(ssize_t, send, (int s, const void* b, size_t n, int flags), (s, b, n, flags))
-SCRIPTED(ssize_t, recvmsg, (int s, msghdr* message, int flags), (s, message, flags))
 SCRIPTED(ssize_t, recvfrom, (int s, void* b, size_t n, int flags, sockaddr* a, socklen_t* an),
          (s, b, n, flags, a, an))
 SCRIPTED(ssize_t, sendto,

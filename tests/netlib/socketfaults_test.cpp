@@ -14,7 +14,6 @@
 namespace {
 
 char bytes[8];
-msghdr message;
 
 using Operation = int (*)(Socket&);
 
@@ -22,9 +21,6 @@ constexpr Operation recv = [](Socket& s) { return s.recv(bytes, 8); };
 constexpr Operation recv_from = [](Socket& s) {
     IPAddress from;
     return s.recv(bytes, 8, from);
-};
-constexpr Operation recvmsg = [](Socket&) {
-    return static_cast<int>(unix_recvmsg(100000, &message, 0));
 };
 constexpr Operation send = [](Socket& s) { return s.send(bytes, 8); };
 constexpr Operation send_to = [](Socket& s) { return s.send(bytes, 8, IPAddress(uint32{1})); };
@@ -54,9 +50,6 @@ constexpr Operation accept = [](Socket& s) {
 };
 constexpr Operation close = [](Socket& s) { return unix_close(s.getSocket()); };
 constexpr Operation ioctl = [](Socket& s) { return s.Socket::set_blocking_state(false); };
-constexpr Operation select = [](Socket&) {
-    return unix_select(0, nullptr, nullptr, nullptr, nullptr);
-};
 constexpr Operation wait = [](Socket& s) {
     a_bool read = true, write = true;
     return s.select(read, write, 0xFFFFFFFF);
@@ -77,9 +70,7 @@ const Fault plain_faults[] = {
     {accept, "accept4!EINTR*1000 accept4=100001", 100001},
     {close, "close!EINTR*1000 close=0", 0},
     {ioctl, "ioctl!EINTR*1000 ioctl=0", 0},
-    {select, "select!EINTR*1000 select=0", 0},
     {recv_from, "poll!EINTR*1000 silence poll:R recvfrom!EINTR*1000 recvfrom=5", 5},
-    {recvmsg, "poll!EINTR*1000 silence poll:E recvmsg!EINTR*1000 recvmsg=5", 5},
     {connect, "connect!EINTR@100*1000 connect=0", 0},
 
     {recv, "recv!EAGAIN", -1, EAGAIN},

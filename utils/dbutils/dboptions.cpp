@@ -31,6 +31,7 @@ std::string_view trimmed(std::string_view text) {
 size_t closing_quote(std::string_view text) {
     for (size_t i = 1; i < text.size(); ++i) {
         if (text[i] != text[0]) continue;
+        // A doubled mark stands for one that belongs to the value.
         if (i + 1 == text.size() || text[i + 1] != text[0]) return i;
         ++i;
     }
@@ -121,6 +122,7 @@ class Writer {
     Writer(char* buf, size_t len) : _buf(buf), _len(len) {}
 
     void Put(char c) {
+        // One byte stays for the terminator.
         if (_count + 1 < _len) _buf[_count] = c;
         ++_count;
     }
@@ -139,6 +141,7 @@ class Writer {
 };
 
 void put_value(Writer& out, std::string_view value) {
+    // Quoted only where it would be read back as something else.
     const bool plain = value.find(separator) == std::string_view::npos && trimmed(value) == value &&
                        (value.empty() || !is_quote(value.front()));
     if (plain) return out.Put(value);
@@ -172,6 +175,7 @@ a_bool db_parse_options(const char* text, a_db_option** list, char* bad_key, siz
 void db_free_options(a_db_option* list) {
     while (list != nullptr) {
         a_db_option* next = list->next;
+        // It may be a password.
         ut_wipe(const_cast<char*>(list->value), std::strlen(list->value));
         ut_free(list);
         list = next;

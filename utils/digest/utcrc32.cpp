@@ -41,6 +41,7 @@ void UTCRC32::add(const void* data, std::size_t len) {
     const a_byte* from = static_cast<const a_byte*>(data);
     uint32 crc = _register;
     for (; len >= 8; len -= 8, from += 8) {
+        // The register meets the first four bytes only; the other four have nothing to wait for.
         crc = four_bytes(crc ^ ut_load_le32(from), 4) ^ four_bytes(ut_load_le32(from + 4), 0);
     }
     for (; len != 0; --len, ++from) crc = (crc >> 8) ^ tables[0][(crc ^ *from) & 0xff];

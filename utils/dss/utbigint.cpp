@@ -6,6 +6,7 @@ a_bool UTBigInt::set_bytes(const a_byte* bytes, std::size_t len) {
     constexpr std::size_t max_bytes = max_bits / 8;
     *this = UTBigInt();
     a_byte overflow = 0;
+    // Zeros may lead a number of any length.
     for (; len > max_bytes; --len) overflow |= *bytes++;
     if (overflow != 0) return false;
     for (std::size_t place = len; place-- > 0;) {

@@ -96,6 +96,7 @@ a_bool UTDSA::set_domain(const UTBigInt& p, const UTBigInt& q, const UTBigInt& g
     UTBigInt p_minus_one = p;
     p_minus_one.subtract(UTBigInt(1));
     const unsigned rounds = prime_test_rounds(p_bits);
+    // The cheapest first: a test of p for being prime takes longer than all the others.
     _has_domain = _q.reduce(p_minus_one).is_zero() && is_in_subgroup(_p, _q, g) &&
                   _q.is_probably_prime(rounds) && _p.is_probably_prime(rounds);
     return _has_domain;
@@ -142,6 +143,7 @@ a_bool UTDSA::verify(const a_byte* digest, const a_byte* signature) const {
     UTBigInt r, s;
     r.set_bytes(signature, _q.bytes());
     s.set_bytes(signature + _q.bytes(), _q.bytes());
+    // FIPS 186-4, section 4.7: what is out of range is no signature, whatever it would verify.
     if (r.is_zero() || s.is_zero() || !(r < _q.value()) || !(s < _q.value())) return false;
     const UTBigInt w = _q.inverse(s);
     const UTBigInt u1 = _q.multiply(digest_number(_q, digest), w);

@@ -57,6 +57,7 @@ void encode_spans(a_base64_spans& spans, a_line& line) {
             line.begin();
         }
         if (line.is_empty()) {
+            // Whole lines in one call: the kernel sets its constants up once for all of them.
             const size_t lines = std::min(spans.unread / line_bytes, spans.room / line_chars);
             kernel.encode_lines(as_text(spans.out), spans.in, lines, line.groups());
             spans.advance(lines * line_bytes, lines * line_chars);
@@ -89,6 +90,7 @@ size_t decode_group(a_byte* bytes, const a_byte* group) {
     size_t count = 3;
     if (group[3] == padding) {
         count = group[2] == padding ? 1 : 2;
+        // The bits of the last character that belong to no byte may be any (RFC 4648, section 3.5).
         for (size_t i = count + 1; i < 4; ++i) values[i] = 0;
     }
     for (const a_byte value : values)
@@ -149,6 +151,7 @@ size_t base64_encode(char* dst, const char* src, size_t src_len, size_t line_len
     if (spans.unread != 0) {
         encode_group(as_text(spans.out), spans.in, spans.unread);
         spans.advance(spans.unread, 4);
+        // The padded group may have filled its line, which then ends with a break like any other.
         line.add(1);
         encode_spans(spans, line);
     }
@@ -195,6 +198,7 @@ a_bool base64_encode(const UTOStream& dest, const UTIStream& src, uint16 line_le
         encode_group(group, bytes, count);
         streams.out.put(group, 4);
         line.add(1);
+        // A read that is short is the end: padding may stand nowhere else.
         if (count < 3) break;
     }
     if (line.is_full()) streams.out.put("\r\n", 2);
@@ -217,6 +221,7 @@ a_bool base64_decode(const UTOStream& dest, const UTIStream& src, unsigned int* 
         if (count == 0) return false;
         streams.out.put(bytes, count);
         total += static_cast<unsigned int>(count);
+        // What stands behind the padding is the next reader's.
         if (count < 3) return true;
     }
 }

@@ -160,7 +160,9 @@ struct an_encoder_avx2 {
 QUOREL_SSSE3 QUOREL_INLINE void encode_row(const an_encoder_ssse3& encoder, char* dst,
                                            const a_byte* src, size_t groups) {
     size_t i = 0;
+    // A load reads 16 bytes for 12 that count, so that two more groups must follow these four.
     for (; i + 6 <= groups; i += 4) encoder.step(dst + 4 * i, load_16(src + 3 * i));
+    // With five groups left, the last step alone would leave out the first of them.
     if (i + 4 < groups) encoder.step(dst + 4 * i, load_12(src + 3 * i));
     encoder.step(dst + 4 * (groups - 4), load_12(src + 3 * (groups - 4)));
 }
@@ -210,6 +212,7 @@ struct a_decoder_ssse3 {
 
     QUOREL_SSSE3 QUOREL_INLINE __m128i step(const a_byte* src, __m128i* invalid) const {
         const __m128i text = load_16(src);
+        // "/" is a mask, too: of an index a shuffle looks at the low four bits, not at 0x20.
         const __m128i upper = _mm_and_si128(_mm_srli_epi32(text, 4), slash);
         const __m128i lower = _mm_and_si128(text, slash);
         *invalid = _mm_and_si128(_mm_shuffle_epi8(invalid_by_lower, lower),
@@ -292,6 +295,7 @@ QUOREL_AVX2 QUOREL_INLINE size_t decode_run_avx2(const a_decoder_avx2& decoder, 
     for (; groups - done >= 8; done += 8, src += 32, dst += 24) {
         __m256i invalid;
         const __m256i bytes = decoder.step(src, &invalid);
+        // Which character it is costs more to find out, and in most steps there is none.
         if (_mm256_testz_si256(invalid, invalid) == 0) {
             const __m256i valid = _mm256_cmpeq_epi8(invalid, _mm256_setzero_si256());
             const unsigned leading = groups_in(_mm256_movemask_epi8(valid));
@@ -313,6 +317,7 @@ void decode_ssse3(a_base64_spans& spans) {
 
 QUOREL_AVX2 void decode_avx2(a_base64_spans& result) {
     const a_decoder_avx2 decoder;
+    // A copy whose address nobody has stays in registers.
     a_base64_spans spans = result;
     do {
         const size_t done = decode_run_avx2(decoder, spans.out, spans.in, spans.groups_to_decode());

@@ -150,6 +150,7 @@ ls_init_return UTLangString::Init(const char* language_label, const CharsetInfo*
     ls_char_functions.init();
     const LanguageInfo* wanted = _Wanted(language_label);
     const ls_init_return result = _OpenFile(_res_file, wanted, iq);
+    // English stands behind the wanted language, for the texts that its file lacks.
     const bool fallback =
         wanted != ls_english() && _OpenFile(_default_res_file, ls_english(), iq) == LS_INIT_OKAY;
     // The wanted file's failure counts, even where English would be to blame too.

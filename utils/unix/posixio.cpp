@@ -32,6 +32,7 @@ int open_flags(const char* mode) {
     default:
         return -1;
     }
+    // ",ccs=" asks for a conversion, which would change what a file holds.
     if (std::strchr(mode, ',') != nullptr) return -1;
     if (std::strchr(mode, 'x') != nullptr) flags |= O_EXCL;
     if (std::strchr(mode, '+') != nullptr) return flags | O_RDWR;

@@ -7,50 +7,61 @@
 #include <unistd.h>
 
 #include "host/worker/framesocket.h"
+#include "tests/world.h"
 
 using namespace host;
 using Received = FrameSocket::Received;
 
 namespace {
 
-constexpr std::uint32_t huge = UINT32_MAX;
+/// What each kind of frame may be, as docs/worker.md has it.
+struct Allowed {
+    Sender sender;
+    FrameKind kind;
+    std::uint32_t longest;
+    std::vector<unsigned> flags;
+};
+const Allowed allowed[] = {
+    {Sender::Host, FrameKind::Hello, 4096, {0}},
+    {Sender::Host, FrameKind::Call, 131072, {0}},
+    {Sender::Host, FrameKind::Piece, 65536, {0, FRAME_MORE}},
+    {Sender::Host, FrameKind::Refuse, 0, {0}},
+    {Sender::Host, FrameKind::Taken, 0, {0}},
+    {Sender::Worker, FrameKind::Ready, 0, {0}},
+    {Sender::Worker, FrameKind::Failed, 8192, {0}},
+    {Sender::Worker, FrameKind::Want, 0, {0}},
+    {Sender::Worker, FrameKind::Set, 65536, {0, FRAME_APPEND}},
+    {Sender::Worker, FrameKind::Set, 0, {FRAME_NULL}},
+    {Sender::Worker, FrameKind::Share, 4, {0, FRAME_APPEND}},
+    {Sender::Worker, FrameKind::Done, 0, {0, FRAME_CANCELLED}},
+};
 
-TEST(Frames, are_taken_from_the_side_that_sends_them_within_their_limits) {
-    struct Row {
-        Sender sender;
-        FrameKind kind;
-        std::uint8_t flags;
-        std::uint32_t length;
-        bool taken;
-    };
-    for (const Row& row : {
-             Row{Sender::Host, FrameKind::Call, 0, longest_payload, true},
-             {Sender::Host, FrameKind::Call, 0, longest_payload + 1, false},
-             {Sender::Worker, FrameKind::Call, 0, 0, false},
-             {Sender::Host, FrameKind::Piece, FRAME_MORE, longest_piece, true},
-             {Sender::Host, FrameKind::Piece, FRAME_APPEND, 1, false},
-             {Sender::Host, FrameKind::Refuse, 0, 1, false},
-             {Sender::Host, FrameKind::Hello, 0, huge, false},
-             {Sender::Worker, FrameKind::Set, FRAME_APPEND, longest_piece, true},
-             {Sender::Worker, FrameKind::Set, 0, longest_piece + 1, false},
-             {Sender::Worker, FrameKind::Set, FRAME_NULL, 0, true},
-             {Sender::Worker, FrameKind::Set, FRAME_NULL, 1, false},
-             {Sender::Worker, FrameKind::Set, FRAME_NULL | FRAME_APPEND, 0, false},
-             {Sender::Host, FrameKind::Set, 0, 0, false},
-             {Sender::Worker, FrameKind::Want, 0, 1, false},
-             {Sender::Worker, FrameKind::Done, FRAME_CANCELLED, 0, true},
-             {Sender::Worker, FrameKind::Done, FRAME_NULL, 0, false},
-             {Sender::Worker, FrameKind{0}, 0, 0, false},
-             {Sender::Worker, FrameKind{255}, 0, 0, false},
-         }) {
-        FrameHeader header = header_of({.kind = row.kind, .flags = row.flags, .number = 7});
-        memcpy(header.data(), &row.length, sizeof row.length);
-        Frame frame;
-        std::uint32_t length = 0;
-        EXPECT_EQ(row.taken, read_header(header, row.sender, frame, length))
-            << static_cast<int>(row.kind) << " " << row.length;
-        EXPECT_EQ(row.taken ? 7U : 0U, frame.number);
+bool may_be(Sender sender, unsigned kind, unsigned flags, std::uint32_t length) {
+    return std::any_of(std::begin(allowed), std::end(allowed), [&](const Allowed& row) {
+        return row.sender == sender && static_cast<unsigned>(row.kind) == kind &&
+               length <= row.longest && std::count(row.flags.begin(), row.flags.end(), flags) != 0;
+    });
+}
+
+TEST(Frames, are_taken_as_documented_whatever_a_header_says) {
+    std::vector<std::uint32_t> lengths = {UINT32_MAX, 1U << 31};
+    for (const Allowed& row : allowed) {
+        lengths.push_back(row.longest);
+        lengths.push_back(row.longest + 1);
     }
+    for (const Sender sender : {Sender::Host, Sender::Worker})
+        for (unsigned bits = 0; bits < 0x10000; ++bits)
+            for (const std::uint32_t length : lengths) {
+                const unsigned kind = bits & 0xFF;
+                const unsigned flags = bits >> 8;
+                FrameHeader header = header_of({.kind = static_cast<FrameKind>(kind),
+                                                .flags = static_cast<std::uint8_t>(flags)});
+                memcpy(header.data(), &length, sizeof length);
+                Frame frame;
+                std::uint32_t read = 0;
+                if (read_header(header, sender, frame, read) != may_be(sender, kind, flags, length))
+                    FAIL() << "kind " << kind << ", flags " << flags << ", length " << length;
+            }
 }
 
 TEST(Frames, carry_a_call_and_no_part_of_one) {
@@ -96,6 +107,22 @@ TEST(Frames, carry_no_argument_that_cannot_be) {
     }
 }
 
+TEST(Frames, of_up_to_eight_words_carry_no_call_that_cannot_be_written) {
+    const auto number = [](std::uint32_t value) {
+        return std::string(reinterpret_cast<const char*>(&value), sizeof value);
+    };
+    const std::string zero = number(0), one = number(1), four = number(4),
+                      most = number(UINT32_MAX), text = number(EXTFN_TYPE_STRING),
+                      null = number(EXTFN_TYPE_INT32 | 1U << 16);
+    EXPECT_TRUE(world::holds_for_all(
+        {zero, one, four, most, text, null, "x"}, 8, [&](const std::string& payload) {
+            CallRequest request;
+            if (!read_call(payload, request)) return true;
+            std::string again;
+            return write_call(request, again) && again.size() == payload.size();
+        }));
+}
+
 /// Two ends of a socket pair.
 struct Ends {
     Ends() { EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, number)); }
@@ -130,6 +157,45 @@ TEST(FrameSocket, waits_for_each_byte_and_keeps_the_order) {
     EXPECT_EQ(Received::GaveUp, receiver.receive(frame));
     shutdown(ends.number[1], SHUT_WR);
     EXPECT_EQ(Received::End, receiver.receive_if_there(frame));
+}
+
+/// The kinds and payloads of the frames in `wire`, which comes in two pieces, up to its end.
+std::string heard(const std::string& wire, std::size_t cut) {
+    Ends ends;
+    bool all_sent = false;
+    const auto deliver = [&](std::size_t from, std::size_t length) {
+        return write(ends.number[1], &wire[from], length) == static_cast<ssize_t>(length);
+    };
+    FrameSocket socket(ends.number[0], Sender::Host, [&](short) {
+        if (all_sent) return true;
+        all_sent = true;
+        return deliver(cut, wire.size() - cut) && shutdown(ends.number[1], SHUT_WR) == 0;
+    });
+    EXPECT_TRUE(deliver(0, cut));
+    std::string words;
+    Frame frame;
+    Received received = Received::Frame;
+    while ((received = socket.receive(frame)) == Received::Frame)
+        words += std::to_string(static_cast<int>(frame.kind)).append(frame.payload) + ' ';
+    return words + (received == Received::End ? "end" : "not the end");
+}
+
+TEST(FrameSocket, delivers_whole_frames_wherever_the_stream_is_cut) {
+    std::string wire;
+    std::string words;
+    std::size_t whole = 0;  // bytes of whole frames
+    for (const Frame& frame : {Frame{.kind = FrameKind::Hello, .payload = "library"},
+                               {.kind = FrameKind::Call, .payload = "call"},
+                               {.kind = FrameKind::Taken},
+                               {.kind = FrameKind::Piece, .payload = "piece"}}) {
+        const FrameHeader header = header_of(frame);
+        wire.append(header.data(), header.size()).append(frame.payload);
+        for (std::size_t end = whole; end < wire.size(); ++end)
+            for (std::size_t cut = 0; cut <= end; ++cut)
+                ASSERT_EQ(words + "end", heard(wire.substr(0, end), cut)) << end << ' ' << cut;
+        whole = wire.size();
+        words += std::to_string(static_cast<int>(frame.kind)).append(frame.payload) + ' ';
+    }
 }
 
 TEST(FrameSocket, tells_nonsense_from_the_end) {

@@ -1,5 +1,4 @@
 #include "tests/kovcert/qxci/trial.h"
-#include "tests/utils/dss/dsakeys.h"
 
 namespace {
 
@@ -28,7 +27,6 @@ std::string connection(Trial& t, const a_wanted& wanted) {
     return made != nullptr ? "made 1" : describe(t.err);
 }
 
-const a_dsa_key& dsa = dsa_key_1024;
 const struct {
     bool from_stub;
     unsigned allocations;  // at least, the environments' included
@@ -45,10 +43,6 @@ const struct {
     {false, 2, encrypter, {.id = 4, .key_len = 32}},
     {false, 2, hasher, {"SHA1"}},
     {false, 2, password, {}},
-    {false,
-     2,
-     signature,
-     {.settings = {{"dsa_p", dsa.p}, {"dsa_q", dsa.q}, {"dsa_g", dsa.g}, {"dsa_y", dsa.y}}}},
     {true, 3, hasher, {"SHA1"}},
     {false, 4, encrypter, {.name = "AES", .settings = {{"no_option", ""}}}, "23 no_option"},
     {true, 5, encrypter, {.name = "AES", .settings = {{"no_option", ""}}}, "23 no_option"},

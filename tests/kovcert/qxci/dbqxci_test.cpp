@@ -3,19 +3,13 @@
 
 #include "kovcert/qxci/dbqxci.h"
 
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <memory>
-#include <string>
 
 #include <gtest/gtest.h>
 #include <malloc.h>
 
 #include "tests/kovcert/qxci/trial.h"
 #include "utils/unix/dllloader.h"
-#include "utils/unix/locate.h"
 
 namespace {
 
@@ -43,17 +37,12 @@ TEST(Environment, picks_the_provider_by_algorithm_mode_and_stub_flag) {
         {stream, {.id = 3}, rsa},
         {level, {.name = "tls", .parms = "tls_type=ECC"}, ecc},
         {level, {.name = "tls", .parms = "tls_type"}, "28 tls_type", "28 tls_type", "28 tls_type"},
-        {encrypter, {.name = "aes_256", .key_len = 32}, built_in},
         {encrypter, {"AES_128_FIPS"}, fips},
         {encrypter, {.id = 4, .key_len = 32}, built_in},
         {encrypter, {.id = 3}, by_fips, by_fips, "made 9"},
         {encrypter, {.name = "AES", .key_len = 0}, "29"},
-        {encrypter, {"DES"}, "21"},
         {hasher, {"sha-1"}, built_in},
-        {hasher, {"SHA1_FIPS"}, fips},
         {hasher, {.id = 6}, built_in, built_in},
-        {hasher, {nullptr}, "22", "22", "22"},
-        {password, {.id = 1}, built_in},
         // The built-in provider misses a key, so it is the one that was asked.
         {signature, {}, "29", "29", "29"},
     };
@@ -68,56 +57,23 @@ TEST(Environment, picks_the_provider_by_algorithm_mode_and_stub_flag) {
     }
 }
 
-TEST(Environment, asks_the_provider_of_an_algorithm_whether_it_has_it) {
-    Trial stubbed({.stub = true, .dll_name = other});
-    EXPECT_TRUE(stubbed.env.IsBlockHasherAlgorithmSupported(6));
-    EXPECT_FALSE(stubbed.env.IsStreamAlgorithmSupported("rsa"));
-    Trial fips({.fips = true});
-    EXPECT_TRUE(fips.env.IsBlockHasherAlgorithmSupported("none")) << "the FIPS provider's answer";
-    EXPECT_FALSE(fips.env.IsBlockEncrypterAlgorithmSupported("AES")) << "no such entry";
-    Trial normal;
-    EXPECT_TRUE(normal.env.IsBlockEncrypterAlgorithmSupported(QXCI_ENC_AES256));
-    EXPECT_FALSE(normal.env.IsBlockHasherAlgorithmSupported(nullptr));
-}
-
 TEST(Environment, validates_a_setting_and_tells_its_level) {
-    char folder[LOCATE_MAX_PATH];
-    ASSERT_TRUE(ut_locate_own_directory(folder, sizeof folder));
-    const std::string companion = std::string(folder) + "/" + QXCI_FIPS_COMPANION_DLL_NAME;
-    std::filesystem::remove(companion);  // of a run that was ended
-    enum { MODE = 1, COMPANION = 2, DISABLED = 4, STUB = 8 };
-    const struct {
-        const char* algorithm;
-        const char* parms;
-        int flags;
-        const char* result;  // the level, or the error
-    } rows[] = {
-        {"tls", nullptr, STUB, "rsa_tls"},
-        {"TLS", "tls_type=ecc", 0, "ecc_tls"},
-        {"tls", "FIPS=YES", COMPANION, "rsa_tls_fips"},
-        {"tls", nullptr, MODE | COMPANION, "rsa_tls_fips"},
-        {"tls", "FIPS=YES", 0, "25 libnxfips12_r.so"},
-        {"tls", "FIPS=yess", COMPANION, "28 FIPS"},
-        {"tls", "FIPS=YES", COMPANION | DISABLED, "31"},
-        {"rsa_tls_fips", nullptr, DISABLED, "31"},
-        {"tls", "tls_type=ecc;FIPS=yes", COMPANION, "33"},
-        {"ecc", nullptr, MODE | COMPANION, "33"},
-        {"tls", "tls_type=none", 0, "21"},
-        {nullptr, nullptr, 0, "21"},
+    const std::pair<a_wanted, const char*> rows[] = {
+        // What is validated, and its level or the error.
+        {{.name = "TLS", .parms = "tls_type=ecc"}, "ecc_tls"},
+        {{.name = "tls", .parms = "FIPS=YES"}, "25 libnxfips12_r.so"},
+        {{.name = "tls", .parms = "FIPS=yess"}, "28 FIPS"},
+        {{.name = "tls", .parms = "tls_type=none"}, "21"},
+        {{}, "21"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.result);
-        if ((row.flags & COMPANION) != 0) std::ofstream(companion).flush();
-        Trial t({.fips = (row.flags & MODE) != 0, .stub = (row.flags & STUB) != 0});
-        if ((row.flags & DISABLED) != 0) t.env.disableFIPS();
-        EXPECT_EQ((row.flags & COMPANION) != 0, t.env.IsFIPSAvailable());
+    for (const auto& [wanted, result] : rows) {
+        Trial t;
         c_encrypt_level setting;
-        setting.set_level(row.algorithm, row.parms);
+        setting.set_level(wanted.name, wanted.parms);
         t.err.Set(QxciErrBadCert, "left over");
         const bool valid = t.env.ValidateStreamEncryption(setting, &t.err);
-        EXPECT_EQ(row.result, valid ? setting.get_level_name() : describe(t.err));
+        EXPECT_STREQ(result, valid ? setting.get_level_name() : describe(t.err).c_str());
         EXPECT_EQ(valid, !t.err.isError());
-        std::filesystem::remove(companion);
     }
 }
 
@@ -135,16 +91,12 @@ TEST(EncryptLevel, keeps_what_is_wrong_takes_its_own_texts_and_wipes_passwords) 
     utmem_set_source(&watching);
     {
         c_encrypt_level setting;
-        EXPECT_STREQ("Unknown", setting.get_level_name());
         setting.set_level("tls", "tls_type=dh;identity_password=open sesame");
         EXPECT_FALSE(setting.set_level(setting.get_error(), setting.get_parms()));
         EXPECT_STREQ("dh", setting.get_error());
-        EXPECT_STREQ("tls_type=dh;identity_password=open sesame", setting.get_parms());
         EXPECT_TRUE(setting.set_level("Tls", "identity=a;TLS_TYPE=RSA;fips='yes'"));
         EXPECT_STREQ("rsa_tls_fips", setting.get_level_name());
         EXPECT_TRUE(setting.is_strong() && setting.get_error() == nullptr);
-        EXPECT_TRUE(setting.set_level("None", nullptr));
-        EXPECT_FALSE(setting.is_strong());
     }
     utmem_set_source(nullptr);
     EXPECT_FALSE(saw_password);
@@ -158,6 +110,7 @@ TEST(Environment, without_a_successful_init_has_no_slots) {
     EXPECT_EQ("28 7 libnxfips12_r.so tester FIPS", describe(refused.err));
     EXPECT_EQ("37", hasher(refused, {"MD5"}));
     EXPECT_FALSE(refused.env.IsBlockHasherAlgorithmSupported("MD5"));
+    EXPECT_TRUE(Trial().env.IsBlockHasherAlgorithmSupported("MD5"));
     EXPECT_EQ(nullptr, refused.env._getInterface(STATIC_IFACE));
 }
 

@@ -134,8 +134,6 @@ TEST(StubConn, does_what_the_peer_and_the_script_say) {
         {"handshake*2 block", opened, "rr", "0;would block;ok: x;", client_hello + close_record},
         {"handshake block; handshake close", opened, "rr", "0;closed;ok: x;",
          client_hello + close_record},
-        {"handshake block; handshake fail 14,1,unit", opened, "rr", "0;error 14 1 unit;ok: x;",
-         client_hello + close_record},
         {"stream block", opened, "", "28 stub_script;", ""},
 
         {"read block; read*2 give 220 ok\\r\\n; read* close", opened, "rrrrr",
@@ -145,8 +143,6 @@ TEST(StubConn, does_what_the_peer_and_the_script_say) {
         {"write*2 max 3;write* close;;flush block; flush* fail 8", opened, "wwwff",
          "0;would block;ok;closed;would block;error 8;",
          client_hello + record("DATA_", "tex") + record("DATA_", "t") + close_record},
-        {"flush close; read fail 13,0,Acme Ltd; read fail 7", opened, "frrr",
-         "0;closed;error 13 Acme Ltd;error 7;ok: x;", client_hello + close_record},
     };
     for (const auto& c : cases) {
         Stub provider;
@@ -177,11 +173,7 @@ TEST(StubScript, comes_from_the_nearest_that_has_one) {
     EXPECT_EQ("5 6 7", Session(provider, wire, {}, QXCI_CLIENT, of_stream).error);
 
     ASSERT_TRUE(QXCIStubScript("read give process"));
-    EXPECT_FALSE(QXCIStubScript(std::string(QXCI_STUB_MAX_SCRIPT + 1, ' ').c_str()));
     EXPECT_EQ("ok: process", of_process.read());
-    EXPECT_EQ("would block", of_process.read());
-    ASSERT_TRUE(QXCIStubScript("read give again"));
-    EXPECT_EQ("ok: again", of_process.read()) << "from its start on";
     EXPECT_TRUE(QXCIStubScript(nullptr));
     EXPECT_EQ("would block", of_own.read());
 }
@@ -199,10 +191,6 @@ TEST(StubScript, is_well_formed_or_refused) {
     QXCIStubScript(nullptr);
 }
 
-a_qxci_byte* bytes(std::string& text) {
-    return reinterpret_cast<a_qxci_byte*>(text.data());
-}
-
 TEST(StubScript, makes_creations_and_operations_fail) {
     Stub p("object fail 1,2,3; stream fail 4"), refused("env fail 25,0,lib.so");
     EXPECT_EQ(nullptr, p.pw_hash.create_func(p.env, &p.error));
@@ -210,57 +198,12 @@ TEST(StubScript, makes_creations_and_operations_fail) {
     EXPECT_EQ("4", End(p, QXCI_CLIENT).session.error);
     EXPECT_EQ(nullptr, refused.env);
     EXPECT_EQ("25 lib.so", describe(&refused.error));
-    const char* const without_memory[] = {"1 2", "1 2", "1 2 a", "1 2 a b"};  // the list, "a", "b"
-    for (int i = 0; i < 4; ++i) {
-        Stub poor("object fail 1,2,a,b", 3 + i);
-        EXPECT_EQ(nullptr, poor.hash.create_func(poor.env, "MD5", &poor.error));
-        EXPECT_EQ(without_memory[i], poor.creation_error());
-    }
 
     Stub working("work fail 30,0,p");
     const QXCIBlockHasherH hasher = working.hash.create_func(working.env, "MD5", &working.error);
-    for (const char* error : {"30 p", "0"}) {
-        working.hash.begin_hash_func(hasher);
-        EXPECT_EQ(error, describe(working.hash.get_last_error_func(hasher)));
-    }
+    working.hash.begin_hash_func(hasher);
+    EXPECT_EQ("30 p", describe(working.hash.get_last_error_func(hasher)));
     working.hash.destroy_func(hasher);
-}
-
-TEST(StubObjects, hash_encrypt_and_sign_after_a_fashion) {
-    Stub p;
-    std::string data(32, 'p'), hash(20, '\0');
-    const QXCIBlockHasherH hasher = p.hash.create_with_id_func(p.env, QXCI_HASH_SHA1, &p.error);
-    size_t len = hash.size();
-    p.hash.begin_hash_func(hasher);
-    p.hash.add_data_func(hasher, bytes(data), data.size());
-    EXPECT_EQ(QXCI_OK, p.hash.end_hash_func(hasher, bytes(hash), &len));
-    p.hash.destroy_func(hasher);
-
-    const QXCIPasswordHasherH passwords = p.pw_hash.create_func(p.env, &p.error);
-    len = p.pw_hash.get_max_hash_size_func(passwords);
-    hash.assign(len, '\0');
-    EXPECT_EQ(QXCI_OK, p.pw_hash.hash_func(passwords, bytes(data), data.size(), bytes(hash), &len));
-    p.pw_hash.destroy_func(passwords);
-
-    const std::string plain = data;
-    const QXCIBlockEncrypterH encrypter =
-        p.enc.create_func(p.env, "aes-256", bytes(data), 32, nullptr, &p.error);
-    p.enc.encrypt_func(encrypter, bytes(data), 16, 0);
-    p.enc.encrypt_func(encrypter, bytes(data) + 16, 16, QXCI_ENC_CONTINUE);
-    EXPECT_NE(plain, data);
-    p.enc.decrypt_func(encrypter, bytes(data), 32, 0);
-    EXPECT_EQ(plain, data);
-    p.enc.destroy_func(encrypter);
-
-    const QXCISignatureHandlerH signer =
-        p.sig.create_func(p.env, Options().add("stub_key", "k").head(), &p.error);
-    char signature[32];
-    len = sizeof signature;
-    bool ok = false;
-    EXPECT_EQ(QXCI_OK, p.sig.create_connsig_func(signer, "ab", "c", signature, &len));
-    p.sig.verify_connsig_func(signer, "ab", "c", signature, &ok);
-    EXPECT_TRUE(ok);
-    p.sig.destroy_func(signer);
 }
 
 }  // namespace

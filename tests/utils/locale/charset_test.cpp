@@ -2,7 +2,6 @@
 
 #include <clocale>
 #include <cstdlib>
-#include <cstring>
 #include <set>
 #include <string>
 #include <utility>

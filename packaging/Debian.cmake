@@ -1,0 +1,82 @@
+# Debian packages, made by tools/package: one for each component. Those of the library are there for both
+# word sizes, and can be installed together.
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME quorel)
+set(CPACK_PACKAGE_VERSION "${PROJECT_VERSION}")
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_PACKAGE_CONTACT "The Quorel maintainers <quorel@example.org>")
+set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/packages")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_GROUPING IGNORE)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_PRE_BUILD_SCRIPTS "${CMAKE_CURRENT_LIST_DIR}/documents.cmake")
+set(CPACK_QUOREL_SOURCE "${PROJECT_SOURCE_DIR}")
+if(QUOREL_BITS EQUAL 32)
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE i386)
+  # dpkg-shlibdeps knows the libraries of the machine's own architecture only; tools/package checks this.
+  set(c_library "libc6 (>= 2.36)")
+else()
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE amd64)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+  set(c_library "")
+endif()
+
+set(CPACK_COMPONENTS_ALL "")
+set(this_version "(= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
+
+# package(component [LIBRARIES] NAME name SECTION section SUMMARY text DEPENDS text [MULTIARCH kind] TEXT text):
+# LIBRARIES for one that puts some where the dynamic linker looks.
+macro(package component)
+  cmake_parse_arguments(arg "LIBRARIES" "NAME;SECTION;SUMMARY;DEPENDS;MULTIARCH;TEXT" "" ${ARGN})
+  list(APPEND CPACK_COMPONENTS_ALL ${component})
+  string(TOUPPER ${component} upper)
+  set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${arg_NAME})
+  set(CPACK_DEBIAN_${upper}_PACKAGE_SECTION "${arg_SECTION}")
+  if(arg_MULTIARCH)
+    # CPack has no name for this field.
+    string(APPEND CPACK_DEBIAN_${upper}_PACKAGE_SECTION "\nMulti-Arch: ${arg_MULTIARCH}")
+  endif()
+  if(arg_LIBRARIES)
+    set(CPACK_DEBIAN_${upper}_PACKAGE_CONTROL_EXTRA "${CMAKE_CURRENT_LIST_DIR}/triggers")
+  endif()
+  set(CPACK_COMPONENT_${upper}_DESCRIPTION "${arg_SUMMARY}\n${arg_TEXT}")
+  set(CPACK_DEBIAN_${upper}_PACKAGE_DEPENDS "${arg_DEPENDS}")
+endmacro()
+
+package(library LIBRARIES NAME libquorel SECTION libs MULTIARCH same DEPENDS "${c_library}"
+  SUMMARY "stored procedures for files, text, commands and mail"
+  TEXT "A library of external stored procedures that a database server loads into its
+own process: SQL then reads and writes files, formats and scans strings, runs
+commands and sends mail, also over TLS.
+.
+This package has the library, its providers of TLS, its message texts, and the
+worker that runs it in a process of its own.")
+
+package(development NAME libquorel-dev SECTION libdevel MULTIARCH same
+  DEPENDS "libquorel ${this_version}, python3:any"
+  SUMMARY "stored procedures for files, text, commands and mail (development)"
+  TEXT "Headers of the call frame and of the provider interface with its kit, a CMake
+package, a pkg-config file, examples, and the compiler of message texts.")
+
+if(QUOREL_BITS EQUAL 64)
+  package(hosts NAME quorel SECTION database DEPENDS "libquorel ${this_version}"
+    SUMMARY "SQL shell and command line for the quorel procedures"
+    TEXT "Calls the procedures of libquorel where there is no database server: quorelsql
+is an SQL shell over SQLite, xpcall is for scripts.")
+  package(outbox NAME quorel-outbox SECTION mail DEPENDS "libquorel ${this_version}, libpq5"
+    SUMMARY "sends mail that is queued in a database's transactions"
+    TEXT "A daemon for an outbox in SQLite or PostgreSQL: mail is rows that are queued
+in the transaction that causes them, goes out after its commit, and is tried
+again while a mail server is away.")
+  package(sqlite LIBRARIES NAME quorel-sqlite3 SECTION database DEPENDS "libquorel ${this_version}"
+    SUMMARY "quorel procedures as an extension for SQLite"
+    TEXT "Gives sqlite3, or any other program that loads extensions into SQLite, the
+procedures of libquorel as functions: SELECT xp_sendmail(...).")
+endif()
+include(CPack)

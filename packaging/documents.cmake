@@ -1,0 +1,53 @@
+# What Debian wants of a package besides its files: in every component that CPack has staged, the manual
+# pages compressed, a copyright file, a changelog, and why lintian is to overlook something. The same sources give the same bytes, as packages
+# of several architectures must that are installed together.
+
+function(compress file)
+  execute_process(COMMAND gzip -9n "${file}" COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
+
+file(READ "${CPACK_QUOREL_SOURCE}/LICENSE" license)
+string(REGEX MATCH "Copyright[^\n]*" holder "${license}")
+string(REGEX REPLACE "^Copyright \\(c\\) " "" holder "${holder}")
+string(REGEX REPLACE "^.*\n(Permission is hereby.*)$" "\\1" terms "${license}")
+string(STRIP "${terms}" terms)
+string(REGEX REPLACE "\n\n" "\n.\n" terms "${terms}")
+string(REGEX REPLACE "\n" "\n " terms "${terms}")
+set(copyright "Format: https://www.debian.org/doc/packaging-manuals/copyright-format/1.0/
+Upstream-Name: quorel
+
+Files: *
+Copyright: ${holder}
+License: Expat
+
+License: Expat
+ ${terms}
+")
+# The day of the newest change to the sources.
+execute_process(COMMAND git -c "safe.directory=${CPACK_QUOREL_SOURCE}" log -1 --format=%cD
+  WORKING_DIRECTORY "${CPACK_QUOREL_SOURCE}" OUTPUT_VARIABLE date OUTPUT_STRIP_TRAILING_WHITESPACE
+  COMMAND_ERROR_IS_FATAL ANY)
+set(changelog "quorel (${CPACK_PACKAGE_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}) stable; urgency=medium
+
+  * See changelog.gz.
+
+ -- ${CPACK_PACKAGE_CONTACT}  ${date}
+")
+
+foreach(component ${CPACK_COMPONENTS_ALL})
+  string(TOUPPER ${component} upper)
+  set(tree "${CPACK_TEMPORARY_DIRECTORY}/${component}/usr")
+  set(name "${CPACK_DEBIAN_${upper}_PACKAGE_NAME}")
+  set(documents "${tree}/share/doc/${name}")
+  file(WRITE "${documents}/copyright" "${copyright}")
+  file(WRITE "${documents}/changelog.Debian" "${changelog}")
+  configure_file("${CPACK_QUOREL_SOURCE}/CHANGELOG.md" "${documents}/changelog" COPYONLY)
+  set(overrides "${CPACK_QUOREL_SOURCE}/packaging/overrides/${name}")
+  if(EXISTS "${overrides}")
+    configure_file("${overrides}" "${tree}/share/lintian/overrides/${name}" COPYONLY)
+  endif()
+  file(GLOB pages "${tree}/share/man/*/*.[1-8]")
+  foreach(file ${pages} "${documents}/changelog.Debian" "${documents}/changelog")
+    compress("${file}")
+  endforeach()
+endforeach()

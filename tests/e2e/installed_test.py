@@ -1,0 +1,104 @@
+"""What an installed tree gives those who build on it: each example is built and run.
+
+    installed_test.py CMAKE BUILD BITS
+"""
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+from mailserver import Server
+
+CMAKE, BUILD, BITS = sys.argv[1:4]
+CFLAGS = "-std=c11 -Wall -Wextra -Werror -m" + BITS
+
+
+def run(*command, **options):
+    result = subprocess.run(command, capture_output=True, text=True, timeout=120, check=False, **options)
+    assert result.returncode == 0, (command, result.stdout, result.stderr)
+    return result.stdout
+
+
+class Installed(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = tempfile.mkdtemp(prefix="a b")
+        cls.addClassCleanup(shutil.rmtree, cls.folder)
+        cls.prefix = os.path.join(cls.folder, "usr")
+        run(CMAKE, "--install", BUILD, "--prefix", cls.prefix)
+        [pkgconfig] = [path for path, _, files in os.walk(cls.prefix) if "quorel.pc" in files]
+        cls.libraries = os.path.dirname(pkgconfig)
+        cls.programs = os.path.join(cls.prefix, "bin")
+        cls.examples = os.path.join(cls.folder, "examples")
+        shutil.copytree(os.path.join(cls.prefix, "share/doc/libquorel-dev/examples"), cls.examples)
+        cls.environment = {**os.environ, "LD_LIBRARY_PATH": cls.libraries, "PKG_CONFIG_PATH": pkgconfig,
+                           "CFLAGS": CFLAGS}
+        cls.environment.pop("QUOREL_LIBRARY", None)
+        # CMake looks for packages of the compiler's own word size only.
+        package = "-Dquorel_DIR=" + os.path.join(cls.libraries, "cmake/quorel")
+        found = package if BITS == "32" else "-DCMAKE_PREFIX_PATH=" + cls.prefix
+        run(CMAKE, "-S", cls.examples, "-B", "built", found, cwd=cls.folder, env=cls.environment)
+        run(CMAKE, "--build", "built", cwd=cls.folder)
+
+    def example(self, name, *arguments, **options):
+        return run(os.path.join(self.folder, "built", name), *arguments, cwd=self.examples,
+                   env=self.environment, **options)
+
+    def sql(self, *arguments):
+        return run(os.path.join(self.programs, "quorelsql"), *arguments, cwd=self.examples,
+                   env=self.environment)
+
+    def server(self):
+        server = Server()
+        self.addCleanup(server.close)
+        return server
+
+    def test_host_reads_a_file_and_sends_it(self):
+        text = ("x" * 70 + "\r\n") * 1500
+        with open(os.path.join(self.examples, "text"), "w", encoding="ascii", newline="") as file:
+            file.write(text)
+        self.assertEqual(text.replace("\r", ""), self.example("host", "text"))
+        server = self.server()
+        self.example("host", "text", "127.0.0.1", str(server.port), "ann@a.test", "bob@b.test")
+        [(sender, recipients, message)] = server.messages
+        self.assertEqual(("ann@a.test", ["bob@b.test"]), (sender, recipients))
+        self.assertIn(text.encode(), message)
+
+    def test_provider_hashes_for_its_owner(self):
+        self.assertEqual("26\n", self.example("owner", "../built/libsum.so", "sum", input="abc"))
+        with self.assertRaisesRegex(AssertionError, "error 22"):
+            self.example("owner", "../built/libsum.so", "md5")
+
+    def test_scripts_run_from_any_folder(self):
+        self.assertIn("apples       12", self.sql("files.sql"))
+        server = self.server()
+        self.sql("mail.db", "-c", "CREATE TABLE account(host, port, sender, recipient)", "-c",
+                 f"INSERT INTO account VALUES('127.0.0.1', {server.port}, 'ann@a.test', 'bob@b.test')")
+        self.sql("mail.db", "mail.sql")
+        self.assertEqual([("ann@a.test", ["bob@b.test"])], [message[:2] for message in server.messages])
+
+    def test_leaves_out_the_provider_that_protects_nothing(self):
+        self.assertIn("libnxrsa12_r.so", os.listdir(self.libraries))
+        self.assertNotIn("libqxcistub_r.so", [name for _, _, names in os.walk(self.prefix) for name in names])
+
+    def test_pkg_config_has_what_a_linked_program_needs(self):
+        with open(os.path.join(self.folder, "linked.c"), "w", encoding="ascii") as file:
+            file.write('#include "extdll/procedures.h"\n'
+                       "int main(void) { xp_stopmail(0, 0); return extfn_use_new_api() != EXTFN_API_VERSION; }\n")
+        run("sh", "-ec", f'eval "cc {CFLAGS} linked.c $(pkg-config --cflags --libs quorel)" -o linked; ./linked',
+            cwd=self.folder, env=self.environment)
+
+    def test_texts_are_compiled_by_the_installed_compiler(self):
+        texts = os.path.join(self.libraries, "nxlgja12_sjis.res")
+        compiler = os.path.join(self.programs, "qxres")
+        with open(os.path.join(self.folder, "texts"), "w", encoding="utf-8") as file:
+            file.write(run(compiler, "--list", texts))
+        run(compiler, "texts", "-o", "made.res", cwd=self.folder)
+        with open(texts, "rb") as shipped, open(os.path.join(self.folder, "made.res"), "rb") as made:
+            self.assertEqual(shipped.read(), made.read())
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])
