@@ -69,6 +69,11 @@ if(QUOREL_BITS EQUAL 64)
     SUMMARY "SQL shell and command line for the quorel procedures"
     TEXT "Calls the procedures of libquorel where there is no database server: quorelsql
 is an SQL shell over SQLite, xpcall is for scripts.")
+  package(outbox NAME quorel-outbox SECTION mail DEPENDS "libquorel ${this_version}, libpq5"
+    SUMMARY "sends mail that is queued in a database's transactions"
+    TEXT "A daemon for an outbox in SQLite or PostgreSQL: mail is rows that are queued
+in the transaction that causes them, goes out after its commit, and is tried
+again while a mail server is away.")
   package(sqlite LIBRARIES NAME quorel-sqlite3 SECTION database DEPENDS "libquorel ${this_version}"
     SUMMARY "quorel procedures as an extension for SQLite"
     TEXT "Gives sqlite3, or any other program that loads extensions into SQLite, the
