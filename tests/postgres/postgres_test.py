@@ -172,6 +172,15 @@ class PostgresTest(unittest.TestCase):
             self.assertEqual([], server.started())
 
     @unittest.skipUnless(WORKER, "for workers")
+    def test_other_sessions_need_not_wait_for_a_call(self):
+        call = self.session.begin("SELECT xp_cmdshell('sleep 60')")
+        self.root.run("SET statement_timeout = '5s'")
+        self.assertEqual((), self.root.run("CREATE DATABASE other"))
+        self.assertEqual((), self.root.run("DROP DATABASE other"))
+        self.root.run(f"SELECT pg_cancel_backend({self.session.pid})")
+        self.assertEqual("57014", call.result(5))
+
+    @unittest.skipUnless(WORKER, "for workers")
     def test_a_worker_that_dies_is_an_error_of_its_session(self):
         other = self.open()
         busy = other.begin("SELECT xp_cmdshell('sleep 2')")
