@@ -30,11 +30,11 @@ FAST = 1.0  # how long a call may go on that is to end
 
 def setUpModule():
     global SERVER, POOL
+    POOL = concurrent.futures.ThreadPoolExecutor()
+    unittest.addModuleCleanup(POOL.shutdown)  # after the server's end, which ends all calls
     SERVER = server_with_extension(BITS, BUILD, PRODUCT)
     unittest.addModuleCleanup(SERVER.close)
     SERVER.start()
-    POOL = concurrent.futures.ThreadPoolExecutor()
-    unittest.addModuleCleanup(POOL.shutdown)
 
 
 class Session:
