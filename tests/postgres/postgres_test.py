@@ -100,14 +100,16 @@ class PostgresTest(unittest.TestCase):
 
     def waits(self):
         """Calls that come to no end, and can be brought to one."""
-        command = "SELECT xp_cmdshell('" + STUBBORN.replace("'", "''") + "')"
+        # The shell of the second goes when its process group is signalled, what it began does not.
+        commands = ["SELECT xp_cmdshell('" + STUBBORN.replace("'", "''") + "')",
+                    "SELECT xp_cmdshell('sleep 600 & sleep 600')"]
         if not WORKER:
-            return [command]
+            return commands
         fifo = self.file(self.name)
         if not os.path.exists(fifo):
             os.mkfifo(fifo, 0o666)
             os.chmod(fifo, 0o666)
-        return [command,
+        return [*commands,
                 f"SELECT xp_startsmtp('a@a.test', '127.0.0.1', {self.silent_server()})",
                 f"SELECT xp_read_file('{fifo}')"]
 
@@ -152,6 +154,8 @@ class PostgresTest(unittest.TestCase):
                                                         f" {session.pid}"), FAST, "the backend's end")
                     self.assertLess(time.monotonic() - begun, FAST)
                     if expected is not None:
+                        until(lambda: not any(program.endswith("/sleep") for program in
+                                              SERVER.processes().values()), FAST, "the command's end")
                         self.assertEqual((3,), session.run("SELECT xp_cmdshell('exit 3')"))
                     session.close()
                     until(lambda: not SERVER.started(), FAST, "the end of what was started")
