@@ -11,8 +11,6 @@ namespace host {
 
 namespace {
 
-constexpr std::string_view blanks = " \t";
-
 bool end_field(FoldedHeader& field, std::string& error) {
     if (field.end()) return true;
     error = "has a word that is too long for a line of 998 bytes";
@@ -26,11 +24,6 @@ bool is_graphic(char c) {
 
 std::string_view without_brackets(std::string_view text) {
     return text.starts_with('<') && text.ends_with('>') ? text.substr(1, text.size() - 2) : text;
-}
-
-std::string_view without_blanks(std::string_view text) {
-    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
-    return text.substr(0, text.find_last_not_of(blanks) + 1);
 }
 
 bool is_uri_in_brackets(std::string_view text) {

@@ -10,8 +10,6 @@ namespace host {
 
 namespace {
 
-constexpr std::string_view blanks = " \t";
-
 // A word of a text with the blanks in front of it.
 struct SpacedWord {
     std::string_view gap;
@@ -27,11 +25,6 @@ std::vector<SpacedWord> split_words(std::string_view text) {
         text.remove_prefix(end);
     }
     return words;
-}
-
-std::string_view trimmed(std::string_view text) {
-    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
-    return text.substr(0, text.find_last_not_of(blanks) + 1);
 }
 
 // Letters that need no double quotes in front of an address.
@@ -51,7 +44,13 @@ std::string in_quotes(std::string_view text) {
 
 }  // namespace
 
+std::string_view without_blanks(std::string_view text) {
+    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
+    return text.substr(0, text.find_last_not_of(blanks) + 1);
+}
+
 std::vector<std::string> name_words(std::string_view name, std::size_t room) {
+    name = without_blanks(name);
     // The library's sender_name takes no angle brackets, not even in quotes.
     if (needs_encoding(name) || name.find_first_of("<>") != std::string_view::npos)
         return encoded_words(name, room);
@@ -68,7 +67,7 @@ std::vector<std::string> name_words(std::string_view name, std::size_t room) {
 }
 
 void put_text(FoldedHeader& header, std::string_view text) {
-    const std::vector<SpacedWord> words = split_words(trimmed(text));
+    const std::vector<SpacedWord> words = split_words(without_blanks(text));
     const auto encode = [](const SpacedWord& part) {
         // Far below what a line may have, since others may lengthen it on the way.
         constexpr std::size_t longest_plain = 500;

@@ -16,8 +16,14 @@ namespace host {
 /// receives the end of a sentence. The functions below take nothing else.
 bool check_header_text(std::string_view text, std::string& error);
 
+constexpr std::string_view blanks = " \t";
+
+/// `text` without the blanks around it.
+[[nodiscard]] std::string_view without_blanks(std::string_view text);
+
 /// A person's name in front of an address, as it is, in double quotes or encoded: whatever readers
-/// and the library itself take. `room` is what the first word has place in.
+/// and the library itself take. Blanks around it go: one by itself could become a line of nothing
+/// else. `room` is what the first word has place in.
 [[nodiscard]] std::vector<std::string> name_words(std::string_view name, std::size_t room);
 
 /// A subject and its like: plain words as they are, and the rest encoded. Blanks around it go.

@@ -62,7 +62,7 @@ constexpr Ending endings[] = {
 };
 
 void skip_blanks(std::string_view& text) {
-    text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
+    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
 }
 
 std::string_view take_token(std::string_view& text) {

@@ -200,6 +200,10 @@ TEST(Mails, have_the_headers_that_their_fields_ask_for) {
     EXPECT_THAT(composed_with(&Mail::in_reply_to, "a@b"), HasSubstr("\r\nReferences: <a@b>\r\n"));
     EXPECT_THAT(composed_with(&Mail::list_unsubscribe, " <a:b> ,<c:d>"),
                 HasSubstr("\r\nList-Unsubscribe: <a:b>, <c:d>\r\n"));
+    // No line of blanks alone, where a name has them around it.
+    const std::string blank = '"' + std::string(72, 'x') + " \" <" + std::string(60, 'l') + '@' +
+                              std::string(60, 'd') + ".test>";
+    EXPECT_THAT(composed_with(&Mail::to, blank), Not(HasSubstr("\r\n \r\n")));
     Mail mail = {.from = "a@b.test", .bcc = "X@d.test, X@D.TEST, x@d.test"};
     ComposedMail message;
     std::string error;
