@@ -1,6 +1,5 @@
 #include "host/compose/contents.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "host/compose/foldedheader.h"
@@ -56,12 +55,6 @@ void set_content(std::string_view content, Part& part) {
         part.type = {"application/octet-stream", {}};
     }
     part.body = Body::of_bytes(content);
-}
-
-bool has_parameter(const MediaType& type, std::string_view name) {
-    return std::ranges::any_of(type.parameters, [name](const Parameter& parameter) {
-        return same_name(parameter.name, name);
-    });
 }
 
 // What calendars act on (RFC 6047, section 2.4), if it is an alternative to the text.

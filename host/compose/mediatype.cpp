@@ -97,20 +97,32 @@ bool take_value(std::string_view& text, std::string& value) {
     return false;
 }
 
-bool take_parameter(std::string_view& text, std::vector<Parameter>& parameters) {
+bool take_parameter(std::string_view& text, MediaType& type) {
     Parameter parameter;
     parameter.name = take_token(text);
-    if (parameter.name.empty() || parameter.name.size() > longest_parameter_name) return false;
+    if (parameter.name.empty() || parameter.name.size() > longest_parameter_name ||
+        parameter.name.find_first_of("*'%") != std::string::npos ||
+        has_parameter(type, parameter.name))
+        return false;
     if (!take(text, '=') || !take_value(text, parameter.value)) return false;
-    if (!same_name(parameter.name, "name")) parameters.push_back(std::move(parameter));
+    if (!same_name(parameter.name, "name")) type.parameters.push_back(std::move(parameter));
     return true;
 }
 
 }  // namespace
 
+bool has_parameter(const MediaType& type, std::string_view name) {
+    return std::ranges::any_of(type.parameters, [name](const Parameter& parameter) {
+        return same_name(parameter.name, name);
+    });
+}
+
 bool read_media_type(std::string_view text, MediaType& type, std::string& error) {
     if (!check_header_text(text, error)) return false;
     error = "is no type such as image/png or text/csv; charset=utf-8";
+    // Each parameter is looked for among those before it.
+    constexpr std::size_t longest = 1000;
+    if (text.size() > longest) return false;
     type.name = take_token(text);
     if (type.name.empty() || !take(text, '/')) return false;
     if (same_name(type.name, "multipart")) {
@@ -124,7 +136,7 @@ bool read_media_type(std::string_view text, MediaType& type, std::string& error)
     constexpr std::size_t longest_name = 127;  // RFC 4288, section 4.2
     if (type.name.size() > longest_name) return false;
     while (take(text, ';'))
-        if (!text.empty() && !take_parameter(text, type.parameters)) return false;
+        if (!text.empty() && !take_parameter(text, type)) return false;
     return text.empty();
 }
 

@@ -180,6 +180,8 @@ TEST(Mails, that_cannot_be_sent_are_refused_by_field) {
              MailAttachment{.name = "a\nb"},
              {.type = "png"},
              {.type = "text/csv; charset"},
+             {.type = "text/csv; a=b; A=c"},
+             {.type = "text/csv; name*=utf-8''evil.exe"},
              {.type = "a/b\r\nX: y"},
              {.type = "multipart/mixed"},
              {.content_id = "a>\r\nX: <b"},
