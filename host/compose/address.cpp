@@ -169,6 +169,9 @@ bool AddressReader::put_local(const Phrase& local, std::string& mailbox) {
     if (!std::ranges::all_of(local.text, is_ascii))
         return refuse("has letters beyond ASCII in front of the @, which no mail server takes from "
                       "the library: they need SMTPUTF8");
+    // Some programs decode first and look for the @ then: in what is decoded there may be another.
+    if (local.text.find("=?") != std::string::npos)
+        return refuse("has =? in front of the @, as if it were encoded");
     // The library's lists have ";" between two addresses, and its hosts take no brackets.
     if (local.text.find_first_of("<>;") != std::string::npos)
         return refuse("has <, > or ; in front of the @, which the library cannot send to");

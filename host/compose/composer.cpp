@@ -23,7 +23,7 @@ namespace {
 
 constexpr std::string_view auto_submitted_name = "Auto-Submitted";
 
-// The host of an address whose domain is not told apart by its letters' case.
+// The same for addresses that differ in the case of their domains' letters at most.
 std::string delivery_key(std::string mailbox) {
     const auto domain = mailbox.begin() + static_cast<std::ptrdiff_t>(mailbox.rfind('@'));
     std::transform(domain, mailbox.end(), domain, to_lower);
@@ -175,7 +175,8 @@ bool Composer::put_message_id() {
     } else {
         if (!check("message_id", read_identifier(_mail.message_id, _composed.message_id, _error)))
             return false;
-        if (std::ranges::count(_composed.message_id, '@') != 1)
+        const std::string_view id = _composed.message_id;
+        if (std::ranges::count(id, '@') != 1 || id.starts_with("<@") || id.ends_with("@>"))
             return refuse("message_id", "is not of two halves with an @ between");
     }
     return check("message_id",
@@ -195,9 +196,13 @@ bool Composer::put_recipients() {
 
 bool Composer::put_own_headers() {
     bool is_said = _mail.auto_submitted.empty();
+    int number = 0;
     for (const auto& [name, value] : _mail.headers) {
-        if (!check("header " + std::string(name), put_own_field(_header, name, value, _error)))
-            return false;
+        ++number;
+        // What is no name may be of any length and bytes, and is not said again.
+        const std::string label =
+            "header " + (is_field_name(name) ? std::string(name) : std::to_string(number));
+        if (!check(label, put_own_field(_header, name, value, _error))) return false;
         is_said = is_said || same_name(name, auto_submitted_name);
     }
     if (is_said) return true;

@@ -73,10 +73,7 @@ constexpr std::string_view address_fields[] = {
 };
 
 bool check_name(std::string_view name, std::string& error) {
-    constexpr std::size_t longest_name = 50;  // an encoded word still has room behind it
-    // RFC 5322, section 3.6.8.
-    const auto in_name = [](char c) { return is_graphic(c) && c != ':'; };
-    if (name.empty() || name.size() > longest_name || !std::ranges::all_of(name, in_name)) {
+    if (!is_field_name(name)) {
         error = "is no name of a header: 1 to 50 letters, digits and signs but the colon";
         return false;
     }
@@ -163,6 +160,12 @@ bool put_uris_field(std::string& header, std::string_view name, std::string_view
         field.put(uri);
     }
     return end_field(field, error);
+}
+
+bool is_field_name(std::string_view name) {
+    constexpr std::size_t longest = 50;  // an encoded word still has room behind it
+    return !name.empty() && name.size() <= longest &&
+           std::ranges::all_of(name, [](char c) { return is_graphic(c) && c != ':'; });
 }
 
 bool put_own_field(std::string& header, std::string_view name, std::string_view value,

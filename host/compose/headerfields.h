@@ -31,6 +31,9 @@ bool put_uris_field(std::string& header, std::string_view name, std::string_view
 /// end of a sentence in `error` if it is none.
 bool read_identifier(std::string_view text, std::string& identifier, std::string& error);
 
+/// 1 to 50 characters that a field's name can have (RFC 5322, section 3.6.8).
+[[nodiscard]] bool is_field_name(std::string_view name);
+
 /// A field of the sender's own: its name is one that nothing else decides, its value is read as
 /// such a field's.
 bool put_own_field(std::string& header, std::string_view name, std::string_view value,

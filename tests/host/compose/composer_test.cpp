@@ -82,6 +82,7 @@ TEST(Addresses, that_are_none_are_named_with_the_reason) {
              {"a..b@b.test", "a..b@b.test", "a dot at the wrong place"},
              {"J\xC3\xB6rg@b.test", "J\xC3\xB6rg@b.test", "SMTPUTF8"},
              {"\"a;b\"@c.test", "\"a;b\"@c.test", "the library cannot send to"},
+             {"=?utf-8?Q?x=40y?=@c.test", "=?", "as if it were encoded"},
              {"\"<\"@c.test", "\"<\"@c.test", "the library cannot send to"},
              {long_local + "@b.test", "lll", "more than 64"},
              {"a@" + std::string(64, 'd'), "a@ddd", "has a domain that is none"},
@@ -160,6 +161,7 @@ TEST(Mails, that_cannot_be_sent_are_refused_by_field) {
              {&Mail::html, "\xED\xA0\x80", "html: is not UTF-8"},
              {&Mail::message_id, "a b@c", "message_id: has an identifier that is none"},
              {&Mail::message_id, "<a>", "message_id: is not of two halves"},
+             {&Mail::message_id, "@b", "message_id: is not of two halves"},
              {&Mail::message_id, "a@b>\r\nX: <y", "message_id: has an identifier that is none"},
              {&Mail::in_reply_to, "<a@b> <", "in_reply_to: has an identifier that is none"},
              {&Mail::references, "<a@b><c@d>", "references: has an identifier that is none"},
@@ -174,6 +176,7 @@ TEST(Mails, that_cannot_be_sent_are_refused_by_field) {
           "Message-ID", "Subject", "Resent-To", "", "A B", "\xC3\xBC", "A\r\nB"})
         EXPECT_THAT(composed_with_headers(name + ": x\n"), StartsWith("header")) << name;
     EXPECT_THAT(composed_with_headers("X: a\rBcc: b@c.test"), HasSubstr("takes no line breaks"));
+    EXPECT_THAT(composed_with_headers("X: y\n\xFF\x1B[2J: z"), StartsWith("header 2: is no name"));
     EXPECT_THAT(composed_with_headers("X: y\nnothing"), HasSubstr("a line has no colon"));
     EXPECT_THAT(composed_with_headers("Sender: x"), HasSubstr("the address x has no @"));
     for (const MailAttachment& wrong : {
