@@ -27,8 +27,8 @@ struct ComposedMail {
     std::vector<std::string> recipients;
     std::string message_id;  ///< with its <>
 
-    /// `message` of xp_sendmail, beside `content_type` "asis" and no other argument. The library
-    /// adds the last line end.
+    /// `message` of xp_sendmail, beside `content_type` "asis" and no other argument but `raw` 1,
+    /// which spares a look for line ends to mend. The library adds the last line end.
     [[nodiscard]] std::string_view message() const { return {bytes.get(), size}; }
 
     std::unique_ptr<char[]> bytes;

@@ -1,8 +1,8 @@
 #include "host/compose/encodedword.h"
 
 #include <algorithm>
-#include <cstdint>
 
+#include "host/compose/base64lines.h"
 #include "host/text.h"
 #include "host/utf8.h"
 
@@ -41,21 +41,16 @@ std::string in_q(std::string_view text) {
     return to;
 }
 
+// A word is shorter than a line of base64.
 std::size_t length_in_b(std::string_view text) {
-    return (text.size() + 2) / 3 * 4;
+    return static_cast<std::size_t>(base64_lines_length(text.size()));
 }
 
 std::string in_b(std::string_view text) {
-    constexpr std::string_view digits =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string to;
-    for (; !text.empty(); text.remove_prefix(std::min<std::size_t>(3, text.size()))) {
-        std::uint32_t bits = 0;
-        for (std::size_t i = 0; i < 3; ++i)
-            bits = bits << 8 | (i < text.size() ? static_cast<unsigned char>(text[i]) : 0U);
-        for (std::size_t i = 0; i < 4; ++i)
-            to += i <= text.size() ? digits[bits >> (18 - 6 * i) & 0x3FU] : '=';
-    }
+    std::string to(length_in_b(text), '\0');
+    Base64Lines lines(to.data());
+    lines.put(text);
+    lines.end();
     return to;
 }
 
