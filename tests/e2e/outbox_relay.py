@@ -3,6 +3,7 @@ of JSON a message, before it says so. Recipients at refused.test are refused for
 later.test and mails with a subject of "later" for now."""
 import asyncio
 import email
+import hashlib
 import json
 import os
 import sys
@@ -27,7 +28,8 @@ class Handler:
         if message["Subject"] == "later":
             return "451 come again"
         line = {"id": message["Message-ID"], "to": envelope.rcpt_tos, "subject": message["Subject"],
-                "bytes": len(envelope.content)}
+                "attached": [hashlib.sha256(part.get_payload(decode=True)).hexdigest()
+                             for part in message.walk() if part.get_filename()]}
         os.write(self.file, json.dumps(line).encode() + b"\n")
         return "250 OK"
 
