@@ -39,6 +39,15 @@ Mail mail_of(const Message& message, const Account& account) {
     return mail;
 }
 
+// Whether any mail could have the account's own sender.
+bool has_sender(const Account& account, std::string& error) {
+    Mail least;
+    least.from = least.to = view(account.sender);
+    least.sender_name = view(account.sender_name);
+    ComposedMail ignored;
+    return compose(least, ignored, error) != Composing::Rejected;
+}
+
 }  // namespace
 
 Composing compose_outgoing(Message& message, const Account& account, ComposedMail& composed,
@@ -49,7 +58,13 @@ Composing compose_outgoing(Message& message, const Account& account, ComposedMai
     Mail mail = mail_of(message, account);
     mail.headers = headers;
     mail.attachments = attachments;
-    const Composing end = compose(mail, composed, error);
+    Composing end = compose(mail, composed, error);
+    std::string reason;
+    if (end == Composing::Rejected && view(message.sender).empty() &&
+        !has_sender(account, reason)) {
+        end = Composing::Failed;
+        error = "account " + account.name + ": its sender cannot be used: " + reason;
+    }
     message.attachments = {};
     message.text_body.reset();
     message.html_body.reset();

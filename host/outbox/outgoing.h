@@ -11,7 +11,8 @@ namespace host::outbox {
 /// Composes a message of the outbox for `account`, whose sender it has unless it names its own. Its
 /// date is that of its queueing, so that all its attempts give the same message but for the
 /// boundaries of its parts. The texts and attachments of `message` are freed once they are
-/// composed. As host::compose().
+/// composed. As host::compose(); but Composing::Failed also where it is the account's own sender
+/// that is wrong: a person may put it right, or another account have a better one.
 Composing compose_outgoing(Message& message, const Account& account, ComposedMail& composed,
                            std::string& error);
 

@@ -17,6 +17,10 @@ using Clock = std::chrono::steady_clock;
 // Messages that are loaded at once take so much together, or are alone.
 constexpr std::uint64_t most_loaded = std::uint64_t{1} << 20;
 
+// More than mail servers take. A session has a mail twice in memory while it is composed, and all
+// sessions share the memory of a process that may be of 32 bits.
+constexpr std::uint64_t most_sent = std::uint64_t{128} << 20;
+
 // A daemon that tries an account that was away has so long to find out, or another one does.
 constexpr Pause longest_probe = std::chrono::minutes(2);
 
@@ -44,6 +48,8 @@ bool Sender::send_all() {
         std::optional<Message> message = _take(_claims.next());
         if (message)
             good = _send(*message);
+        else if (_claims.current().bytes > most_sent)
+            _fail({}, "its texts and attachments take more than 128 MiB");
         else  // deleted, and its deliveries with it
             _release({});
     }
@@ -68,6 +74,7 @@ bool Sender::_load() {
     std::uint64_t bytes = 0;
     auto end = waiting.begin();
     for (; end != waiting.end(); ++end) {
+        if (end->bytes > most_sent) continue;
         bytes += end->bytes;
         if (!ids.empty() && bytes > most_loaded) break;
         ids.insert(end->message);
@@ -165,6 +172,7 @@ bool Sender::_compose(Message& message, Ready& ready) {
     case Composing::Failed:
         break;
     }
+    _shared.journal.say("mail " + std::to_string(message.id) + " waits: " + error);
     _release(error, 0, _shared.rules.retries.after(1));
     return false;
 }

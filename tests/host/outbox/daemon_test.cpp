@@ -174,6 +174,18 @@ TEST_F(SenderTest, accounts_are_tried_in_a_round_with_a_pause_behind_it) {
     EXPECT_EQ(2U, rounds_after(delivery, store.account_list[1], store.account_list));
 }
 
+TEST_F(SenderTest, a_mail_waits_for_a_better_sender_but_not_for_more_memory) {
+    store.account_list[0].sender = "nobody";
+    queue();
+    queue().bytes = std::uint64_t{1} << 40;
+    ASSERT_TRUE(send_all());
+    EXPECT_EQ(Outcome::Released, store.ends[0].outcome);
+    EXPECT_EQ("account one: its sender cannot be used: from: the address nobody has no @",
+              store.ends[0].reason);
+    EXPECT_GT(store.ends[0].pause.count(), 0);
+    EXPECT_EQ(Outcome::Failed, store.ends[1].outcome);
+}
+
 TEST(Pauses, grow_to_the_longest_and_vary_by_a_quarter) {
     const Pauses pauses{1s, 10s};
     EXPECT_EQ(750ms, pauses.after(1, 0));
