@@ -101,6 +101,7 @@ bool AddressReader::read_entry() {
     Address address;
     if (take('<')) {
         address.name = std::move(phrase.text);
+        std::ranges::replace(address.name, '\t', ' ');
         Phrase local;
         if (!read_phrase(local) || !read_mailbox(local, address)) return false;
         if (!take('>')) return refuse("has no > behind the address");
@@ -144,7 +145,7 @@ bool AddressReader::read_quoted(Phrase& phrase) {
             return true;
         }
         if (_text[_at] == '\\' && _at + 1 < _text.size()) ++_at;
-        word += _text[_at] == '\t' ? ' ' : _text[_at];
+        word += _text[_at];
     }
     return refuse("has a double quote without its end");
 }
@@ -172,9 +173,10 @@ bool AddressReader::put_local(const Phrase& local, std::string& mailbox) {
     // Some programs decode first and look for the @ then: in what is decoded there may be another.
     if (local.text.find("=?") != std::string::npos)
         return refuse("has =? in front of the @, as if it were encoded");
-    // The library's lists have ";" between two addresses, and its hosts take no brackets.
-    if (local.text.find_first_of("<>;") != std::string::npos)
-        return refuse("has <, > or ; in front of the @, which the library cannot send to");
+    // The library's lists have ";" between two addresses, its hosts take no brackets, and no server
+    // a tab (RFC 5321, section 4.1.2).
+    if (local.text.find_first_of("<>;\t") != std::string::npos)
+        return refuse("has <, >, ; or a tab in front of the @, which the library cannot send to");
     if (is_dot_atom(local.text)) {
         mailbox += local.text;
     } else {

@@ -83,6 +83,7 @@ TEST(Addresses, that_are_none_are_named_with_the_reason) {
              {"J\xC3\xB6rg@b.test", "J\xC3\xB6rg@b.test", "SMTPUTF8"},
              {"\"a;b\"@c.test", "\"a;b\"@c.test", "the library cannot send to"},
              {"=?utf-8?Q?x=40y?=@c.test", "=?", "as if it were encoded"},
+             {"\"a\tb\"@c.test", "\"a\tb\"@c.test", "the library cannot send to"},
              {"\"<\"@c.test", "\"<\"@c.test", "the library cannot send to"},
              {long_local + "@b.test", "lll", "more than 64"},
              {"a@" + std::string(64, 'd'), "a@ddd", "has a domain that is none"},
