@@ -78,5 +78,14 @@ again while a mail server is away.")
     SUMMARY "quorel procedures as an extension for SQLite"
     TEXT "Gives sqlite3, or any other program that loads extensions into SQLite, the
 procedures of libquorel as functions: SELECT xp_sendmail(...).")
+  if(TARGET quorel_postgres)
+    get_target_property(postgres quorel_postgres POSTGRES_VERSION)
+    package(postgresql NAME postgresql-${postgres}-quorel SECTION database
+      DEPENDS "libquorel ${this_version}, postgresql-${postgres}"
+      SUMMARY "quorel procedures as an extension for PostgreSQL ${postgres}"
+      TEXT "CREATE EXTENSION quorel gives a database the procedures of libquorel as functions,
+which the server's roles may or may not call. They run in a worker, so that a
+statement's cancel ends any of them.")
+  endif()
 endif()
 include(CPack)
