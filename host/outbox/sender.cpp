@@ -17,9 +17,6 @@ using Clock = std::chrono::steady_clock;
 // Messages that are loaded at once take so much together, or are alone.
 constexpr std::uint64_t most_loaded = std::uint64_t{1} << 20;
 
-// A daemon that tries an account that was away has so long to find out, or another one does.
-constexpr Pause longest_probe = std::chrono::minutes(2);
-
 std::string via(const Account& account, const std::string& words) {
     return account.name + ": " + words;
 }
@@ -146,11 +143,11 @@ Account* Sender::_choose_account() {
     return nullptr;
 }
 
-// Other daemons stay away meanwhile.
+// Other daemons stay away meanwhile; should this one die, for no longer than it holds its claims.
 bool Sender::_may_probe(const Account& account) {
     bool mine = false;
     return _store.try_once([&](Store& store, std::string& error) {
-        return store.account_probe(account.name, longest_probe, mine, error);
+        return store.account_probe(account.name, _shared.rules.lease, mine, error);
     }) && mine;
 }
 
