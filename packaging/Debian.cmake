@@ -73,6 +73,13 @@ is an SQL shell over SQLite, xpcall is for scripts.")
     SUMMARY "quorel procedures as an extension for SQLite"
     TEXT "Gives sqlite3, or any other program that loads extensions into SQLite, the
 procedures of libquorel as functions: SELECT xp_sendmail(...).")
+  if(TARGET quorel-outbox)
+    package(outbox NAME quorel-outbox SECTION database DEPENDS "libquorel ${this_version}"
+      SUMMARY "sends the mail that waits in a database"
+      TEXT "A daemon over an outbox in SQLite or PostgreSQL: a mail that was queued by an
+INSERT goes out after the commit, is tried again while the mail server is away,
+and the tables say what became of it.")
+  endif()
   if(TARGET quorel_postgres)
     get_target_property(postgres quorel_postgres POSTGRES_VERSION)
     package(postgresql NAME postgresql-${postgres}-quorel SECTION database
