@@ -16,16 +16,13 @@
 #include <string>
 #include <vector>
 
-#include <sched.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "bench/bareclient.h"
 #include "bench/figures.h"
 #include "bench/mailsession.h"
-#include "bench/securesink.h"
+#include "bench/sinkprocess.h"
 #include "tests/scratch.h"
 
 namespace {
@@ -38,53 +35,12 @@ struct Setting {
     const Certificate& certificate;  // the server's
     std::string certificate_file;
 
+    /// The server's certificate, if it has one.
+    [[nodiscard]] const Certificate* offered() const { return secure ? &certificate : nullptr; }
     [[nodiscard]] std::string trusted() const { return secure ? certificate_file : ""; }
     [[nodiscard]] std::string label(const char* work) const {
         return (secure ? "STARTTLS, " : "clear, ") + std::string(work);
     }
-};
-
-void use_cpu(int cpu) {
-    cpu_set_t set;
-    CPU_ZERO(&set);
-    CPU_SET(cpu, &set);
-    sched_setaffinity(0, sizeof set, &set);
-}
-
-/// The server in a process of its own, on one CPU.
-class Sink {
-  public:
-    Sink(const Setting& setting, int cpu) {
-        int ends[2];
-        if (pipe(ends) != 0) std::abort();
-        _pid = fork();
-        if (_pid == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            use_cpu(cpu);
-            std::unique_ptr<SMTPSink> sink;
-            if (setting.secure) {
-                sink = std::make_unique<SecureSink>(setting.certificate);
-            } else {
-                sink = std::make_unique<SMTPSink>();
-            }
-            const int own_port = sink->port();
-            if (write(ends[1], &own_port, sizeof own_port) != sizeof own_port) std::abort();
-            sink->run();
-        }
-        if (read(ends[0], &port, sizeof port) != sizeof port) std::abort();
-        close(ends[0]);
-        close(ends[1]);
-    }
-    ~Sink() {
-        kill(_pid, SIGKILL);
-        waitpid(_pid, nullptr, 0);
-    }
-    Sink(const Sink&) = delete;
-
-    int port = 0;
-
-  private:
-    pid_t _pid;
 };
 
 /// The processor time of this process and of those that it has waited for, which the server's is
@@ -179,7 +135,7 @@ void compare_messages(const std::string& root, const Setting& setting) {
     constexpr int count = 20000;
     constexpr int count_of_slow = 2000;
     use_cpu(0);
-    const Sink sink(setting, 0);
+    const SinkProcess sink(setting.offered(), 0);
     MailSession session(sink.port, setting.trusted());
     BareClient bare(sink.port, setting.secure);
     BareClient impatient(sink.port, setting.secure, false);
@@ -235,7 +191,7 @@ void compare_small_attachments(const Setting& setting) {
     const ScratchFolder folder;
     const std::string path = folder.file_with("attached", noise(16 << 10));
     use_cpu(0);
-    const Sink sink(setting, 0);
+    const SinkProcess sink(setting.offered(), 0);
     MailSession session(sink.port, setting.trusted());
     BareClient bare(sink.port, setting.secure);
     compare(
@@ -258,7 +214,7 @@ void compare_large_attachments(const Setting& setting) {
     const ScratchFolder folder;
     const std::string path = folder.file_with("attached", noise(megabytes << 20));
     use_cpu(0);
-    const Sink sink(setting, 1);
+    const SinkProcess sink(setting.offered(), 1);
     MailSession session(sink.port, setting.trusted());
     BareClient bare(sink.port, setting.secure);
     std::vector<Contender> peers = {

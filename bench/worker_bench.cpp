@@ -1,20 +1,23 @@
 // What it costs to run the procedures in a worker: a small call, a large file, mail messages, each
 // beside the same call in this process; and the memory of a worker at rest.
+//
+// All processes are bound to processors, because else the figures are the scheduler's: first to one
+// that they share, where every switch between them is counted, then host and worker to one each.
+// Mail is measured on the one alone: with two, either the host or the worker would be the server's
+// neighbour, and have its answers sooner.
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "bench/paired.h"
-#include "bench/smtpsink.h"
+#include "bench/sinkprocess.h"
 #include "host/callframe.h"
 #include "host/library.h"
 #include "host/processstate.h"
@@ -25,7 +28,8 @@ namespace {
 
 using namespace host;
 
-constexpr std::size_t file_size = std::size_t{256} << 20;
+constexpr std::size_t read_size = std::size_t{256} << 20;
+constexpr std::size_t written_size = std::size_t{64} << 20;
 constexpr int small_calls = 2000;
 constexpr int messages = 300;
 constexpr int rounds = 9;
@@ -34,28 +38,35 @@ void require(bool condition) {
     if (!condition) std::abort();
 }
 
+struct Argument {
+    const char* parameter;
+    std::string_view text;
+};
+
 /// Makes a call that must succeed; gives the bytes of its result.
-std::uint64_t call(const Engine& engine, const char* procedure,
-                   const std::vector<std::string>& arguments, std::uint32_t first = 1) {
-    CallFrame frame(engine, *find_procedure(procedure), 1);
+std::uint64_t call(const Engine& engine, const char* name, const std::vector<Argument>& arguments) {
+    const Procedure& procedure = *find_procedure(name);
+    CallFrame frame(engine, procedure, 1);
     std::string error;
-    for (std::uint32_t i = 0; i < arguments.size(); ++i)
-        require(frame.set_argument(first + i, Value::text(arguments[i], EXTFN_TYPE_STRING), error));
+    for (const Argument& argument : arguments)
+        require(frame.lend_argument(procedure.parameter_number(argument.parameter), argument.text,
+                                    error));
     std::uint64_t read = 0;
-    if (find_procedure(procedure)->result == Result::Bytes)
+    if (procedure.result == Result::Bytes)
         frame.on_result = [&read](const void*, std::uint32_t length, bool) {
             read += length;
             return true;
         };
     require(frame.call(error));
-    require(find_procedure(procedure)->result != Result::Status || frame.result()->as_int() == 0);
+    require(procedure.result != Result::Status || frame.result()->as_int() == 0);
     return read;
 }
 
 double microseconds(const Engine& engine) {
     const auto start = std::chrono::steady_clock::now();
     for (int i = 0; i < small_calls; ++i)
-        call(engine, "xp_sprintf", {"%s and %s", "salt", "pepper"}, 2);
+        call(engine, "xp_sprintf",
+             {{"format", "%s and %s"}, {"value1", "salt"}, {"value2", "pepper"}});
     const std::chrono::duration<double, std::micro> spent =
         std::chrono::steady_clock::now() - start;
     return spent.count() / small_calls;
@@ -73,32 +84,6 @@ void compare_small_calls(const Engine& worker, const Engine& here) {
                 more[rounds / 2], alone[rounds / 2]);
 }
 
-/// A mail server in a process of its own.
-class Sink {
-  public:
-    Sink() : _pid(fork()) {
-        if (_pid != 0) return;
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        _sink.run();
-    }
-    ~Sink() {
-        kill(_pid, SIGKILL);
-        waitpid(_pid, nullptr, 0);
-    }
-    Sink(const Sink&) = delete;
-    [[nodiscard]] std::string port() const { return std::to_string(_sink.port()); }
-
-  private:
-    SMTPSink _sink;
-    const pid_t _pid;
-};
-
-void send_messages(const Engine& engine) {
-    static const std::string body(10000, 't');
-    for (int i = 0; i < messages; ++i)
-        call(engine, "xp_sendmail", {"bob@b.test", "Hi", "", "", "", body});
-}
-
 long resident_kib(pid_t process) {
     std::ifstream status("/proc/" + std::to_string(process) + "/status");
     for (std::string word; status >> word;)
@@ -114,33 +99,81 @@ long resident_below(pid_t parent) {
     return sum;
 }
 
+void compare_files(const Engine& worker, const Engine& here, const std::string& place) {
+    const PairedBenchmark paired(rounds);
+    const ScratchFolder folder;
+    const std::string contents(written_size, 'q');
+    const std::string copy = folder.file("copy");
+    const std::string file = folder.file("file");
+    {
+        std::ofstream whole(file, std::ios::binary);
+        for (std::size_t i = 0; i < read_size / written_size; ++i) whole << contents;
+    }
+    const auto read = [&](const Engine& engine) {
+        require(call(engine, "xp_read_file", {{"name", file}}) == read_size);
+    };
+    const auto write = [&](const Engine& engine) {
+        call(engine, "xp_write_file", {{"name", copy}, {"contents", contents}});
+    };
+    paired.run(("xp_read_file of 256 MiB, " + place).c_str(), 0.5, [&] { read(worker); },
+               [&] { read(here); });
+    paired.run(("xp_write_file of 64 MiB, " + place).c_str(), 0, [&] { write(worker); },
+               [&] { write(here); });
+}
+
+/// The worker runs on CPU `cpu`, this process on CPU 0.
+void compare_on(int cpu, const Engine& here, const std::string& place) {
+    const WorkerClient worker({PRODUCT, WORKER_PROGRAM});
+    std::printf("-- %s\n", place.c_str());
+    use_cpu(cpu);
+    microseconds(worker);
+    use_cpu(0);
+    compare_small_calls(worker, here);
+    std::printf("a worker at rest: %ld KiB resident in its two processes (6144 are allowed)\n",
+                resident_below(getpid()));
+    compare_files(worker, here, place);
+}
+
+void start_session(const Engine& engine, int port, const std::string& trusted) {
+    const std::string port_text = std::to_string(port);
+    std::vector<Argument> arguments = {
+        {"sender", "ann@a.test"}, {"host", "127.0.0.1"}, {"port", port_text}};
+    if (!trusted.empty())
+        arguments.insert(arguments.end(), {{"trusted_cert", trusted}, {"cert_name", ""}});
+    call(engine, "xp_startsmtp", arguments);
+}
+
+void compare_messages(const Engine& here, const char* label, const Certificate* certificate,
+                      const std::string& trusted) {
+    const SinkProcess sink(certificate, 0);
+    const WorkerClient worker({PRODUCT, WORKER_PROGRAM});
+    static const std::string body(10000, 't');
+    const auto send = [](const Engine& engine) {
+        for (int i = 0; i < messages; ++i)
+            call(engine, "xp_sendmail",
+                 {{"recipient", "bob@b.test"}, {"subject", "Hi"}, {"message", body}});
+    };
+    start_session(worker, sink.port, trusted);
+    start_session(here, sink.port, trusted);
+    PairedBenchmark(rounds).run(
+        label, 0.9, [&] { send(worker); }, [&] { send(here); });
+    call(here, "xp_stopsmtp", {});
+}
+
 }  // namespace
 
 int main() {
     std::string error;
     const Library here = Library::load(PRODUCT, error);
     require(here.loaded());
-    const WorkerClient worker({PRODUCT, WORKER_PROGRAM});
+    const int last = static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN)) - 1;
+    compare_on(0, here, "on one processor");
+    if (last > 0) compare_on(last, here, "on a processor each");
 
-    compare_small_calls(worker, here);
-    std::printf("a worker at rest: %ld KiB resident in its two processes (6144 are allowed)\n",
-                resident_below(getpid()));
-
-    const PairedBenchmark paired(rounds);
+    const Certificate certificate({});
     const ScratchFolder folder;
-    const std::string file = folder.file_with("file", std::string(file_size, 'q'));
-    const auto read = [&](const Engine& engine) {
-        require(call(engine, "xp_read_file", {file}) == file_size);
-    };
-    paired.run(
-        "xp_read_file of 256 MiB / in this process", 0.5, [&] { read(worker); },
-        [&] { read(here); });
-
-    const Sink sink;
-    for (const Engine* engine :
-         {static_cast<const Engine*>(&worker), static_cast<const Engine*>(&here)})
-        call(*engine, "xp_startsmtp", {"ann@a.test", "127.0.0.1", sink.port()});
-    paired.run(
-        "mail messages / in this process", 0.9, [&] { send_messages(worker); },
-        [&] { send_messages(here); });
+    const std::string trusted = folder.file_with("certificate.pem", certificate.pem());
+    std::printf("-- mail, on one processor\n");
+    compare_messages(here, "messages of 10 KB, clear", nullptr, "");
+    compare_messages(here, "messages of 10 KB, STARTTLS", &certificate, trusted);
 }

@@ -21,6 +21,7 @@ bool parse_conversion(std::string_view& rest, Conversion* conversion) {
     const std::string_view flags = take_any_of(rest, "-+ #0'I");
     conversion->width = take_number(rest);
     if (flags.find('-') != flags.npos) conversion->width = -conversion->width;
+    // A point without digits is a precision of 0 (printf(3)).
     if (take_char(rest, '.')) conversion->precision = take_number(rest);
     return take_char(rest, 's');
 }
@@ -32,6 +33,7 @@ class ValuePicker {
 
     bool pick(int position, const char** value) {
         const bool by_number = position != 0;
+        // POSIX leaves open what a format with both kinds does.
         if (_count > 0 && by_number != _by_number) return false;
         _by_number = by_number;
         ++_count;
@@ -63,6 +65,7 @@ class BoundedText {
     }
 
     void append(const Conversion& conversion, const char* value) {
+        // By a format of our own, in which a value can do nothing but be copied.
         _length += ut_snprintf(_buffer + _length, _size - _length, "%*.*s", conversion.width,
                                conversion.precision, value);
     }

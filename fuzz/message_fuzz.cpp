@@ -90,7 +90,7 @@ void expect(std::string& from, const std::string& text) {
 std::string up_to(std::string& from, const std::string& end) {
     const size_t found = from.find(end);
     check(found != std::string::npos);
-    const std::string taken = from.substr(0, found);
+    std::string taken = from.substr(0, found);
     from.erase(0, found + end.size());
     return taken;
 }

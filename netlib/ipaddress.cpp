@@ -21,6 +21,7 @@ union a_comparable {
 a_comparable comparable(const IPAddress& ip) {
     a_comparable result = {};
     std::memcpy(&result.sa, ip.get_sockaddr(), std::min(ip.get_sockaddr_len(), storage_size));
+    // In the same place for both kinds; neither port nor flow tells one host from another.
     result.sin.sin_port = 0;
     if (ip.isIPv6()) result.sin6.sin6_flowinfo = 0;
     return result;
@@ -149,6 +150,7 @@ a_bool IPAddress::sameIPAddress(const IPAddress& other) const {
     }
     a_comparable mine = comparable(*this);
     a_comparable theirs = comparable(other);
+    // Without a scope it may be on any link.
     if (_isv6 && (mine.sin6.sin6_scope_id == 0 || theirs.sin6.sin6_scope_id == 0)) {
         mine.sin6.sin6_scope_id = theirs.sin6.sin6_scope_id = 0;
     }
@@ -177,6 +179,7 @@ a_bool IPAddress::isLoopback() const {
 a_bool IPAddress::isPrivateNet() const {
     if (_isv6) {
         if (embedsIPv4()) return getIPv4EmbeddedAddress().isPrivateNet();
+        // fc00::/7 (RFC 4193)
         return (_sin6.sin6_addr.s6_addr[0] & 0xFE) == 0xFC;
     }
     if (!_valid) return false;

@@ -67,6 +67,7 @@ a_bool UpdateNIList() {
     if (!lock.is_held()) return false;
     std::unique_ptr<a_ni_reading> reading = read_interfaces();
     if (reading == nullptr) return false;
+    // Behind the former one, which stays: others may be walking through it.
     if (NIList.is_empty() || !same_reading(*NIList.get_last(), *reading)) {
         NIList.append(reading.release());
     }

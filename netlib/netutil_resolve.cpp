@@ -86,8 +86,10 @@ class SystemAnswer {
 
         addrinfo hints = {};
         hints.ai_family = AF_UNSPEC;
+        // Of one kind, or each address would come once for each kind of socket (getaddrinfo(3)).
         hints.ai_socktype = SOCK_STREAM;
         hints.ai_protocol = IPPROTO_TCP;
+        // No name server is asked about what is no name.
         if (target.kind != TARGET_NAME) hints.ai_flags = AI_NUMERICHOST;
         if (NetInterface::_getaddrinfo(host, &hints, &_first) != 0) _first = nullptr;
         if (scope != 0) set_scope(scope);
@@ -190,6 +192,7 @@ a_bool do_resolve(const char* text, IPAddress_list& list, TcpUtil::eAddressType 
     a_target target;
     if (!take_apart(text, target)) return false;
     Collector collector(target.port, all);
+    // By itself, since inet_addr(3) gives the same for a text that is no address.
     if (std::strcmp(target.host, "255.255.255.255") == 0) {
         collector.add(IPAddress(static_cast<uint32>(INADDR_BROADCAST)));
         return collector.deliver(list);

@@ -21,7 +21,6 @@ from aiosmtpd.smtp import SMTP, AuthResult, LoginPassword
 
 from certificates import Authority
 
-QUORELSQL, LIBRARY = sys.argv[1:3]
 ATTACHED = "/etc/passwd"
 SCRIPT = """
 CALL xp_startsmtp(sender => 'ann@a.test', host => '127.0.0.1', port => {port}, sender_name => 'Ann',
@@ -34,21 +33,30 @@ CALL xp_stopsmtp();
 
 
 class Server:
-    """Keeps the messages it is given, and what protected them on their way."""
+    """Keeps the messages it is given, and what protected them on their way: TLS, where it has a
+    certificate."""
 
-    def __init__(self, certificate):
+    def __init__(self, certificate=None, port=0):
+        logging.disable(logging.WARNING)  # aiosmtpd's hints for who writes servers
         self.messages = []
-        self.context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-        self.context.load_cert_chain(certificate)
+        self.options = {}
+        if certificate is not None:
+            context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+            context.load_cert_chain(certificate)
+            self.options = {"tls_context": context, "require_starttls": True, "auth_required": True,
+                            "authenticator": self.log_in}
         self.loop = asyncio.new_event_loop()
         server = self.loop.run_until_complete(self.loop.create_server(
-            self.new_connection, "127.0.0.1", 0))
+            self.new_connection, "127.0.0.1", port))
         self.port = server.sockets[0].getsockname()[1]
         threading.Thread(target=self.loop.run_forever, daemon=True).start()
 
     def new_connection(self):
-        return SMTP(self, loop=self.loop, tls_context=self.context, require_starttls=True,
-                    auth_required=True, authenticator=self.log_in)
+        return SMTP(self, loop=self.loop, **self.options)
+
+    @staticmethod
+    def parse(data):
+        return email.message_from_bytes(data, policy=email.policy.default)
 
     @staticmethod
     def log_in(_server, _session, _envelope, mechanism, data):
@@ -66,16 +74,16 @@ def digest(data):
 
 
 def main():
-    logging.disable(logging.WARNING)  # aiosmtpd's hints for who writes servers
+    quorelsql, library = sys.argv[1:3]
     folder = tempfile.TemporaryDirectory()
     authority = Authority(folder.name)
     server = Server(authority.issue("server", names="DNS:mail.a.test"))
     script = SCRIPT.format(port=server.port, file=ATTACHED, trust=authority.file).strip()
     print(script, flush=True)
-    subprocess.run([QUORELSQL, "--lib", LIBRARY, "-c", script], check=True, timeout=60,
+    subprocess.run([quorelsql, "--lib", library, "-c", script], check=True, timeout=60,
                    env={"LC_ALL": "C.UTF-8", "PATH": "/usr/bin:/bin"})
     [((cipher, protocol, _), user, recipients, data)] = server.messages
-    message = email.message_from_bytes(data, policy=email.policy.default)
+    message = server.parse(data)
     text, attachment = message.iter_parts()
     with open(ATTACHED, "rb") as file:
         wanted = digest(file.read())

@@ -1,5 +1,6 @@
 #include "host/compose/contents.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "host/compose/foldedheader.h"
@@ -14,6 +15,10 @@ namespace {
 
 using Parts = std::vector<Part>;
 
+Parameter utf8_charset() {
+    return {"charset", "utf-8"};
+}
+
 bool add_text(std::string_view field, std::string_view text, std::string_view type, Parts& parts,
               std::string& error) {
     if (!is_utf8(text)) {
@@ -21,7 +26,7 @@ bool add_text(std::string_view field, std::string_view text, std::string_view ty
         return false;
     }
     Part& part = parts.emplace_back();
-    part.type = {std::string(type), {{"charset", "utf-8"}}};
+    part.type = {std::string(type), {utf8_charset()}};
     part.body = Body::of_text(text);
     return true;
 }
@@ -53,12 +58,28 @@ void set_content(std::string_view content, Part& part) {
     part.body = Body::of_bytes(content);
 }
 
+bool has_parameter(const MediaType& type, std::string_view name) {
+    return std::ranges::any_of(type.parameters, [name](const Parameter& parameter) {
+        return same_name(parameter.name, name);
+    });
+}
+
+// What calendars act on (RFC 6047, section 2.4), if it is an alternative to the text.
+bool is_invitation(const MediaType& type) {
+    return same_name(type.name, "text/calendar") && has_parameter(type, "method");
+}
+
 bool read_attachment(const MailAttachment& attachment, bool is_shown, Part& part,
                      std::string& error) {
     if (!check_header_text(attachment.name, error)) return false;
     part.type.name = type_of_file(attachment.name);
     if (!attachment.type.empty() && !read_media_type(attachment.type, part.type, error))
         return false;
+    if (is_invitation(part.type) && is_utf8(attachment.content)) {
+        if (!has_parameter(part.type, "charset")) part.type.parameters.push_back(utf8_charset());
+        part.body = Body::of_text(attachment.content);
+        return true;
+    }
     set_content(attachment.content, part);
     if (!attachment.content_id.empty()) {
         std::string identifier;
@@ -87,15 +108,19 @@ bool read_contents(const Mail& mail, Part& whole, std::string& error) {
 
     Parts shown;
     Parts attached;
-    if (!texts.empty()) shown.push_back(join_parts("multipart/alternative", std::move(texts)));
     for (std::size_t i = 0; i < mail.attachments.size(); ++i) {
         const MailAttachment& attachment = mail.attachments[i];
         const bool is_shown = !attachment.content_id.empty() && !mail.html.empty();
-        Part& part = (is_shown ? shown : attached).emplace_back();
-        if (read_attachment(attachment, is_shown, part, error)) continue;
-        error.insert(0, "attachment " + std::to_string(i + 1) + ": ");
-        return false;
+        Part part;
+        if (!read_attachment(attachment, is_shown, part, error)) {
+            error.insert(0, "attachment " + std::to_string(i + 1) + ": ");
+            return false;
+        }
+        Parts& place = is_invitation(part.type) ? texts : is_shown ? shown : attached;
+        place.push_back(std::move(part));
     }
+    if (!texts.empty())
+        shown.insert(shown.begin(), join_parts("multipart/alternative", std::move(texts)));
     if (!shown.empty())
         attached.insert(attached.begin(), join_parts("multipart/related", std::move(shown)));
     whole = join_parts("multipart/mixed", std::move(attached));

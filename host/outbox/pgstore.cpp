@@ -205,6 +205,7 @@ bool PgStore::load(std::span<const std::int64_t> messages, std::vector<Message>&
     std::vector<PgRows> results;
     if (!_connection.run(requests, results, error)) return false;
     std::vector<Message> found;
+    found.reserve(messages.size());
     for (int row = 0; row < results[0].count(); ++row) found.push_back(message_of(results[0], row));
     if (!_attach(results[1], found, error)) return false;
     std::ranges::move(found, std::back_inserter(loaded));

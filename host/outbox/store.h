@@ -206,7 +206,8 @@ class Store {
 
 /// For a connection string of PostgreSQL's (a URI, or name=value words), or the name of a SQLite
 /// file; "./" in front makes any text a file's name. `daemon` stands in the attempts, to tell
-/// several daemons apart. Null with a sentence where this build has no such database.
+/// several daemons apart. Null with a sentence where this build has no such database. A daemon of
+/// several threads takes Stores instead (stores.h).
 std::unique_ptr<Store> make_store(const std::string& where, const std::string& daemon,
                                   std::string& error);
 

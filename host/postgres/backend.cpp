@@ -36,7 +36,7 @@ std::shared_ptr<const Engine> backend_engine(const QuorelSettings& settings, std
     it.library = settings.library;
     it.connection = settings.connection;
     const Place place = it.in_worker ? Place::InWorker : Place::InProcess;
-    it.engine = open_engine(place, it.library, remedy, error);
+    it.engine = open_engine(place, it.library, remedy, error, ProcessGroup::Own);
     return it.engine;
 }
 

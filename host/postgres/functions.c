@@ -1,21 +1,21 @@
 #include "host/postgres/functions.h"
 
-#include "access/parallel.h"
 #include "catalog/pg_type.h"
 #include "mb/pg_wchar.h"
-#include "miscadmin.h"
 #include "pgstat.h"
-#include "postmaster/autovacuum.h"
 #include "storage/fd.h"
 #include "storage/ipc.h"
 #include "utils/array.h"
 #include "utils/builtins.h"
-#include "utils/guc.h"
 #include "utils/memutils.h"
 
+#include "host/postgres/callers.h"
 #include "host/postgres/interrupts.h"
 #include "host/postgres/received.h"
 #include "host/postgres/settings.h"
+
+/* What files are read in. */
+#define LONG_PIECE 32768
 
 /* One call on its way. */
 typedef struct Call {
@@ -41,34 +41,6 @@ static void prepare_backend(void) {
     before_shmem_exit(leave, (Datum)0);
     for (i = 0; i < descriptors; ++i) ReserveExternalFD();
     prepared = true;
-}
-
-static bool is_autovacuum(void) {
-#if PG_VERSION_NUM >= 170000
-    return AmAutoVacuumWorkerProcess();
-#else
-    return IsAutoVacuumWorkerProcess();
-#endif
-}
-
-/* What maintenance evaluates was written by a table's owner, who may not be the one who runs it;
- * and it, or a dump, should change nothing outside of the database. */
-static void refuse_maintenance(int procedure) {
-    const char* why = NULL;
-
-    if (IsParallelWorker())
-        why = "in a parallel worker";
-    else if (InSecurityRestrictedOperation())
-        why = "within a security-restricted operation";
-    else if (is_autovacuum())
-        why = "by autovacuum";
-    else if (application_name != NULL && strcmp(application_name, "pg_dump") == 0)
-        why = "by pg_dump";
-    if (why != NULL)
-        ereport(ERROR, (errcode(ERRCODE_INSUFFICIENT_PRIVILEGE),
-                        errmsg("cannot call %s %s", quorel_procedure_name(procedure), why),
-                        errhint("Call it in a statement of your own, not in what an index or a "
-                                "materialized view computes.")));
 }
 
 static void end_bridge(void* bridge) {
@@ -135,7 +107,9 @@ static bool take(void* sink, const void* bytes, size_t length, bool append) {
     Call* call = sink;
 
     if (quorel_is_interrupted()) return false;
-    if (!append) call->bytes.expected = (Size)Min(quorel_expected_size(call->bridge), SIZE_MAX);
+    /* A short piece is the last one of a file. */
+    if (!append && length >= LONG_PIECE)
+        call->bytes.expected = (Size)Min(quorel_expected_size(call->bridge), SIZE_MAX);
     return quorel_receive(&call->bytes, bytes, length, append);
 }
 
@@ -248,7 +222,7 @@ Datum quorel_call(FunctionCallInfo fcinfo, int procedure) {
         procedure, fcinfo, {quorel_attend, quorel_should_stop, take, &call}, {caller}, NULL};
     Datum result;
 
-    refuse_maintenance(procedure);
+    quorel_refuse_strange_callers(fcinfo, quorel_procedure_name(procedure));
     prepare_backend();
     context = AllocSetContextCreate(caller, "quorel call", ALLOCSET_SMALL_SIZES);
     MemoryContextSwitchTo(context);

@@ -13,8 +13,17 @@
 #include "miscadmin.h"
 #include "storage/procsignal.h"
 
+/* Set once a call was told to stop, perhaps by another thread. */
+static volatile sig_atomic_t stopped = false;
+
+/* What CHECK_FOR_INTERRUPTS() would raise. */
 bool quorel_is_interrupted(void) {
-    return InterruptPending && (ProcDiePending || QueryCancelPending || ClientConnectionLost);
+    if (!InterruptPending || InterruptHoldoffCount != 0 || CritSectionCount != 0) return false;
+#if PG_VERSION_NUM >= 170000
+    if (TransactionTimeoutPending) return true;
+#endif
+    return ProcDiePending || ClientConnectionLost ||
+           (QueryCancelPending && QueryCancelHoldoffCount == 0);
 }
 
 static bool client_has_gone(void) {
@@ -32,7 +41,8 @@ static bool postmaster_has_gone(void) {
 }
 
 bool quorel_should_stop(void) {
-    return quorel_is_interrupted() || client_has_gone() || postmaster_has_gone();
+    if (quorel_is_interrupted() || client_has_gone() || postmaster_has_gone()) stopped = true;
+    return stopped;
 }
 
 /* Such as closing files of a database that is being dropped. What fails is tried again after the
@@ -57,7 +67,11 @@ bool quorel_attend(void) {
 }
 
 void quorel_stop_if_due(void) {
+    const bool was_stopped = stopped;
+
+    stopped = false;
     CHECK_FOR_INTERRUPTS();
+    if (!was_stopped) return;
     if (postmaster_has_gone())
         ereport(FATAL, (errcode(ERRCODE_ADMIN_SHUTDOWN),
                         errmsg("terminating connection due to unexpected postmaster exit")));

@@ -4,8 +4,8 @@
 
 #include "utils/memutils.h"
 
-/* What a value of unknown length starts with. */
-#define FIRST_CAPACITY ((Size)65536)
+/* What a value has at least that was longer than its first piece. */
+#define LEAST_GROWN ((Size)65536)
 
 /* New memory costs a page fault for every 4 kB, as much as reading a file into it; in large pages
  * it hardly does. Whether there are any is the kernel's decision. */
@@ -43,10 +43,7 @@ static bool make_room(Received* received, Size length) {
         return false;
     }
     if (received->length + length <= capacity) return true;
-    if (capacity == 0)
-        capacity = received->expected > 0 ? received->expected + VARHDRSZ : FIRST_CAPACITY;
-    else
-        capacity *= 2;
+    capacity = capacity == 0 ? received->expected + VARHDRSZ : Max(2 * capacity, LEAST_GROWN);
     return grow(received, Min(Max(capacity, received->length + length), MaxAllocSize));
 }
 

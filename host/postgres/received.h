@@ -4,6 +4,9 @@
 /* A bytea that comes in pieces. */
 
 #include "postgres.h"
+#if PG_VERSION_NUM >= 160000
+#include "varatt.h"
+#endif
 
 typedef enum ReceivedEnd { RECEIVED_ALL, RECEIVED_TOO_LONG, RECEIVED_NO_MEMORY } ReceivedEnd;
 

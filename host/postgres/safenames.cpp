@@ -1,9 +1,13 @@
 #include "host/postgres/safenames.h"
 
+#include <climits>
+
 namespace host {
 
 std::optional<std::string> SafeNames::name_for(const Parameter& parameter, std::string_view name,
                                                IfMissing if_missing) {
+    // No file has such a name, of which a copy could take all memory.
+    if (name.size() >= PATH_MAX) return no_file;
     const QuorelFolders& allowed = folders(parameter);
     if (allowed.count == 0) return std::string(name);
     Descriptor file;

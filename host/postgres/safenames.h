@@ -24,8 +24,9 @@ class SafeNames {
         return parameter.file == FileUse::Writes ? _settings.write_paths : _settings.read_paths;
     }
 
-    /// A name for the file that `name` means as the value of `parameter`; of a file that cannot be
-    /// there, when it cannot be opened. Nothing when the settings do not allow it.
+    /// A name for the file that `name` means as the value of `parameter`: `name` itself where any
+    /// file will do; that of a file which cannot be there, when it cannot be opened. Nothing when
+    /// the settings do not allow it.
     [[nodiscard]] std::optional<std::string> name_for(const Parameter& parameter,
                                                       std::string_view name, IfMissing if_missing);
 

@@ -5,11 +5,16 @@
 #include "host/mailsession.h"
 #include "host/postgres/backend.h"
 #include "host/postgres/declaration.h"
+#include "host/postgres/owngroup.h"
 #include "host/postgres/watch.h"
 
 namespace host {
 
 namespace {
+
+// Names of machines, people and files. The hosts' code copies such a text, and has no way to say
+// that there is no memory for it.
+constexpr std::size_t longest_line = 65535;
 
 QuorelOutcome outcome_of(CallFrame::Failure failure) {
     switch (failure) {
@@ -64,7 +69,10 @@ void SqlCall::give(int argument, const char* bytes, std::size_t length) {
     if (number == 0) return;
     std::string error;
     bool taken = false;
-    if (bytes != nullptr) {
+    if (_procedure.parameter(number).content == Content::Line && length > longest_line) {
+        error = _procedure.describe(number) + "takes at most " + std::to_string(longest_line) +
+                " bytes";
+    } else if (bytes != nullptr) {
         _given[number - 1] = std::string_view(bytes, length);
         taken = _frame->lend_argument(number, *_given[number - 1], error);
     } else {
@@ -103,9 +111,9 @@ void SqlCall::_guard_file(std::uint32_t number) {
                        _procedure.describe(number) + "names a file outside " + allowed.setting,
                        "The setting lists the folders whose files may be named. No link may lead "
                        "out of them.");
-    if (_procedure.result == Result::Bytes) _expect_file(*name);
+    if (_procedure.result == Result::Bytes) _file = *name;
     std::string error;
-    if (allowed.count > 0 &&
+    if (*name != *_given[number - 1] &&
         !_frame->set_argument(number, Value::text(std::move(*name), EXTFN_TYPE_STRING), error))
         _refuse(QUOREL_BAD_ARGUMENT, std::move(error));
 }
@@ -116,13 +124,15 @@ bool SqlCall::_writes_something() const {
     return number != 0 && _given[number - 1] && !_given[number - 1]->empty();
 }
 
-void SqlCall::_expect_file(const std::string& name) {
+std::uint64_t SqlCall::expected_size() const {
     struct stat64 status {};
-    if (stat64(name.c_str(), &status) == 0 && S_ISREG(status.st_mode))
-        _expected_size = static_cast<std::uint64_t>(status.st_size);
+    const bool is_regular =
+        !_file.empty() && stat64(_file.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+    return is_regular ? static_cast<std::uint64_t>(status.st_size) : 0;
 }
 
 bool SqlCall::_call_in_process() {
+    const OwnGroup command;
     Watch watch(*_frame, _server.should_stop, std::chrono::milliseconds(_settings.deadline));
     const bool called = _frame->call(_message);
     if (!watch.end()) return called;

@@ -25,7 +25,7 @@ class SqlCall {
     void give_number(int argument, std::int32_t value);
     QuorelOutcome run();
 
-    [[nodiscard]] std::uint64_t expected_size() const { return _expected_size; }
+    [[nodiscard]] std::uint64_t expected_size() const;
     [[nodiscard]] const std::string& message() const { return _message; }
     [[nodiscard]] const std::string& hint() const { return _hint; }
     [[nodiscard]] const std::string& warning() const { return _frame->warning(); }
@@ -44,7 +44,6 @@ class SqlCall {
     void _guard_files();
     void _guard_file(std::uint32_t number);
     [[nodiscard]] bool _writes_something() const;
-    void _expect_file(const std::string& name);
     bool _call_in_process();
 
     const Procedure& _procedure;
@@ -62,7 +61,7 @@ class SqlCall {
 
     std::uint32_t _repeated = 0;  // values given for the last parameter
     std::vector<std::optional<std::string_view>> _given;
-    std::uint64_t _expected_size = 0;
+    std::string _file;  // that the call reads; empty: none
 };
 
 }  // namespace host

@@ -200,8 +200,10 @@ bool CallServer::_write(std::uint32_t number, const an_extfn_value& value, bool 
 
 // Through the socket, in as many frames as it takes.
 bool CallServer::_pass(Frame set, std::string_view bytes) {
-    if (!_send_slot() || !_listen()) return false;
-    if ((set.flags & FRAME_APPEND) != 0 && _refused[set.number]) return true;
+    // What begins was not refused yet.
+    const bool adds = (set.flags & FRAME_APPEND) != 0;
+    if (!_send_slot() || (adds && !_listen())) return false;
+    if (adds && _refused[set.number]) return true;
     do {
         set.payload = bytes.substr(0, longest_piece);
         bytes.remove_prefix(set.payload.size());
@@ -264,7 +266,7 @@ bool CallServer::_send_slot() {
     _filling.payload = {reinterpret_cast<const char*>(&_filled), sizeof _filled};
     const bool sent = _socket.send(_filling);
     _filled = 0;
-    return sent && _listen();
+    return sent;
 }
 
 // A child that could not execute its program comes back out of the procedure as a second worker.

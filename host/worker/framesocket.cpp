@@ -68,15 +68,18 @@ bool FrameSocket::hold(const Frame& frame) {
 
 // Some bytes, `most` at most.
 FrameSocket::Received FrameSocket::_read(char* bytes, std::size_t most, std::size_t& count) {
-    for (;;) {
-        const ssize_t got = recv(_descriptor, bytes, most, _wait ? MSG_DONTWAIT : 0);
-        if (got > 0) {
-            count = static_cast<std::size_t>(got);
-            return Received::Frame;
-        }
-        if (got == 0 || (errno != EAGAIN && errno != EINTR)) return Received::End;
-        if (errno == EAGAIN && (!_wait || !_wait(POLLIN))) return Received::GaveUp;
+    ssize_t got = -1;
+    const auto arrives = [&] {
+        got = recv(_descriptor, bytes, most, MSG_DONTWAIT);
+        return got >= 0 || (errno != EAGAIN && errno != EINTR);
+    };
+    while (!arrives() && !_spin.until(arrives)) {
+        pollfd socket{_descriptor, POLLIN, 0};
+        if (_wait ? !_wait(POLLIN) : poll(&socket, 1, -1) < 0 && errno != EINTR)
+            return Received::GaveUp;
     }
+    count = static_cast<std::size_t>(std::max<ssize_t>(got, 0));
+    return got > 0 ? Received::Frame : Received::End;
 }
 
 FrameSocket::Received FrameSocket::_fill(char* bytes, std::size_t count) {
@@ -110,9 +113,13 @@ FrameSocket::Received FrameSocket::receive(Frame& frame) {
 }
 
 FrameSocket::Received FrameSocket::receive_if_there(Frame& frame) {
-    if (_ahead_begin < _ahead_end) return receive(frame);
-    pollfd socket{_descriptor, POLLIN, 0};
-    return poll(&socket, 1, 0) == 1 ? receive(frame) : Received::Nothing;
+    if (_ahead_begin == _ahead_end) {
+        const ssize_t got = recv(_descriptor, _ahead.data(), _ahead.size(), MSG_DONTWAIT);
+        if (got < 0) return errno == EAGAIN ? Received::Nothing : Received::End;
+        _ahead_begin = 0;
+        _ahead_end = static_cast<std::size_t>(got);
+    }
+    return _ahead_begin < _ahead_end ? receive(frame) : Received::End;
 }
 
 }  // namespace host

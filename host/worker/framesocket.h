@@ -8,6 +8,7 @@
 #include <sys/uio.h>
 
 #include "host/worker/frames.h"
+#include "host/worker/spin.h"
 
 namespace host {
 
@@ -53,6 +54,7 @@ class FrameSocket {
     const int _descriptor;
     const Sender _other_side;
     const Wait _wait;
+    Spin _spin;
     std::string _held;
     // Short frames come several at a time; long payloads go where they belong.
     std::array<char, 4096> _ahead;

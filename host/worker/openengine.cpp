@@ -16,10 +16,12 @@ Place wanted_place(Place otherwise) {
 }
 
 std::shared_ptr<const Engine> open_engine(Place place, const std::string& path,
-                                          std::string_view remedy, std::string& error) {
+                                          std::string_view remedy, std::string& error,
+                                          ProcessGroup group) {
     if (place == Place::InWorker) {
         WorkerFiles files;
         if (!find_worker(path, remedy, files, error)) return nullptr;
+        files.group = group;
         return std::make_shared<WorkerClient>(std::move(files));
     }
     auto library = std::make_shared<Library>(Library::load(path, error, remedy));

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "host/engine.h"
+#include "host/worker/workerprocess.h"
 
 namespace host {
 
@@ -17,8 +18,9 @@ enum class Place { InProcess, InWorker };
 /// The engine that a connection works with, for the library at `path` or, when that is empty, the
 /// one that is found. Null with a sentence in `error`, which ends with `remedy` where the file is
 /// missing. A worker begins with the first call, and what is wrong with the library shows then.
-[[nodiscard]] std::shared_ptr<const Engine>
-open_engine(Place place, const std::string& path, std::string_view remedy, std::string& error);
+[[nodiscard]] std::shared_ptr<const Engine> open_engine(Place place, const std::string& path,
+                                                        std::string_view remedy, std::string& error,
+                                                        ProcessGroup group = ProcessGroup::Hosts);
 
 }  // namespace host
 

@@ -87,7 +87,7 @@ bool WorkerClient::State::_start(std::string_view procedure, std::string& error)
     if (_worker.is_idle()) return true;
     _end_worker(Talk::Ended);
     _folder = current_folder();
-    if (!_worker.start(_files.program, error)) return false;
+    if (!_worker.start(_files.program, _files.group, error)) return false;
     _socket.reset(new (std::nothrow) FrameSocket(
         _worker.socket(), Sender::Worker, [this](short events) { return _limits->wait(events); }));
     if (_socket == nullptr) {

@@ -4,12 +4,15 @@
 #include <string>
 #include <string_view>
 
+#include "host/worker/workerprocess.h"
+
 namespace host {
 
 /// What a worker is made of. Both have the same word size, which need not be the host's.
 struct WorkerFiles {
     std::string library;
     std::string program;
+    ProcessGroup group = ProcessGroup::Hosts;
 };
 
 /// Finds the library, as a host that loads it would, and then those that are installed for the

@@ -37,7 +37,7 @@ struct SocketPair {
 // posix_spawn's two records.
 class SpawnPlan {
   public:
-    explicit SpawnPlan(int socket) {
+    SpawnPlan(int socket, ProcessGroup group) {
         posix_spawnattr_init(&attributes);
         posix_spawn_file_actions_init(&actions);
         sigset_t all;
@@ -45,7 +45,10 @@ class SpawnPlan {
         posix_spawnattr_setsigdefault(&attributes, &all);
         // A cancel that comes before the worker has got ready waits in place of ending it.
         posix_spawnattr_setsigmask(&attributes, &all);
-        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+        const int own_group = group == ProcessGroup::Own ? POSIX_SPAWN_SETPGROUP : 0;
+        posix_spawnattr_setflags(
+            &attributes,
+            static_cast<short>(POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | own_group));
         complete = posix_spawn_file_actions_adddup2(&actions, socket, worker_socket) == 0 &&
                    posix_spawn_file_actions_addclosefrom_np(&actions, worker_socket + 1) == 0;
     }
@@ -72,9 +75,9 @@ std::string words_of(int status) {
 
 }  // namespace
 
-bool WorkerProcess::start(const std::string& path, std::string& error) {
+bool WorkerProcess::start(const std::string& path, ProcessGroup group, std::string& error) {
     SocketPair ends;
-    const SpawnPlan plan(ends.worker.number());
+    const SpawnPlan plan(ends.worker.number(), group);
     std::string word = "quorel-worker";
     word.resize(title_room, ' ');
     char* arguments[] = {word.data(), nullptr};

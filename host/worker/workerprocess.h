@@ -12,6 +12,10 @@ namespace host {
 /// The descriptor that a worker finds its end of the socket at.
 inline constexpr int worker_socket = 3;
 
+/// Which process group a worker and its commands are in. A host whose own group is signalled while
+/// it waits for a call gives them one of their own: the signal would end a command behind its back.
+enum class ProcessGroup { Hosts, Own };
+
 /// A running quorel-worker, or none, as its host holds it: the guard, and this end of the socket.
 class WorkerProcess {
   public:
@@ -23,7 +27,7 @@ class WorkerProcess {
     /// Starts the program at `path`, with the standard descriptors, the environment and the folder
     /// of this process, no other descriptor, and every signal with its default and blocked: it
     /// takes those that it wants once it is ready. False with a sentence in `error`.
-    bool start(const std::string& path, std::string& error);
+    bool start(const std::string& path, ProcessGroup group, std::string& error);
 
     [[nodiscard]] bool started() const { return _pid > 0; }
     [[nodiscard]] int socket() const { return _socket.number(); }

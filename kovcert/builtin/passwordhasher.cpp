@@ -37,6 +37,7 @@ std::string_view text_at(const a_byte* out, size_t room) {
 /// Reads decimal digits, the iterations, up to a "$", and takes them off the text.
 bool take_iterations(std::string_view& text, uint32& iterations) {
     const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), iterations);
+    // An earlier hash may come from anywhere; with more it would keep a server busy for minutes.
     if (failure != std::errc() || iterations < 1 || iterations > max_iterations) return false;
     const size_t digits = static_cast<size_t>(end - text.data());
     if (digits > max_digits || digits == text.size() || *end != '$') return false;

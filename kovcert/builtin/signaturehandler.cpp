@@ -24,6 +24,7 @@ bool parse_number(const char* text, UTBigInt& number) {
     a_wiped_bytes<UTBigInt::max_bits / 4 + 2> padded;
     a_wiped_bytes<UTBigInt::max_bits / 8> bytes;
     if (digits == 0 || digits > 2 * bytes.size) return false;
+    // Two digits make a byte, so that an odd number of them gets a zero in front.
     char* const even = reinterpret_cast<char*>(padded.data);
     even[0] = '0';
     std::memcpy(even + digits % 2, text, digits + 1);
@@ -32,6 +33,7 @@ bool parse_number(const char* text, UTBigInt& number) {
 }
 
 void add_with_length(UTSHA1& digest, const char* text) {
+    // With its length, so that no two lists of texts come to the same bytes.
     const size_t len = std::strlen(text);
     a_byte prefix[8];
     ut_store_be64(prefix, len);
@@ -57,6 +59,7 @@ class SignatureHandler : public qxci::Object {
         if (last_error()->code != QxciErrOK) return QXCI_ERROR;
         if (!has_p || !has_q || !has_g || !(has_x || has_y)) return fail(QxciErrKeyMissing);
         if (!_dsa.set_domain(p, q, g)) return fail(QxciErrOptionError, "dsa_p");
+        // In this order: the private key is held against the public one that is there.
         if (has_y && !_dsa.set_public_key(y)) return fail(QxciErrOptionError, "dsa_y");
         if (has_x && !_dsa.set_private_key(x)) return fail(QxciErrOptionError, "dsa_x");
         return QXCI_OK;
@@ -94,6 +97,7 @@ class SignatureHandler : public qxci::Object {
 
     a_qxci_result verify(a_text_list texts, const char* sig, bool* ok) {
         if (ok == nullptr) return fail(QxciErrOptionError, "ok");
+        // Whoever looks at nothing else takes a failure for a signature that is wrong.
         *ok = false;
         a_byte digest[UTSHA1::digest_size], signature[UTDSA::max_signature_size];
         if (hash(texts, digest) != QXCI_OK) return QXCI_ERROR;

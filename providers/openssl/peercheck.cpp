@@ -49,6 +49,7 @@ bool equals(const ASN1_STRING& value, const char* text) {
 
 bool subject_has(const X509& certificate, int attribute, const char* text) {
     const X509_NAME* const subject = X509_get_subject_name(&certificate);
+    // A name may hold an attribute several times; any of them will do.
     for (int at = -1; (at = X509_NAME_get_index_by_NID(subject, attribute, at)) >= 0;) {
         if (equals(*X509_NAME_ENTRY_get_data(X509_NAME_get_entry(subject, at)), text)) return true;
     }

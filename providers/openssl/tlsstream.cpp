@@ -17,6 +17,8 @@ bool restrict_protocol(SSL_CTX& context) {
                         SSL_OP_NO_TICKET | SSL_OP_NO_RENEGOTIATION | SSL_OP_NO_COMPRESSION);
     SSL_CTX_set_session_cache_mode(&context, SSL_SESS_CACHE_OFF);
     SSL_CTX_set_num_tickets(&context, 0);
+    // A write that blocked may be repeated from elsewhere in the owner's memory, and a session at
+    // rest keeps no buffers.
     SSL_CTX_set_mode(&context, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER |
                                    SSL_MODE_NO_AUTO_CHAIN | SSL_MODE_RELEASE_BUFFERS);
     return SSL_CTX_set_cipher_list(&context, "DEFAULT:!kRSA:!PSK:!SRP") == 1;

@@ -47,6 +47,7 @@ class StubPasswordHasher : public StubObject {
         if (check_room(out, out_len, text_size) != QXCI_OK) return QXCI_ERROR;
         char* const text = reinterpret_cast<char*>(out);
         char* const salt = text + prefix_size;
+        // No text asks for a new salt; an earlier hash has its own, and with it gives itself again.
         if (*text == '\0') {
             std::memcpy(text, prefix, prefix_size);
             draw_salt(salt);

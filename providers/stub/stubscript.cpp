@@ -84,6 +84,7 @@ bool parse_outcome(std::string_view name, StubOperation operation, StubOutcome& 
         if (name != known.name) continue;
         outcome = known.outcome;
         const std::string_view allowed = operations[static_cast<size_t>(operation)].outcomes;
+        // With the blank behind it, so that no beginning of a word passes for the word.
         const size_t place = allowed.find(name);
         return place != std::string_view::npos && allowed[place + name.size()] == ' ';
     }
@@ -150,6 +151,7 @@ a_stub_step find_step(std::string_view script, StubOperation operation, unsigned
         const std::string_view text = trimmed(take_until(script, ';'));
         if (text.empty() || !parse_step(text, step) || step.operation != operation) continue;
         if (step.count == any_number || call < step.count) return step_of(step);
+        // This step is used up: the call is one of those that later steps are for.
         call -= step.count;
     }
     return {};

@@ -350,9 +350,8 @@ class Terminal(Scratch):
         for word in "quit", "EXIT;", "\\q", ".exit":
             shell = self.start()
             self.ask(shell, "help", "A statement ends")
-            for mode in "table", "line", "csv", "json":
+            for mode in "line", "csv", "json", "table":
                 self.ask(shell, f".mode {mode}\rSELECT char(0x202e) AS x;", r".*\\u202e")
-            self.ask(shell, f".mode table\rSELECT zeroblob(17);", r"x'0{32}…' \(17 bytes\)")
             shell.sendline(word)
             shell.expect(pexpect.EOF)
 

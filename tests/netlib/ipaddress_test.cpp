@@ -33,18 +33,15 @@ TEST_F(Address, is_classified_by_its_leading_bits) {
 }
 
 TEST_F(Address, equals_another_by_host_alone) {
-    const std::map<bool, const char*> pairs = {
-        {true, "192.0.2.7:25 192.0.2.7:587  192.0.2.7 ::ffff:192.0.2.7  [::192.0.2.7]:1 192.0.2.7 "
-               "fe80::1%2 [fe80::1]:2  fe80::1%2 fe80::1%2"},
-        {false, "192.0.2.7 192.0.2.8  ::ffff:192.0.2.7 ::192.0.2.7  2001:db8::1 192.0.2.7 "
-                "0.0.0.0 ::  fe80::1%2 fe80::1%3  2001:db8::1 2001:db8::2"}};
-    for (const auto& [same, texts] : pairs) {
-        const std::vector<std::string> words = Words(texts);
-        for (size_t i = 0; i < words.size(); i += 2) {
-            const IPAddress a = Literal(words[i]), b = Literal(words[i + 1]);
-            EXPECT_EQ(same, a.sameIPAddress(b)) << Text(a) << " " << Text(b);
-            EXPECT_EQ(same, b.sameIPAddress(a)) << Text(a) << " " << Text(b);
-        }
+    const std::pair<const char*, bool> pairs[] = {
+        {"192.0.2.7:25 192.0.2.7:587", true}, {"192.0.2.7 192.0.2.8", false},
+        {"192.0.2.7 ::ffff:192.0.2.7", true}, {"::ffff:192.0.2.7 ::192.0.2.7", false},
+        {"[::192.0.2.7]:1 192.0.2.7", true},  {"0.0.0.0 ::", false},
+        {"fe80::1%2 [fe80::1]:2", true},      {"fe80::1%2 fe80::1%3", false},
+        {"2001:db8::1 2001:db8::2", false}};
+    for (const auto& [texts, same] : pairs) {
+        const IPAddress a = Literal(Words(texts)[0]), b = Literal(Words(texts)[1]);
+        EXPECT_TRUE(a.sameIPAddress(b) == same && b.sameIPAddress(a) == same) << texts;
     }
 }
 

@@ -130,12 +130,6 @@ class NetlibTest : public testing::Test {
     }
 };
 
-/// The same on a host without IPv6.
-template <class Test>
-struct WithoutIPv6 : Test {
-    WithoutIPv6() : Test(false) {}
-};
-
 /// The words of a text.
 inline std::vector<std::string> Words(const char* text) {
     std::istringstream stream(text);

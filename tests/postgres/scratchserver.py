@@ -47,6 +47,16 @@ def until(true, seconds, what):
     return result
 
 
+def status(process):
+    """A process's state and its parent; neither where it is no more."""
+    try:
+        with open(f"/proc/{process}/stat") as file:
+            state, parent, *_ = file.read().rpartition(")")[2].split()
+            return state, int(parent)
+    except OSError:
+        return "", 0
+
+
 class ScratchServer:
     """folder: its root; files: a folder for what SQL reads and writes; pid: the postmaster's."""
 
@@ -76,12 +86,12 @@ class ScratchServer:
         return os.path.join(self.folder, *names)
 
     def install(self, build, below=""):
-        """Installs a build folder as if `below` were the machine's root; gives the product's path."""
+        """Installs a build folder's extension as if `below` were the machine's root; gives the path
+        of the library that belongs to it."""
         root = self.path(below)
-        subprocess.run(["cmake", "--install", build], check=True, stdout=subprocess.DEVNULL,
-                       env={**os.environ, "DESTDIR": root})
-        found = glob.glob(os.path.join(glob.escape(root), "usr/**/libquorel_static.so"), recursive=True)
-        return found[0]
+        subprocess.run(["cmake", "--install", build, "--component", "postgres"], check=True,
+                       stdout=subprocess.DEVNULL, env={**os.environ, "DESTDIR": root})
+        return os.path.join(root, LIB, "lib/libquorel_static.so")
 
     def start(self):
         with open(self.path("settings"), "w") as file:
@@ -109,8 +119,7 @@ class ScratchServer:
 
     def running(self):
         """Whether the postmaster is; the guard does not wait for it before the end."""
-        with open(f"/proc/{self.pid}/stat") as file:
-            return file.read().rpartition(")")[2].split()[0] != "Z"
+        return status(self.pid)[0] not in ("", "Z")
 
     def connect(self, user="postgres", database="postgres"):
         connection = psycopg2.connect(host=self.folder, user=user, dbname=database)
@@ -121,16 +130,27 @@ class ScratchServer:
         return os.pread(self.log_file.fileno(), 1 << 26, 0).decode(errors="replace")
 
     def processes(self):
-        """Of the server and all that it has started: {process: its command line}."""
+        """{process: its program} of the server and all that it has started."""
         found = {}
-        for name in filter(str.isdigit, os.listdir("/proc")):
+        for process in filter(str.isdigit, os.listdir("/proc")):
             try:
-                if os.readlink(f"/proc/{name}/cwd").startswith(self.path("data")):
-                    with open(f"/proc/{name}/cmdline") as file:
-                        found[int(name)] = file.read().replace("\0", " ").strip()
+                if os.readlink(f"/proc/{process}/cwd").startswith(self.path("data")):
+                    found[int(process)] = os.readlink(f"/proc/{process}/exe")
             except OSError:  # it has ended, or is somebody else's
                 pass
         return found
+
+    def started(self, parent=None):
+        """The processes that backends have started, and what those have; or the descendants of one
+        process, from the top down."""
+        started = [process for process, program in self.processes().items()
+                   if program != self.path(LIB, "bin/postgres")]
+        if parent is None:
+            return started
+        found = [parent]
+        for process in found:
+            found += [child for child in started if status(child)[1] == process]
+        return found[1:]
 
     def stop(self):
         """A fast shutdown; gives the seconds it took."""
@@ -149,3 +169,14 @@ class ScratchServer:
 
     def __exit__(self, *_):
         self.close()
+
+
+def server_with_extension(bits, build, product, **settings):
+    """Its module comes from the build folder `build`, the library from `product`: a worker loads it for
+    a 64-bit server, the backends themselves do in a 32-bit one."""
+    server = ScratchServer(bits)
+    library = server.install(build)
+    if product != build:
+        library = server.install(product, "product")
+    server.settings |= {"quorel.library": library, "quorel.worker": "on" if bits == 64 else "off"} | settings
+    return server

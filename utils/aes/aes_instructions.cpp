@@ -48,6 +48,7 @@ void encrypt_cbc(const a_byte* schedule, unsigned rounds, a_byte* iv, a_byte* da
                  std::size_t blocks) {
     const __m128i first_key = load(schedule), last_key = load(schedule + block_size * rounds);
     __m128i state = load(iv);
+    // One after the other: each block is mixed with what became of the one before.
     for (; blocks != 0; --blocks, data += block_size) {
         state = _mm_xor_si128(_mm_xor_si128(state, load(data)), first_key);
 #pragma GCC unroll 13
@@ -78,6 +79,7 @@ __m128i decrypt_some(const a_byte* keys, unsigned rounds, __m128i previous, a_by
     const __m128i last_key = load(keys + block_size * rounds);
 #pragma GCC unroll 8
     for (std::size_t i = 0; i < Count; ++i) {
+        // Before it is overwritten: the next block needs it.
         const __m128i ciphertext = load(data + block_size * i);
         state[i] = _mm_aesdeclast_si128(state[i], last_key);
         store(data + block_size * i, _mm_xor_si128(state[i], previous));

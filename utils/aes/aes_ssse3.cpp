@@ -94,6 +94,7 @@ UT_INLINE_CODE_FOR(AES_FEATURES) __m128i apply(const a_aes_inverse_map& map, a_i
 
 UT_INLINE_CODE_FOR(AES_FEATURES) __m128i cipher_round(__m128i state, __m128i key) {
     const a_inverted inverted = invert(state);
+    // FIPS 197 section 5.1.3: a row itself counts twice, the next one three times, the others once.
     const __m128i once = apply(cipher_once, inverted), twice = apply(cipher_twice, inverted);
     state = _mm_xor_si128(key, rearrange(twice, shifted[0]));
     state = _mm_xor_si128(state, rearrange(_mm_xor_si128(once, twice), shifted[1]));
@@ -163,6 +164,7 @@ void encrypt_cbc(const a_byte* schedule, unsigned rounds, a_byte* iv, a_byte* da
                  std::size_t blocks) {
     const __m128i first_key = load(schedule), last_key = load(schedule + block_size * rounds);
     __m128i block = load(iv);
+    // One after the other: each block is mixed with what became of the one before.
     for (; blocks != 0; --blocks, data += block_size) {
         __m128i state = apply(into_cipher, _mm_xor_si128(block, load(data)));
         state = _mm_xor_si128(state, first_key);
@@ -193,6 +195,7 @@ __m128i decrypt_some(const a_byte* keys, unsigned rounds, __m128i previous, a_by
     }
 #pragma GCC unroll 2
     for (std::size_t i = 0; i < Count; ++i) {
+        // Before it is overwritten: the next block needs it.
         const __m128i ciphertext = load(data + block_size * i);
         state[i] = last_round(inverse_cipher_last, shifted_back[0], state[i], last_key);
         store(data + block_size * i, _mm_xor_si128(state[i], previous));

@@ -38,6 +38,7 @@ void expand_key(a_round_keys& keys, const a_byte* key, std::size_t key_len, unsi
             word = substitute_word(std::rotr(word, 8)) ^ constant;
             constant = (constant << 1) ^ ((constant >> 7) * 0x11b);
         } else if (key_words > 6 && i % key_words == 4) {
+            // Of a key of 32 bytes the fifth word of each eight, too.
             word = substitute_word(word);
         }
         ut_store_le32(keys.data + 4 * i, word ^ ut_load_le32(keys.data + 4 * (i - key_words)));
@@ -57,6 +58,7 @@ a_bool UTAES::set_key(const a_byte* key, std::size_t key_len) {
 }
 
 a_bool UTAES::set_key(const a_byte* key, std::size_t key_len, const a_aes_code& code) {
+    // First of all, so that a key that is refused leaves none in use.
     _code = nullptr;
     if (key == nullptr || (key_len != 16 && key_len != 32)) return false;
     _rounds = key_len == 16 ? 10 : max_rounds;

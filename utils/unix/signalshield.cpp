@@ -46,6 +46,7 @@ void SignalShield::swallow() {
         sigset_t only;
         sigemptyset(&only);
         sigaddset(&only, signal);
+        // Another thread may have taken it meanwhile, if it was meant for the process.
         const timespec no_wait = {0, 0};
         retry_interrupted([&] { return sigtimedwait(&only, nullptr, &no_wait); });
     }

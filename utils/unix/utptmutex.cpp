@@ -75,6 +75,7 @@ void free_all_records() {
 
 int ut_safe_pthread_mutex_init(a_critical_sect* cs, const pthread_mutexattr_t*) {
     const auto guard = lock_pool();
+    // A batch for which memory runs out has given some all the same.
     if (next_free_utpt_mutex == nullptr) add_batch(num_to_grab);
     cs->p_mutex = pop_free();
     if (cs->p_mutex == nullptr) return ENOMEM;
@@ -87,6 +88,7 @@ int ut_safe_pthread_mutex_destroy(a_critical_sect* cs) {
     {
         const auto guard = lock_pool();
         take_back(cs->p_mutex);
+        // Nobody says when the library is done with the pool; without users it holds nothing.
         if (--num_in_use == 0) free_all_records();
     }
     cs->p_mutex = nullptr;

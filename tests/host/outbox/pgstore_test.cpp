@@ -1,10 +1,12 @@
 // What only PostgreSQL has: roles, dumps by its own program, and a server that goes away.
 
 #include <csignal>
+#include <thread>
 
 #include <gmock/gmock.h>
 
 #include "host/outbox/pgstatements.h"
+#include "host/outbox/stores.h"
 #include "tests/host/outbox/outboxes.h"
 
 namespace host::outbox {
@@ -18,7 +20,6 @@ using namespace std::chrono_literals;
 class PostgresOutbox : public testing::Test {
   protected:
     void SetUp() override {
-        if (PgDatabase::server() == nullptr) GTEST_SKIP() << "needs a server";
         database = std::make_unique<PgDatabase>();
         store = database->store("one");
         ASSERT_TRUE(store->install(error)) << error;
@@ -117,20 +118,51 @@ TEST_F(PostgresOutbox, a_daemon_needs_no_right_but_its_roles) {
     EXPECT_EQ("", database->ask("DROP OWNED BY daemon; DROP ROLE daemon"));
 }
 
-TEST_F(PostgresOutbox, a_claim_finds_what_it_needs_by_an_index) {
-    const std::string prepare = std::string("PREPARE c AS ") + pg::claim.sql;
+TEST_F(PostgresOutbox, a_claim_reads_what_it_takes_and_no_more) {
+    // No statistics say how many there are.
+    EXPECT_EQ("", database->ask("INSERT INTO quorel.message (recipients) "
+                                "SELECT 'a@b' FROM generate_series(1, 2000)"));
     EXPECT_EQ("",
-              database->ask("SET plan_cache_mode = force_generic_plan; SET enable_seqscan = off;" +
-                            prepare));
-    const std::string plan = database->ask("EXPLAIN EXECUTE c(100, 1000)");
+              database->ask("SET plan_cache_mode = force_generic_plan; SET enable_seqscan = off; " +
+                            (std::string("PREPARE c AS ") + pg::claim.sql)));
+    const std::string plan = database->ask("EXPLAIN ANALYZE EXECUTE c(100, 1000)");
     EXPECT_THAT(plan, HasSubstr("using delivery_queued"));
     EXPECT_THAT(plan, testing::Not(HasSubstr("Seq Scan on delivery")));
+    EXPECT_THAT(plan, testing::Not(HasSubstr("Rows Removed")));
+}
+
+TEST_F(PostgresOutbox, one_thread_that_is_refused_takes_no_other_with_it) {
+    EXPECT_EQ("", database->ask("INSERT INTO quorel.message (recipients) VALUES ('a@b'), ('a@b')"));
+    std::vector<Delivery> claimed;
+    ASSERT_TRUE(store->claim(2, 60s, claimed, error) && claimed.size() == 2) << error;
+    Stores stores(database->where(), "d");
+    const std::unique_ptr<Store> all[] = {stores.make(error), stores.make(error),
+                                          stores.make(error)};
+    const auto exchange = [&](const Delivery& delivery, const std::string& account, bool good) {
+        std::string words;
+        const std::unique_ptr<Store>& mine = account == "main" ? all[delivery.id % 2] : all[2];
+        for (int round = 0; round < 50; ++round) {
+            const Begin begin{delivery.id, delivery.token, account};
+            std::vector<bool> held;
+            std::vector<Begun> begun;
+            ASSERT_EQ(good, mine->exchange({}, {&begin, 1}, 60s, held, begun, words)) << words;
+        }
+    };
+    std::thread good([&] { exchange(claimed[0], "main", true); });
+    std::thread other([&] { exchange(claimed[1], "main", true); });
+    exchange(claimed[0], std::string("cut\0", 4), false);
+    good.join();
+    other.join();
+    EXPECT_EQ(
+        "50|50|100",
+        database->ask("SELECT min(attempts), max(attempts), (SELECT count(*) FROM quorel.attempt) "
+                      "FROM quorel.delivery"));
 }
 
 TEST_F(PostgresOutbox, a_server_that_crashed_is_asked_again) {
     EXPECT_EQ("", database->ask("INSERT INTO quorel.message (recipients) VALUES ('a@b'), ('c@d')"));
     std::vector<Delivery> claimed;
-    ASSERT_TRUE(store->claim(1, 60s, claimed, error)) << error;
+    ASSERT_TRUE(store->claim(1, 60s, claimed, error) && claimed.size() == 1) << error;
     const Begin begin{claimed[0].id, claimed[0].token, "main"};
     std::vector<bool> held;
     std::vector<Begun> begun;
@@ -153,7 +185,7 @@ TEST_F(PostgresOutbox, outlives_dump_and_restore) {
     EXPECT_EQ("1", database->ask("SELECT quorel.send_mail('a@b', attachments => "
                                  "ARRAY[quorel.file('f', '\\x00ff')])"));
     std::vector<Delivery> claimed;
-    ASSERT_TRUE(store->claim(1, 60s, claimed, error)) << error;
+    ASSERT_TRUE(store->claim(1, 60s, claimed, error) && claimed.size() == 1) << error;
     PgDatabase copy;
     EXPECT_EQ(
         0, std::system(("pg_dump -d " + shell_word(database->where()) +

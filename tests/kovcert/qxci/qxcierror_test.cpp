@@ -30,10 +30,7 @@ TEST(QXCIError, clones_are_independent_and_a_missing_original_is_unknown) {
     EXPECT_EQ(nullptr, copy.GetParm(-1));
     error.CloneFrom(static_cast<const a_qxci_error*>(nullptr));
     copy.CloneFrom(static_cast<const DBQXCIError*>(nullptr));
-    EXPECT_EQ("37", describe(error));
-    EXPECT_EQ("37", describe(copy));
-    copy.Clear();
-    EXPECT_EQ("0", describe(copy));
+    EXPECT_EQ("37 37", describe(error) + " " + describe(copy));
 }
 
 /// What has happened to mutexes: "C", "D", "<" and ">" for create, destroy, get and give, each with

@@ -85,15 +85,6 @@ TEST(ResFile, an_offset_or_length_that_leaves_the_image_is_no_text) {
     EXPECT_EQ("", text_in(image, 0x1236));
 }
 
-TEST(ResFile, units_of_16_bits_are_counted_as_such) {
-    MemoryResFile file(ImageBuilder().Add(7, std::string("a\0\xAC\x20!", 5)).Image());
-    uint16 units[3] = {9, 9, 9};
-    for (const uint32 id : {7U, 8U}) {  // a missing text leaves the buffer alone
-        EXPECT_EQ(id == 7U ? 1U : 0U, file.GetStringUTF16(id, units, 2));
-        EXPECT_THAT(units, testing::ElementsAre('a', 0, 9));
-    }
-}
-
 TEST(ResFile, the_description_names_the_character_set) {
     const std::string long_label(96 - sizeof("charset=;language="), ' ');
     const std::pair<std::string, const char*> rows[] = {

@@ -49,14 +49,11 @@ TEST_F(PosixStream, keeps_the_system_error_that_ended_it) {
     EXPECT_EQ(uint32{ENOSPC}, full.get_last_error().code());
 }
 
-TEST_F(PosixStream, destruction_and_opening_anew_close_what_the_stream_owns) {
-    for (const int how : {0, 1, 2, 3}) {
+TEST_F(PosixStream, destruction_closes_what_the_stream_owns) {
+    for (const bool owns : {false, true}) {
         const int fd = open(name.c_str(), O_WRONLY);
-        {
-            PosixOStream out(fd, how % 2 == 1);
-            EXPECT_TRUE(how < 2 || out.open("/dev/null", O_WRONLY, 0));
-        }
-        EXPECT_EQ(how % 2 == 1 ? -1 : 0, close(fd));
+        { PosixOStream out(fd, owns); }
+        EXPECT_EQ(owns ? -1 : 0, close(fd));
     }
 }
 

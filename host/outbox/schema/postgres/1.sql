@@ -2,6 +2,8 @@
 -- treat like any others. Every name is qualified, since a search_path is somebody else's. Each step
 -- is one transaction: psql -1 -v ON_ERROR_STOP=1 -f 1.sql, or quorel-outbox --install.
 
+SET LOCAL search_path = pg_catalog, pg_temp;
+
 -- A schema that is there already may belong to somebody who is not to be trusted.
 CREATE SCHEMA IF NOT EXISTS quorel;
 DO $$
@@ -126,6 +128,8 @@ CREATE TABLE quorel.attachment (
         pg_catalog.octet_length(content) <= 67108864)
 );
 CREATE INDEX attachment_message ON quorel.attachment (message);
+-- Read in pieces, each of which would have all before it unpacked.
+ALTER TABLE quorel.attachment ALTER content SET STORAGE EXTERNAL;
 
 -- What is sent at once: a whole message, or some of its recipients after one was refused.
 CREATE TABLE quorel.delivery (
@@ -169,9 +173,8 @@ CREATE INDEX attempt_limited ON quorel.attempt (account, started) WHERE limited;
 
 -- Queueing.
 
-CREATE FUNCTION quorel.domain_of(address text) RETURNS text
-LANGUAGE sql IMMUTABLE SET search_path = pg_catalog, pg_temp
-AS $$ SELECT substring(address FROM '@([A-Za-z0-9.-]+)>?\s*$') $$;
+CREATE FUNCTION quorel.domain_of(address text) RETURNS text IMMUTABLE
+RETURN substring(address FROM '@([A-Za-z0-9.-]+)>?\s*$');
 
 -- A definer's, since who queues mail may not read the accounts.
 CREATE FUNCTION quorel.give_message_id() RETURNS trigger
@@ -369,6 +372,23 @@ CREATE VIEW quorel.sent AS
 SELECT delivery, message, recipients, subject, account, queued_by, created, finished, attempts, seconds
 FROM quorel.overview WHERE state = 'sent';
 
+-- The accounts without their passwords: when one can be called, and how many attempts its limit leaves.
+CREATE VIEW quorel.accounts AS
+SELECT a.name, a.host, a.port, a.username, a.sender, a.rank, a.enabled, a.per_minute,
+       CASE WHEN a.per_minute IS NULL THEN 1000000000 ELSE greatest(0, a.per_minute - l.used) END
+           AS room, a.away_until,
+       CASE WHEN l.used >= a.per_minute THEN l.first + interval '60 seconds' END AS full_until,
+       l.first AS first_of_minute, a.failures, a.trouble
+FROM quorel.account a, LATERAL (
+    SELECT count(*) AS used, min(t.started) AS first FROM quorel.attempt t
+    WHERE a.per_minute IS NOT NULL AND t.limited AND t.account = a.name
+        AND t.started > statement_timestamp() - interval '60 seconds') l;
+
+-- 0 for one that is past or NULL.
+CREATE FUNCTION quorel.milliseconds_to(moment timestamptz) RETURNS bigint STABLE
+RETURN greatest(0, ceil(1000 * extract(epoch FROM
+    least(coalesce(moment, now()), now() + interval '30 days') - now())))::bigint;
+
 -- Who may do what. quorel_sender queues mail, and sees and changes what became of its own; rows of
 -- others do not exist for it. quorel_reader sees the views, and neither texts nor passwords.
 -- quorel_daemon is the program's.
@@ -403,9 +423,11 @@ WITH CHECK (state IN ('queued', 'cancelled'));
 CREATE POLICY own ON quorel.attempt FOR SELECT TO quorel_sender
 USING (EXISTS (SELECT FROM quorel.delivery d WHERE d.id = delivery));
 
-GRANT SELECT ON quorel.overview, quorel.waiting, quorel.failed, quorel.sent TO quorel_reader;
+GRANT SELECT ON quorel.overview, quorel.waiting, quorel.failed, quorel.sent, quorel.accounts
+TO quorel_reader;
 
 GRANT SELECT ON ALL TABLES IN SCHEMA quorel TO quorel_daemon;
+GRANT EXECUTE ON FUNCTION quorel.milliseconds_to TO quorel_daemon;
 GRANT UPDATE (away_until, failures, trouble) ON quorel.account TO quorel_daemon;
 GRANT INSERT, UPDATE ON quorel.delivery, quorel.attempt TO quorel_daemon;
 CREATE POLICY all_are_sent ON quorel.message FOR SELECT TO quorel_daemon USING (true);

@@ -1,0 +1,309 @@
+#include "host/outbox/sender.h"
+
+#include <algorithm>
+#include <set>
+#include <tuple>
+#include <utility>
+
+#include "host/outbox/accountchoice.h"
+#include "host/outbox/outgoing.h"
+
+namespace host::outbox {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Messages that are loaded at once take so much together, or are alone.
+constexpr std::uint64_t most_loaded = std::uint64_t{1} << 20;
+
+// A daemon that tries an account that was away has so long to find out, or another one does.
+constexpr Pause longest_probe = std::chrono::minutes(2);
+
+std::string via(const Account& account, const std::string& words) {
+    return account.name + ": " + words;
+}
+
+}  // namespace
+
+Sender::Sender(Shared& shared, SteadyStore& store, Claims& claims, MailLine& line)
+    : _shared(shared), _store(store), _claims(claims), _line(line) {
+    _line.on_wait = [this] { return _shared.watch.at_once() || !_claims.keep(); };
+}
+
+bool Sender::send_all() {
+    _has_to_wait = false;
+    bool good = _store.run([this](Store& store, std::string& error) {
+        _accounts.clear();
+        return store.accounts(_accounts, error);
+    });
+    while (good && !_shared.watch.stopping()) {
+        _claims.keep();
+        if (_claims.empty()) break;
+        if (!_is_loaded(_claims.waiting().front()) && !(good = _load())) break;
+        std::optional<Message> message = _take(_claims.next());
+        if (message)
+            good = _send(*message);
+        else  // deleted, and its deliveries with it
+            _release({});
+    }
+    _leave_probe();
+    _loaded.clear();
+    return good && _claims.release_rest();
+}
+
+bool Sender::_is_loaded(const Delivery& delivery) const {
+    return _loaded.contains(delivery.message);
+}
+
+// Each serves one delivery: it is not kept while it is sent.
+std::optional<Message> Sender::_take(const Delivery& delivery) {
+    auto node = _loaded.extract(delivery.message);
+    return node ? std::optional(std::move(node.mapped())) : std::nullopt;
+}
+
+bool Sender::_load() {
+    std::deque<Delivery>& waiting = _claims.waiting();
+    std::set<std::int64_t> ids;
+    std::uint64_t bytes = 0;
+    auto end = waiting.begin();
+    for (; end != waiting.end(); ++end) {
+        bytes += end->bytes;
+        if (!ids.empty() && bytes > most_loaded) break;
+        ids.insert(end->message);
+    }
+    const std::vector<std::int64_t> wanted(ids.begin(), ids.end());
+    std::vector<Message> messages;
+    _loaded.clear();
+    if (!_store.run([&](Store& store, std::string& error) {
+            messages.clear();
+            return store.load(wanted, messages, error);
+        }))
+        return false;
+    for (Message& message : messages) _loaded.emplace(message.id, std::move(message));
+    _sort_by_sender(waiting.begin(), end);
+    return true;
+}
+
+// A session has one sender: those of one come in a row.
+void Sender::_sort_by_sender(std::deque<Delivery>::iterator begin,
+                             std::deque<Delivery>::iterator end) {
+    const auto sender_of = [this](const Delivery& delivery) {
+        const auto found = _loaded.find(delivery.message);
+        return found == _loaded.end()
+                   ? std::tuple<Text, Text, Text>()
+                   : std::tuple(delivery.account, found->second.sender, found->second.sender_name);
+    };
+    std::stable_sort(begin, end, [&sender_of](const Delivery& a, const Delivery& b) {
+        return sender_of(a) < sender_of(b);
+    });
+}
+
+bool Sender::_send(Message& message) {
+    const Delivery& delivery = _claims.current();
+    if (delivery.expired) {
+        _fail({}, "it expired before it could be sent");
+        return true;
+    }
+    if (delivery.attempts_left <= 0) {
+        _fail({}, "no attempt is left, and nobody knows what became of the last one");
+        return true;
+    }
+    Ready ready;
+    ready.account = _choose_account();
+    if (ready.account == nullptr) {
+        _has_to_wait = true;
+        _release({});
+        return true;
+    }
+    if (!_compose(message, ready)) return true;
+    if (!_line.is_open_for(*ready.account, ready.mail)) {
+        // Before a wait for a server: what was sent is on record.
+        if (!_claims.tell()) return false;
+        if (!_open_line(ready)) return true;
+    }
+    return _attempt(ready);
+}
+
+Account* Sender::_choose_account() {
+    for (Account* account : ways_for(_claims.current(), _accounts)) {
+        if (account->full.count() > 0) continue;
+        if (account->name == _probed) return account;
+        switch (_shared.circuits.enter(*account)) {
+        case Circuits::Way::Open:
+            return account;
+        case Circuits::Way::Probe:
+            _leave_probe();
+            _probed = account->name;
+            if (_may_probe(*account)) return account;
+            _leave_probe();
+            break;
+        case Circuits::Way::Blocked:
+            break;
+        }
+    }
+    return nullptr;
+}
+
+// Other daemons stay away meanwhile.
+bool Sender::_may_probe(const Account& account) {
+    bool mine = false;
+    return _store.try_once([&](Store& store, std::string& error) {
+        return store.account_probe(account.name, longest_probe, mine, error);
+    }) && mine;
+}
+
+bool Sender::_compose(Message& message, Ready& ready) {
+    std::string error;
+    switch (compose_outgoing(message, *ready.account, ready.mail, error)) {
+    case Composing::Done:
+        return true;
+    case Composing::Rejected:
+        _fail({}, error);
+        return false;
+    case Composing::Failed:
+        break;
+    }
+    _release(error, 0, _shared.rules.retries.after(1));
+    return false;
+}
+
+bool Sender::_open_line(const Ready& ready) {
+    const Account& account = *ready.account;
+    const Called called = _line.open(account, ready.mail);
+    if (verdict_on_start(called.returned()).next == Next::Sent) {
+        _fresh = true;
+        return true;
+    }
+    const std::string reason = via(account, called.words);
+    // It was not the server that ended the wait.
+    if (!_shared.watch.at_once()) _went_away(account, reason);
+    _release(reason, called.status);
+    return false;
+}
+
+bool Sender::_attempt(Ready& ready) {
+    Begun begun;
+    if (!_claims.begin(ready.account->name, begun)) return false;
+    if (begun.state == Begun::Lost) return true;
+    if (begun.state == Begun::Full) {
+        ready.account->full = begun.room;
+        _has_to_wait = true;
+        _release(via(*ready.account, "its limit a minute is reached"));
+        return true;
+    }
+    const Clock::time_point start = Clock::now();
+    const Called called = _line.send(ready.mail, _claims.current().recipients);
+    const Clock::time_point end = Clock::now();
+    if (called.returned() == 0)
+        _shared.counters.count_sent(end - start,
+                                    _claims.current().waited + (end - _claims.taken()));
+    _judge(ready, begun.attempt, called);
+    return true;
+}
+
+void Sender::_judge(const Ready& ready, int attempt, const Called& called) {
+    Finish finish;
+    finish.attempt = attempt;
+    finish.status = called.status;
+    finish.reason = via(*ready.account, called.words);
+    if (called.how == Called::How::Refused) return _fail(std::move(finish), called.words);
+
+    constexpr Verdict own_trouble{Next::Again, Server::Well, false};
+    const Verdict verdict =
+        called.how == Called::How::NotMade ? own_trouble : verdict_on_sending(called.returned());
+    if (!verdict.keeps_session) _line.drop();
+    const bool fresh = std::exchange(_fresh, false);
+    switch (verdict.next) {
+    case Next::Sent:
+        _went_well(*ready.account);
+        finish.outcome = Outcome::Sent;
+        return _claims.end(std::move(finish));
+    case Next::Split:
+        _went_well(*ready.account);
+        return _split(ready, std::move(finish));
+    case Next::Again:
+        break;
+    }
+    if (called.how == Called::How::Ended) {
+        // Nobody knows how it ended, and so its record has no end.
+        finish.attempt = 0;
+        _shared.counters.count(Counts::Unknown);
+    }
+    // A session that served before may have been ended by its server meanwhile.
+    const bool doubted = verdict.server == Server::Doubtful && fresh && !_shared.watch.at_once();
+    const std::string reason = finish.reason;
+    _try_again(ready, std::move(finish), fresh);
+    if (doubted && _shared.circuits.doubt(ready.account->name)) _went_away(*ready.account, reason);
+}
+
+void Sender::_try_again(const Ready& ready, Finish finish, bool fresh) {
+    const Delivery& delivery = _claims.current();
+    if (delivery.attempts_left <= 1)
+        return _fail(std::move(finish), finish.reason + "; that was the last of " +
+                                            std::to_string(delivery.attempts + 1) + " attempts");
+    _shared.counters.count(Counts::Again);
+    const unsigned rounds = rounds_after(delivery, *ready.account, _accounts);
+    finish.outcome = Outcome::Again;
+    if (fresh && rounds > 0) finish.pause = _shared.rules.retries.after(rounds);
+    _claims.end(std::move(finish));
+}
+
+void Sender::_split(const Ready& ready, Finish finish) {
+    const Delivery& delivery = _claims.current();
+    const std::vector<std::string>& all =
+        delivery.recipients.empty() ? ready.mail.recipients : delivery.recipients;
+    if (all.size() < 2) return _fail(std::move(finish), finish.reason);
+    const auto middle = all.begin() + static_cast<long>(all.size() / 2);
+    finish.outcome = Outcome::Split;
+    finish.first_half.assign(all.begin(), middle);
+    finish.second_half.assign(middle, all.end());
+    _shared.counters.count(Counts::Split);
+    _claims.end(std::move(finish));
+}
+
+void Sender::_fail(Finish finish, std::string reason) {
+    const std::string mail = "mail " + std::to_string(_claims.current().message);
+    _shared.journal.say(mail + " failed: " + reason);
+    _shared.counters.count(Counts::Failed);
+    finish.outcome = Outcome::Failed;
+    finish.reason = std::move(reason);
+    _claims.end(std::move(finish));
+}
+
+void Sender::_release(std::string reason, int status, Pause pause) {
+    Finish finish;
+    finish.status = status;
+    finish.reason = std::move(reason);
+    finish.pause = pause;
+    _claims.end(std::move(finish));
+}
+
+void Sender::_went_well(const Account& account) {
+    if (account.name == _probed) _probed.clear();
+    if (!_shared.circuits.well(account)) return;
+    _shared.journal.say("account " + account.name + " is back");
+    _store.try_once([&account](Store& store, std::string& error) {
+        return store.account_back(account.name, error);
+    });
+    // Others have rested for its sake.
+    _shared.watch.poke();
+}
+
+void Sender::_went_away(const Account& account, const std::string& reason) {
+    if (account.name == _probed) _probed.clear();
+    const Pause pause = _shared.rules.calls.after(static_cast<std::uint32_t>(account.failures) + 1);
+    // Sessions that meet the same silence at once are one failure.
+    if (!_shared.circuits.away(account.name, pause)) return;
+    _shared.journal.say("account " + reason);
+    _store.try_once([&](Store& store, std::string& error) {
+        return store.account_away(account.name, pause, reason, error);
+    });
+}
+
+void Sender::_leave_probe() {
+    if (!_probed.empty()) _shared.circuits.leave(_probed);
+    _probed.clear();
+}
+
+}  // namespace host::outbox

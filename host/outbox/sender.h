@@ -1,0 +1,69 @@
+#ifndef QUOREL_HOST_OUTBOX_SENDER_H
+#define QUOREL_HOST_OUTBOX_SENDER_H
+
+#include <deque>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/outbox/claims.h"
+#include "host/outbox/mailline.h"
+#include "host/outbox/shared.h"
+
+namespace host::outbox {
+
+/// Sends what a session has claimed, and says what became of it. For one thread.
+class Sender {
+  public:
+    Sender(Shared& shared, SteadyStore& store, Claims& claims, MailLine& line);
+
+    /// Sends what is claimed; what is left when the process stops is given back. False when the
+    /// outbox is lost for good.
+    bool send_all();
+
+    /// Some of it could not be sent for a reason that the outbox does not tell yet, or that is over
+    /// soon: another session tries the account. A claim that comes at once gets the same again.
+    [[nodiscard]] bool has_to_wait() const { return _has_to_wait; }
+
+  private:
+    /// A message, composed for an account.
+    struct Ready {
+        Account* account = nullptr;
+        ComposedMail mail;
+    };
+
+    bool _load();
+    void _sort_by_sender(std::deque<Delivery>::iterator begin, std::deque<Delivery>::iterator end);
+    [[nodiscard]] bool _is_loaded(const Delivery& delivery) const;
+    std::optional<Message> _take(const Delivery& delivery);
+    bool _send(Message& message);
+    Account* _choose_account();
+    bool _may_probe(const Account& account);
+    bool _compose(Message& message, Ready& ready);
+    bool _open_line(const Ready& ready);
+    bool _attempt(Ready& ready);
+    void _judge(const Ready& ready, int attempt, const Called& called);
+    void _try_again(const Ready& ready, Finish finish, bool fresh);
+    void _split(const Ready& ready, Finish finish);
+
+    void _fail(Finish finish, std::string reason);
+    void _release(std::string reason, int status = 0, Pause pause = Pause(0));
+    void _went_well(const Account& account);
+    void _went_away(const Account& account, const std::string& reason);
+    void _leave_probe();
+
+    Shared& _shared;
+    SteadyStore& _store;
+    Claims& _claims;
+    MailLine& _line;
+    std::vector<Account> _accounts;           // in order of rank
+    std::map<std::int64_t, Message> _loaded;  // by id
+    std::string _probed;  // the account that this session alone tries; empty: none
+    bool _has_to_wait = false;
+    bool _fresh = false;  // the line is open, and has not taken a message yet
+};
+
+}  // namespace host::outbox
+
+#endif
