@@ -75,7 +75,7 @@ is an SQL shell over SQLite, xpcall is for scripts.")
     TEXT "Gives sqlite3, or any other program that loads extensions into SQLite, the
 procedures of libquorel as functions: SELECT xp_sendmail(...).")
   if(TARGET quorel-outbox)
-    package(outbox NAME quorel-outbox SECTION database DEPENDS "libquorel ${this_version}"
+    package(outbox NAME quorel-outbox SECTION mail DEPENDS "libquorel ${this_version}"
       SUMMARY "sends the mail that waits in a database"
       TEXT "A daemon over an outbox in SQLite or PostgreSQL: a mail that was queued by an
 INSERT goes out after the commit, is tried again while the mail server is away,

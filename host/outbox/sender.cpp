@@ -81,20 +81,21 @@ bool Sender::_load() {
         }))
         return false;
     for (Message& message : messages) _loaded.emplace(message.id, std::move(message));
-    _sort_by_sender(waiting.begin(), end);
+    _sort_by_sender(static_cast<std::size_t>(end - waiting.begin()));
     return true;
 }
 
 // A session has one sender: those of one come in a row.
-void Sender::_sort_by_sender(std::deque<Delivery>::iterator begin,
-                             std::deque<Delivery>::iterator end) {
+void Sender::_sort_by_sender(std::size_t count) {
+    std::deque<Delivery>& waiting = _claims.waiting();
     const auto sender_of = [this](const Delivery& delivery) {
         const auto found = _loaded.find(delivery.message);
         return found == _loaded.end()
                    ? std::tuple<Text, Text, Text>()
                    : std::tuple(delivery.account, found->second.sender, found->second.sender_name);
     };
-    std::stable_sort(begin, end, [&sender_of](const Delivery& a, const Delivery& b) {
+    const auto end = waiting.begin() + static_cast<long>(count);
+    std::stable_sort(waiting.begin(), end, [&sender_of](const Delivery& a, const Delivery& b) {
         return sender_of(a) < sender_of(b);
     });
 }
@@ -239,9 +240,11 @@ void Sender::_judge(const Ready& ready, int attempt, const Called& called) {
 
 void Sender::_try_again(const Ready& ready, Finish finish, bool fresh) {
     const Delivery& delivery = _claims.current();
-    if (delivery.attempts_left <= 1)
-        return _fail(std::move(finish), finish.reason + "; that was the last of " +
-                                            std::to_string(delivery.attempts + 1) + " attempts");
+    if (delivery.attempts_left <= 1) {
+        std::string reason = finish.reason + "; that was the last of " +
+                             std::to_string(delivery.attempts + 1) + " attempts";
+        return _fail(std::move(finish), std::move(reason));
+    }
     _shared.counters.count(Counts::Again);
     const unsigned rounds = rounds_after(delivery, *ready.account, _accounts);
     finish.outcome = Outcome::Again;
@@ -253,7 +256,10 @@ void Sender::_split(const Ready& ready, Finish finish) {
     const Delivery& delivery = _claims.current();
     const std::vector<std::string>& all =
         delivery.recipients.empty() ? ready.mail.recipients : delivery.recipients;
-    if (all.size() < 2) return _fail(std::move(finish), finish.reason);
+    if (all.size() < 2) {
+        std::string reason = finish.reason;
+        return _fail(std::move(finish), std::move(reason));
+    }
     const auto middle = all.begin() + static_cast<long>(all.size() / 2);
     finish.outcome = Outcome::Split;
     finish.first_half.assign(all.begin(), middle);

@@ -77,7 +77,7 @@ typedef enum QuorelOutcome {
 typedef struct QuorelCall QuorelCall;
 
 /* A call, to be given its arguments, run once and ended. Null without memory. `settings` and
- * `server` last as long as the call. */
+ * `server` stay as they are until it has run. */
 QuorelCall* quorel_begin(int procedure, const QuorelSettings* settings, const QuorelServer* server);
 void quorel_end(QuorelCall* call);
 

@@ -100,14 +100,16 @@ class PostgresTest(unittest.TestCase):
 
     def waits(self):
         """Calls that come to no end, and can be brought to one."""
-        command = "SELECT xp_cmdshell('" + STUBBORN.replace("'", "''") + "')"
+        # The shell of the second goes when its process group is signalled, what it began does not.
+        commands = ["SELECT xp_cmdshell('" + STUBBORN.replace("'", "''") + "')",
+                    "SELECT xp_cmdshell('sleep 600 & sleep 600')"]
         if not WORKER:
-            return [command]
+            return commands
         fifo = self.file(self.name)
         if not os.path.exists(fifo):
             os.mkfifo(fifo, 0o666)
             os.chmod(fifo, 0o666)
-        return [command,
+        return [*commands,
                 f"SELECT xp_startsmtp('a@a.test', '127.0.0.1', {self.silent_server()})",
                 f"SELECT xp_read_file('{fifo}')"]
 
@@ -152,6 +154,8 @@ class PostgresTest(unittest.TestCase):
                                                         f" {session.pid}"), FAST, "the backend's end")
                     self.assertLess(time.monotonic() - begun, FAST)
                     if expected is not None:
+                        until(lambda: not any(program.endswith("/sleep") for program in
+                                              SERVER.processes().values()), FAST, "the command's end")
                         self.assertEqual((3,), session.run("SELECT xp_cmdshell('exit 3')"))
                     session.close()
                     until(lambda: not SERVER.started(), FAST, "the end of what was started")
@@ -166,6 +170,15 @@ class PostgresTest(unittest.TestCase):
             self.assertLess(server.stop(), FAST)
             self.assertEqual([None] * len(results), [result.result(10) for result in results])
             self.assertEqual([], server.started())
+
+    @unittest.skipUnless(WORKER, "for workers")
+    def test_other_sessions_need_not_wait_for_a_call(self):
+        call = self.session.begin("SELECT xp_cmdshell('sleep 60')")
+        self.root.run("SET statement_timeout = '5s'")
+        self.assertEqual((), self.root.run("CREATE DATABASE other"))
+        self.assertEqual((), self.root.run("DROP DATABASE other"))
+        self.root.run(f"SELECT pg_cancel_backend({self.session.pid})")
+        self.assertEqual("57014", call.result(5))
 
     @unittest.skipUnless(WORKER, "for workers")
     def test_a_worker_that_dies_is_an_error_of_its_session(self):
