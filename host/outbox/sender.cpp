@@ -21,9 +21,6 @@ constexpr std::uint64_t most_loaded = std::uint64_t{1} << 20;
 // sessions share the memory of a process that may be of 32 bits.
 constexpr std::uint64_t most_sent = std::uint64_t{128} << 20;
 
-// A daemon that tries an account that was away has so long to find out, or another one does.
-constexpr Pause longest_probe = std::chrono::minutes(2);
-
 std::string via(const Account& account, const std::string& words) {
     return account.name + ": " + words;
 }
@@ -153,11 +150,11 @@ Account* Sender::_choose_account() {
     return nullptr;
 }
 
-// Other daemons stay away meanwhile.
+// Other daemons stay away meanwhile; should this one die, for no longer than it holds its claims.
 bool Sender::_may_probe(const Account& account) {
     bool mine = false;
     return _store.try_once([&](Store& store, std::string& error) {
-        return store.account_probe(account.name, longest_probe, mine, error);
+        return store.account_probe(account.name, _shared.rules.lease, mine, error);
     }) && mine;
 }
 
@@ -172,7 +169,7 @@ bool Sender::_compose(Message& message, Ready& ready) {
     case Composing::Failed:
         break;
     }
-    _shared.journal.say("mail " + std::to_string(message.id) + " waits: " + error);
+    _shared.journal.say(error);
     _release(error, 0, _shared.rules.retries.after(1));
     return false;
 }
