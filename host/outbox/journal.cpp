@@ -1,7 +1,8 @@
 #include "host/outbox/journal.h"
 
-#include <algorithm>
 #include <cstdio>
+
+#include "host/outbox/oneline.h"
 
 namespace host::outbox {
 
@@ -9,11 +10,7 @@ void Journal::say(const std::string& line) {
     const std::lock_guard lock(_mutex);
     if (line == _last) return;
     _last = line;
-    // What a database or a file's name says cannot make a line of its own.
-    std::string shown = line;
-    std::replace_if(
-        shown.begin(), shown.end(), [](char c) { return c >= 0 && c < ' '; }, ' ');
-    fprintf(stderr, "quorel-outbox: %s\n", shown.c_str());
+    fprintf(stderr, "quorel-outbox: %s\n", on_one_line(line).c_str());
 }
 
 }  // namespace host::outbox

@@ -1,7 +1,8 @@
 #include "host/outbox/statustext.h"
 
-#include <algorithm>
 #include <cmath>
+
+#include "host/outbox/oneline.h"
 
 namespace host::outbox {
 
@@ -50,12 +51,10 @@ std::string account_line(const Account& a) {
 }
 
 std::string trouble_line(const Trouble& t) {
-    std::string text = "  mail " + std::to_string(t.message) + ", " + t.state + " after " +
-                       counted(t.attempts, " attempt", " attempts") + ", to " + t.recipients +
-                       ": " + t.reason;
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return c >= 0 && c < ' '; }, ' ');
-    return text + '\n';
+    const std::string text = "mail " + std::to_string(t.message) + ", " + t.state + " after " +
+                             counted(t.attempts, " attempt", " attempts") + ", to " + t.recipients +
+                             ": " + t.reason;
+    return "  " + on_one_line(text) + '\n';
 }
 
 }  // namespace

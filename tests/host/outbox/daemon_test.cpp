@@ -8,6 +8,7 @@
 
 #include "host/outbox/accountchoice.h"
 #include "host/outbox/metrics.h"
+#include "host/outbox/oneline.h"
 #include "host/outbox/passwordfile.h"
 #include "host/outbox/sender.h"
 #include "host/outbox/sentpages.h"
@@ -194,6 +195,10 @@ TEST(Pauses, grow_to_the_longest_and_vary_by_a_quarter) {
     EXPECT_EQ(7500ms, pauses.after(UINT32_MAX, 0));
     EXPECT_EQ(9223372036854775807ms - 9223372036854775807ms / 4,
               (Pauses{1s, Pause::max()}.after(99, 0)));
+}
+
+TEST(OneLine, is_one_and_commands_no_terminal) {
+    EXPECT_EQ("a b? \xC3\xA9  [2Jc", on_one_line("a\nb\xFF \xC3\xA9\x7F\xC2\x9B[2Jc"));
 }
 
 TEST(PasswordFile, is_one_line_that_others_cannot_see) {
