@@ -170,6 +170,7 @@ bool Sender::_compose(Message& message, Ready& ready) {
         break;
     }
     _shared.journal.say(error);
+    _shared.counters.count(Counts::Again);
     _release(error, 0, _shared.rules.retries.after(1));
     return false;
 }

@@ -184,6 +184,7 @@ TEST_F(SenderTest, a_mail_waits_for_a_better_sender_but_not_for_more_memory) {
     EXPECT_EQ("account one: its sender cannot be used: from: the address nobody has no @",
               store.ends[0].reason);
     EXPECT_GT(store.ends[0].pause.count(), 0);
+    EXPECT_EQ(1U, shared.counters.read().ends[Counts::Again]);  // --once has not sent all
     EXPECT_EQ(Outcome::Failed, store.ends[1].outcome);
 }
 
