@@ -174,6 +174,14 @@ class Worker(unittest.TestCase):
         with concurrent.futures.ThreadPoolExecutor(4) as pool:
             list(pool.map(self.check_converse, rows))
 
+    def test_knows_its_sessions_apart(self):
+        with Server(99) as first, Server(99) as second:
+            starts = [f"CALL xp_startsmtp('me@a.test', 'localhost', {port}, cid => {port});"
+                      for port in (first.port, second.port)]
+            _, errors = self.calls(*starts, f"CALL xp_stopsmtp(cid => {second.port});",
+                                   "CALL xp_read_file('/dev/zero');")
+            self.assertIn("ended; the connection's mail session is closed", errors)
+
     def test_ends_what_nobody_reads(self):
         for deadline, end in ("0.3", "took longer than 0.3 s and was ended"), ("60", "was cancelled"):
             start = time.monotonic()
