@@ -213,6 +213,17 @@ TEST_F(Worker, lives_on_when_a_command_is_cancelled_before_it_starts) {
     const std::vector<pid_t> worker = children_of(getpid());
     for (int i = 0; i < 20; ++i) run_cancelled(*product);
     for (int i = 0; i < 20; ++i) run_cancelled(*worker_with(PRODUCT));
+    // A cancel that is late does not take the place of the next one.
+    kill(worker[0], SIGSTOP);
+    Call late(*product, "xp_cmdshell", {"true"});
+    late.cancel();
+    EXPECT_EQ("", late.run());
+    std::thread waker([&] {
+        std::this_thread::sleep_for(50ms);
+        kill(worker[0], SIGCONT);
+    });
+    run_cancelled(*product);
+    waker.join();
     // A call that is not made was not cancelled, whatever became of the last one.
     const Procedure missing = declared("fake_missing");
     CallFrame frame(*product, missing, 1);
