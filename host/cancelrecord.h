@@ -2,6 +2,7 @@
 #define QUOREL_HOST_CANCELRECORD_H
 
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 
 #include <sched.h>
@@ -33,13 +34,15 @@ class CancelRecord {
         if (record != nullptr && _cancelled.load()) _cancel(record);
     }
 
-    /// Ends the command and all that it started. From any thread, and from a signal handler. A
-    /// record that comes later is cancelled too.
+    /// Ends the command and all that it started. From any thread, and from a signal handler, whose
+    /// errno it keeps. A record that comes later is cancelled too.
     void cancel() {
+        const int saved = errno;
         _cancelled.store(true);
         _users.fetch_add(1);
         if (void* record = _record.load()) _cancel(record);
         _users.fetch_sub(1);
+        errno = saved;
     }
 
     [[nodiscard]] bool cancelled() const { return _cancelled.load(); }

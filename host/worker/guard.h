@@ -11,8 +11,9 @@
 
 namespace host {
 
-/// To the guard, with a call's number as its value: cancels that call. It passes it on.
-inline constexpr int cancel_signal = SIGUSR1;
+/// To the guard, with a call's number as its value: cancels that call. It passes it on. Of the kind
+/// that queues, because one that comes late must not take the place of the next call's.
+inline const int cancel_signal = SIGRTMIN;
 /// To each of the two processes, from the kernel: the parent has ended, or the thread of it that
 /// had started the process.
 inline constexpr int orphan_signal = SIGUSR2;

@@ -2,15 +2,18 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
 #include <new>
 #include <optional>
+#include <set>
 #include <type_traits>
 
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include "host/librarypath.h"
+#include "host/procedures.h"
 #include "host/worker/calldriver.h"
 #include "host/worker/calllimits.h"
 #include "host/worker/workerprocess.h"
@@ -30,6 +33,16 @@ constexpr auto no_command = static_cast<a_cancel_fn>(1);
 
 bool is_mail(std::string_view procedure) {
     return procedure.ends_with("smtp") || procedure == "xp_sendmail";
+}
+
+// The number of the mail session that a call is about.
+std::int32_t session_of(std::string_view procedure, an_extfn_api& api, void* handle) {
+    an_extfn_value value{};
+    std::int32_t number = 0;
+    const std::uint32_t place = find_procedure(procedure)->parameter_number("cid");
+    if (api.get_value(handle, place, &value) != 0 && value.piece_len == sizeof number)
+        memcpy(&number, value.data, sizeof number);
+    return number;
 }
 
 CallRecord* register_for_cancel(an_extfn_api& api, void* handle) {
@@ -62,7 +75,7 @@ class WorkerClient::State {
     int _own_wake();
     bool _start(std::string_view procedure, std::string& error);
     CallEnd _talk(std::string_view procedure, an_extfn_api& api, void* handle, std::string& error);
-    void _note_session(std::string_view procedure, std::optional<std::int32_t> status);
+    void _note_session(std::string_view procedure, an_extfn_api& api, void* handle, bool succeeded);
     std::string _explain(Talk talk, std::string_view procedure);
     std::string _end_worker(Talk talk);
 
@@ -78,7 +91,7 @@ class WorkerClient::State {
     std::unique_ptr<FrameSocket> _socket;  // of _worker
     std::string _folder;                   // that it works in; empty: not known
     int _number = 0;                       // of the call
-    bool _has_session = false;             // of mail
+    std::set<std::int32_t> _sessions;      // of mail, those that are open
 };
 
 // One that died while nobody looked is replaced without a word; its mail session is missed soon
@@ -157,7 +170,7 @@ CallEnd WorkerClient::State::_talk(std::string_view procedure, an_extfn_api& api
         return CallEnd::NotCalled;
     }
     if (talk == Talk::Done) {
-        _note_session(procedure, driver.status());
+        _note_session(procedure, api, handle, driver.status() == 0);
         const bool too_late =
             driver.was_cancelled() && _limits->reason() == CallLimits::Reason::TooLong;
         if (!too_late && !_limits->host_gave_up()) return CallEnd::Returned;
@@ -166,17 +179,17 @@ CallEnd WorkerClient::State::_talk(std::string_view procedure, an_extfn_api& api
     return _limits->reason() == CallLimits::Reason::TooLong ? CallEnd::TooLong : CallEnd::Ended;
 }
 
-void WorkerClient::State::_note_session(std::string_view procedure,
-                                        std::optional<std::int32_t> status) {
-    if (status != 0) return;
-    if (procedure == "xp_startsmtp") _has_session = true;
-    if (procedure == "xp_stopsmtp") _has_session = false;
+void WorkerClient::State::_note_session(std::string_view procedure, an_extfn_api& api, void* handle,
+                                        bool succeeded) {
+    if (procedure == "xp_startsmtp" && succeeded)
+        _sessions.insert(session_of(procedure, api, handle));
+    if (procedure == "xp_stopsmtp") _sessions.erase(session_of(procedure, api, handle));
 }
 
 std::string WorkerClient::State::_end_worker(Talk talk) {
     // One that ended by itself has closed its socket a moment ago.
     constexpr std::chrono::milliseconds moment(100);
-    _has_session = false;
+    _sessions.clear();
     _socket.reset();
     return _worker.end(talk == Talk::GaveUp ? std::chrono::milliseconds(0) : moment);
 }
@@ -184,7 +197,7 @@ std::string WorkerClient::State::_end_worker(Talk talk) {
 // What became of a call that did not return, and of its worker; Done: it lives on.
 std::string WorkerClient::State::_explain(Talk talk, std::string_view procedure) {
     std::string text(procedure);
-    const bool had_session = _has_session && talk != Talk::Done;
+    const bool had_session = !_sessions.empty() && talk != Talk::Done;
     const std::string end = talk == Talk::Done ? "" : _end_worker(talk);
     if (_limits->reason() == CallLimits::Reason::TooLong)
         text += " took longer than " + _limits->allowed() + " and was ended";

@@ -5,7 +5,9 @@
 OTHER is the library of the other word size, which need not be there.
 """
 import concurrent.futures
+import fcntl
 import os
+import pty
 import re
 import select
 import signal
@@ -14,6 +16,7 @@ import ssl
 import subprocess
 import sys
 import tempfile
+import termios
 import threading
 import time
 import unittest
@@ -174,6 +177,14 @@ class Worker(unittest.TestCase):
         with concurrent.futures.ThreadPoolExecutor(4) as pool:
             list(pool.map(self.check_converse, rows))
 
+    def test_knows_its_sessions_apart(self):
+        with Server(99) as first, Server(99) as second:
+            starts = [f"CALL xp_startsmtp('me@a.test', 'localhost', {port}, cid => {port});"
+                      for port in (first.port, second.port)]
+            _, errors = self.calls(*starts, f"CALL xp_stopsmtp(cid => {second.port});",
+                                   "CALL xp_read_file('/dev/zero');")
+            self.assertIn("ended; the connection's mail session is closed", errors)
+
     def test_ends_what_nobody_reads(self):
         for deadline, end in ("0.3", "took longer than 0.3 s and was ended"), ("60", "was cancelled"):
             start = time.monotonic()
@@ -188,6 +199,21 @@ class Worker(unittest.TestCase):
                 self.assertEqual(host.returncode, 1)
             os.close(reader)
             self.assertLess(time.monotonic() - start, 1.3)
+
+    def test_waits_for_no_stopped_display(self):
+        """Ctrl-S stops the terminal, and not what runs."""
+        user, terminal = pty.openpty()
+        shell = subprocess.Popen([QUORELSQL], text=True, stdin=subprocess.PIPE,
+                                 stdout=subprocess.PIPE, stderr=terminal,
+                                 env={**ENVIRONMENT, "TERM": "xterm"}, preexec_fn=lambda: (
+                                     os.setsid(), fcntl.ioctl(terminal, termios.TIOCSCTTY, 0)))
+        self.addCleanup(shell.communicate)
+        self.addCleanup(os.write, user, b"\x11")
+        shell.stdin.write("CALL xp_cmdshell('sleep 1; exit 7');\n")
+        shell.stdin.flush()
+        os.read(user, 1)
+        os.write(user, b"\x13")
+        self.assertTrue(select.select([shell.stdout], [], [], 10)[0])
 
     def test_ends_a_search_for_a_name(self):
         """In a network of its own, whose name server listens and says nothing."""

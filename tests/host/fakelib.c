@@ -1,5 +1,6 @@
 /* A procedure library that tries out the host's side. Its parameters: 1 IN, 2 OUT. */
 
+#include <errno.h>
 #include <semaphore.h>
 #include <signal.h>
 #include <stdatomic.h>
@@ -34,6 +35,7 @@ void extfn_cancel(void* cancel_handle) {
     sem_post(&record->cancelled);
     usleep(2000);
     atomic_store(&record->touched, 1);
+    errno = ESRCH;
 }
 
 static int16_t set(an_extfn_api* api, void* handle, uint32_t number, const char* text,

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -50,6 +51,13 @@ bool has_key(int which, char key) {
 bool understands_escapes() {
     const char* term = getenv("TERM");
     return term != nullptr && *term != '\0' && strcmp(term, "dumb") != 0;
+}
+
+// Not one that its user has stopped by Ctrl-S: who wrote to it would wait, and the call's end with
+// it.
+bool takes_output() {
+    pollfd descriptor{terminal, POLLOUT, 0};
+    return poll(&descriptor, 1, 0) == 1;
 }
 
 std::string elapsed_text(std::chrono::milliseconds elapsed) {
@@ -132,6 +140,7 @@ void Progress::_draw() {
 
 // The cursor comes back to where it was, so what others write goes where it would have gone.
 void Progress::_put(std::string text) {
+    if (!takes_output()) return;
     const std::size_t width = terminal_width();
     text.resize(std::min(text.size(), width - 1));
     _widest = std::max(_widest, text.size());

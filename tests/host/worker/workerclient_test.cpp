@@ -213,6 +213,17 @@ TEST_F(Worker, lives_on_when_a_command_is_cancelled_before_it_starts) {
     const std::vector<pid_t> worker = children_of(getpid());
     for (int i = 0; i < 20; ++i) run_cancelled(*product);
     for (int i = 0; i < 20; ++i) run_cancelled(*worker_with(PRODUCT));
+    // A cancel that is late does not take the place of the next one.
+    kill(worker[0], SIGSTOP);
+    Call late(*product, "xp_cmdshell", {"true"});
+    late.cancel();
+    EXPECT_EQ("", late.run());
+    std::thread waker([&] {
+        std::this_thread::sleep_for(50ms);
+        kill(worker[0], SIGCONT);
+    });
+    run_cancelled(*product);
+    waker.join();
     // A call that is not made was not cancelled, whatever became of the last one.
     const Procedure missing = declared("fake_missing");
     CallFrame frame(*product, missing, 1);
@@ -266,15 +277,18 @@ TEST_F(Worker, dies_at_the_cost_of_one_call) {
     int killed = 0;
     std::thread killer([&, self = getpid()] {
         std::mt19937 moments(2);
+        pid_t victim = 0;
         while (killed < kills) {
             std::this_thread::sleep_for(std::chrono::microseconds(moments() % 12000));
             std::vector<pid_t> family = children_of(self);
             if (family.empty()) continue;
             const std::vector<pid_t> served = children_of(family[0]);
             family.insert(family.end(), served.begin(), served.end());
-            kill(family[moments() % family.size()], moments() % 2 == 0 ? SIGKILL : SIGSEGV);
+            victim = family[moments() % family.size()];
+            kill(victim, moments() % 2 == 0 ? SIGKILL : SIGSEGV);
             ++killed;
         }
+        while (state_of(victim).lives) std::this_thread::sleep_for(1ms);
         over = true;
     });
     int errors = 0;
@@ -297,6 +311,8 @@ TEST_F(Worker, dies_at_the_cost_of_one_call) {
                                                       "\\(.*\\)|has ended.*))"));
     }
     killer.join();
+    // The last kill costs this one, if it has cost none.
+    Call(*product, "xp_cmdshell", {"true"}).run();
     EXPECT_LE(errors, kills);
     EXPECT_GT(errors, 0);
     EXPECT_EQ(3, shell(*product, "exit 3"));
