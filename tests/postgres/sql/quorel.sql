@@ -89,6 +89,10 @@ SELECT xp_sprintf('%s', 'Grüße'), xp_scanf('é b', '%1c %s');
 SELECT xp_write_file(:'files' || '/in/Grüße', 'ü'), xp_read_file(:'files' || '/in/Grüße');
 SELECT xp_sprintf('%s', '€');
 \c regression
+-- A list that was there before the module and is none allows nothing.
+SET quorel.read_paths = 'files';
+SELECT xp_read_file('/etc/passwd');
+SET quorel.read_paths = 'files';
 DROP DATABASE latin1;
 DROP FUNCTION may, bytes, copied;
 DROP EXTENSION quorel;
