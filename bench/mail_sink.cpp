@@ -1,8 +1,8 @@
-// mail_sink: the server of bench/smtpsink.h as a program. Prints its port, and at the end of its
-// standard input how many messages it took.
+// mail_sink [MILLISECONDS]: the server of bench/smtpsink.h as a program, which may take so long for
+// each answer. Prints its port, and ends with its standard input.
 //
-// mail_sink LIBRARY WORKER MESSAGES BYTES: prints instead how many messages a second the library
-// gives it over one session, in this process and in a worker.
+// mail_sink MILLISECONDS LIBRARY WORKER MESSAGES BYTES: prints instead how many messages a second
+// the library gives it over one session, in this process and in a worker.
 
 #include <chrono>
 #include <cstdio>
@@ -21,6 +21,19 @@
 namespace {
 
 using namespace host;
+
+class SlowSink : public SMTPSink {
+  public:
+    explicit SlowSink(int milliseconds) : _pause(milliseconds) {}
+
+  private:
+    const char* answer(int fd, char verb) override {
+        std::this_thread::sleep_for(_pause);
+        return SMTPSink::answer(fd, verb);
+    }
+
+    const std::chrono::milliseconds _pause;
+};
 
 void call(const Engine& engine, const char* procedure, const std::vector<std::string>& arguments) {
     CallFrame frame(engine, *find_procedure(procedure), 1);
@@ -43,12 +56,12 @@ double messages_a_second(const Engine& engine, int port, int messages, const std
 
 void measure(int port, char** argv) {
     std::string error;
-    const int messages = std::atoi(argv[3]);
-    const std::string text(static_cast<std::size_t>(std::atoi(argv[4])), 't');
-    const Library here = Library::load(argv[1], error);
+    const int messages = std::atoi(argv[4]);
+    const std::string text(static_cast<std::size_t>(std::atoi(argv[5])), 't');
+    const Library here = Library::load(argv[2], error);
     if (!here.loaded()) std::abort();
     std::printf("%.0f %.0f\n", messages_a_second(here, port, messages, text),
-                messages_a_second(WorkerClient({argv[1], argv[2]}), port, messages, text));
+                messages_a_second(WorkerClient({argv[2], argv[3]}), port, messages, text));
 }
 
 void serve_until_end_of_input(SMTPSink& sink) {
@@ -62,13 +75,12 @@ void serve_until_end_of_input(SMTPSink& sink) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    SMTPSink sink;
+    SlowSink sink(argc > 1 ? std::atoi(argv[1]) : 0);
     std::thread server([&sink] { sink.run(); });
-    if (argc == 5)
+    if (argc == 6)
         measure(sink.port(), argv);
     else
         serve_until_end_of_input(sink);
     sink.stop();
     server.join();
-    if (argc != 5) std::printf("%ld\n", sink.messages());
 }

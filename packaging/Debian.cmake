@@ -17,6 +17,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_PRE_BUILD_SCRIPTS "${CMAKE_CURRENT_LIST_DIR}/documents.cmake")
 set(CPACK_QUOREL_SOURCE "${PROJECT_SOURCE_DIR}")
+set(CPACK_QUOREL_BINDIR "${CMAKE_INSTALL_FULL_BINDIR}")
 if(QUOREL_BITS EQUAL 32)
   set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE i386)
   # dpkg-shlibdeps knows the libraries of the machine's own architecture only; tools/package checks this.
@@ -73,6 +74,13 @@ is an SQL shell over SQLite, xpcall is for scripts.")
     SUMMARY "quorel procedures as an extension for SQLite"
     TEXT "Gives sqlite3, or any other program that loads extensions into SQLite, the
 procedures of libquorel as functions: SELECT xp_sendmail(...).")
+  if(TARGET quorel-outbox)
+    package(outbox NAME quorel-outbox SECTION mail DEPENDS "libquorel ${this_version}"
+      SUMMARY "sends the mail that waits in a database"
+      TEXT "A daemon over an outbox in SQLite or PostgreSQL: a mail that was queued by an
+INSERT goes out after the commit, is tried again while the mail server is away,
+and the tables say what became of it.")
+  endif()
   if(TARGET quorel_postgres)
     get_target_property(postgres quorel_postgres POSTGRES_VERSION)
     package(postgresql NAME postgresql-${postgres}-quorel SECTION database

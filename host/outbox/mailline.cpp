@@ -126,7 +126,7 @@ Called MailLine::open(const Account& account, const ComposedMail& mail) {
     if (!arguments.good()) return {Called::How::Refused, 0, arguments.error()};
 
     _engine.set_deadline(deadline_of(account, waits_of_start, 0));
-    const Called called = _call(frame, procedure);
+    Called called = _call(frame, procedure);
     if (called.returned() == 0) _open = Open{account, mail.sender, mail.sender_name};
     return called;
 }

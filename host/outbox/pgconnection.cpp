@@ -17,14 +17,16 @@ constexpr std::chrono::seconds longest_connect{20};
 constexpr std::chrono::seconds longest_operation{60};
 constexpr int tries = 5;
 
-// What a connection needs to be: nobody else's names, outcomes that last, and plans that are made
-// for a large queue however small it was when they were made.
+// What a connection needs to be: nobody else's names, outcomes that last, plans that are made for a
+// large queue however small it was when they were made, and no long wait for somebody who holds a
+// row, in which all others' outcomes would wait as well.
 constexpr const char* settings =
     "SELECT pg_catalog.set_config('search_path', 'pg_catalog, pg_temp', false),"
     " pg_catalog.set_config('synchronous_commit', CASE pg_catalog.current_setting("
     "'synchronous_commit') WHEN 'off' THEN 'on' ELSE pg_catalog.current_setting("
     "'synchronous_commit') END, false),"
     " pg_catalog.set_config('default_transaction_isolation', 'read committed', false),"
+    " pg_catalog.set_config('lock_timeout', '5s', false),"
     " pg_catalog.set_config('plan_cache_mode', 'force_generic_plan', false),"
     " pg_catalog.set_config('enable_seqscan', 'off', false),"
     " pg_catalog.set_config('jit', 'off', false)";
@@ -196,6 +198,7 @@ PgConnection::Ended PgConnection::_collect(std::size_t count, std::vector<PgRows
         if (PQresultStatus(result) == PGRES_PIPELINE_SYNC) break;
         if (i == count) return Ended::Failed;  // the end of the transaction failed
         if (!_next(end, deadline, error)) return Ended::Failed;
+        PQclear(end);  // null
     }
     if (PQexitPipelineMode(_connection) == 0) return Ended::Failed;
     if (error.empty()) return Ended::Done;

@@ -17,9 +17,6 @@ using Clock = std::chrono::steady_clock;
 // Messages that are loaded at once take so much together, or are alone.
 constexpr std::uint64_t most_loaded = std::uint64_t{1} << 20;
 
-// A daemon that tries an account that was away has so long to find out, or another one does.
-constexpr Pause longest_probe = std::chrono::minutes(2);
-
 std::string via(const Account& account, const std::string& words) {
     return account.name + ": " + words;
 }
@@ -81,20 +78,21 @@ bool Sender::_load() {
         }))
         return false;
     for (Message& message : messages) _loaded.emplace(message.id, std::move(message));
-    _sort_by_sender(waiting.begin(), end);
+    _sort_by_sender(static_cast<std::size_t>(end - waiting.begin()));
     return true;
 }
 
 // A session has one sender: those of one come in a row.
-void Sender::_sort_by_sender(std::deque<Delivery>::iterator begin,
-                             std::deque<Delivery>::iterator end) {
+void Sender::_sort_by_sender(std::size_t count) {
+    std::deque<Delivery>& waiting = _claims.waiting();
     const auto sender_of = [this](const Delivery& delivery) {
         const auto found = _loaded.find(delivery.message);
         return found == _loaded.end()
                    ? std::tuple<Text, Text, Text>()
                    : std::tuple(delivery.account, found->second.sender, found->second.sender_name);
     };
-    std::stable_sort(begin, end, [&sender_of](const Delivery& a, const Delivery& b) {
+    const auto end = waiting.begin() + static_cast<long>(count);
+    std::stable_sort(waiting.begin(), end, [&sender_of](const Delivery& a, const Delivery& b) {
         return sender_of(a) < sender_of(b);
     });
 }
@@ -145,11 +143,11 @@ Account* Sender::_choose_account() {
     return nullptr;
 }
 
-// Other daemons stay away meanwhile.
+// Other daemons stay away meanwhile; should this one die, for no longer than it holds its claims.
 bool Sender::_may_probe(const Account& account) {
     bool mine = false;
     return _store.try_once([&](Store& store, std::string& error) {
-        return store.account_probe(account.name, longest_probe, mine, error);
+        return store.account_probe(account.name, _shared.rules.lease, mine, error);
     }) && mine;
 }
 
@@ -239,9 +237,11 @@ void Sender::_judge(const Ready& ready, int attempt, const Called& called) {
 
 void Sender::_try_again(const Ready& ready, Finish finish, bool fresh) {
     const Delivery& delivery = _claims.current();
-    if (delivery.attempts_left <= 1)
-        return _fail(std::move(finish), finish.reason + "; that was the last of " +
-                                            std::to_string(delivery.attempts + 1) + " attempts");
+    if (delivery.attempts_left <= 1) {
+        std::string reason = finish.reason + "; that was the last of " +
+                             std::to_string(delivery.attempts + 1) + " attempts";
+        return _fail(std::move(finish), std::move(reason));
+    }
     _shared.counters.count(Counts::Again);
     const unsigned rounds = rounds_after(delivery, *ready.account, _accounts);
     finish.outcome = Outcome::Again;
@@ -253,7 +253,10 @@ void Sender::_split(const Ready& ready, Finish finish) {
     const Delivery& delivery = _claims.current();
     const std::vector<std::string>& all =
         delivery.recipients.empty() ? ready.mail.recipients : delivery.recipients;
-    if (all.size() < 2) return _fail(std::move(finish), finish.reason);
+    if (all.size() < 2) {
+        std::string reason = finish.reason;
+        return _fail(std::move(finish), std::move(reason));
+    }
     const auto middle = all.begin() + static_cast<long>(all.size() / 2);
     finish.outcome = Outcome::Split;
     finish.first_half.assign(all.begin(), middle);

@@ -34,7 +34,7 @@ class Sender {
     };
 
     bool _load();
-    void _sort_by_sender(std::deque<Delivery>::iterator begin, std::deque<Delivery>::iterator end);
+    void _sort_by_sender(std::size_t count);
     [[nodiscard]] bool _is_loaded(const Delivery& delivery) const;
     std::optional<Message> _take(const Delivery& delivery);
     bool _send(Message& message);

@@ -25,6 +25,7 @@ using Kind = SqliteTransaction::Kind;
 
 // How often the file is looked at for another connection's commits.
 constexpr Pause look_interval{50};
+
 // An SQLite modifier that adds what follows to a moment.
 std::string in_seconds(Pause pause) {
     constexpr double milliseconds = 1000;

@@ -30,11 +30,11 @@ FAST = 1.0  # how long a call may go on that is to end
 
 def setUpModule():
     global SERVER, POOL
+    POOL = concurrent.futures.ThreadPoolExecutor()
+    unittest.addModuleCleanup(POOL.shutdown)  # after the server's end, which ends all calls
     SERVER = server_with_extension(BITS, BUILD, PRODUCT)
     unittest.addModuleCleanup(SERVER.close)
     SERVER.start()
-    POOL = concurrent.futures.ThreadPoolExecutor()
-    unittest.addModuleCleanup(POOL.shutdown)
 
 
 class Session:
@@ -172,12 +172,22 @@ class PostgresTest(unittest.TestCase):
             self.assertEqual([], server.started())
 
     @unittest.skipUnless(WORKER, "for workers")
+    def test_other_sessions_need_not_wait_for_a_call(self):
+        call = self.session.begin("SELECT xp_cmdshell('sleep 60')")
+        self.root.run("SET statement_timeout = '5s'")
+        self.assertEqual((), self.root.run("CREATE DATABASE other"))
+        self.assertEqual((), self.root.run("DROP DATABASE other"))
+        self.root.run(f"SELECT pg_cancel_backend({self.session.pid})")
+        self.assertEqual("57014", call.result(5))
+
+    @unittest.skipUnless(WORKER, "for workers")
     def test_a_worker_that_dies_is_an_error_of_its_session(self):
         other = self.open()
         busy = other.begin("SELECT xp_cmdshell('sleep 2')")
         for which in (0, 1):  # the guard, and below it the process that makes the calls
             call = self.session.begin("SELECT xp_cmdshell('sleep 60')")
-            os.kill(until(lambda: SERVER.started(self.session.pid)[which:], 5, "a worker")[0], signal.SIGSEGV)
+            until(lambda: len(SERVER.started(self.session.pid)) > 2, 5, "the command")
+            os.kill(SERVER.started(self.session.pid)[which], signal.SIGSEGV)
             self.assertEqual("38000", call.result(5))
             self.assertEqual((3,), self.session.run("SELECT xp_cmdshell('exit 3')"))
         self.assertEqual((0,), busy.result(10))

@@ -5,8 +5,8 @@ refuses to run as root, so root's servers run as `postgres`; that account needs 
 since all that the server loads is copied. PostgreSQL finds its folders as seen from its own program, so
 that an extension is installed here without touching the machine's server.
 """
-import glob
 import os
+import select
 import shutil
 import signal
 import subprocess
@@ -23,12 +23,13 @@ SETTINGS = {"listen_addresses": "", "fsync": "off", "jit": "off",
             "dynamic_shared_memory_type": "mmap", "shared_buffers": "16MB", "max_connections": "80",
             "autovacuum": "off", "log_line_prefix": "%p %e "}
 # The server's parent, which is there before the folder has anything in it. It ends when its standard
-# input does, however the script ends, and leaves nothing; an immediate shutdown waits for no backend.
+# input does, however the script ends, and leaves nothing; an immediate shutdown waits for no backend. No
+# child of the script's, since CTest kills those as well. Its standard output ends with it.
 GUARD = """
 cd "$1" && shift && read -r _ &&
     "$@" initdb -D data -U postgres -A trust -E UTF8 --locale=C --no-sync >&2 &&
     cat settings >>data/postgresql.conf && {
-        (cd data && exec "$@" postgres -D .) & server=$!
+        (cd data && exec "$@" postgres -D . >&2) & server=$!
         read -r _
         kill -QUIT $server 2>/dev/null
         wait $server
@@ -72,9 +73,12 @@ class ScratchServer:
         as_account = ["env"]
         if os.geteuid() == 0:
             as_account = ["setpriv", "--reuid=postgres", "--regid=postgres", "--clear-groups"]
-        self.guard = subprocess.Popen(
-            ["/bin/sh", "-c", GUARD, "sh", self.folder, *as_account], stdin=subprocess.PIPE,
-            stdout=self.log_file, stderr=self.log_file, start_new_session=True, env=environment)
+        commands, self.commands = os.pipe()
+        self.end, end = os.pipe()
+        subprocess.run(["setsid", "--fork", "/bin/sh", "-c", GUARD, "sh", self.folder, *as_account],
+                       stdin=commands, stdout=end, stderr=self.log_file, env=environment, check=True)
+        os.close(commands)
+        os.close(end)
         self.files = self.path("files")
         os.mkdir(self.files)
         for part in PARTS[bits]:
@@ -99,13 +103,12 @@ class ScratchServer:
         if os.geteuid() == 0:
             for name in (self.folder, self.files):
                 shutil.chown(name, "postgres", "postgres")
-        self.guard.stdin.write(b"start\n")
-        self.guard.stdin.flush()
+        os.write(self.commands, b"start\n")
         until(self._ready, 60, "a server that starts")
         return self
 
     def _ready(self):
-        if self.guard.poll() is not None:
+        if self._has_ended(0):
             raise RuntimeError("the server did not start:\n" + self.log())
         try:
             with open(self.path("data/postmaster.pid")) as file:
@@ -159,9 +162,14 @@ class ScratchServer:
         until(lambda: not self.running(), 60, "a fast shutdown")
         return time.monotonic() - begin
 
+    def _has_ended(self, seconds):
+        return bool(select.select([self.end], [], [], seconds)[0])
+
     def close(self):
-        self.guard.stdin.close()
-        self.guard.wait(60)
+        os.close(self.commands)
+        if not self._has_ended(60):
+            raise TimeoutError("the server does not end")
+        os.close(self.end)
         self.log_file.close()
 
     def __enter__(self):

@@ -99,8 +99,8 @@ class Backend(threading.Thread):
                 self.call(*self.choose())
                 if self.first is None and count >= CALLS // 4:
                     self.first = self.weigh()
+            last = self.weigh()
             if self.first is not None:
-                last = self.weigh()
                 self.growth = last[0] - self.first[0]
                 if last[1] > self.first[1]:
                     self.faults.append(f"{last[1]} descriptors, not {self.first[1]}")
@@ -126,6 +126,7 @@ class Backend(threading.Thread):
             ("SELECT xp_stopsmtp()", None)))
 
     def call(self, sql, expected):
+        """Whether it was answered."""
         try:
             with self.connection.cursor() as cursor:
                 cursor.execute(sql)
@@ -133,6 +134,7 @@ class Backend(threading.Thread):
             self.outcomes["answered"] += 1
             if expected is not None and value not in expected:
                 self.faults.append(f"{sql}: {value}")
+            return True
         except psycopg2.Error as error:
             if self.connection.closed:
                 self.outcomes["told to end"] += 1
@@ -145,13 +147,24 @@ class Backend(threading.Thread):
                 self.outcomes[f"error {error.pgcode}"] += 1
                 if expected:
                     self.faults.append(f"{sql}: {error}")
+        return False
 
     def weigh(self):
-        """KiB of memory and number of descriptors, without a mail session."""
-        self.call("SELECT xp_stopsmtp()", None)
+        """KiB of memory and number of descriptors, with a worker and without a mail session."""
+        while True:
+            try:
+                if self.call("SELECT xp_stopsmtp()", None):
+                    return self.look()
+            except FileNotFoundError:  # told to end meanwhile
+                pass
+
+    def look(self):
         with open(f"/proc/{self.pid}/status") as file:
             [memory] = [int(line.split()[1]) for line in file if line.startswith("RssAnon")]
-        return memory, len(os.listdir(f"/proc/{self.pid}/fd"))
+        folder = f"/proc/{self.pid}/fd"
+        opened = [os.readlink(os.path.join(folder, name)) for name in os.listdir(folder)]
+        # The server keeps as many of its own files open as it likes.
+        return memory, sum(not name.startswith(self.server.path("data")) for name in opened)
 
 
 def main():
