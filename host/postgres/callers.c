@@ -20,8 +20,10 @@ static bool is_autovacuum(void) {
 static bool is_stored(const FmgrInfo* function) {
     const Node* expression = function != NULL ? function->fn_expr : NULL;
 
-    return expression != NULL && IsA(expression, FuncExpr) &&
-           ((const FuncExpr*)expression)->location < 0;
+    if (expression == NULL) return false;
+    /* A procedure can be an operator's function, but none of those that give a boolean. */
+    if (IsA(expression, OpExpr)) return ((const OpExpr*)expression)->location < 0;
+    return IsA(expression, FuncExpr) && ((const FuncExpr*)expression)->location < 0;
 }
 
 void quorel_refuse_strange_callers(FunctionCallInfo fcinfo, const char* procedure) {

@@ -15,6 +15,7 @@ thread_local pid_t parent = 0;
 void leave_group() {
     if (parent == 0) return;
     setpgid(0, 0);
+    close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     // It may have ended before it was to be told of.
     if (getppid() != parent) _exit(127);

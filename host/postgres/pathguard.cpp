@@ -83,12 +83,12 @@ Descriptor open_from(int folder, const std::string& way, int flags, mode_t mode)
     return cannot ? open_by_steps(folder, way, flags, mode) : std::move(file);
 }
 
-Descriptor open_or_create(int folder, const std::string& way, IfMissing if_missing) {
+Descriptor open_or_create(int folder, const std::string& way, int flags, IfMissing if_missing) {
     // Somebody else may create it first, and remove it again.
     constexpr int most_attempts = 10;
     Descriptor file;
     for (int i = 0; i < most_attempts; ++i) {
-        file = open_from(folder, way, O_PATH, 0);
+        file = open_from(folder, way, flags, 0);
         if (file.is_open() || errno != ENOENT || if_missing == IfMissing::Leave) break;
         // Without O_EXCL a link could be there by now, and a FIFO could be waited for.
         file = open_from(folder, way, O_WRONLY | O_CREAT | O_EXCL, new_file_mode);
@@ -104,12 +104,17 @@ Found open_below(std::span<const char* const> folders, std::string_view name, If
     const std::string whole =
         name.starts_with('/') ? std::string(name) : current_folder().append("/").append(name);
     const Parts parts = parts_of(whole);
+    const bool is_folder = whole.ends_with('/') || whole.ends_with("/.");
+    const int flags = is_folder ? O_PATH | O_DIRECTORY : O_PATH;
+    if (is_folder) if_missing = IfMissing::Leave;
+    file = {};
     Found found = Found::Outside;
     for (const char* folder : folders) {
         const std::optional<std::string> way = way_from(parts_of(folder), parts);
         if (!way) continue;
         const Descriptor top = open_file(folder, O_PATH | O_DIRECTORY);
-        if (top.is_open()) file = above_standard(open_or_create(top.number(), *way, if_missing));
+        if (top.is_open())
+            file = above_standard(open_or_create(top.number(), *way, flags, if_missing));
         if (file.is_open()) return Found::Opened;
         if (!top.is_open() || (errno != EXDEV && errno != ELOOP)) found = Found::Missing;
     }

@@ -14,29 +14,32 @@ static char* read_paths = NULL;
 static char* write_paths = NULL;
 static bool allow_plaintext_auth = false;
 
+static bool defining = false; /* the settings, whose values may have been there before */
+
 /* Splits a list of folders, in which a name with a comma or blanks stands in double quotes. `text`
- * is changed, and the names point into it. */
+ * is changed, and the names point into it. False for what is no such list. */
 static bool split_folders(char* text, List** folders) {
-    return SplitDirectoriesString(text, ',', folders);
+    ListCell* cell;
+
+    if (!SplitDirectoriesString(text, ',', folders)) return false;
+    foreach (cell, *folders) /* One that is longer has been cut, and is another folder now. */
+        if (!is_absolute_path((const char*)lfirst(cell)) || strlen(lfirst(cell)) >= MAXPGPATH - 1)
+            return false;
+    return true;
 }
 
+/* A value that was there before the module would be replaced by the default, and that means any
+ * folder. So it stays, whatever it is, for calls to be refused. */
 static bool check_folders(char** value, void** extra, GucSource source) {
     char* text = pstrdup(*value);
     List* folders = NIL;
-    ListCell* cell;
-    bool all_fit = true;
+    const bool accepted = split_folders(text, &folders) || defining;
 
-    if (!split_folders(text, &folders)) {
-        GUC_check_errdetail("List syntax is invalid.");
-        return false;
-    }
-    foreach (cell, folders) /* One that is longer has been cut, and is another folder now. */
-        if (!is_absolute_path((const char*)lfirst(cell)) || strlen(lfirst(cell)) >= MAXPGPATH - 1)
-            all_fit = false;
     list_free_deep(folders);
     pfree(text);
-    if (!all_fit) GUC_check_errdetail("Each folder needs an absolute path.");
-    return all_fit;
+    if (!accepted)
+        GUC_check_errdetail("It takes folders with absolute paths, separated by commas.");
+    return accepted;
 }
 
 static QuorelFolders current_folders(const char* setting, const char* value) {
@@ -46,7 +49,9 @@ static QuorelFolders current_folders(const char* setting, const char* value) {
     const char** names;
 
     if (!split_folders(pstrdup(value), &folders))
-        elog(ERROR, "%s has changed its value", setting); /* none would mean any */
+        ereport(ERROR, (errcode(ERRCODE_INSUFFICIENT_PRIVILEGE),
+                        errmsg("%s is no list of folders: \"%s\"", setting, value),
+                        errhint("It takes folders with absolute paths, separated by commas.")));
     names = palloc(sizeof(char*) * (Size)(list_length(folders) + 1));
     foreach (cell, folders) names[allowed.count++] = lfirst(cell);
     allowed.folders = names;
@@ -68,6 +73,7 @@ QuorelSettings* quorel_current_settings(void) {
 }
 
 void quorel_define_settings(void) {
+    defining = true;
     DefineCustomStringVariable("quorel.library", "File of the procedure library.",
                                "Empty: libquorel_static.so beside the extension's module.",
                                &library, "", PGC_SUSET, 0, NULL, NULL, NULL);
@@ -87,6 +93,7 @@ void quorel_define_settings(void) {
                              "Lets callers send passwords over the network in the clear.",
                              "On: where the argument of this name asks for it.",
                              &allow_plaintext_auth, false, PGC_SUSET, 0, NULL, NULL, NULL);
+    defining = false;
 #if PG_VERSION_NUM >= 150000
     MarkGUCPrefixReserved("quorel");
 #else

@@ -75,6 +75,8 @@ TEST_P(PathGuard, nothing_leads_out) {
         {"allowed/none", Found::Missing},
         {"allowed/none/file", Found::Missing},
         {"allowed/file/file", Found::Missing},
+        {"allowed/file/", Found::Missing},
+        {"allowed/sub/.", Found::Opened},
         {"there-is-none/file", Found::Missing},
         {"secret", Found::Outside},
         {"allowed-not/file", Found::Outside},
@@ -103,6 +105,7 @@ TEST_P(PathGuard, a_new_file_is_made_in_the_folder_alone) {
     EXPECT_TRUE(std::filesystem::is_empty(allowed + "/sub/new"));
     EXPECT_EQ(Found::Opened, open(allowed + "/sub/file", IfMissing::Create));
     EXPECT_EQ("allowed/sub/file", bytes_of(name_of(file)));
+    EXPECT_EQ(Found::Missing, open(allowed + "/folder/", IfMissing::Create));
     EXPECT_EQ(Found::Outside, open(allowed + "/up/new", IfMissing::Create));
     std::filesystem::create_symlink("../new", allowed + "/dangling");
     EXPECT_NE(Found::Opened, open(allowed + "/dangling", IfMissing::Create));

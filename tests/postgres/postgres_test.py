@@ -196,7 +196,8 @@ class PostgresTest(unittest.TestCase):
         self.root.run("CREATE ROLE mallory LOGIN; CREATE ROLE operator LOGIN IN ROLE"
                       " pg_execute_server_program, pg_read_all_data, pg_write_all_data")
         self.addCleanup(self.session.run, "DROP OWNED BY mallory; DROP ROLE mallory, operator")
-        self.session.run("GRANT CREATE ON SCHEMA public TO mallory")
+        self.session.run("GRANT CREATE ON SCHEMA public TO mallory; CREATE OPERATOR !@ (FUNCTION = xp_cmdshell,"
+                         " LEFTARG = text, RIGHTARG = text)")
         mallory = self.open("mallory")
         made = self.file("made")
         call = f"xp_cmdshell('touch {made}')"
@@ -206,6 +207,7 @@ class PostgresTest(unittest.TestCase):
         insert, everybody = "INSERT INTO t VALUES (1)", ("mallory", "operator", "postgres")
         for name, users, schema, sql in (
                 ("view", everybody, f"CREATE VIEW t AS SELECT {call}", "SELECT * FROM t"),
+                ("operator", everybody, f"CREATE VIEW t AS SELECT 'touch {made}' !@ NULL", "SELECT * FROM t"),
                 ("rule", everybody, f"{table} CREATE RULE r AS ON INSERT TO t DO ALSO SELECT {call}", insert),
                 ("check", everybody, f"CREATE TABLE t(a int CHECK ({call} >= 0))", insert),
                 ("default", everybody, f"CREATE TABLE t(a int, b int DEFAULT {call})", insert),

@@ -45,6 +45,8 @@ SELECT xp_read_file(:'files' || '/none'), xp_write_file(:'files' || '/none/f', '
 SELECT xp_read_file(NULL);
 SELECT xp_write_file(NULL, 'text'), xp_write_file(:'files' || '/f', NULL::text);
 SELECT xp_cmdshell(NULL);
+-- A command has none of the backend's connections.
+SELECT xp_cmdshell('for f in /proc/$$/fd/*; do ! test -S $f || exit 1; done');
 SELECT xp_sprintf('%s-%5s|', 'a', 'b'), xp_sprintf('plain'), length(xp_sprintf('%s', repeat('x', 300)));
 SELECT xp_sprintf(NULL), xp_sprintf('%s', NULL), xp_sprintf('%s', VARIADIC NULL);
 SELECT xp_sprintf('%s', VARIADIC array_fill('a'::text, '{51}'));
@@ -87,6 +89,10 @@ SELECT xp_sprintf('%s', 'Grüße'), xp_scanf('é b', '%1c %s');
 SELECT xp_write_file(:'files' || '/in/Grüße', 'ü'), xp_read_file(:'files' || '/in/Grüße');
 SELECT xp_sprintf('%s', '€');
 \c regression
+-- A list that was there before the module and is none allows nothing.
+SET quorel.read_paths = 'files';
+SELECT xp_read_file('/etc/passwd');
+SET quorel.read_paths = 'files';
 DROP DATABASE latin1;
 DROP FUNCTION may, bytes, copied;
 DROP EXTENSION quorel;
