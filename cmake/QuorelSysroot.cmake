@@ -39,13 +39,16 @@ function(quorel_dependency name)
 endfunction()
 
 quorel_dependency(quorel_sqlite_dep HEADER sqlite3.h LIBRARIES libsqlite3.a SYSTEM m dl pthread)
-# A library of the system's own, which has Kerberos and LDAP below it; 64-bit only.
+# Libraries of the system's own in what is packaged, which is 64-bit: libpq has Kerberos and LDAP below
+# it, and libidn2 a licence that lets its users replace it.
 if(QUOREL_BITS EQUAL 64)
   quorel_dependency(quorel_pq_dep HEADER postgresql/libpq-fe.h LIBRARIES libpq.so)
+  quorel_dependency(quorel_idn2_dep HEADER idn2.h LIBRARIES libidn2.so)
+else()
+  quorel_dependency(quorel_idn2_dep HEADER idn2.h LIBRARIES libidn2.a libunistring.a)
 endif()
 quorel_dependency(quorel_libedit_dep HEADER editline/readline.h
   LIBRARIES libedit.a libtinfo.a libbsd.a libmd.a)
-quorel_dependency(quorel_idn2_dep HEADER idn2.h LIBRARIES libidn2.a libunistring.a)
 quorel_dependency(quorel_crypto_dep HEADER openssl/evp.h LIBRARIES libcrypto.a SYSTEM dl pthread)
 quorel_dependency(quorel_ssl_dep HEADER openssl/ssl.h LIBRARIES libssl.a libcrypto.a SYSTEM dl pthread)
 # Debian ships Google Benchmark as a shared library only.

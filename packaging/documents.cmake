@@ -1,6 +1,6 @@
 # What Debian wants of a package besides its files: in every component that CPack has staged, the manual
-# pages compressed, a copyright file, a changelog, and why lintian is to overlook something. The same sources give the same bytes, as packages
-# of several architectures must that are installed together.
+# pages compressed, a copyright file, a changelog, and why lintian is to overlook something. The same
+# sources give the same bytes, as packages of several architectures must that are installed together.
 
 function(compress file)
   execute_process(COMMAND gzip -9n "${file}" COMMAND_ERROR_IS_FATAL ANY)
