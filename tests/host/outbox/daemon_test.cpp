@@ -242,8 +242,14 @@ TEST(Metrics, hold_any_name_and_replace_the_file_at_once) {
     const ScratchFolder folder;
     const std::string file = folder.file_with("metrics", "old");
     std::string error;
+    mkfifo((file + '.' + std::to_string(getpid()) + ".new").c_str(), 0600);
+    const mode_t usual = umask(0077);
     ASSERT_TRUE(replace_file(file, text, error)) << error;
+    umask(usual);
     EXPECT_EQ(text, bytes_of(file));
+    struct stat64 status {};
+    ASSERT_EQ(0, stat64(file.c_str(), &status));
+    EXPECT_EQ(0644U, status.st_mode & 0777U);
     EXPECT_FALSE(replace_file(folder.file("none/metrics"), text, error));
     EXPECT_EQ(1, entries(folder.file("").c_str()));
 }
