@@ -169,6 +169,8 @@ TEST_F(SenderTest, accounts_are_tried_in_a_round_with_a_pause_behind_it) {
     delivery.attempts = 1;
     EXPECT_EQ("two", ways_for(delivery, store.account_list)[0]->name);
     EXPECT_EQ(1U, rounds_after(delivery, store.account_list[1], store.account_list));
+    store.account_list[1].away = 1s;
+    EXPECT_EQ(1U, rounds_after(delivery, store.account_list[0], store.account_list));
     delivery.account = "two";
     EXPECT_EQ(1U, ways_for(delivery, store.account_list).size());
     EXPECT_EQ(2U, rounds_after(delivery, store.account_list[1], store.account_list));
