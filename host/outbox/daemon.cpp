@@ -135,8 +135,7 @@ int Daemon::_exit_status() {
         [&figures](Store& store, std::string& error) { return store.figures(figures, error); });
     bool good = told && figures.waiting == 0;
     for (const auto& thread : _threads) good = good && thread->good;
-    for (const Counts::Kind kind : {Counts::Again, Counts::Failed, Counts::Unknown})
-        good = good && counts.ends[kind] == 0;
+    good = good && counts.ends[Counts::Failed] == 0 && counts.put_off == 0;
     return good ? EXIT_DONE : EXIT_NOT_ALL_SENT;
 }
 

@@ -245,7 +245,10 @@ void Sender::_try_again(const Ready& ready, Finish finish, bool fresh) {
     _shared.counters.count(Counts::Again);
     const unsigned rounds = rounds_after(delivery, *ready.account, _accounts);
     finish.outcome = Outcome::Again;
-    if (fresh && rounds > 0) finish.pause = _shared.rules.retries.after(rounds);
+    if (fresh && rounds > 0) {
+        finish.pause = _shared.rules.retries.after(rounds);
+        _shared.counters.count_put_off();
+    }
     _claims.end(std::move(finish));
 }
 
