@@ -76,6 +76,19 @@ class OutboxTest(unittest.TestCase):
         self.once(1)
         self.assertEqual({"sent": 20, "queued": 1}, self.outbox.states())
 
+    def test_one_that_is_put_off_has_its_pauses_beside_any_others(self):
+        """With sessions that stay busy, and with a next account that is away."""
+        self.sql("INSERT INTO {account} (name, host, port, sender, rank) VALUES "
+                 "('last', '127.0.0.1', 1, 'eve@e.test', 9)")
+        self.start("--sessions", "1", "--retry", "60,60")
+        self.outbox.queue_many(range(5))
+        self.queue("a@later.test")
+        for n in range(10, 300, 3):
+            self.outbox.queue_many(range(n, n + 3))
+        until(lambda: self.outbox.states() == {"sent": 296, "queued": 1}, 30, "all others")
+        [(attempts,)] = self.sql("SELECT attempts FROM {delivery} WHERE state = 'queued'")
+        self.assertLessEqual(attempts, 3)
+
     def test_a_password_file_that_others_can_read_is_not_used(self):
         file = os.path.join(self.outbox.folder, "password")
         with open(file, "w") as stream:

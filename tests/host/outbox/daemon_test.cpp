@@ -112,6 +112,29 @@ TEST_F(SenderTest, five_refused_messages_in_a_row_are_a_server_that_is_away) {
     EXPECT_EQ(Outcome::Released, store.ends.back().outcome);
 }
 
+TEST_F(SenderTest, only_a_first_attempt_that_is_not_the_last_shares_a_session) {
+    store.account_list.pop_back();
+    engine.statuses["xp_startsmtp"] = {0, 0, 0, 7};
+    queue();
+    queue();
+    queue().attempts_left = 1;
+    queue().attempts = 1;
+    ASSERT_TRUE(send_all());
+    EXPECT_EQ(4U, store.ends.size());
+    EXPECT_EQ(1U, engine.statuses["xp_startsmtp"].size());
+}
+
+TEST_F(SenderTest, a_mail_that_is_refused_again_makes_no_server_away) {
+    store.account_list.pop_back();
+    store.account_list[0].failures = 3;
+    engine.statuses["xp_sendmail"] = {104, 104, 104, 104, 104, 104, 104};
+    for (int i = 0; i < 7; ++i) queue().attempts = 1;
+    queue();
+    ASSERT_TRUE(send_all());
+    EXPECT_EQ(0, store.away["one"]);
+    EXPECT_EQ(Outcome::Sent, store.ends.back().outcome);
+}
+
 TEST_F(SenderTest, what_was_away_is_back_when_a_message_went) {
     store.account_list[0].failures = 3;
     queue();
