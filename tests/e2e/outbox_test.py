@@ -136,6 +136,19 @@ class OutboxTest(unittest.TestCase):
         self.assertEqual({"sent": 400}, self.outbox.states())
         self.assertLessEqual(self.outbox.relay.copies(), 2)
 
+    @unittest.skipIf(BOX is SqliteBox, "a file does not go away")
+    def test_a_database_that_is_away_for_longer_than_a_lease_costs_no_copy(self):
+        self.outbox.queue_many(range(2000))
+        daemon = self.start()
+        until(lambda: self.outbox.states().get("sent"), 20, "a beginning")
+        self.outbox.box.kill()
+        time.sleep(4)
+        self.outbox.box.start()
+        until(lambda: self.outbox.states() == {"sent": 2000}, 60, "the rest")
+        daemon.terminate()
+        self.assertEqual(0, daemon.wait(20))
+        self.assertEqual(0, self.outbox.relay.copies())
+
     def test_it_tells_what_there_is(self):
         file = os.path.join(self.outbox.folder, "metrics")
         self.queue("a@b.test")
