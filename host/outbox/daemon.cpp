@@ -145,11 +145,12 @@ int Daemon::run() {
         _shared.journal.say(error);
         return EXIT_NOT_STARTED;
     }
-    if (!_start_threads(error)) {
+    if (_start_threads(error)) {
+        tell_service_manager("READY=1");
+    } else {
         _shared.journal.say(error);
         _shared.watch.stop();
     }
-    tell_service_manager("READY=1");
     _wait_for_end();
     return error.empty() ? _exit_status() : EXIT_NOT_STARTED;
 }
