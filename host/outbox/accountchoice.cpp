@@ -19,7 +19,10 @@ unsigned rounds_after(const Delivery& delivery, const Account& account,
                       std::span<const Account> accounts) {
     const auto attempts = static_cast<unsigned>(delivery.attempts) + 1;
     if (delivery.account || accounts.empty()) return attempts;
-    const bool others_left = account.name != accounts.back().name;
+    const auto here = std::ranges::find(accounts, account.name, &Account::name);
+    const bool others_left = std::any_of(here, accounts.end(), [&account](const Account& other) {
+        return other.name != account.name && other.away.count() == 0 && other.full.count() == 0;
+    });
     const auto count = static_cast<unsigned>(accounts.size());
     return others_left ? 0 : (attempts + count - 1) / count;
 }

@@ -14,7 +14,8 @@ namespace host::outbox {
 [[nodiscard]] std::vector<Account*> ways_for(const Delivery& delivery, std::span<Account> accounts);
 
 /// How many rounds through its accounts the delivery will have been on once its attempt through
-/// `account` has failed, where that ends one; 0 where another account of the round is left.
+/// `account` has failed, where that ends one; 0 where another account of the round is left that
+/// could be used.
 [[nodiscard]] unsigned rounds_after(const Delivery& delivery, const Account& account,
                                     std::span<const Account> accounts);
 

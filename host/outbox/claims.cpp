@@ -6,11 +6,12 @@ namespace host::outbox {
 
 bool Claims::take(int limit) {
     std::vector<Delivery> claimed;
-    const bool good = _store.run([&](Store& store, std::string& error) {
+    const auto claim = [&](Store& store, std::string& error) {
         claimed.clear();
         _leased = Clock::now();
         return store.claim(limit, _lease, claimed, error);
-    });
+    };
+    const bool good = _store.run(claim, SteadyStore::Turn::Claims);
     _taken = Clock::now();
     _next_look = _leased + _lease / 3;
     _waiting.assign(std::make_move_iterator(claimed.begin()),
@@ -27,11 +28,12 @@ const Delivery& Claims::next() {
 
 bool Claims::_exchange(std::span<const Begin> begins, std::vector<Begun>& begun) {
     std::vector<bool> held;
-    const bool good = _store.run([&](Store& store, std::string& error) {
+    const auto exchange = [&](Store& store, std::string& error) {
         held.clear();
         begun.clear();
         return store.exchange(_ends, begins, _lease, held, begun, error);
-    });
+    };
+    const bool good = _store.run(exchange, SteadyStore::Turn::Tells);
     _ends.clear();
     return good;
 }

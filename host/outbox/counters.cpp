@@ -9,6 +9,11 @@ void Counters::count(Counts::Kind kind) {
     ++_counts.ends.at(kind);
 }
 
+void Counters::count_put_off() {
+    const std::lock_guard lock(_mutex);
+    ++_counts.put_off;
+}
+
 void Counters::count_sent(std::chrono::duration<double> took,
                           std::chrono::duration<double> since_due) {
     const auto* const bucket =

@@ -24,6 +24,7 @@ struct Counts {
 
     std::array<std::uint64_t, Kinds> ends{};
     std::array<std::uint64_t, bounds.size() + 1> buckets{};  ///< of the sent ones
+    std::uint64_t put_off = 0;                               ///< Again, and not at once
     double seconds = 0;                                      ///< of the sent ones, together
     double waited = 0;  ///< the same from the time on when they were due
 };
@@ -32,6 +33,7 @@ struct Counts {
 class Counters {
   public:
     void count(Counts::Kind kind);
+    void count_put_off();
     /// `took` on the wire, `since_due` in all.
     void count_sent(std::chrono::duration<double> took, std::chrono::duration<double> since_due);
     [[nodiscard]] Counts read() const;

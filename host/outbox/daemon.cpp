@@ -135,8 +135,7 @@ int Daemon::_exit_status() {
         [&figures](Store& store, std::string& error) { return store.figures(figures, error); });
     bool good = told && figures.waiting == 0;
     for (const auto& thread : _threads) good = good && thread->good;
-    for (const Counts::Kind kind : {Counts::Again, Counts::Failed, Counts::Unknown})
-        good = good && counts.ends[kind] == 0;
+    good = good && counts.ends[Counts::Failed] == 0 && counts.put_off == 0;
     return good ? EXIT_DONE : EXIT_NOT_ALL_SENT;
 }
 
@@ -146,11 +145,12 @@ int Daemon::run() {
         _shared.journal.say(error);
         return EXIT_NOT_STARTED;
     }
-    if (!_start_threads(error)) {
+    if (_start_threads(error)) {
+        tell_service_manager("READY=1");
+    } else {
         _shared.journal.say(error);
         _shared.watch.stop();
     }
-    tell_service_manager("READY=1");
     _wait_for_end();
     return error.empty() ? _exit_status() : EXIT_NOT_STARTED;
 }

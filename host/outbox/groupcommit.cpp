@@ -13,8 +13,9 @@ constexpr std::chrono::milliseconds longest_gathering{10};
 }  // namespace
 
 bool GroupCommit::_try(const Operation& operation, std::string& error) {
-    if (!_is_open) _is_open = _store->open(error);
-    if (_is_open) _is_open = operation(*_store, error);
+    if (_is_open && operation(*_store, error)) return true;
+    // The connection may have been lost while nobody used it, as by a database that went and came.
+    _is_open = _store->open(error) && operation(*_store, error);
     return _is_open;
 }
 

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "host/descriptor.h"
@@ -116,9 +117,12 @@ std::string metrics_text(const std::optional<Snapshot>& outbox, const Counts& co
 bool replace_file(const std::string& path, std::string_view text, std::string& error) {
     // The name says whose it is, where several daemons write into one folder.
     const std::string fresh = path + '.' + std::to_string(getpid()) + ".new";
+    // Of a process of this number that was killed; or somebody has put a FIFO there.
+    unlink(fresh.c_str());
+    // Whoever collects figures is another user, and the umask of a service is a strict one.
     constexpr mode_t all_read = 0644;
-    Descriptor file = open_file(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, all_read);
-    if (file.is_open() && write_all(file.number(), text) &&
+    Descriptor file = open_file(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL, all_read);
+    if (file.is_open() && fchmod(file.number(), all_read) == 0 && write_all(file.number(), text) &&
         rename(fresh.c_str(), path.c_str()) == 0)
         return true;
     error = "cannot write " + path + ": " + strerror(errno);

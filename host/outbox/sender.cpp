@@ -29,7 +29,7 @@ std::string via(const Account& account, const std::string& words) {
 
 Sender::Sender(Shared& shared, SteadyStore& store, Claims& claims, MailLine& line)
     : _shared(shared), _store(store), _claims(claims), _line(line) {
-    _line.on_wait = [this] { return _shared.watch.at_once() || !_claims.keep(); };
+    _line.on_wait = [this] { return _cut_short = _has_to_end() || !_claims.keep(); };
 }
 
 bool Sender::send_all() {
@@ -122,7 +122,7 @@ bool Sender::_send(Message& message) {
         return true;
     }
     if (!_compose(message, ready)) return true;
-    if (!_line.is_open_for(*ready.account, ready.mail)) {
+    if (!_has_line_for(ready)) {
         // Before a wait for a server: what was sent is on record.
         if (!_claims.tell()) return false;
         if (!_open_line(ready)) return true;
@@ -175,16 +175,31 @@ bool Sender::_compose(Message& message, Ready& ready) {
     return false;
 }
 
+// A session that served before may have been ended by its server meanwhile. Its failure costs a
+// message its first attempt at most, and never its last: those are made in sessions of their own.
+bool Sender::_has_line_for(const Ready& ready) const {
+    const Delivery& delivery = _claims.current();
+    const bool any_will_do = delivery.attempts == 0 && delivery.attempts_left > 1;
+    return (_fresh || any_will_do) && _line.is_open_for(*ready.account, ready.mail);
+}
+
+// A message is in hand once its attempt is begun.
+bool Sender::_has_to_end() const {
+    return _opening ? _shared.watch.stopping() : _shared.watch.at_once();
+}
+
 bool Sender::_open_line(const Ready& ready) {
     const Account& account = *ready.account;
+    _opening = true;
+    _cut_short = false;
     const Called called = _line.open(account, ready.mail);
+    _opening = false;
     if (verdict_on_start(called.returned()).next == Next::Sent) {
         _fresh = true;
         return true;
     }
     const std::string reason = via(account, called.words);
-    // It was not the server that ended the wait.
-    if (!_shared.watch.at_once()) _went_away(account, reason);
+    if (!_cut_short) _went_away(account, reason);
     _release(reason, called.status);
     return false;
 }
@@ -199,6 +214,7 @@ bool Sender::_attempt(Ready& ready) {
         _release(via(*ready.account, "its limit a minute is reached"));
         return true;
     }
+    _cut_short = false;
     const Clock::time_point start = Clock::now();
     const Called called = _line.send(ready.mail, _claims.current().recipients);
     const Clock::time_point end = Clock::now();
@@ -237,11 +253,20 @@ void Sender::_judge(const Ready& ready, int attempt, const Called& called) {
         finish.attempt = 0;
         _shared.counters.count(Counts::Unknown);
     }
-    // A session that served before may have been ended by its server meanwhile.
-    const bool doubted = verdict.server == Server::Doubtful && fresh && !_shared.watch.at_once();
     const std::string reason = finish.reason;
     _try_again(ready, std::move(finish), fresh);
-    if (doubted && _shared.circuits.doubt(ready.account->name)) _went_away(*ready.account, reason);
+    if (fresh && !_cut_short) _heed_server(ready, verdict.server, reason);
+}
+
+void Sender::_heed_server(const Ready& ready, Server server, const std::string& reason) {
+    const Account& account = *ready.account;
+    if (server == Server::Well) return;
+    if (server == Server::Refusing && _claims.current().attempts > 0) {
+        // No news of a server that could be reached: the mails behind this one are not to wait.
+        if (account.name == _probed) _went_well(account);
+        return;
+    }
+    if (_shared.circuits.doubt(account.name)) _went_away(account, reason);
 }
 
 void Sender::_try_again(const Ready& ready, Finish finish, bool fresh) {
@@ -254,7 +279,10 @@ void Sender::_try_again(const Ready& ready, Finish finish, bool fresh) {
     _shared.counters.count(Counts::Again);
     const unsigned rounds = rounds_after(delivery, *ready.account, _accounts);
     finish.outcome = Outcome::Again;
-    if (fresh && rounds > 0) finish.pause = _shared.rules.retries.after(rounds);
+    if (fresh && rounds > 0) {
+        finish.pause = _shared.rules.retries.after(rounds);
+        _shared.counters.count_put_off();
+    }
     _claims.end(std::move(finish));
 }
 

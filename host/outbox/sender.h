@@ -40,11 +40,14 @@ class Sender {
     bool _send(Message& message);
     Account* _choose_account();
     bool _may_probe(const Account& account);
+    [[nodiscard]] bool _has_to_end() const;
     bool _compose(Message& message, Ready& ready);
+    [[nodiscard]] bool _has_line_for(const Ready& ready) const;
     bool _open_line(const Ready& ready);
     bool _attempt(Ready& ready);
     void _judge(const Ready& ready, int attempt, const Called& called);
     void _try_again(const Ready& ready, Finish finish, bool fresh);
+    void _heed_server(const Ready& ready, Server server, const std::string& reason);
     void _split(const Ready& ready, Finish finish);
 
     void _fail(Finish finish, std::string reason);
@@ -61,7 +64,9 @@ class Sender {
     std::map<std::int64_t, Message> _loaded;  // by id
     std::string _probed;  // the account that this session alone tries; empty: none
     bool _has_to_wait = false;
-    bool _fresh = false;  // the line is open, and has not taken a message yet
+    bool _fresh = false;      // the line is open, and has not taken a message yet
+    bool _opening = false;    // a session: no message is in hand yet
+    bool _cut_short = false;  // it was not the server that ended the last call
 };
 
 }  // namespace host::outbox

@@ -28,17 +28,28 @@ bool SteadyStore::try_once(const Operation& operation) {
     return _is_open;
 }
 
-bool SteadyStore::run(const Operation& operation) {
+bool SteadyStore::run(const Operation& operation, Turn turn) {
+    if (try_once(operation)) return true;
+    if (turn == Turn::Tells) _watch.owe();
+    const bool good = _repeat(operation, turn);
+    if (turn == Turn::Tells) _watch.told();
+    // Its next claim may come at once.
+    if (good) _watch.let_others_tell();
+    return good;
+}
+
+bool SteadyStore::_repeat(const Operation& operation, Turn turn) {
+    const Operation nothing = [](Store&, std::string&) { return true; };
     const Watch::Clock::time_point begin = Watch::Clock::now();
-    for (std::uint32_t failures = 0;; ++failures) {
-        if (try_once(operation)) {
-            if (failures > 1) _journal.say("the outbox is back");
-            return true;
-        }
-        if (_gives_up(begin)) return false;
+    for (std::uint32_t failures = 1; !_gives_up(begin); ++failures) {
         // A connection that was lost while nobody used it is made anew at once.
-        if (failures > 0) _watch.pause(reconnects.after(failures));
+        if (failures > 1) _watch.pause(reconnects.after(failures - 1));
+        if (turn == Turn::Claims && try_once(nothing)) _watch.let_others_tell();
+        if (!try_once(operation)) continue;
+        if (failures > 1) _journal.say("the outbox is back");
+        return true;
     }
+    return false;
 }
 
 }  // namespace host::outbox

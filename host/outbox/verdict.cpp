@@ -23,6 +23,9 @@ constexpr Verdict own_trouble{Next::Again, Server::Well, false};
 // silent, or the worker may have died, behind the message's end.
 constexpr Verdict doubtful{Next::Again, Server::Doubtful, false};
 
+// As doubtful, but most often the server has said no.
+constexpr Verdict not_taken{Next::Again, Server::Refusing, false};
+
 constexpr Row sending[] = {
     {0, sent},
     {5, own_trouble},   // a worker was replaced between two calls, and its session is gone
@@ -31,7 +34,7 @@ constexpr Row sending[] = {
     {20, refused},
     {25, own_trouble},  // as 5
     {101, doubtful},
-    {104, doubtful},
+    {104, not_taken},
 };
 
 }  // namespace

@@ -18,6 +18,7 @@ enum class Next {
 /// What it says about the account's mail server.
 enum class Server {
     Well,      ///< it answers, or was not asked
+    Refusing,  ///< it may be the message, if it was refused before; else as Doubtful
     Doubtful,  ///< this message did not go; after several in a row it counts as away
     Away       ///< no message would go now
 };

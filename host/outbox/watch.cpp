@@ -40,7 +40,7 @@ void Watch::stop() {
     _stopping = true;
     poke();
     _given_back.notify_all();
-    _stopped.notify_all();
+    _roused.notify_all();
 }
 
 void Watch::stop_at_once() {
@@ -57,7 +57,27 @@ void Watch::pause(std::chrono::milliseconds duration) {
     constexpr std::chrono::milliseconds moment(100);
     if (stopping()) return std::this_thread::sleep_for(std::min(duration, moment));
     std::unique_lock lock(_mutex);
-    _stopped.wait_for(lock, duration, [this] { return stopping(); });
+    _roused.wait_for(lock, duration,
+                     [this, before = _returns] { return stopping() || _returns != before; });
+}
+
+void Watch::owe() {
+    const std::lock_guard lock(_mutex);
+    ++_owing;
+}
+
+void Watch::told() {
+    const std::lock_guard lock(_mutex);
+    --_owing;
+    _roused.notify_all();
+}
+
+void Watch::let_others_tell() {
+    constexpr std::chrono::seconds longest(2);
+    std::unique_lock lock(_mutex);
+    ++_returns;
+    _roused.notify_all();
+    _roused.wait_for(lock, longest, [this] { return _owing == 0 || stopping(); });
 }
 
 }  // namespace host::outbox

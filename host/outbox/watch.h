@@ -41,15 +41,26 @@ class Watch {
     /// How long stop() is ago; zero before.
     [[nodiscard]] Clock::duration stopping_for() const;
 
-    /// Sleeps, at most a moment when the process is to stop.
+    /// Sleeps, at most a moment when the process is to stop; not on when the outbox is back.
     void pause(std::chrono::milliseconds duration);
+
+    /// A session has outcomes that the outbox could not be told, until told(). Once their leases
+    /// are over, those who claim would take what was sent for lost.
+    void owe();
+    void told();
+    /// The outbox is back: those who owe it something are woken, and have a while before others
+    /// claim.
+    void let_others_tell();
 
   private:
     const Descriptor _wake;
     std::mutex _mutex;
     std::condition_variable _given_back;
-    std::condition_variable _stopped;
-    bool _taken = false;  // guarded by _mutex
+    std::condition_variable _roused;
+    // Guarded by _mutex.
+    bool _taken = false;
+    int _owing = 0;
+    unsigned _returns = 0;  // of the outbox
     std::atomic<bool> _stopping{false};
     std::atomic<bool> _at_once{false};
     std::atomic<Clock::rep> _stopped_at{0};

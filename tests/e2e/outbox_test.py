@@ -76,6 +76,19 @@ class OutboxTest(unittest.TestCase):
         self.once(1)
         self.assertEqual({"sent": 20, "queued": 1}, self.outbox.states())
 
+    def test_one_that_is_put_off_has_its_pauses_beside_any_others(self):
+        """With sessions that stay busy, and with a next account that is away."""
+        self.sql("INSERT INTO {account} (name, host, port, sender, rank) VALUES "
+                 "('last', '127.0.0.1', 1, 'eve@e.test', 9)")
+        self.start("--sessions", "1", "--retry", "60,60")
+        self.outbox.queue_many(range(5))
+        self.queue("a@later.test")
+        for n in range(10, 300, 3):
+            self.outbox.queue_many(range(n, n + 3))
+        until(lambda: self.outbox.states() == {"sent": 296, "queued": 1}, 30, "all others")
+        [(attempts,)] = self.sql("SELECT attempts FROM {delivery} WHERE state = 'queued'")
+        self.assertLessEqual(attempts, 3)
+
     def test_a_password_file_that_others_can_read_is_not_used(self):
         file = os.path.join(self.outbox.folder, "password")
         with open(file, "w") as stream:
@@ -122,6 +135,19 @@ class OutboxTest(unittest.TestCase):
         self.assertEqual(0, frozen.wait(20))
         self.assertEqual({"sent": 400}, self.outbox.states())
         self.assertLessEqual(self.outbox.relay.copies(), 2)
+
+    @unittest.skipIf(BOX is SqliteBox, "a file does not go away")
+    def test_a_database_that_is_away_for_longer_than_a_lease_costs_no_copy(self):
+        self.outbox.queue_many(range(2000))
+        daemon = self.start()
+        until(lambda: self.outbox.states().get("sent"), 20, "a beginning")
+        self.outbox.box.kill()
+        time.sleep(4)
+        self.outbox.box.start()
+        until(lambda: self.outbox.states() == {"sent": 2000}, 60, "the rest")
+        daemon.terminate()
+        self.assertEqual(0, daemon.wait(20))
+        self.assertEqual(0, self.outbox.relay.copies())
 
     def test_it_tells_what_there_is(self):
         file = os.path.join(self.outbox.folder, "metrics")

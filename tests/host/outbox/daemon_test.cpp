@@ -113,6 +113,29 @@ TEST_F(SenderTest, five_refused_messages_in_a_row_are_a_server_that_is_away) {
     EXPECT_EQ(Outcome::Released, store.ends.back().outcome);
 }
 
+TEST_F(SenderTest, only_a_first_attempt_that_is_not_the_last_shares_a_session) {
+    store.account_list.pop_back();
+    engine.statuses["xp_startsmtp"] = {0, 0, 0, 7};
+    queue();
+    queue();
+    queue().attempts_left = 1;
+    queue().attempts = 1;
+    ASSERT_TRUE(send_all());
+    EXPECT_EQ(4U, store.ends.size());
+    EXPECT_EQ(1U, engine.statuses["xp_startsmtp"].size());
+}
+
+TEST_F(SenderTest, a_mail_that_is_refused_again_makes_no_server_away) {
+    store.account_list.pop_back();
+    store.account_list[0].failures = 3;
+    engine.statuses["xp_sendmail"] = {104, 104, 104, 104, 104, 104, 104};
+    for (int i = 0; i < 7; ++i) queue().attempts = 1;
+    queue();
+    ASSERT_TRUE(send_all());
+    EXPECT_EQ(0, store.away["one"]);
+    EXPECT_EQ(Outcome::Sent, store.ends.back().outcome);
+}
+
 TEST_F(SenderTest, what_was_away_is_back_when_a_message_went) {
     store.account_list[0].failures = 3;
     queue();
@@ -170,6 +193,8 @@ TEST_F(SenderTest, accounts_are_tried_in_a_round_with_a_pause_behind_it) {
     delivery.attempts = 1;
     EXPECT_EQ("two", ways_for(delivery, store.account_list)[0]->name);
     EXPECT_EQ(1U, rounds_after(delivery, store.account_list[1], store.account_list));
+    store.account_list[1].away = 1s;
+    EXPECT_EQ(1U, rounds_after(delivery, store.account_list[0], store.account_list));
     delivery.account = "two";
     EXPECT_EQ(1U, ways_for(delivery, store.account_list).size());
     EXPECT_EQ(2U, rounds_after(delivery, store.account_list[1], store.account_list));
@@ -260,8 +285,14 @@ TEST(Metrics, hold_any_name_and_replace_the_file_at_once) {
     const ScratchFolder folder;
     const std::string file = folder.file_with("metrics", "old");
     std::string error;
+    mkfifo((file + '.' + std::to_string(getpid()) + ".new").c_str(), 0600);
+    const mode_t usual = umask(0077);
     ASSERT_TRUE(replace_file(file, text, error)) << error;
+    umask(usual);
     EXPECT_EQ(text, bytes_of(file));
+    struct stat64 status {};
+    ASSERT_EQ(0, stat64(file.c_str(), &status));
+    EXPECT_EQ(0644U, status.st_mode & 0777U);
     EXPECT_FALSE(replace_file(folder.file("none/metrics"), text, error));
     EXPECT_EQ(1, entries(folder.file("").c_str()));
 }
