@@ -29,6 +29,7 @@ constexpr const char* settings =
     " pg_catalog.set_config('lock_timeout', '5s', false),"
     " pg_catalog.set_config('plan_cache_mode', 'force_generic_plan', false),"
     " pg_catalog.set_config('enable_seqscan', 'off', false),"
+    " pg_catalog.set_config('enable_bitmapscan', 'off', false),"
     " pg_catalog.set_config('jit', 'off', false)";
 
 // A message of libpq's may have several lines, of which the first says it all.

@@ -131,6 +131,22 @@ TEST_F(PostgresOutbox, a_claim_reads_what_it_takes_and_no_more) {
     EXPECT_THAT(plan, testing::Not(HasSubstr("Rows Removed")));
 }
 
+TEST_F(PostgresOutbox, a_claim_reads_nothing_of_those_that_ended) {
+    EXPECT_EQ("", database->ask("INSERT INTO quorel.message (recipients) "
+                                "SELECT 'a@b' FROM generate_series(1, 300)"));
+    for (std::vector<Delivery> claimed; store->claim(1, 60s, claimed, error); claimed.clear()) {
+        if (claimed.empty()) break;
+        const Finish end{claimed[0].id, claimed[0].token, 0, Outcome::Sent};
+        std::vector<bool> held;
+        std::vector<Begun> begun;
+        ASSERT_TRUE(store->exchange({&end, 1}, {}, 60s, held, begun, error)) << error;
+    }
+    store.reset();  // its figures are told at the latest when it goes
+    usleep(200000);
+    EXPECT_EQ("t", database->ask("SELECT sum(idx_tup_read) BETWEEN 300 AND 3000 "
+                                 "FROM pg_stat_user_indexes WHERE relname = 'delivery'"));
+}
+
 TEST_F(PostgresOutbox, one_thread_that_is_refused_takes_no_other_with_it) {
     EXPECT_EQ("", database->ask("INSERT INTO quorel.message (recipients) VALUES ('a@b'), ('a@b')"));
     std::vector<Delivery> claimed;
