@@ -1,6 +1,7 @@
 #include "host/outbox/pgstore.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "host/outbox/addresslines.h"
 #include "host/outbox/outcomes.h"
@@ -50,6 +51,7 @@ class PgStore : public Store {
     const std::string _daemon;
     const Steps _steps;
     PgConnection _connection;
+    bool _listening = false;
 };
 
 std::string as_text(Pause pause) {
@@ -88,9 +90,8 @@ bool PgStore::open(std::string& error) {
         _connection.close();
         return false;
     }
-    PgRows none;
-    return _connection.prepare(all_pg_statements(), error) &&
-           _connection.execute("LISTEN quorel_outbox", none, error);
+    _listening = false;
+    return true;
 }
 
 bool PgStore::install(std::string& error) {
@@ -200,8 +201,11 @@ bool PgStore::load(std::span<const std::int64_t> messages, std::vector<Message>&
                    std::string& error) {
     PgArray ids;
     for (const std::int64_t id : messages) ids.add(id);
-    const PgRequest requests[] = {{&pg::read_messages, {ids.text()}, true},
-                                  {&pg::read_attachments, {ids.text()}, true}};
+    std::vector<PgRequest> requests = {{&pg::read_messages, {ids.text()}, true},
+                                       {&pg::read_attachments, {ids.text()}, true}};
+    // Who has work does not read what is notified meanwhile. It would pile up here and, unread, at
+    // the server, where nobody could queue any more once its room is used up.
+    if (std::exchange(_listening, false)) requests.push_back({&pg::unlisten, {}});
     std::vector<PgRows> results;
     if (!_connection.run(requests, results, error)) return false;
     std::vector<Message> found;
@@ -360,7 +364,11 @@ bool PgStore::next_due(std::optional<Pause>& pause, std::string& error) {
 }
 
 bool PgStore::wait(Pause longest, int wake, std::string& error) {
-    return _connection.wait(longest, wake, error);
+    if (_listening) return _connection.wait(longest, wake, error);
+    PgRows none;
+    if (!_run({&pg::listen, {}}, none, error)) return false;
+    // What was queued until now was not notified: a look comes first.
+    return _listening = true;
 }
 
 bool PgStore::figures(Figures& all, std::string& error) {

@@ -195,8 +195,9 @@ class Store {
     /// somebody queues a message.
     virtual bool next_due(std::optional<Pause>& pause, std::string& error) = 0;
 
-    /// Returns when a message may have been queued, after `longest`, or when there is something to
-    /// read from descriptor `wake` (below 0: none), which stays unread.
+    /// Returns when a message may have been queued since the last wait, after `longest`, or when
+    /// there is something to read from descriptor `wake` (below 0: none), which stays unread. The
+    /// first one, and the first after a load(), may return at once.
     virtual bool wait(Pause longest, int wake, std::string& error) = 0;
 
     virtual bool figures(Figures& all, std::string& error) = 0;

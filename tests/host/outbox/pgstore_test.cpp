@@ -147,6 +147,19 @@ TEST_F(PostgresOutbox, a_claim_reads_nothing_of_those_that_ended) {
                                  "FROM pg_stat_user_indexes WHERE relname = 'delivery'"));
 }
 
+TEST_F(PostgresOutbox, notifications_do_not_pile_up_for_who_does_not_wait) {
+    const auto busy = database->store("busy");
+    const std::int64_t none[] = {1};
+    std::vector<Message> loaded;
+    ASSERT_TRUE(busy->open(error) && busy->wait(1ms, -1, error)) << error;
+    ASSERT_TRUE(busy->load(none, loaded, error)) << error;
+    EXPECT_EQ("", database->ask("DO $$ BEGIN FOR i IN 1..50000 LOOP "
+                                "PERFORM pg_notify('quorel_outbox', i::text); END LOOP; END $$"));
+    usleep(300000);
+    EXPECT_EQ("0", database->ask("SELECT count(*) FROM pg_stat_activity "
+                                 "WHERE wait_event = 'ClientWrite'"));
+}
+
 TEST_F(PostgresOutbox, one_thread_that_is_refused_takes_no_other_with_it) {
     EXPECT_EQ("", database->ask("INSERT INTO quorel.message (recipients) VALUES ('a@b'), ('a@b')"));
     std::vector<Delivery> claimed;
