@@ -159,8 +159,8 @@ class Store {
     virtual bool install(std::string& error) = 0;
 
     /// Takes at most `limit` due deliveries, those that are due longest first, for `lease` from
-    /// now, and appends them; those whose claims ended without an outcome too. None whose account
-    /// is disabled, away or at its limit.
+    /// now, and appends them; those whose claims ended without an outcome too, a second later at
+    /// most. None whose account is disabled, away or at its limit.
     virtual bool claim(int limit, Pause lease, std::vector<Delivery>& deliveries,
                        std::string& error) = 0;
 
