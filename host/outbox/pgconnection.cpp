@@ -29,6 +29,7 @@ constexpr const char* settings =
     " pg_catalog.set_config('lock_timeout', '5s', false),"
     " pg_catalog.set_config('plan_cache_mode', 'force_generic_plan', false),"
     " pg_catalog.set_config('enable_seqscan', 'off', false),"
+    " pg_catalog.set_config('enable_bitmapscan', 'off', false),"
     " pg_catalog.set_config('jit', 'off', false)";
 
 // A message of libpq's may have several lines, of which the first says it all.
@@ -76,6 +77,7 @@ int PgRows::small(int row, int column) const {
 void PgConnection::close() {
     PQfinish(_connection);
     _connection = nullptr;
+    _prepared.clear();
 }
 
 bool PgConnection::_fail(std::string& error) {
@@ -156,19 +158,26 @@ bool PgConnection::execute(const std::string& script, PgRows& last, std::string&
     return error.empty() || _fail(error);
 }
 
-bool PgConnection::prepare(std::span<const PgStatement> statements, std::string& error) {
-    error.clear();
-    if (_connection == nullptr || PQenterPipelineMode(_connection) == 0) return _fail(error);
-    for (const PgStatement& statement : statements)
-        if (PQsendPrepare(_connection, statement.name, statement.sql, 0, nullptr) == 0)
+// At the first use: a server takes longer to understand them all than to open a connection, most of
+// which run few.
+bool PgConnection::_prepare(std::span<const PgRequest> requests, std::string& error) {
+    const std::size_t before = _prepared.size();
+    for (const PgRequest& request : requests)
+        if (std::ranges::find(_prepared, request.statement) == _prepared.end())
+            _prepared.push_back(request.statement);
+    const auto added = std::span(_prepared).subspan(before);
+    if (added.empty()) return true;
+    if (PQenterPipelineMode(_connection) == 0) return _fail(error);
+    for (const PgStatement* statement : added)
+        if (PQsendPrepare(_connection, statement->name, statement->sql, 0, nullptr) == 0)
             return _fail(error);
     if (PQpipelineSync(_connection) == 0) return _fail(error);
     std::vector<PgRows> none;
-    return _collect(statements.size(), none, error) == Ended::Done || _fail(error);
+    return _collect(added.size(), none, error) == Ended::Done || _fail(error);
 }
 
 bool PgConnection::_send(std::span<const PgRequest> requests, std::string& error) {
-    if (_connection == nullptr || PQenterPipelineMode(_connection) == 0) return _fail(error);
+    if (PQenterPipelineMode(_connection) == 0) return _fail(error);
     for (const PgRequest& request : requests) {
         std::vector<const char*> values;
         for (const auto& value : request.values) values.push_back(value ? value->c_str() : nullptr);
@@ -207,6 +216,9 @@ PgConnection::Ended PgConnection::_collect(std::size_t count, std::vector<PgRows
 
 bool PgConnection::run(std::span<const PgRequest> requests, std::vector<PgRows>& results,
                        std::string& error) {
+    error.clear();
+    if (_connection == nullptr) return _fail(error);
+    if (!_prepare(requests, error)) return false;
     for (int left = tries;; --left) {
         error.clear();
         results.clear();

@@ -74,10 +74,9 @@ class PgConnection {
     /// A script of any number of statements, in a transaction of its own where it does not begin
     /// one; the rows of its last statement.
     bool execute(const std::string& script, PgRows& last, std::string& error);
-    /// What run() may run, until the connection is closed.
-    bool prepare(std::span<const PgStatement> statements, std::string& error);
-    /// All of these in one transaction and one round trip. Made anew where the server says that
-    /// others' locks were in the way.
+    /// All of these in one transaction and one round trip, and one more for those that this
+    /// connection runs for the first time. Made anew where the server says that others' locks were
+    /// in the way.
     bool run(std::span<const PgRequest> requests, std::vector<PgRows>& results, std::string& error);
 
     /// Returns at a notification, after `longest`, or when `wake` (below 0: none) is readable.
@@ -93,11 +92,13 @@ class PgConnection {
     bool _fail(std::string& error);
     bool _await(short events, Clock::time_point deadline, std::string& error);
     bool _next(PGresult*& result, Clock::time_point deadline, std::string& error);
+    bool _prepare(std::span<const PgRequest> requests, std::string& error);
     bool _send(std::span<const PgRequest> requests, std::string& error);
     Ended _collect(std::size_t count, std::vector<PgRows>& results, std::string& error);
     bool _take_notifications();
 
     PGconn* _connection = nullptr;
+    std::vector<const PgStatement*> _prepared;
 };
 
 }  // namespace host::outbox

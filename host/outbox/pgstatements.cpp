@@ -179,15 +179,7 @@ const PgStatement pg::read_troubles = {"read_troubles", R"sql(
         WHERE d.state = 'failed' OR d.state = 'queued' AND d.reason IS NOT NULL) troubles
     ORDER BY id DESC LIMIT $1::bigint)sql"};
 
-std::span<const PgStatement> all_pg_statements() {
-    static const PgStatement all[] = {
-        pg::take_back,     pg::claim,          pg::read_messages, pg::read_attachments,
-        pg::read_piece,    pg::end_claims,     pg::end_attempts,  pg::lock_accounts,
-        pg::renew,         pg::start_attempts, pg::read_accounts, pg::note_away,
-        pg::note_probe,    pg::note_back,      pg::first_due,     pg::read_figures,
-        pg::read_troubles,
-    };
-    return all;
-}
+const PgStatement pg::listen = {"listen", "LISTEN quorel_outbox"};
+const PgStatement pg::unlisten = {"unlisten", "UNLISTEN quorel_outbox"};
 
 }  // namespace host::outbox

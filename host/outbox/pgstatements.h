@@ -1,7 +1,7 @@
 #ifndef QUOREL_HOST_OUTBOX_PGSTATEMENTS_H
 #define QUOREL_HOST_OUTBOX_PGSTATEMENTS_H
 
-#include <span>
+#include <cstddef>
 
 #include "host/outbox/pgconnection.h"
 
@@ -28,13 +28,13 @@ extern const PgStatement note_back;   ///< name
 extern const PgStatement first_due;
 extern const PgStatement read_figures;
 extern const PgStatement read_troubles;  ///< limit
+extern const PgStatement listen;
+extern const PgStatement unlisten;
 
 /// Bytes of an attachment that come at once.
 inline constexpr std::size_t piece_bytes = 1 << 20;
 
 }  // namespace pg
-
-std::span<const PgStatement> all_pg_statements();
 
 }  // namespace host::outbox
 

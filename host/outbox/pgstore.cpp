@@ -1,6 +1,7 @@
 #include "host/outbox/pgstore.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "host/outbox/addresslines.h"
 #include "host/outbox/outcomes.h"
@@ -11,6 +12,13 @@
 namespace host::outbox {
 
 namespace {
+
+using Clock = PgConnection::Clock;
+
+// All claims are read to find those that came to no end, and all that ended too while somebody's
+// long transaction keeps them from being forgotten: not with every claim.
+constexpr std::chrono::seconds take_back_interval{1};
+constexpr int most_lost = 1000;
 
 class PgStore : public Store {
   public:
@@ -50,6 +58,8 @@ class PgStore : public Store {
     const std::string _daemon;
     const Steps _steps;
     PgConnection _connection;
+    bool _listening = false;
+    Clock::time_point _next_take_back{};
 };
 
 std::string as_text(Pause pause) {
@@ -88,9 +98,8 @@ bool PgStore::open(std::string& error) {
         _connection.close();
         return false;
     }
-    PgRows none;
-    return _connection.prepare(all_pg_statements(), error) &&
-           _connection.execute("LISTEN quorel_outbox", none, error);
+    _listening = false;
+    return true;
 }
 
 bool PgStore::install(std::string& error) {
@@ -119,12 +128,15 @@ bool PgStore::_run(PgRequest request, PgRows& rows, std::string& error) {
 }
 
 bool PgStore::claim(int limit, Pause lease, std::vector<Delivery>& deliveries, std::string& error) {
-    const std::string most = std::to_string(limit);
-    const PgRequest requests[] = {{&pg::take_back, {most, lost_claim}},
-                                  {&pg::claim, {most, as_text(lease)}}};
+    const Clock::time_point now = Clock::now();
+    const bool takes_back = now >= _next_take_back;
+    std::vector<PgRequest> requests;
+    if (takes_back) requests.push_back({&pg::take_back, {std::to_string(most_lost), lost_claim}});
+    requests.push_back({&pg::claim, {std::to_string(limit), as_text(lease)}});
     std::vector<PgRows> results;
     if (!_connection.run(requests, results, error)) return false;
-    const PgRows& rows = results[1];
+    if (takes_back) _next_take_back = now + take_back_interval;
+    const PgRows& rows = results[requests.size() - 1];
     for (int row = 0; row < rows.count(); ++row) {
         Delivery& delivery = deliveries.emplace_back();
         delivery.id = rows.integer(row, 0);
@@ -200,8 +212,11 @@ bool PgStore::load(std::span<const std::int64_t> messages, std::vector<Message>&
                    std::string& error) {
     PgArray ids;
     for (const std::int64_t id : messages) ids.add(id);
-    const PgRequest requests[] = {{&pg::read_messages, {ids.text()}, true},
-                                  {&pg::read_attachments, {ids.text()}, true}};
+    std::vector<PgRequest> requests = {{&pg::read_messages, {ids.text()}, true},
+                                       {&pg::read_attachments, {ids.text()}, true}};
+    // Who has work does not read what is notified meanwhile. It would pile up here and, unread, at
+    // the server, where nobody could queue any more once its room is used up.
+    if (std::exchange(_listening, false)) requests.push_back({&pg::unlisten, {}});
     std::vector<PgRows> results;
     if (!_connection.run(requests, results, error)) return false;
     std::vector<Message> found;
@@ -360,7 +375,11 @@ bool PgStore::next_due(std::optional<Pause>& pause, std::string& error) {
 }
 
 bool PgStore::wait(Pause longest, int wake, std::string& error) {
-    return _connection.wait(longest, wake, error);
+    if (_listening) return _connection.wait(longest, wake, error);
+    PgRows none;
+    if (!_run({&pg::listen, {}}, none, error)) return false;
+    // What was queued until now was not notified: a look comes first.
+    return _listening = true;
 }
 
 bool PgStore::figures(Figures& all, std::string& error) {

@@ -159,8 +159,8 @@ class Store {
     virtual bool install(std::string& error) = 0;
 
     /// Takes at most `limit` due deliveries, those that are due longest first, for `lease` from
-    /// now, and appends them; those whose claims ended without an outcome too. None whose account
-    /// is disabled, away or at its limit.
+    /// now, and appends them; those whose claims ended without an outcome too, a second later at
+    /// most. None whose account is disabled, away or at its limit.
     virtual bool claim(int limit, Pause lease, std::vector<Delivery>& deliveries,
                        std::string& error) = 0;
 
@@ -195,8 +195,9 @@ class Store {
     /// somebody queues a message.
     virtual bool next_due(std::optional<Pause>& pause, std::string& error) = 0;
 
-    /// Returns when a message may have been queued, after `longest`, or when there is something to
-    /// read from descriptor `wake` (below 0: none), which stays unread.
+    /// Returns when a message may have been queued since the last wait, after `longest`, or when
+    /// there is something to read from descriptor `wake` (below 0: none), which stays unread. The
+    /// first one, and the first after a load(), may return at once.
     virtual bool wait(Pause longest, int wake, std::string& error) = 0;
 
     virtual bool figures(Figures& all, std::string& error) = 0;

@@ -131,6 +131,35 @@ TEST_F(PostgresOutbox, a_claim_reads_what_it_takes_and_no_more) {
     EXPECT_THAT(plan, testing::Not(HasSubstr("Rows Removed")));
 }
 
+TEST_F(PostgresOutbox, a_claim_reads_nothing_of_those_that_ended) {
+    EXPECT_EQ("", database->ask("INSERT INTO quorel.message (recipients) "
+                                "SELECT 'a@b' FROM generate_series(1, 300)"));
+    for (std::vector<Delivery> claimed; store->claim(1, 60s, claimed, error); claimed.clear()) {
+        if (claimed.empty()) break;
+        const Finish end{claimed[0].id, claimed[0].token, 0, Outcome::Sent};
+        std::vector<bool> held;
+        std::vector<Begun> begun;
+        ASSERT_TRUE(store->exchange({&end, 1}, {}, 60s, held, begun, error)) << error;
+    }
+    store.reset();  // its figures are told at the latest when it goes
+    usleep(200000);
+    EXPECT_EQ("t", database->ask("SELECT sum(idx_tup_read) BETWEEN 300 AND 3000 "
+                                 "FROM pg_stat_user_indexes WHERE relname = 'delivery'"));
+}
+
+TEST_F(PostgresOutbox, notifications_do_not_pile_up_for_who_does_not_wait) {
+    const auto busy = database->store("busy");
+    const std::int64_t none[] = {1};
+    std::vector<Message> loaded;
+    ASSERT_TRUE(busy->open(error) && busy->wait(1ms, -1, error)) << error;
+    ASSERT_TRUE(busy->load(none, loaded, error)) << error;
+    EXPECT_EQ("", database->ask("DO $$ BEGIN FOR i IN 1..50000 LOOP "
+                                "PERFORM pg_notify('quorel_outbox', i::text); END LOOP; END $$"));
+    usleep(300000);
+    EXPECT_EQ("0", database->ask("SELECT count(*) FROM pg_stat_activity "
+                                 "WHERE wait_event = 'ClientWrite'"));
+}
+
 TEST_F(PostgresOutbox, one_thread_that_is_refused_takes_no_other_with_it) {
     EXPECT_EQ("", database->ask("INSERT INTO quorel.message (recipients) VALUES ('a@b'), ('a@b')"));
     std::vector<Delivery> claimed;

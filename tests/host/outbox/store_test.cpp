@@ -342,9 +342,13 @@ TEST_F(OutboxStore, waiting_ends_when_somebody_queues_or_pokes) {
         queue();
     });
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_TRUE(one->wait(30s, -1, error)) << error;
+    std::vector<Delivery> claimed;
+    for (int waits = 0; claimed.empty() && waits < 3; ++waits) {
+        EXPECT_TRUE(one->wait(30s, -1, error)) << error;
+        claimed = claim(*one);
+    }
     later.join();
-    EXPECT_EQ(1U, claim(*one).size());
+    EXPECT_EQ(1U, claimed.size());
     EXPECT_EQ(1, write(wake[1], "x", 1));
     EXPECT_TRUE(one->wait(30s, wake[0], error)) << error;
     EXPECT_GT(20s, std::chrono::steady_clock::now() - start);

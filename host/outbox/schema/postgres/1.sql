@@ -223,6 +223,8 @@ CREATE FUNCTION quorel.change_lane() RETURNS trigger
 LANGUAGE plpgsql SECURITY DEFINER SET search_path = pg_catalog, pg_temp
 AS $$
 BEGIN
+    -- The update begins after the wait for one that is being split, and sees both halves.
+    PERFORM FROM quorel.delivery WHERE message = NEW.id FOR NO KEY UPDATE;
     UPDATE quorel.delivery SET lane = coalesce(NEW.account, '') WHERE message = NEW.id;
     RETURN NULL;
 END
