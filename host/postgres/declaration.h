@@ -29,7 +29,7 @@ namespace host {
 /// The extension's script.
 [[nodiscard]] std::string sql_script();
 
-/// C source: the functions that the script names.
+/// C for entries.c: the functions that the script names.
 [[nodiscard]] std::string entry_points();
 
 }  // namespace host

@@ -129,7 +129,7 @@ COMMENT ON FUNCTION xp_status(text, integer)
 }
 
 std::string entry_points() {
-    std::string text = "#include \"host/postgres/functions.h\"\n\n";
+    std::string text;
     int place = 0;
     for (const Procedure& procedure : procedures())
         text.append("QUOREL_ENTRY_POINT(")
