@@ -175,9 +175,14 @@ int main() {
     const ScratchFolder folder;
     const std::string trusted = folder.file_with("certificate.pem", certificate.pem());
     for (const int cpu : {0, last}) {
-        std::printf("-- mail, the server on %s\n", cpu == 0 ? "the same processor" : "another one");
-        compare_messages(cpu, here, "messages of 10 KB, clear", nullptr, "");
-        compare_messages(cpu, here, "messages of 10 KB, STARTTLS", &certificate, trusted);
+        const std::string place =
+            cpu == 0 ? "its server on the same processor" : "its server on another";
+        const auto compare = [&](const std::string& how, const Certificate* with) {
+            compare_messages(cpu, here, (how + ", " + place).c_str(), with,
+                             with != nullptr ? trusted : "");
+        };
+        compare("messages of 10 KB, clear", nullptr);
+        compare("messages of 10 KB, STARTTLS", &certificate);
         if (last == 0) break;
     }
 }
