@@ -99,30 +99,34 @@ class Client : public SMTPClient {
     CutSocket _wire;
 };
 
+/// AddressSanitizer's settings: what is freed is held back for the readings that follow, not for
+/// millions of them, and stacks are short. Else it takes four times as long.
+extern "C" __attribute__((visibility("default"))) const char* __asan_default_options() {
+    return "quarantine_size_mb=1:malloc_context_size=3";
+}
+
 const auto whole = std::string::npos;
 const std::string_view bytes("2- \r\n\0x", 7);
 
-bool reads_like_the_model_cut_anywhere(Client& client, const std::string& text) {
+bool is_read_like_the_model(Client& client, const std::string& text) {
     const Outcome expected = model(text);
-    for (std::size_t cut = 1; cut < text.size(); ++cut)
+    for (std::size_t cut = 0; cut < std::max<std::size_t>(text.size(), 1); ++cut)
         if (client.read(text, cut, whole) != expected) return false;
     return client.read(text, 0, 1) == expected;
 }
 
-TEST(AllReplies, of_up_to_eight_bytes_are_read_like_the_model) {
+TEST(AllReplies, of_up_to_eight_bytes_are_read_like_the_model_wherever_they_are_cut) {
     Client client;
     EXPECT_TRUE(world::holds_for_all(world::letters(bytes), 8, [&](const std::string& text) {
-        return client.read(text, 0, whole) == model(text);
+        return is_read_like_the_model(client, text);
     }));
 }
 
-TEST(AllReplies, of_up_to_six_bytes_or_parts_are_read_alike_wherever_they_are_cut) {
+TEST(AllReplies, of_up_to_six_parts_are_read_like_the_model_wherever_they_are_cut) {
     Client client;
-    const auto rule = [&](const std::string& text) {
-        return reads_like_the_model_cut_anywhere(client, text);
-    };
-    EXPECT_TRUE(world::holds_for_all(world::letters(bytes), 6, rule));
-    EXPECT_TRUE(world::holds_for_all({"222-", "222 ", "22", "\r", "\n", "x"}, 6, rule));
+    EXPECT_TRUE(world::holds_for_all(
+        {"222-", "222 ", "22", "\r", "\n", "x"}, 6,
+        [&](const std::string& text) { return is_read_like_the_model(client, text); }));
 }
 
 /// What a server takes for the end of a line: its length at the start of `text`, 0 for none.
