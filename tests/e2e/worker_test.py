@@ -148,11 +148,11 @@ class Worker(unittest.TestCase):
         return spent, err
 
     def converse(self, patience, secure, manner="silent", file="NULL"):
-        trust = f", trusted_cert => '{self.trust}'" if secure else ""
+        trust = f", trusted_cert => '{self.trust}', cert_name => 'localhost'" if secure else ""
         with Server(patience, self.certificate, manner) as server:
             # The library's own time-out, of which a secured session has none, is longer.
             return self.calls(
-                f"CALL xp_startsmtp('me@a.test', 'localhost', {server.port}, 20, auth_username =>"
+                f"CALL xp_startsmtp('me@a.test', '127.0.0.1', {server.port}, 20, auth_username =>"
                 f" 'me', auth_password => '{SECRET}'{trust});",
                 *2 * [f"CALL xp_sendmail('you@b.test', 'Hi', 'text', include_file => {file});"],
                 "CALL xp_stopsmtp();")
@@ -179,7 +179,7 @@ class Worker(unittest.TestCase):
 
     def test_knows_its_sessions_apart(self):
         with Server(99) as first, Server(99) as second:
-            starts = [f"CALL xp_startsmtp('me@a.test', 'localhost', {port}, cid => {port});"
+            starts = [f"CALL xp_startsmtp('me@a.test', '127.0.0.1', {port}, cid => {port});"
                       for port in (first.port, second.port)]
             _, errors = self.calls(*starts, f"CALL xp_stopsmtp(cid => {second.port});",
                                    "CALL xp_read_file('/dev/zero');")
@@ -252,9 +252,10 @@ class Worker(unittest.TestCase):
             file.write(SECRET)
         with Server(0) as server:
             host = subprocess.Popen([XPCALL, "--deadline", "2", "xp_startsmtp", "me@a.test",
-                                     "localhost", f"int:{server.port}", "null", "null", "me", "@secret"],
+                                     "127.0.0.1", f"int:{server.port}", "null", "null", "me", "@secret"],
                                     cwd=self.folder, env=ENVIRONMENT, stderr=subprocess.DEVNULL)
             while not any(title.endswith(": xp_startsmtp") for _, title in worker_processes(host.pid)):
+                self.assertIsNone(host.poll())
                 time.sleep(0.01)
             for pid, _ in worker_processes(host.pid):
                 for name in "cmdline", "environ", "comm":
