@@ -39,7 +39,8 @@ class Installed(unittest.TestCase):
         # CMake looks for packages of the compiler's own word size only.
         package = "-Dquorel_DIR=" + os.path.join(cls.libraries, "cmake/quorel")
         found = package if BITS == "32" else "-DCMAKE_PREFIX_PATH=" + cls.prefix
-        run(CMAKE, "-S", cls.examples, "-B", "built", found, cwd=cls.folder, env=cls.environment)
+        run(CMAKE, "-G", "Ninja", "-S", cls.examples, "-B", "built", found, cwd=cls.folder,
+            env=cls.environment)
         run(CMAKE, "--build", "built", cwd=cls.folder)
 
     def example(self, name, *arguments, **options):
