@@ -52,7 +52,7 @@ class Server:
         threading.Thread(target=self.loop.run_forever, daemon=True).start()
 
     def new_connection(self):
-        return SMTP(self, loop=self.loop, **self.options)
+        return SMTP(self, hostname="mail.test", loop=self.loop, **self.options)
 
     @staticmethod
     def parse(data):

@@ -14,7 +14,7 @@ class Server:
         self.quits = 0
         self.loop = asyncio.new_event_loop()
         self.server = self.loop.run_until_complete(self.loop.create_server(
-            lambda: SMTP(self, loop=self.loop, **options), "127.0.0.1", 0))
+            lambda: SMTP(self, hostname="mail.test", loop=self.loop, **options), "127.0.0.1", 0))
         self.port = self.server.sockets[0].getsockname()[1]
         self.thread = threading.Thread(target=self.loop.run_forever)
         self.thread.start()

@@ -38,7 +38,7 @@ async def main(port, path):
     handler = Handler(os.open(path, os.O_WRONLY | os.O_CREAT | os.O_APPEND))
     loop = asyncio.get_running_loop()
     server = await loop.create_server(
-        lambda: SMTP(handler, loop=loop, data_size_limit=1 << 30), "127.0.0.1", port)
+        lambda: SMTP(handler, hostname="relay.test", loop=loop, data_size_limit=1 << 30), "127.0.0.1", port)
     print(server.sockets[0].getsockname()[1], flush=True)
     await server.serve_forever()
 
