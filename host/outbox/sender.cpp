@@ -21,6 +21,9 @@ constexpr std::uint64_t most_loaded = std::uint64_t{1} << 20;
 // sessions share the memory of a process that may be of 32 bits.
 constexpr std::uint64_t most_sent = std::uint64_t{128} << 20;
 
+// How often a mail is turned down whole before its recipients are tried apart.
+constexpr int most_refusals = 2;
+
 std::string via(const Account& account, const std::string& words) {
     return account.name + ": " + words;
 }
@@ -254,8 +257,24 @@ void Sender::_judge(const Ready& ready, int attempt, const Called& called) {
         _shared.counters.count(Counts::Unknown);
     }
     const std::string reason = finish.reason;
-    _try_again(ready, std::move(finish), fresh);
+    if (_may_mean_some(verdict, ready))
+        _split(ready, std::move(finish));
+    else
+        _try_again(ready, std::move(finish), fresh);
     if (fresh && !_cut_short) _heed_server(ready, verdict.server, reason);
+}
+
+const std::vector<std::string>& Sender::_recipients(const Ready& ready) const {
+    const Delivery& delivery = _claims.current();
+    return delivery.recipients.empty() ? ready.mail.recipients : delivery.recipients;
+}
+
+// A server may turn a mail down for a full mailbox, or for one recipient too many (RFC 5321,
+// section 4.5.3.1.10), and no status says so. Earlier, it may also have been in trouble itself.
+bool Sender::_may_mean_some(const Verdict& verdict, const Ready& ready) const {
+    const Delivery& delivery = _claims.current();
+    return verdict.server == Server::Refusing && _recipients(ready).size() > 1 &&
+           (delivery.attempts >= most_refusals || delivery.attempts_left <= 1);
 }
 
 void Sender::_heed_server(const Ready& ready, Server server, const std::string& reason) {
@@ -287,9 +306,7 @@ void Sender::_try_again(const Ready& ready, Finish finish, bool fresh) {
 }
 
 void Sender::_split(const Ready& ready, Finish finish) {
-    const Delivery& delivery = _claims.current();
-    const std::vector<std::string>& all =
-        delivery.recipients.empty() ? ready.mail.recipients : delivery.recipients;
+    const std::vector<std::string>& all = _recipients(ready);
     if (all.size() < 2) {
         std::string reason = finish.reason;
         return _fail(std::move(finish), std::move(reason));

@@ -48,6 +48,8 @@ class Sender {
     void _judge(const Ready& ready, int attempt, const Called& called);
     void _try_again(const Ready& ready, Finish finish, bool fresh);
     void _heed_server(const Ready& ready, Server server, const std::string& reason);
+    const std::vector<std::string>& _recipients(const Ready& ready) const;
+    bool _may_mean_some(const Verdict& verdict, const Ready& ready) const;
     void _split(const Ready& ready, Finish finish);
 
     void _fail(Finish finish, std::string reason);

@@ -40,6 +40,12 @@ class OutboxTest(unittest.TestCase):
         self.assertEqual(1, len({m["id"] for m in taken}))
         self.assertTrue(all("refused a recipient (status 20)" in why for why in self.why("failed")))
 
+    def test_a_recipient_who_is_put_off_does_not_hold_up_the_others_for_long(self):
+        self.queue("a@b.test, full@later.test, c@b.test", max_attempts=100)
+        until(lambda: (self.once(1), self.outbox.states() == {"sent": 2, "queued": 1})[1], 20, "two mails")
+        self.assertEqual(["a@b.test", "c@b.test"],
+                         sorted(to for m in self.outbox.relay.taken() for to in m["to"]))
+
     def test_a_server_that_is_away_costs_no_attempt(self):
         self.outbox.queue_many(range(30))
         self.outbox.relay.kill()

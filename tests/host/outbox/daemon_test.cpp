@@ -65,7 +65,7 @@ TEST_F(SenderTest, every_end_of_a_call_has_its_outcome) {
         {0, 20, 10, Outcome::Split, true, false, 0},
         {0, 101, 10, Outcome::Again, true, true, 0},
         {0, 104, 10, Outcome::Again, true, true, 0},
-        {0, 104, 1, Outcome::Failed, true, false, 0},
+        {0, 101, 1, Outcome::Failed, true, false, 0},
         {0, 77, 10, Outcome::Again, true, true, 0},
         {0, dies, 10, Outcome::Again, false, true, 0},
         {100, 0, 10, Outcome::Released, false, false, 1},
@@ -152,6 +152,27 @@ TEST_F(SenderTest, halves_have_all_recipients_and_a_single_one_fails) {
     EXPECT_EQ((std::vector<std::string>{"a@b.test"}), store.ends[0].first_half);
     EXPECT_EQ((std::vector<std::string>{"b@b.test", "c@b.test"}), store.ends[0].second_half);
     EXPECT_EQ(Outcome::Failed, store.ends[1].outcome);
+}
+
+TEST_F(SenderTest, a_mail_that_is_turned_down_time_and_again_is_tried_in_halves) {
+    struct Row {
+        int attempts, left;
+        std::vector<std::string> recipients;  // none: three
+        Outcome outcome;
+    };
+    const Row rows[] = {
+        {0, 9, {}, Outcome::Again},           {1, 8, {}, Outcome::Again},
+        {2, 7, {}, Outcome::Split},           {0, 1, {}, Outcome::Split},
+        {2, 7, {"a@b.test"}, Outcome::Again}, {9, 1, {"a@b.test"}, Outcome::Failed}};
+    for (const Row& row : rows) {
+        engine.statuses["xp_sendmail"].push_back(104);
+        Delivery& delivery = queue();
+        delivery.attempts = row.attempts;
+        delivery.attempts_left = row.left;
+        delivery.recipients = row.recipients;
+        ASSERT_TRUE(send_all());
+        EXPECT_EQ(row.outcome, store.ends.back().outcome) << row.attempts << ' ' << row.left;
+    }
 }
 
 TEST_F(SenderTest, what_was_sent_is_told_however_often_the_outbox_is_lost) {
