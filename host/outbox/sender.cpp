@@ -17,9 +17,8 @@ using Clock = std::chrono::steady_clock;
 // Messages that are loaded at once take so much together, or are alone.
 constexpr std::uint64_t most_loaded = std::uint64_t{1} << 20;
 
-// More than mail servers take. A session has a mail twice in memory while it is composed, and all
-// sessions share the memory of a process that may be of 32 bits.
-constexpr std::uint64_t most_sent = std::uint64_t{128} << 20;
+// How often it is looked after leases in a wait for room.
+constexpr std::chrono::milliseconds short_wait{100};
 
 // How often a mail is turned down whole before its recipients are tried apart.
 constexpr int most_refusals = 2;
@@ -44,6 +43,12 @@ bool Sender::send_all() {
     while (good && !_shared.watch.stopping()) {
         _claims.keep();
         if (_claims.empty()) break;
+        const std::int64_t id = _claims.waiting().front().id;
+        Room::Place place(_shared.large_mails, _room_for(_claims.waiting().front()));
+        if (!(good = _wait_for(place))) break;
+        // Meanwhile claims may have been lost.
+        if (_shared.watch.stopping() || _claims.empty() || _claims.waiting().front().id != id)
+            continue;
         if (!_is_loaded(_claims.waiting().front()) && !(good = _load())) break;
         std::optional<Message> message = _take(_claims.next());
         if (message)
@@ -60,6 +65,19 @@ bool Sender::send_all() {
 
 bool Sender::_is_loaded(const Delivery& delivery) const {
     return _loaded.contains(delivery.message);
+}
+
+std::uint64_t Sender::_room_for(const Delivery& delivery) const {
+    const bool is_large = delivery.bytes > most_loaded && delivery.bytes <= most_sent;
+    return is_large && !_is_loaded(delivery) ? delivery.bytes : 0;
+}
+
+bool Sender::_wait_for(Room::Place& place) {
+    if (place.enter({})) return true;
+    // Before a wait for others: what was sent is on record.
+    if (!_claims.tell()) return false;
+    while (!_shared.watch.stopping() && !place.enter(short_wait)) _claims.keep();
+    return true;
 }
 
 // Each serves one delivery: it is not kept while it is sent.

@@ -34,6 +34,8 @@ class Sender {
     };
 
     bool _load();
+    [[nodiscard]] std::uint64_t _room_for(const Delivery& delivery) const;
+    bool _wait_for(Room::Place& place);
     void _sort_by_sender(std::size_t count);
     [[nodiscard]] bool _is_loaded(const Delivery& delivery) const;
     std::optional<Message> _take(const Delivery& delivery);

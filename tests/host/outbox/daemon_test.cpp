@@ -175,6 +175,46 @@ TEST_F(SenderTest, a_mail_that_is_turned_down_time_and_again_is_tried_in_halves)
     }
 }
 
+TEST(Room, lets_in_who_came_first_and_the_largest_alone) {
+    Room room(100);
+    std::optional<Room::Place> first(std::in_place, room, 60), large(std::in_place, room, 300),
+        tired(std::in_place, room, 1);
+    Room::Place small(room, 10), other(room, 90), nothing(room, 0);
+    EXPECT_TRUE(first->enter(0ms));
+    EXPECT_TRUE(nothing.enter(0ms));
+    EXPECT_FALSE(large->enter(1ms));
+    EXPECT_FALSE(small.enter(1ms));
+    std::thread leaver([&first] {
+        std::this_thread::sleep_for(20ms);
+        first.reset();
+    });
+    EXPECT_TRUE(large->enter(10s));
+    leaver.join();
+    tired.reset();
+    EXPECT_FALSE(small.enter(1ms));
+    large.reset();
+    EXPECT_TRUE(small.enter(0ms));
+    EXPECT_TRUE(other.enter(0ms));
+}
+
+TEST_F(SenderTest, a_large_mail_that_finds_no_room_is_given_back_when_the_process_stops) {
+    Room::Place other(shared.large_mails, most_sent);
+    ASSERT_TRUE(other.enter(0ms));
+    queue();
+    queue().bytes = 2 << 20;
+    queue();
+    std::thread stopper([this] {
+        std::this_thread::sleep_for(20ms);
+        shared.watch.stop();
+    });
+    EXPECT_TRUE(send_all());
+    stopper.join();
+    ASSERT_EQ(3U, store.ends.size());
+    EXPECT_EQ(Outcome::Sent, store.ends[0].outcome);
+    EXPECT_EQ(Outcome::Released, store.ends[1].outcome);
+    EXPECT_EQ(Outcome::Released, store.ends[2].outcome);
+}
+
 TEST_F(SenderTest, what_was_sent_is_told_however_often_the_outbox_is_lost) {
     queue();
     ASSERT_TRUE(claims.take(1));
