@@ -13,12 +13,20 @@ from mailserver import Server
 
 CMAKE, BUILD, BITS = sys.argv[1:4]
 CFLAGS = "-std=c11 -Wall -Wextra -Werror -m" + BITS
+SOURCES = os.path.abspath(os.path.join(os.path.dirname(__file__), "../.."))
+# Runs a command where the sources and what was built of them are not to be seen.
+HIDDEN = ["unshare", "--mount", *([] if os.geteuid() == 0 else ["--map-root-user"]), "sh", "-ec",
+          'mount -t tmpfs none "$0"; exec "$@"', SOURCES]
 
 
 def run(*command, **options):
     result = subprocess.run(command, capture_output=True, text=True, timeout=120, check=False, **options)
     assert result.returncode == 0, (command, result.stdout, result.stderr)
     return result.stdout
+
+
+def alone(*command, **options):
+    return run(*(HIDDEN if Installed.can_hide else []), *command, **options)
 
 
 class Installed(unittest.TestCase):
@@ -28,6 +36,8 @@ class Installed(unittest.TestCase):
         cls.addClassCleanup(shutil.rmtree, cls.folder)
         cls.prefix = os.path.join(cls.folder, "usr")
         run(CMAKE, "--install", BUILD, "--prefix", cls.prefix)
+        here = subprocess.run([*HIDDEN, "test", "-d", cls.folder], capture_output=True, check=False)
+        cls.can_hide = here.returncode == 0  # not where mounting is not allowed
         [pkgconfig] = [path for path, _, files in os.walk(cls.prefix) if "quorel.pc" in files]
         cls.libraries = os.path.dirname(pkgconfig)
         cls.programs = os.path.join(cls.prefix, "bin")
@@ -39,16 +49,16 @@ class Installed(unittest.TestCase):
         # CMake looks for packages of the compiler's own word size only.
         package = "-Dquorel_DIR=" + os.path.join(cls.libraries, "cmake/quorel")
         found = package if BITS == "32" else "-DCMAKE_PREFIX_PATH=" + cls.prefix
-        run(CMAKE, "-G", "Ninja", "-S", cls.examples, "-B", "built", found, cwd=cls.folder,
+        alone(CMAKE, "-G", "Ninja", "-S", cls.examples, "-B", "built", found, cwd=cls.folder,
             env=cls.environment)
-        run(CMAKE, "--build", "built", cwd=cls.folder)
+        alone(CMAKE, "--build", "built", cwd=cls.folder)
 
     def example(self, name, *arguments, **options):
-        return run(os.path.join(self.folder, "built", name), *arguments, cwd=self.examples,
+        return alone(os.path.join(self.folder, "built", name), *arguments, cwd=self.examples,
                    env=self.environment, **options)
 
     def sql(self, *arguments):
-        return run(os.path.join(self.programs, "quorelsql"), *arguments, cwd=self.examples,
+        return alone(os.path.join(self.programs, "quorelsql"), *arguments, cwd=self.examples,
                    env=self.environment)
 
     def server(self):
@@ -88,15 +98,15 @@ class Installed(unittest.TestCase):
         with open(os.path.join(self.folder, "linked.c"), "w", encoding="ascii") as file:
             file.write('#include "extdll/procedures.h"\n'
                        "int main(void) { xp_stopmail(0, 0); return extfn_use_new_api() != EXTFN_API_VERSION; }\n")
-        run("sh", "-ec", f'eval "cc {CFLAGS} linked.c $(pkg-config --cflags --libs quorel)" -o linked; ./linked',
+        alone("sh", "-ec", f'eval "cc {CFLAGS} linked.c $(pkg-config --cflags --libs quorel)" -o linked; ./linked',
             cwd=self.folder, env=self.environment)
 
     def test_texts_are_compiled_by_the_installed_compiler(self):
         texts = os.path.join(self.libraries, "nxlgja12_sjis.res")
         compiler = os.path.join(self.programs, "qxres")
         with open(os.path.join(self.folder, "texts"), "w", encoding="utf-8") as file:
-            file.write(run(compiler, "--list", texts))
-        run(compiler, "texts", "-o", "made.res", cwd=self.folder)
+            file.write(alone(compiler, "--list", texts))
+        alone(compiler, "texts", "-o", "made.res", cwd=self.folder)
         with open(texts, "rb") as shipped, open(os.path.join(self.folder, "made.res"), "rb") as made:
             self.assertEqual(shipped.read(), made.read())
 
