@@ -19,7 +19,7 @@ const char* need(const Parameter& parameter) {
     case Absent::Refuse:
         return "required";
     case Absent::Connection:
-        return "default: this connection's number";
+        return "by name only, default: this connection's number";
     default:
         return "default: NULL";
     }
