@@ -23,10 +23,10 @@ using namespace host;
 
 constexpr const char* usage = R"(usage: quorel-worker
 
-Runs the procedures of libquorel_static.so for one host: quorelsql, xpcall or
-the SQLite extension. Hosts start it, people do not. It ends with its host,
-and with it all that its procedures have started. What it shows in ps is
-the host's name, its process, and the procedure that runs.
+Runs the procedures of libquorel_static.so for one host: quorelsql, xpcall,
+quorel-outbox, or the extension for SQLite or PostgreSQL. Hosts start it, people
+do not. It ends with its host, and with it all that its procedures have started.
+What it shows in ps is the host's name, its process, and the procedure that runs.
 )";
 
 // There is one in a process, for the handlers.

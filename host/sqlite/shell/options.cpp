@@ -14,7 +14,8 @@ namespace {
 constexpr int usage_error = 2;
 
 constexpr const char* usage =
-    R"(usage: quorelsql [DATABASE] [-c SQL]... [FILE.sql]
+    R"(usage: quorelsql [OPTION...] [DATABASE] [FILE.sql]
+       quorelsql [OPTION...] [DATABASE] -c SQL [-c SQL]...
 
 Runs SQL, and CALL procedure(name => value, …), on a SQLite database with the
 procedures of the quorel library: from SQL, from FILE.sql, or typed in.
