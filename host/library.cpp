@@ -21,10 +21,11 @@ std::string load_failure(const std::string& path, std::string_view remedy) {
     if (!text.starts_with(path)) text.insert(0, path + ": ");
     text.insert(0, "cannot load ");
     if (text.find("wrong ELF class") == std::string::npos) return text.append("; ").append(remedy);
-    return text + (sizeof(void*) == 8 ? "; this is a 64-bit program, which needs the library of a "
-                                        "64-bit build (cmake --preset release64)"
-                                      : "; this is a 32-bit program, which needs the library of a "
-                                        "32-bit build (cmake --preset release)");
+    return text + (sizeof(void*) == 8
+                       ? "; this is a 64-bit program, which needs the library of a "
+                         "64-bit build (libquorel for amd64, or cmake --preset release64)"
+                       : "; this is a 32-bit program, which needs the library of a "
+                         "32-bit build (libquorel for i386, or cmake --preset release)");
 }
 
 }  // namespace

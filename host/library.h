@@ -21,7 +21,7 @@ class Library : public Engine {
     /// do about a missing file.
     static Library
     load(std::string path, std::string& error,
-         std::string_view remedy = "build it with tools/demo, or name its file in QUOREL_LIBRARY");
+         std::string_view remedy = "install libquorel, or name its file in QUOREL_LIBRARY");
 
     [[nodiscard]] bool loaded() const { return _handle != nullptr; }
 

@@ -9,6 +9,10 @@ namespace host {
 
 inline constexpr const char* library_name = "libquorel_static.so";
 
+/// What the user of a program that has --lib can do where it is missing.
+inline constexpr const char* library_remedy =
+    "install libquorel, build it with tools/demo, or name its file with --lib or in QUOREL_LIBRARY";
+
 /// The folder of the file that this code was linked into, an executable or an extension, with its
 /// slash; empty when it cannot be told.
 [[nodiscard]] std::string own_folder();

@@ -7,6 +7,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include "host/librarypath.h"
 #include "host/outbox/servicemanager.h"
 #include "host/quietthread.h"
 #include "host/worker/workerclient.h"
@@ -57,8 +58,7 @@ Daemon::Daemon(const Options& options)
 Daemon::~Daemon() = default;
 
 bool Daemon::_prepare(std::string& error) {
-    constexpr const char* remedy = "build it with tools/demo or name it with --lib";
-    if (!find_worker(_options.library, remedy, _files, error)) return false;
+    if (!find_worker(_options.library, library_remedy, _files, error)) return false;
     _stores.emplace(_options.where, _name);
     _store = make_store(_options.where, _name, error);
     if (_store == nullptr || !_store->open(error)) return false;

@@ -34,7 +34,7 @@ QUOREL_OUTBOX in the environment names it, which other users cannot read.
   --probe S,L    the same for a mail server that is away (5,900)
   --lease S      what a daemon that died had in hand is free after S seconds (60)
   --lib FILE     the library to send with; else QUOREL_LIBRARY, else
-                 libquorel_static.so beside this program
+                 libquorel_static.so as it was built or installed with this program
   --help         show this text
 
 Any number of daemons may work on one outbox. SIGTERM or SIGINT ends this one after

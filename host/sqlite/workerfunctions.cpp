@@ -9,8 +9,8 @@ namespace host {
 
 namespace {
 
-constexpr const char* remedy = "build it with tools/demo, then put it beside the extension or name "
-                               "its file in QUOREL_LIBRARY";
+constexpr const char* remedy = "install libquorel, or build it with tools/demo, then put it beside "
+                               "the extension or name its file in QUOREL_LIBRARY";
 
 // The library of this process, for all connections, from the first load that succeeds. It is never
 // unloaded: a connection on another thread may be inside it when the program exits.

@@ -59,7 +59,7 @@ bool find_worker(const std::string& library, std::string_view remedy, WorkerFile
         if (find_program(own, below, wanted, files.program)) return true;
     error = wanted == ELFCLASSNONE ? "cannot load " + files.library + ": it is no library"
                                    : "there is no quorel-worker for " + files.library +
-                                         "; put the one of its build beside it";
+                                         "; put the one that came with it beside it";
     return false;
 }
 

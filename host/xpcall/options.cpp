@@ -23,7 +23,7 @@ usage: xpcall [OPTION...] PROCEDURE ARG...
        xpcall --list
 
   --lib FILE   the library to load; else QUOREL_LIBRARY, else libquorel_static.so
-               beside this program
+               as it was built or installed with this program
   --piece N    hand arguments over in pieces of N bytes (32768)
   --worker     run the calls in a process of their own, quorel-worker, so that
                Ctrl-C cancels any of them, whatever it waits for
@@ -33,8 +33,8 @@ usage: xpcall [OPTION...] PROCEDURE ARG...
   --list       show every procedure with its parameters
   --help       show this text
 
-The ARGs stand for the procedure's parameters in order; trailing ones that may
-be absent can be left out. Each ARG is one of
+The ARGs stand for the procedure's parameters in the order of --list; trailing
+ones that may be absent can be left out. Each ARG is one of
   null         SQL NULL
   out          an OUT parameter's place
   int:5        a number
@@ -72,7 +72,7 @@ void list_procedures() {
             const char* kind = parameter.direction == Direction::Out ? "OUT"
                                : parameter.absent == Absent::Refuse  ? ""
                                                                      : "optional";
-            printf("    %-12s %-9s %s\n", name.c_str(), kind, parameter.meaning.data());
+            printf("    %-20s %-9s %s\n", name.c_str(), kind, parameter.meaning.data());
         }
     }
 }

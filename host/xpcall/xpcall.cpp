@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "host/librarypath.h"
 #include "host/mailsession.h"
 #include "host/startup.h"
 #include "host/worker/openengine.h"
@@ -73,8 +74,8 @@ int flush_output(int status) {
 
 int run(const XpcallOptions& options) {
     std::string error;
-    const std::shared_ptr<const Engine> engine = open_engine(
-        options.place, options.library, "build it with tools/demo or name it with --lib", error);
+    const std::shared_ptr<const Engine> engine =
+        open_engine(options.place, options.library, library_remedy, error);
     if (engine == nullptr) return complain(error);
     engine->set_deadline(options.deadline);
 

@@ -169,8 +169,8 @@ class Extension(Case):
     def test_says_what_to_do_without_its_library(self):
         self.assertIn(
             "cannot load /missing.so: cannot open shared object file: No such file or directory; "
-            "build it with tools/demo, then put it beside the extension or name its file in "
-            "QUOREL_LIBRARY", shell(QUOREL_LIBRARY="/missing.so")[1])
+            "install libquorel, or build it with tools/demo, then put it beside the extension or name its "
+            "file in QUOREL_LIBRARY", shell(QUOREL_LIBRARY="/missing.so")[1])
         moved = shutil.copy(EXTENSION, self.folder)
         for file in LIBRARY, WORKER:
             shutil.copy(file, self.folder)

@@ -77,7 +77,7 @@ class Xpcall(Case):
                 (["xp_write_file", "f", "@missing"], b"xpcall: cannot read missing: No such file.*"),
                 (["xp_cmdshell", "int:1.5"], b"xpcall: int: takes a whole number.*"),
                 (["--lib", "/missing.so", "xp_cmdshell", "true"],
-                 b"xpcall: cannot load /missing.so: .*; build it with tools/demo or name it with --lib\n")):
+                 b"xpcall: cannot load /missing.so: .*; install libquorel, build it .* or name its file with --lib .*")):
             self.check(arguments, 2, b"", note)
 
     def test_a_signal_cancels_the_running_command_with_all_that_it_started(self):

@@ -1,5 +1,6 @@
 #include "host/sqlite/shell/session.h"
 
+#include "host/librarypath.h"
 #include "host/sqlite/functions.h"
 #include "host/sqlite/shell/display.h"
 
@@ -11,9 +12,7 @@ Session::~Session() {
 
 bool Session::open(const std::string& database, const std::string& library_path, Place place,
                    std::string& error) {
-    engine = open_engine(
-        place, library_path,
-        "build it with tools/demo, or name its file with --lib or in QUOREL_LIBRARY", error);
+    engine = open_engine(place, library_path, library_remedy, error);
     if (engine == nullptr) return false;
 
     int code = sqlite3_open(database.c_str(), &db);
