@@ -5,10 +5,12 @@
  *
  * The library is found where the system has its libraries. A server does the same with the
  * arguments of an SQL call; see extdll/extfn.h for what it may rely on. This host offers no
- * xp_cmdshell, so it need not watch for a call from a child process.
+ * xp_cmdshell, so it need not watch for a call from a child process. Of what SECURITY.md asks of a
+ * host that takes texts from strangers it does one thing: line ends become CRLF.
  */
 
 #include <dlfcn.h>
+#include <stdbool.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -47,7 +49,7 @@ static int16_t get_value(void* handle, uint32_t arg_num, an_extfn_value* value) 
     value->piece_len = (uint32_t)argument->length;
     value->total_len = value->piece_len;
     value->type = argument->type;
-    return 1;
+    return value->total_len == argument->length;
 }
 
 static int16_t get_piece(void* handle, uint32_t arg_num, an_extfn_value* value, uint32_t offset) {
@@ -102,9 +104,30 @@ static int32_t status_of(void* library, const char* name, const an_argument* arg
     return status;
 }
 
+/* The contents with CRLF for each line end, whatever it was; to be freed. */
+static an_argument with_crlf(an_argument contents) {
+    const char* from = contents.data;
+    char* to = calloc(contents.length, 2);
+    an_argument made = {EXTFN_TYPE_CHAR, to, 0};
+    for (size_t i = 0; to != NULL && i < contents.length; ++i) {
+        if (from[i] == '\n' && i > 0 && from[i - 1] == '\r') continue;
+        const bool ends = from[i] == '\r' || from[i] == '\n';
+        if (ends) to[made.length++] = '\r';
+        to[made.length++] = ends ? '\n' : from[i];
+    }
+    return made;
+}
+
+/* 0 for what is no port. */
+static int32_t port_of(const char* words) {
+    char* end = NULL;
+    const long port = strtol(words, &end, 10);
+    return *end == '\0' && port >= 1 && port <= 65535 ? (int32_t)port : 0;
+}
+
 /* Parameter N is at N - 1; those left out are NULL. */
-static int send_mail(void* library, char** words, an_argument message) {
-    const int32_t port = (int32_t)strtol(words[1], NULL, 10);
+static bool send_mail(void* library, char** words, an_argument message) {
+    const int32_t port = port_of(words[1]);
     const int32_t connection = 1;
     const an_argument start[12] = {
         [0] = text(words[2]), /* sender */
@@ -115,13 +138,29 @@ static int send_mail(void* library, char** words, an_argument message) {
     const an_argument mail[20] = {
         [0] = text(words[3]), /* recipient */
         [1] = text("From a host on a page"),
-        [5] = {EXTFN_TYPE_CHAR, message.data, message.length},
+        [5] = message,
         [19] = number(&connection),
     };
     const an_argument stop[] = {number(&connection)};
-    if (status_of(library, "xp_startsmtp", start, 12) != 0) return 1;
+    if (port == 0) fprintf(stderr, "host: %s is no port\n", words[1]);
+    if (port == 0 || status_of(library, "xp_startsmtp", start, 12) != 0) return false;
     const int32_t sent = status_of(library, "xp_sendmail", mail, 20);
-    return status_of(library, "xp_stopsmtp", stop, 1) != 0 || sent != 0;
+    return status_of(library, "xp_stopsmtp", stop, 1) == 0 && sent == 0;
+}
+
+static bool send_text(void* library, char** words, an_argument contents) {
+    const an_argument message = with_crlf(contents);
+    if (message.data == NULL) perror("host");
+    const bool sent = message.data != NULL && send_mail(library, words, message);
+    free((void*)message.data);
+    return sent;
+}
+
+static bool print(an_argument contents) {
+    const bool printed =
+        fwrite(contents.data, 1, contents.length, stdout) == contents.length && fflush(stdout) == 0;
+    if (!printed) perror("host");
+    return printed;
 }
 
 int main(int argc, char** argv) {
@@ -135,13 +174,13 @@ int main(int argc, char** argv) {
     }
     const an_argument name = {EXTFN_TYPE_STRING, argv[1], strlen(argv[1])};
     const an_argument contents = call(library, "xp_read_file", &name, 1);
-    int failed = contents.data == NULL;
-    if (failed)
+    bool done = false;
+    if (contents.data == NULL)
         fprintf(stderr, "host: %s is empty, or cannot be read\n", argv[1]);
     else if (argc == 6)
-        failed = send_mail(library, argv + 2, contents);
+        done = send_text(library, argv + 2, contents);
     else
-        failed = fwrite(contents.data, 1, contents.length, stdout) != contents.length;
+        done = print(contents);
     free((void*)contents.data);
-    return failed;
+    return done ? 0 : 1;
 }

@@ -52,15 +52,18 @@ static bool load(const char* path, a_provider* provider) {
            get_error(&provider->error) == QXCI_OK && get_hash(&provider->hash) == QXCI_OK;
 }
 
+/* False with the hasher's last error, or without one where input or output failed. */
 static bool hash_input(const a_provider* provider, QXCIBlockHasherH hasher) {
     a_qxci_byte bytes[4096];
     if (provider->hash.begin_hash_func(hasher) != QXCI_OK) return false;
     for (size_t count; (count = fread(bytes, 1, sizeof bytes, stdin)) > 0;)
         if (provider->hash.add_data_func(hasher, bytes, count) != QXCI_OK) return false;
+    if (ferror(stdin)) return false;
     size_t length = sizeof bytes;
     if (provider->hash.end_hash_func(hasher, bytes, &length) != QXCI_OK) return false;
     for (size_t i = 0; i < length; ++i) printf("%02x", bytes[i]);
-    return printf("\n") > 0;
+    printf("\n");
+    return fflush(stdout) == 0 && !ferror(stdout);
 }
 
 int main(int argc, char** argv) {
@@ -80,7 +83,10 @@ int main(int argc, char** argv) {
     QXCIBlockHasherH hasher = provider.hash.create_func(env, argv[2], &error);
     const bool hashed = hasher != NULL && hash_input(&provider, hasher);
     if (hasher != NULL && !hashed) error.code = provider.hash.get_last_error_func(hasher)->code;
-    if (!hashed) fprintf(stderr, "owner: %s: error %u\n", argv[2], (unsigned)error.code);
+    if (error.code != QxciErrOK)
+        fprintf(stderr, "owner: %s: error %u\n", argv[2], (unsigned)error.code);
+    else if (!hashed)
+        perror("owner");
     if (hasher == NULL) provider.error.destroy_func(env, &error);
     provider.hash.destroy_func(hasher);
     provider.env.destroy_func(env);

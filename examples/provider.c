@@ -6,7 +6,6 @@
  */
 
 #include <string.h>
-#include <strings.h>
 
 #include "kovcert/qxci/qxci.h"
 
@@ -89,9 +88,17 @@ static bool has_id(QXCIEnvironmentH env, a_qxci_byte id) {
     return id == SUM_ID;
 }
 
+/* Without a locale: in a Turkish one an "I" is no "i". */
+static char to_lower(char letter) {
+    return letter >= 'A' && letter <= 'Z' ? (char)(letter - 'A' + 'a') : letter;
+}
+
 static bool has_name(QXCIEnvironmentH env, const char* name) {
     (void)env;
-    return name != NULL && strcasecmp(name, "SUM") == 0;
+    if (name == NULL) return false;
+    const char* letter = "sum";
+    while (*letter != '\0' && to_lower(*name) == *letter) ++letter, ++name;
+    return *letter == '\0' && *name == '\0';
 }
 
 /* ---- The hash ------------------------------------------------------------------------------- */

@@ -68,7 +68,7 @@ class Installed(unittest.TestCase):
         return server
 
     def test_host_reads_a_file_and_sends_it(self):
-        text = ("x" * 70 + "\r\n") * 1500
+        text = ("x" * 70 + "\n" + "y" * 70 + "\r\n") * 750
         with open(os.path.join(self.examples, "text"), "w", encoding="ascii", newline="") as file:
             file.write(text)
         self.assertEqual(text.replace("\r", ""), self.example("host", "text"))
@@ -76,7 +76,16 @@ class Installed(unittest.TestCase):
         self.example("host", "text", "127.0.0.1", str(server.port), "ann@a.test", "bob@b.test")
         [(sender, recipients, message)] = server.messages
         self.assertEqual(("ann@a.test", ["bob@b.test"]), (sender, recipients))
-        self.assertIn(text.encode(), message)
+        self.assertIn(text.replace("\r", "").replace("\n", "\r\n").encode(), message)
+
+    def test_examples_fail_where_nothing_was_done(self):
+        for words, redirection, fault in (
+                ("host README.md", ">/dev/full", "No space left"),
+                ("host README.md 127.0.0.1 smtp ann@a.test bob@b.test", "", "smtp is no port"),
+                ("owner ../built/libsum.so SUM", ">/dev/full </dev/null", "No space left"),
+                ("owner ../built/libsum.so SUM", "<.", "Is a directory")):
+            with self.assertRaisesRegex(AssertionError, fault):
+                alone("sh", "-c", f"../built/{words} {redirection}", cwd=self.examples, env=self.environment)
 
     def test_provider_hashes_for_its_owner(self):
         self.assertEqual("26\n", self.example("owner", "../built/libsum.so", "sum", input="abc"))
