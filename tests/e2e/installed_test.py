@@ -45,14 +45,17 @@ class Installed(unittest.TestCase):
         cls.examples = os.path.join(cls.folder, "examples")
         shutil.copytree(os.path.join(cls.prefix, "share/doc/libquorel-dev/examples"), cls.examples)
         cls.environment = {**os.environ, "LD_LIBRARY_PATH": cls.libraries, "PKG_CONFIG_PATH": pkgconfig,
-                           "CFLAGS": CFLAGS}
+                           "CFLAGS": CFLAGS, "CXXFLAGS": f"-m{BITS} -Wall -Werror"}
         cls.environment.pop("QUOREL_LIBRARY", None)
         # CMake looks for packages of the compiler's own word size only.
         package = "-Dquorel_DIR=" + os.path.join(cls.libraries, "cmake/quorel")
-        found = package if BITS == "32" else "-DCMAKE_PREFIX_PATH=" + cls.prefix
-        alone(CMAKE, "-G", "Ninja", "-S", cls.examples, "-B", "built", found, cwd=cls.folder,
-            env=cls.environment)
-        alone(CMAKE, "--build", "built", cwd=cls.folder)
+        cls.found = package if BITS == "32" else "-DCMAKE_PREFIX_PATH=" + cls.prefix
+        cls.build(cls.examples, "built")
+
+    @classmethod
+    def build(cls, sources, built):
+        alone(CMAKE, "-G", "Ninja", "-S", sources, "-B", built, cls.found, cwd=cls.folder, env=cls.environment)
+        alone(CMAKE, "--build", built, cwd=cls.folder)
 
     def example(self, name, *arguments, **options):
         return alone(os.path.join(self.folder, "built", name), *arguments, cwd=self.examples,
@@ -110,6 +113,17 @@ class Installed(unittest.TestCase):
                        "int main(void) { xp_stopmail(0, 0); return extfn_use_new_api() != EXTFN_API_VERSION; }\n")
         alone("sh", "-ec", f'eval "cc {CFLAGS} linked.c $(pkg-config --cflags --libs quorel)" -o linked; ./linked',
             cwd=self.folder, env=self.environment)
+
+    def test_the_kit_brings_its_version_of_the_language(self):
+        provider = os.path.join(self.folder, "provider")
+        os.mkdir(provider)
+        for name, text in (("sum.cpp", '#include "kovcert/qxci/kit/providerkit.h"\n'),
+                           ("CMakeLists.txt", "cmake_minimum_required(VERSION 3.25)\nproject(sum LANGUAGES CXX)\n"
+                            "find_package(quorel REQUIRED)\nadd_library(sum MODULE sum.cpp)\n"
+                            "target_link_libraries(sum PRIVATE quorel::kit)\n")):
+            with open(os.path.join(provider, name), "w", encoding="ascii") as file:
+                file.write(text)
+        self.build(provider, "made")
 
     def test_texts_are_compiled_by_the_installed_compiler(self):
         texts = os.path.join(self.libraries, "nxlgja12_sjis.res")

@@ -100,7 +100,8 @@
 ///     }
 ///
 /// Build it as a shared library without exceptions and RTTI, with the C++ library linked in and
-/// nothing exported but the entry points, for which providers/exports.map is the version script:
+/// nothing exported but the entry points, for which providers/exports.map is the version script
+/// (in CMake, quorel::kit has the headers and the language's version):
 ///
 ///     g++ -std=c++20 -fno-exceptions -fno-rtti -fPIC -shared -static-libstdc++ -static-libgcc
 ///         -Wl,-z,defs -Wl,--version-script,providers/exports.map -I . -o libsum.so sum.cpp
@@ -109,6 +110,10 @@
 /// somebody else's process, and some of them keep the file mapped when the owner unloads it. A
 /// provider that is unloaded leaves nothing behind, no threads, no handlers, no memory of the C++
 /// library's (std::mutex brings its reserve for exceptions along).
+
+#if __cplusplus < 202002L
+#error "The provider kit needs C++20: -std=c++20, or quorel::kit in CMake."
+#endif
 
 #include "kovcert/qxci/kit/algorithms.h"
 #include "kovcert/qxci/kit/object.h"
