@@ -360,6 +360,16 @@ TEST(MailProcedures, without_a_mutex_nothing_starts_and_nothing_is_there) {
     EXPECT_EQ(nullptr, registry.FindState(7));
 }
 
+TEST(SendmailManager, leaves_the_record_of_a_session_that_was_started) {
+    SendmailManager registry;
+    SendmailState* const session = registry.FindOrAddState(7);
+    ASSERT_NE(nullptr, session);
+    registry.ReleaseAndDeleteState(registry.FindState(7));
+    EXPECT_EQ(nullptr, registry.FindState(7));
+    EXPECT_EQ(1U, session->refcount);
+    registry.ReleaseState(session);
+}
+
 // In a process of its own, whose library ends.
 int end_of_the_library() {
     FakeHost host;
