@@ -20,13 +20,14 @@ set(CPACK_QUOREL_SOURCE "${PROJECT_SOURCE_DIR}")
 set(CPACK_QUOREL_BINDIR "${CMAKE_INSTALL_FULL_BINDIR}")
 if(QUOREL_BITS EQUAL 32)
   set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE i386)
-  # dpkg-shlibdeps knows the libraries of the machine's own architecture only; tools/package checks this.
-  set(c_library "libc6 (>= 2.36)")
 else()
   set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE amd64)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-  set(c_library "")
 endif()
+# What packages of libraries need besides; tools/package checks it. dpkg-shlibdeps knows the libraries of
+# the machine's own architecture only, and what it has looked at CPack gives scripts that call ldconfig,
+# which is the trigger's to do.
+set(c_library "libc6 (>= 2.36)")
 
 set(CPACK_COMPONENTS_ALL "")
 set(this_version "(= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
@@ -45,6 +46,7 @@ macro(package component)
   endif()
   if(arg_LIBRARIES)
     set(CPACK_DEBIAN_${upper}_PACKAGE_CONTROL_EXTRA "${CMAKE_CURRENT_LIST_DIR}/triggers")
+    set(CPACK_DEBIAN_${upper}_PACKAGE_SHLIBDEPS OFF)
   endif()
   set(CPACK_COMPONENT_${upper}_DESCRIPTION "${arg_SUMMARY}\n${arg_TEXT}")
   set(CPACK_DEBIAN_${upper}_PACKAGE_DEPENDS "${arg_DEPENDS}")
@@ -70,7 +72,8 @@ if(QUOREL_BITS EQUAL 64)
     SUMMARY "SQL shell and command line for the quorel procedures"
     TEXT "Calls the procedures of libquorel where there is no database server: quorelsql
 is an SQL shell over SQLite, xpcall is for scripts.")
-  package(sqlite LIBRARIES NAME quorel-sqlite3 SECTION database DEPENDS "libquorel ${this_version}"
+  package(sqlite LIBRARIES NAME quorel-sqlite3 SECTION database
+    DEPENDS "libquorel ${this_version}, ${c_library}"
     SUMMARY "quorel procedures as an extension for SQLite"
     TEXT "Gives sqlite3, or any other program that loads extensions into SQLite, the
 procedures of libquorel as functions: SELECT xp_sendmail(...).")
@@ -86,9 +89,9 @@ and the tables say what became of it.")
     package(postgresql NAME postgresql-${postgres}-quorel SECTION database
       DEPENDS "libquorel ${this_version}, postgresql-${postgres}"
       SUMMARY "quorel procedures as an extension for PostgreSQL ${postgres}"
-      TEXT "CREATE EXTENSION quorel gives a database the procedures of libquorel as functions,
-which the server's roles may or may not call. They run in a worker, so that a
-statement's cancel ends any of them.")
+      TEXT "CREATE EXTENSION quorel gives a database the procedures of libquorel as
+functions, which the server's roles may or may not call. They run in a worker,
+so that a statement's cancel ends any of them.")
   endif()
 endif()
 include(CPack)

@@ -2,6 +2,8 @@
 # pages compressed, a copyright file, a changelog, and why lintian is to overlook something. The same
 # sources give the same bytes, as packages of several architectures must that are installed together.
 
+set(for_all OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+
 function(compress file)
   execute_process(COMMAND gzip -9n "${file}" COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
@@ -23,10 +25,13 @@ License: Expat
 License: Expat
  ${terms}
 ")
-# The day of the newest change to the sources.
+# The day of the newest change to the sources, which without their history is that of their newest version.
 execute_process(COMMAND git -c "safe.directory=${CPACK_QUOREL_SOURCE}" log -1 --format=%cD
   WORKING_DIRECTORY "${CPACK_QUOREL_SOURCE}" OUTPUT_VARIABLE date OUTPUT_STRIP_TRAILING_WHITESPACE
-  COMMAND_ERROR_IS_FATAL ANY)
+  RESULT_VARIABLE failed ERROR_QUIET)
+if(failed)
+  file(TIMESTAMP "${CPACK_QUOREL_SOURCE}/CHANGELOG.md" date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+endif()
 set(changelog "quorel (${CPACK_PACKAGE_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}) stable; urgency=medium
 
   * See changelog.gz.
@@ -41,10 +46,12 @@ foreach(component ${CPACK_COMPONENTS_ALL})
   set(documents "${tree}/share/doc/${name}")
   file(WRITE "${documents}/copyright" "${copyright}")
   file(WRITE "${documents}/changelog.Debian" "${changelog}")
-  configure_file("${CPACK_QUOREL_SOURCE}/CHANGELOG.md" "${documents}/changelog" COPYONLY)
+  configure_file("${CPACK_QUOREL_SOURCE}/CHANGELOG.md" "${documents}/changelog" COPYONLY
+    FILE_PERMISSIONS ${for_all})
   set(overrides "${CPACK_QUOREL_SOURCE}/packaging/overrides/${name}")
   if(EXISTS "${overrides}")
-    configure_file("${overrides}" "${tree}/share/lintian/overrides/${name}" COPYONLY)
+    configure_file("${overrides}" "${tree}/share/lintian/overrides/${name}" COPYONLY
+      FILE_PERMISSIONS ${for_all})
   endif()
   # Units name the programs by the folder that a build installs them into.
   file(GLOB units "${tree}/lib/systemd/system/*")
