@@ -32,10 +32,12 @@ set(c_library "libc6 (>= 2.36)")
 set(CPACK_COMPONENTS_ALL "")
 set(this_version "(= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
 
-# package(component [LIBRARIES] NAME name SECTION section SUMMARY text DEPENDS text [MULTIARCH kind] TEXT text):
-# LIBRARIES for one that puts some where the dynamic linker looks.
+# package(component [LIBRARIES] NAME name SECTION section SUMMARY text DEPENDS text [MULTIARCH kind] TEXT text
+#         [SCRIPTS file...] [SECRETS folder]):
+# LIBRARIES for one that puts some where the dynamic linker looks; SCRIPTS run when it is installed or
+# removed; SECRETS is for root alone.
 macro(package component)
-  cmake_parse_arguments(arg "LIBRARIES" "NAME;SECTION;SUMMARY;DEPENDS;MULTIARCH;TEXT" "" ${ARGN})
+  cmake_parse_arguments(arg "LIBRARIES" "NAME;SECTION;SUMMARY;DEPENDS;MULTIARCH;TEXT;SECRETS" "SCRIPTS" ${ARGN})
   list(APPEND CPACK_COMPONENTS_ALL ${component})
   string(TOUPPER ${component} upper)
   set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${arg_NAME})
@@ -45,9 +47,12 @@ macro(package component)
     string(APPEND CPACK_DEBIAN_${upper}_PACKAGE_SECTION "\nMulti-Arch: ${arg_MULTIARCH}")
   endif()
   if(arg_LIBRARIES)
-    set(CPACK_DEBIAN_${upper}_PACKAGE_CONTROL_EXTRA "${CMAKE_CURRENT_LIST_DIR}/triggers")
+    list(APPEND arg_SCRIPTS triggers)
     set(CPACK_DEBIAN_${upper}_PACKAGE_SHLIBDEPS OFF)
   endif()
+  list(TRANSFORM arg_SCRIPTS PREPEND "${CMAKE_CURRENT_LIST_DIR}/"
+    OUTPUT_VARIABLE CPACK_DEBIAN_${upper}_PACKAGE_CONTROL_EXTRA)
+  set(CPACK_QUOREL_${upper}_SECRETS "${arg_SECRETS}")
   set(CPACK_COMPONENT_${upper}_DESCRIPTION "${arg_SUMMARY}\n${arg_TEXT}")
   set(CPACK_DEBIAN_${upper}_PACKAGE_DEPENDS "${arg_DEPENDS}")
 endmacro()
@@ -79,6 +84,7 @@ is an SQL shell over SQLite, xpcall is for scripts.")
 procedures of libquorel as functions: SELECT xp_sendmail(...).")
   if(TARGET quorel-outbox)
     package(outbox NAME quorel-outbox SECTION mail DEPENDS "libquorel ${this_version}"
+      SCRIPTS outbox/postinst outbox/prerm outbox/postrm SECRETS etc/quorel
       SUMMARY "sends the mail that waits in a database"
       TEXT "A daemon over an outbox in SQLite or PostgreSQL: a mail that was queued by an
 INSERT goes out after the commit, is tried again while the mail server is away,
