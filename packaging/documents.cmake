@@ -28,6 +28,7 @@ function(held_terms packages result)
   endforeach()
   string(REGEX REPLACE "[ \t\n]+$" "" terms "${terms}")
   string(REGEX REPLACE "\n" "\n " terms "${terms}")
+  # Twice, since blank lines in a row share their line breaks.
   string(REGEX REPLACE "\n[ \t]+\n" "\n .\n" terms "${terms}")
   string(REGEX REPLACE "\n[ \t]+\n" "\n .\n" terms "${terms}")
   set(${result} "${terms}" PARENT_SCOPE)
