@@ -37,8 +37,9 @@ QUOREL_OUTBOX in the environment names it, which other users cannot read.
                  libquorel_static.so as it was built or installed with this program
   --help         show this text
 
-Any number of daemons may work on one outbox. SIGTERM or SIGINT ends this one after
-the messages in hand, a second one at once; such a message is sent again later.
+Any number of daemons may work on one outbox, in SQLite those of one machine. SIGTERM
+or SIGINT ends this one after the messages in hand, a second one at once; such a message
+is sent again later.
 
 Exit status: 0 done; 1 with --once, not all was sent; 2 not started, and why.
 )";
