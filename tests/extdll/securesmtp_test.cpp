@@ -149,7 +149,7 @@ TEST(SecureSMTPClient, every_step_that_fails_has_its_code) {
         {"greeting", 105, "", {{"greeting", "554 no"}}},
         {"no greeting", 104, "", {{"greeting", "close"}}},
         {"EHLO", 105, "EHLO", {{"EHLO", "502 no"}}},
-        {"not offered", 105, "EHLO", {{"EHLO", "250 AUTH PLAIN"}}},
+        {"not offered", 105, "EHLO", {{"EHLO", "250 AUTH PLAIN"}}, "", "", true},
         {"not ready", 105, clear, {{"STARTTLS", "454 no"}}},
         {"STARTTLS unanswered", 104, clear, {{"STARTTLS", "close"}}},
         {"no TLS", 105, clear, {{"STARTTLS", "220 go\r\nHTTP/1.1 400\r\n"}}, "", nullptr},

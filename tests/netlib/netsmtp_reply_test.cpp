@@ -117,7 +117,7 @@ TEST(SmtpReply, keeps_what_a_line_says_and_never_reads_beyond_it) {
         {"250-a\r\n251 b\r\n", 0, 251, {"a", "b"}},
         {"250-a\r\n", 104, 250, {"a"}},
         {std::string("250 a\0b\r\n", 9), 0, 250, {"a"}},
-        // Lines of 255, 256 and 257 bytes.
+        // Lines of 258, 256, 257 and 258 bytes, of which 256 are read at a time.
         {"250 " + filler + "x\r\n", 0, 250, {filler + "x"}},
         {"250-" + filler.substr(1) + "\r\n250 b\r\n", 0, 250, {filler.substr(1), "b"}},
         {"250-" + filler + "\r\n250 b\r\n", 104, 250, {filler}},

@@ -365,6 +365,22 @@ TEST_F(OpenSslProvider, ends_with_peers_that_speak_no_tls) {
     EXPECT_EQ(QxciErrOpenSSLError, second.failure.first);
 }
 
+TEST_F(OpenSslProvider, ends_a_handshake_that_goes_on_for_ever) {
+    // Which a HelloRequest does not end (RFC 5246, section 7.4.1.1).
+    struct Greeter : Wire {
+        void answer() override { in += record; }
+        std::string record;
+    };
+    for (const char size : {'\1', '\100'}) {  // of a quarter of a request, or of many
+        Greeter wire;
+        wire.limit = 1 << 20;
+        wire.record = {'\x16', '\x03', '\x03', '\0', size};
+        wire.record.append(static_cast<size_t>(size), '\0');
+        EXPECT_EQ(QxciErrHandshakeFailed, connect(wire).first);
+        EXPECT_LT(wire.taken, 10000U) << "a thousand records or requests";
+    }
+}
+
 TEST_F(OpenSslProvider, bears_a_thousand_records_in_a_row_without_data) {
     Peer peer(good);
     Session session(provider, peer, trust);

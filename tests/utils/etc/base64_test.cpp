@@ -145,24 +145,28 @@ TEST_P(Base64, decodes_buffers_in_place_as_if_character_by_character) {
 }
 
 TEST_P(Base64, finds_every_bad_letter_at_every_place_of_up_to_two_hundred_bytes) {
+    const std::string_view good(
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/\r\n");
     std::string bad;
     for (int c = 0; c < 256; ++c)
-        if (!base64_is_line_break(a_byte(c)) && (c > 127 || base64_values.of[c] == base64_no_value))
-            bad += static_cast<char>(c);
-    ASSERT_EQ(256U - 64 - 2, bad.size());
+        if (good.find(static_cast<char>(c)) == good.npos) bad += static_cast<char>(c);
     Random random(1);
     for (size_t length = 1; length <= 200; ++length) {
-        std::string text = plain_base64(random_bytes(random, length), 0), out(text.size(), '~');
+        const std::string encoded = plain_base64(random_bytes(random, length), 0);
+        // Of the exact size, for the address sanitizer.
+        std::vector<char> text(encoded.begin(), encoded.end()), out(length);
         for (size_t at = 0; at < text.size(); ++at) {
-            const char good = text[at];
             for (const char c : bad) {
                 text[at] = c;
                 // A group with padding may be followed by more.
                 const bool pads = c == '=' && (at % 4 == 3 || (at % 4 == 2 && text[at + 1] == '='));
                 const size_t count = base64_decode(out.data(), text.data(), text.size());
-                if ((count != ~size_t{0}) != pads) FAIL() << at << " in " << text;
+                UTBufIStream source(text.data(), text.size());
+                UTBufOStream dest(out.data(), out.size());
+                if ((count != ~size_t{0}) != pads || base64_decode(dest, source, nullptr) != pads)
+                    FAIL() << int{c} << " at " << at << " in " << encoded;
             }
-            text[at] = good;
+            text[at] = encoded[at];
         }
     }
 }
