@@ -95,7 +95,7 @@ bool take_argument(std::string_view& payload, SentArgument& argument) {
     argument.type = wire.type;
     argument.is_null = wire.is_null != 0;
     argument.total = wire.total;
-    return is_possible(argument);
+    return wire.is_null <= 1 && is_possible(argument);
 }
 
 }  // namespace
