@@ -1,7 +1,7 @@
 #include "host/sqlite/shell/session.h"
 
+#include "host/displaytext.h"
 #include "host/sqlite/functions.h"
-#include "host/sqlite/shell/display.h"
 
 namespace host {
 
