@@ -132,6 +132,10 @@ bool write_call(const CallRequest& request, std::string& payload) {
     put_text(payload, request.procedure);
     put_text(payload, request.folder);
     std::size_t needed = payload.size() + request.arguments.size() * sizeof(WireArgument);
+    std::size_t whole = needed;
+    for (const SentArgument& argument : request.arguments) whole += argument.piece.size();
+    // Growing would leave copies behind, of a password too.
+    payload.reserve(std::min<std::size_t>(whole, longest_payload));
     for (const SentArgument& argument : request.arguments) {
         std::string_view piece = argument.piece;
         const bool fits = needed + piece.size() <= longest_payload;
