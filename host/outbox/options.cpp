@@ -7,6 +7,7 @@
 
 #include <getopt.h>
 
+#include "host/outbox/oneline.h"
 #include "host/seconds.h"
 #include "host/text.h"
 
@@ -45,7 +46,7 @@ Exit status: 0 done; 1 with --once, not all was sent; 2 not started, and why.
 )";
 
 bool complain(const std::string& sentence) {
-    fprintf(stderr, "quorel-outbox: %s\n", sentence.c_str());
+    fprintf(stderr, "quorel-outbox: %s\n", on_one_line(sentence).c_str());
     return false;
 }
 

@@ -8,6 +8,7 @@
 #include <malloc.h>
 
 #include "host/outbox/daemon.h"
+#include "host/outbox/oneline.h"
 #include "host/outbox/statustext.h"
 #include "host/startup.h"
 
@@ -16,7 +17,7 @@ namespace {
 using namespace host::outbox;
 
 int complain(const std::string& sentence) {
-    fprintf(stderr, "quorel-outbox: %s\n", sentence.c_str());
+    fprintf(stderr, "quorel-outbox: %s\n", on_one_line(sentence).c_str());
     return EXIT_NOT_STARTED;
 }
 

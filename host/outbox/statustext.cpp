@@ -47,7 +47,7 @@ std::string account_line(const Account& a) {
         text += a.failures > 0 ? "to be tried again; " : "ready; ";
     if (a.failures > 0) text += counted(a.failures, " failure", " failures") + " in a row; ";
     text.resize(text.size() - 2);
-    return text + '\n';
+    return on_one_line(text) + '\n';
 }
 
 std::string trouble_line(const Trouble& t) {

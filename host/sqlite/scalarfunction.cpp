@@ -36,13 +36,6 @@ class BlobBuilder {
     sqlite3_str* _bytes;
 };
 
-void fail(sqlite3_context* context, int code, const std::string& error) {
-    if (code == SQLITE_TOOBIG) return sqlite3_result_error_toobig(context);
-    if (code == SQLITE_NOMEM) return sqlite3_result_error_nomem(context);
-    if (code != SQLITE_ERROR) return sqlite3_result_error_code(context, code);
-    sqlite3_result_error(context, error.c_str(), static_cast<int>(error.size()));
-}
-
 void hand_over(sqlite3_context* context, const std::optional<Value>& value) {
     if (!value || value->is_null()) return sqlite3_result_null(context);
     if (const std::optional<std::int32_t> number = value->as_int())
@@ -90,7 +83,7 @@ void call_for_bytes(sqlite3_context* context, int count, sqlite3_value** values)
     std::string error;
     int code = run(context, function, frame, {values, static_cast<std::size_t>(count)}, error);
     if (code == SQLITE_OK) code = probe.interrupted() ? SQLITE_INTERRUPT : blob.error();
-    if (code != SQLITE_OK) return fail(context, code, error);
+    if (code != SQLITE_OK) return give_error(context, code, error);
     if (frame.result() && frame.result()->is_null()) return sqlite3_result_null(context);
     blob.hand_over(context);
 }
@@ -102,13 +95,20 @@ void call_for_value(sqlite3_context* context, int count, sqlite3_value** values)
     std::string error;
     const int code =
         run(context, function, frame, {values, static_cast<std::size_t>(count)}, error);
-    if (code != SQLITE_OK) return fail(context, code, error);
+    if (code != SQLITE_OK) return give_error(context, code, error);
     if (function.procedure->result == Result::Status) return hand_over(context, frame.result());
     for (std::uint32_t number = 1; number <= function.procedure->parameter_count(); ++number)
         if (function.procedure->is_out(number)) return hand_over(context, frame.out(number));
 }
 
 }  // namespace
+
+void give_error(sqlite3_context* context, int code, const std::string& error) {
+    if (code == SQLITE_TOOBIG) return sqlite3_result_error_toobig(context);
+    if (code == SQLITE_NOMEM) return sqlite3_result_error_nomem(context);
+    if (code != SQLITE_ERROR) return sqlite3_result_error_code(context, code);
+    sqlite3_result_error(context, error.c_str(), static_cast<int>(error.size()));
+}
 
 int register_scalar_function(sqlite3* db, const SqlFunction& function) {
     // The functions count their arguments themselves, for a message that shows the call.

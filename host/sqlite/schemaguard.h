@@ -1,7 +1,8 @@
 #ifndef QUOREL_HOST_SQLITE_SCHEMAGUARD_H
 #define QUOREL_HOST_SQLITE_SCHEMAGUARD_H
 
-/// Keeps the SQL that stands in a database file away from the procedures.
+/// Keeps the SQL that stands in a database file away from the procedures, and from what says where
+/// they run.
 
 #include <string>
 #include <string_view>
@@ -11,7 +12,7 @@
 namespace host {
 
 /// Called by an SQL function or table before it does anything: is it the running statement, as the
-/// program gave it to SQLite, that calls the procedure `name`?
+/// program gave it to SQLite, that calls `name`?
 ///
 /// A database's schema is SQL as well, written by whoever made the file. SQLITE_DIRECTONLY makes
 /// SQLite refuse calls in views and triggers, but not in CHECK constraints, nor in generated

@@ -56,6 +56,9 @@ int call_from_sql(sqlite3* db, const SqlFunction& function, CallFrame& frame,
 int register_functions(sqlite3* db, const std::shared_ptr<const SqlConnection>& connection,
                        const std::function<void(std::uint64_t moved)>& on_progress = {});
 
+/// Ends the running function with `code`, for SQLITE_ERROR with the sentence `error`.
+void give_error(sqlite3_context* context, int code, const std::string& error);
+
 /// Makes `function` known to `db` under its procedure's name, as a table-valued function if it
 /// is_table(). SQLite owns the copy. SQLITE_OK or SQLite's error code.
 int register_scalar_function(sqlite3* db, const SqlFunction& function);

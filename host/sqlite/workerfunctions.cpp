@@ -4,10 +4,14 @@
 
 #include "host/mailsession.h"
 #include "host/seconds.h"
+#include "host/sqlite/schemaguard.h"
 
 namespace host {
 
 namespace {
+
+constexpr const char* worker_name = "quorel_worker";
+constexpr const char* deadline_name = "quorel_deadline";
 
 constexpr const char* remedy = "install libquorel, or build it with tools/demo, then put it beside "
                                "the extension or name its file in QUOREL_LIBRARY";
@@ -27,10 +31,19 @@ SqlConnection& connection_of(sqlite3_context* context) {
 }
 
 void fail(sqlite3_context* context, const std::string& error) {
-    sqlite3_result_error(context, error.c_str(), static_cast<int>(error.size()));
+    give_error(context, SQLITE_ERROR, error);
+}
+
+// False where a schema may be what calls `name`, which then has failed.
+bool is_direct_call(sqlite3_context* context, const char* name) {
+    std::string error;
+    const int code = check_direct_call(sqlite3_context_db_handle(context), name, error);
+    if (code != SQLITE_OK) give_error(context, code, error);
+    return code == SQLITE_OK;
 }
 
 void worker(sqlite3_context* context, int count, sqlite3_value** values) {
+    if (!is_direct_call(context, worker_name)) return;
     SqlConnection& connection = connection_of(context);
     std::string error;
     if (count > 1) return fail(context, "use quorel_worker(on) or quorel_worker()");
@@ -42,6 +55,7 @@ void worker(sqlite3_context* context, int count, sqlite3_value** values) {
 }
 
 void deadline(sqlite3_context* context, int, sqlite3_value** values) {
+    if (!is_direct_call(context, deadline_name)) return;
     const SqlConnection& connection = connection_of(context);
     const double seconds = sqlite3_value_double(values[0]);
     const auto wanted = as_deadline(seconds);
@@ -75,9 +89,9 @@ bool move_to(Place place, SqlConnection& connection, std::string& error) {
 
 int register_worker_functions(sqlite3* db, const std::shared_ptr<SqlConnection>& connection) {
     constexpr int any_number = -1;
-    const int code = register_one(db, "quorel_worker", any_number, connection, worker);
+    const int code = register_one(db, worker_name, any_number, connection, worker);
     if (code != SQLITE_OK) return code;
-    return register_one(db, "quorel_deadline", 1, connection, deadline);
+    return register_one(db, deadline_name, 1, connection, deadline);
 }
 
 }  // namespace host

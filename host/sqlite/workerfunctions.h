@@ -19,6 +19,8 @@ bool move_to(Place place, SqlConnection& connection, std::string& error);
 ///  - quorel_deadline(seconds) ends each later call that takes longer; 0 or NULL: none does. It
 ///    gives the seconds, and an error where the procedures do not run in a worker.
 ///
+/// A schema calls neither: see schemaguard.h.
+///
 /// Returns SQLITE_OK or SQLite's error code.
 int register_worker_functions(sqlite3* db, const std::shared_ptr<SqlConnection>& connection);
 

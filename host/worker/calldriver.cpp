@@ -63,6 +63,7 @@ bool CallDriver::_ask(std::uint32_t number, std::string_view procedure, std::str
         return false;
     }
     _socket.send({.kind = FrameKind::Call, .number = number, .payload = payload});
+    explicit_bzero(payload.data(), payload.size());  // there may be a password in it
     return true;
 }
 

@@ -62,12 +62,19 @@ bool CallServer::_serve(const Frame& call) {
     std::string error;
     const bool called = _enter(_request.folder, error) && _make_call(error);
     if (_lost || !_leave_batch() || !_send_slot()) return false;
+    _forget();
     Frame end{.kind = FrameKind::Failed, .payload = sentence(error)};
     if (called) end = {.kind = FrameKind::Done};
     if (_was_cancelled) end.flags = FRAME_CANCELLED;
     const bool sent = _socket.send(end);
     _watch({});  // the host need not wait for that
     return sent;
+}
+
+// The arguments do not outlive their call here.
+void CallServer::_forget() {
+    explicit_bzero(_payload.data(), _payload.size());
+    _socket.forget();
 }
 
 // Relative names of files are the host's.

@@ -47,6 +47,7 @@ class CallServer {
     bool _greet();
     bool _serve(const Frame& call);
     bool _make_call(std::string& error);
+    void _forget();
     void _own(void* cancel_record);
     bool _enter(std::string_view folder, std::string& error) const;
 

@@ -95,7 +95,7 @@ bool take_argument(std::string_view& payload, SentArgument& argument) {
     argument.type = wire.type;
     argument.is_null = wire.is_null != 0;
     argument.total = wire.total;
-    return is_possible(argument);
+    return wire.is_null <= 1 && is_possible(argument);
 }
 
 }  // namespace
@@ -132,6 +132,10 @@ bool write_call(const CallRequest& request, std::string& payload) {
     put_text(payload, request.procedure);
     put_text(payload, request.folder);
     std::size_t needed = payload.size() + request.arguments.size() * sizeof(WireArgument);
+    std::size_t whole = needed;
+    for (const SentArgument& argument : request.arguments) whole += argument.piece.size();
+    // Growing would leave copies behind, of a password too.
+    payload.reserve(std::min<std::size_t>(whole, longest_payload));
     for (const SentArgument& argument : request.arguments) {
         std::string_view piece = argument.piece;
         const bool fits = needed + piece.size() <= longest_payload;

@@ -109,6 +109,7 @@ FrameSocket::Received FrameSocket::receive(Frame& frame) {
     if (!read_header(header, _other_side, frame, length)) return Received::Broken;
     if (length == 0) return received;
     frame.payload = {_payload.data(), length};
+    _used = std::max<std::size_t>(_used, length);
     return _fill(_payload.data(), length);
 }
 
@@ -120,6 +121,14 @@ FrameSocket::Received FrameSocket::receive_if_there(Frame& frame) {
         _ahead_end = static_cast<std::size_t>(got);
     }
     return _ahead_begin < _ahead_end ? receive(frame) : Received::End;
+}
+
+// What was read ahead and not received yet stays.
+void FrameSocket::forget() {
+    explicit_bzero(_payload.data(), _used);
+    explicit_bzero(_ahead.data(), _ahead_begin);
+    explicit_bzero(_ahead.data() + _ahead_end, _ahead.size() - _ahead_end);
+    _used = 0;
 }
 
 }  // namespace host

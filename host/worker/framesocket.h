@@ -43,6 +43,9 @@ class FrameSocket {
     Received receive(Frame& frame);
     Received receive_if_there(Frame& frame);
 
+    /// Overwrites all payloads that were received: a password may have been among them.
+    void forget();
+
   private:
     static constexpr std::size_t longest_held = 4096;
 
@@ -61,6 +64,7 @@ class FrameSocket {
     std::size_t _ahead_begin = 0;
     std::size_t _ahead_end = 0;
     std::array<char, longest_payload> _payload;
+    std::size_t _used = 0;  // of _payload since forget()
 };
 
 }  // namespace host

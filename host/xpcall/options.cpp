@@ -43,9 +43,9 @@ ones that may be absent can be left out. Each ARG is one of
   ...          any other text, as it stands
 
 Standard output gets what the procedure hands back and nothing else: a status as
-"status N: its meaning", OUT values as "name = value", each on a line, and the
-bytes of xp_read_file as they are. OUT values that are NULL are shown where "out"
-was given. All else goes to standard error. Ctrl-C cancels a running command, with
+"status N: its meaning", OUT values as "name = value", each on a line (on a
+terminal with escapes for control characters), and the bytes of xp_read_file as
+they are. OUT values that are NULL are shown where "out" was given. All else goes to standard error. Ctrl-C cancels a running command, with
 all that it started; a second one ends xpcall.
 
 A call fails when its status is not 0, when all that it gives is NULL, or when it

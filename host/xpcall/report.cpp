@@ -10,6 +10,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "host/displaytext.h"
+
 namespace host {
 
 namespace {
@@ -42,6 +44,14 @@ int report_status(const CallFrame& frame, const Procedure& procedure) {
     return status == 0 ? EXIT_SUCCEEDED : EXIT_FAILED;
 }
 
+// A person sees one line that stands for the bytes, anybody else the bytes.
+void print_value(const std::string& name, const std::string& bytes) {
+    const std::string shown = isatty(STDOUT_FILENO) != 0 ? display_text(bytes) : bytes;
+    printf("%s = ", name.c_str());
+    fwrite(shown.data(), 1, shown.size(), stdout);
+    putchar('\n');
+}
+
 // Such a procedure has succeeded when it filled at least one value.
 int report_outs(const CallFrame& frame, const Procedure& procedure,
                 const std::vector<bool>& asked) {
@@ -51,13 +61,10 @@ int report_outs(const CallFrame& frame, const Procedure& procedure,
         const bool has_value = is_out && frame.out(number) && !frame.out(number)->is_null();
         const std::string name = procedure.parameter_name(number);
         filled = filled || has_value;
-        if (has_value) {
-            printf("%s = ", name.c_str());
-            fwrite(frame.out(number)->bytes->data(), 1, frame.out(number)->bytes->size(), stdout);
-            putchar('\n');
-        } else if (asked[number]) {
+        if (has_value)
+            print_value(name, *frame.out(number)->bytes);
+        else if (asked[number])
             printf("%s is NULL\n", name.c_str());
-        }
     }
     return filled ? EXIT_SUCCEEDED : report_nothing(procedure, "no value");
 }
@@ -65,7 +72,7 @@ int report_outs(const CallFrame& frame, const Procedure& procedure,
 }  // namespace
 
 int complain(const std::string& what) {
-    fprintf(stderr, "xpcall: %s\n", what.c_str());
+    fprintf(stderr, "xpcall: %s\n", display_text(what).c_str());
     return EXIT_NOT_CALLED;
 }
 

@@ -47,7 +47,7 @@ int make_call(const Engine& engine, const XpcallCall& call, std::uint32_t piece)
         complain(error);
         return frame.was_called() ? EXIT_FAILED : EXIT_NOT_CALLED;
     }
-    if (!frame.warning().empty()) fprintf(stderr, "xpcall: warning: %s\n", frame.warning().c_str());
+    if (!frame.warning().empty()) complain("warning: " + frame.warning());
 
     const int status = report(frame, procedure, asked, output);
     return frame.cancelled() ? EXIT_FAILED : status;

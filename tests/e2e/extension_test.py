@@ -9,6 +9,7 @@ import subprocess
 import sys
 import threading
 import unittest
+import unittest.mock
 
 from cases import Case
 
@@ -131,6 +132,19 @@ class StrangeFile(Case):
             "sha3_query", 1, lambda text: str(connection.execute(text).fetchall()))
         attach = ["ATTACH 'copy' AS 'other \" one'"] if when == "attached" else []
         return self.run_in(connection, *attach, sql)
+
+
+    def test_neither_moves_a_procedure_nor_lifts_a_deadline(self):
+        with unittest.mock.patch.dict(os.environ, QUOREL_WORKER="1"):
+            connection = connect()
+        connection.execute("SELECT quorel_worker(true), quorel_deadline(30)")
+        for name in "quorel_worker", "quorel_deadline":
+            connection.execute(f"CREATE TABLE t(a, CHECK({name}(0) = 0))")
+            for sql in "INSERT INTO t VALUES(1)", f"SELECT {name}(1)":
+                with self.assertRaisesRegex(sqlite3.Error, f'{name} is refused while table "t"'):
+                    connection.execute(sql)
+            connection.execute("DROP TABLE t")
+        self.assertEqual(connection.execute("SELECT quorel_worker()").fetchone(), (1,))
 
 
 class Extension(Case):

@@ -108,6 +108,19 @@ def worker_processes(host):
     rows = subprocess.run(["ps", "-eo", "pid=,args="], capture_output=True, text=True).stdout
     return re.findall(rf"(\d+) (quorel-worker for \w+\[{host}\].*?) *$", rows, re.M)
 
+
+def copies(pid, secret):
+    """How often a process has it in memory, without what sanitizers keep of theirs."""
+    count = 0
+    with open(f"/proc/{pid}/maps") as maps, open(f"/proc/{pid}/mem", "rb") as memory:
+        for bounds in re.findall(r"^(\w+)-(\w+) rw", maps.read(), re.M):
+            begin, end = (int(bound, 16) for bound in bounds)
+            if end - begin < 1 << 26:
+                memory.seek(begin)
+                count += memory.read(end - begin).count(secret)
+    return count
+
+
 # Run in a network of its own, with resolv.conf's stand-in and the program to execute there.
 SILENT_NAME_SERVER = """
 import fcntl, os, socket, struct, subprocess, sys
@@ -262,6 +275,20 @@ class Worker(unittest.TestCase):
                     with open(f"/proc/{pid}/{name}", "rb") as file:
                         self.assertNotIn(SECRET.encode(), file.read())
             host.wait(timeout=60)
+
+    def test_keeps_no_password(self):
+        with open(os.path.join(self.folder, "secret"), "w") as file:
+            file.write(SECRET)
+        with Server(3) as server:
+            host = subprocess.Popen(
+                [XPCALL, "--worker", "--calls", "xp_startsmtp", "me@a.test", "127.0.0.1",
+                 f"int:{server.port}", "null", "null", "me", "@secret", "+", "xp_cmdshell", "echo; read x"],
+                cwd=self.folder, env=ENVIRONMENT, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+            self.assertEqual(host.stdout.readline(), b"status 0: the session is open\n")
+            self.assertEqual(host.stdout.readline(), b"\n")
+            found = [copies(pid, SECRET.encode()) for pid, _ in worker_processes(host.pid)]
+            host.communicate(b"\n", timeout=60)
+            self.assertEqual({*found}, {0})
 
     def test_is_not_for_people(self):
         help_text = subprocess.run([WORKER, "--help"], capture_output=True, text=True)

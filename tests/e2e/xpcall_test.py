@@ -51,6 +51,7 @@ class Xpcall(Case):
                  b"xpcall: xp_read_file gave NULL: it cannot be opened or read.*"),
                 (["xp_sprintf", "out", "%s%%%s", "int:-7", "text:null"], 0, b"text = -7%null\n", b""),
                 (["xp_sprintf", "out", "%s%s", "+", "a"], 0, b"text = +a\n", b""),
+                (["xp_sprintf", "out", "%s", "\x1b[2J\n"], 0, b"text = \x1b[2J\n\n", b""),
                 (["xp_sprintf", "out", "%d", "1"], 1, b"text is NULL\n", b"xpcall: .* no value.*"),
                 (["xp_scanf", "12 abc", "%s %s", "out", "out", "out"], 0,
                  b"value1 = 12\nvalue2 = abc\nvalue3 is NULL\n", b""),
@@ -61,6 +62,14 @@ class Xpcall(Case):
                 (["xp_cmdshell", "true"], 0, b"status 0: the command succeeded\n", b""),
                 (["xp_startmail"], 1, b"", b"xpcall: xp_startmail gave no value: the older mail .*")):
             self.check(arguments, status, output, note)
+
+    def test_text_cannot_command_the_terminal(self):
+        ours, theirs = os.openpty()
+        self.addCleanup(os.close, ours)
+        self.check(["xp_sprintf", "out", "%s", "\x1b[2J\n\x9b"], 0, None, b"", stdout=theirs)
+        os.close(theirs)
+        self.assertEqual(os.read(ours, 99), rb"text = \x1b[2J\n\u009b" b"\r\n")
+        self.check(["xp_\x1b[2J"], 2, b"", rb"xpcall: there is no procedure xp_\\x1b\[2J .*")
 
     def test_says_what_to_do_about_a_bad_call(self):
         os.truncate(self.write("huge", ""), 1 << 40)  # no block of it exists

@@ -53,6 +53,7 @@ TEST(MailParameters, hold_what_can_be_pasted_where_it_goes) {
              {"xp_sendmail", "recipient|cc_recipient|bcc_recipient", {"a@b.test"}, bare},
              {"xp_sendmail", "subject|content_type", {"a\tb \xe9 \"\\<>,"}, breaks},
              {"xp_sendmail", "subject", {}, {"\x1b[2J", "a\bb"}},
+             {"xp_sendmail", "message", {"a\n\x1b"}, {std::string(1, '\0')}},
              {"xp_sendmail",
               "include_file",
               {"/a\"\\\x01/c", "a'b c\t", "\"/"},

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/callframe.h"
+#include "host/displaytext.h"
 #include "host/mailsession.h"
 #include "host/nearestname.h"
 #include "host/sqlite/query.h"

@@ -1,6 +1,6 @@
 #include "host/sqlite/shell/csv.h"
 
-#include "host/sqlite/shell/display.h"
+#include "host/displaytext.h"
 #include "host/sqlite/shell/hex.h"
 
 namespace host {

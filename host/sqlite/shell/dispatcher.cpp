@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "host/displaytext.h"
 #include "host/sqlite/shell/callparser.h"
 #include "host/sqlite/shell/callrunner.h"
-#include "host/sqlite/shell/display.h"
 #include "host/sqlite/shell/dotcommands.h"
 #include "host/sqlite/shell/signals.h"
 #include "host/sqlite/shell/sqlrunner.h"

@@ -12,15 +12,6 @@
 
 namespace host {
 
-/// True of what a reader does not see, or what changes the look of something else: control
-/// characters, those that turn the direction of writing, those without width, tags.
-[[nodiscard]] bool is_hidden(char32_t code);
-
-/// Text on one line: what is_hidden(), and bytes that are not UTF-8, appear as escapes (\n, \x1b,
-/// \u202e), so it can neither break a table nor command the terminal. Characters in `kept` stay as
-/// they are.
-[[nodiscard]] std::string display_text(std::string_view text, std::string_view kept = {});
-
 /// A value on one line. A text is escaped as display_text() does, a backslash is doubled, and the
 /// text NULL is \x4eULL: what is shown stands for one value only. A BLOB is x'00ff'. With `cut`, of
 /// a text longer than longest_text and a BLOB longer than blob_head, the beginning and the length.

@@ -5,10 +5,10 @@
 #include <iterator>
 #include <optional>
 
+#include "host/displaytext.h"
 #include "host/mailguards.h"
 #include "host/nearestname.h"
 #include "host/seconds.h"
-#include "host/sqlite/shell/display.h"
 #include "host/sqlite/shell/procedurehelp.h"
 #include "host/sqlite/shell/schema.h"
 #include "host/sqlite/shell/script.h"

@@ -4,7 +4,7 @@
 #include <charconv>
 #include <cmath>
 
-#include "host/sqlite/shell/display.h"
+#include "host/displaytext.h"
 #include "host/sqlite/shell/hex.h"
 #include "host/utf8.h"
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "host/displaytext.h"
 #include "host/sqlite/shell/csv.h"
 #include "host/sqlite/shell/display.h"
 #include "host/sqlite/shell/json.h"

@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <vector>
 
+#include "host/displaytext.h"
 #include "host/sqlite/query.h"
-#include "host/sqlite/shell/display.h"
 
 namespace host {
 

@@ -1,8 +1,8 @@
 #include "host/sqlite/shell/session.h"
 
+#include "host/displaytext.h"
 #include "host/librarypath.h"
 #include "host/sqlite/functions.h"
-#include "host/sqlite/shell/display.h"
 
 namespace host {
 

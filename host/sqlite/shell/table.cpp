@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/displaytext.h"
 #include "host/sqlite/shell/display.h"
 
 namespace host {

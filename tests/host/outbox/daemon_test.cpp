@@ -12,6 +12,7 @@
 #include "host/outbox/passwordfile.h"
 #include "host/outbox/sender.h"
 #include "host/outbox/sentpages.h"
+#include "host/outbox/statustext.h"
 #include "tests/host/outbox/fakes.h"
 #include "tests/scratch.h"
 
@@ -286,6 +287,14 @@ TEST(Pauses, grow_to_the_longest_and_vary_by_a_quarter) {
 
 TEST(OneLine, is_one_and_commands_no_terminal) {
     EXPECT_EQ("a b? \xC3\xA9  [2Jc", on_one_line("a\nb\xFF \xC3\xA9\x7F\xC2\x9B[2Jc"));
+}
+
+TEST(StatusText, is_lines_that_command_no_terminal) {
+    Account account;
+    account.name = "a\nb";
+    account.host = "\xC2\x9B[2J";
+    EXPECT_TRUE(
+        status_text({}, {&account, 1}, {}).ends_with("accounts:\n  a b ( [2J:25): ready\n"));
 }
 
 TEST(PasswordFile, is_one_line_that_others_cannot_see) {

@@ -75,6 +75,8 @@ TEST_F(PostgresOutbox, a_role_does_what_is_its_own_to_do) {
         {"ben", "SELECT count(*) FROM quorel.delivery", "0"},
         {"ann", "SELECT quorel.cancel_mail(1)", "1"},
         {"ann", "SELECT reason FROM quorel.delivery WHERE message = 1", "cancelled by ann"},
+        {"ben", "INSERT INTO quorel.attachment (message, name, content) VALUES (1, 'x', '')",
+         policy},
         {"ann", "SELECT quorel.retry_mail(1)", "1"},
         {"eve", "SELECT count(*) FROM quorel.waiting", "3"},
         {"eve", "SELECT text_body FROM quorel.message", denied},

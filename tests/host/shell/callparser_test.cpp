@@ -57,11 +57,15 @@ TEST(Secrets, are_passwords_given_by_name_or_by_position) {
              "SELECT 1; select XP_startsmtp (f(1, 2), ')', 25, 60, 'n', 'u', 'x', 'c') + 1 FROM t",
              "SELECT \"xp_startsmtp\" /* ( */ ('a', 'h', 25, 60, 'n', 'u', 'x')",
              "SELECT xp_startsmtp('a'); SELECT xp_startsmtp('a', 'h', 1, 2, 'n', 'u', 'x')",
+             "INSERT INTO quorel_account(name, host, username, PASSWORD) VALUES('a', 'h', 'u', "
+             "'x')",
+             "Replace INTO main.\"Quorel_Account\" SELECT 'a', 'h', 25, '', '', '', '', 'u', 'x'",
          })
         EXPECT_TRUE(host::tells_password(telling)) << telling;
     for (const char* harmless : {
              "CALL xp_startsmtp('a', 'h', 25, 60, 'n', 'u')",
              "CALL xp_startsmtp('a', 'h', 25, trusted_cert => 'a', cert_unit => '1,2,3,4,5,6,7')",
+             "SELECT name FROM quorel_account",
              "SELECT xp_sprintf('%s', 1, 2, 3, 4, 5, 6, 7, 8), 'xp_startsmtp'",
          })
         EXPECT_FALSE(host::tells_password(harmless)) << harmless;

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "host/displaytext.h"
 #include "host/sqlite/shell/rowprinter.h"
 
 using namespace host;

@@ -233,6 +233,7 @@ CREATE TRIGGER change_lane AFTER UPDATE OF account ON quorel.message
 FOR EACH ROW EXECUTE FUNCTION quorel.change_lane();
 
 -- Without the lock, a claim that is not committed yet would send the mail without the attachment.
+-- After the insert, since it answers about mails that the policies may hide.
 CREATE FUNCTION quorel.check_attachment() RETURNS trigger
 LANGUAGE plpgsql SECURITY DEFINER SET search_path = pg_catalog, pg_temp
 AS $$
@@ -243,10 +244,10 @@ BEGIN
         RAISE EXCEPTION 'mail % is on its way already', NEW.message
             USING HINT = 'Insert a mail and its attachments in one transaction.';
     END IF;
-    RETURN NEW;
+    RETURN NULL;
 END
 $$;
-CREATE TRIGGER check_attachment BEFORE INSERT OR UPDATE ON quorel.attachment
+CREATE TRIGGER check_attachment AFTER INSERT OR UPDATE ON quorel.attachment
 FOR EACH ROW EXECUTE FUNCTION quorel.check_attachment();
 
 -- What a person's change of the state brings with it. The daemons make other changes.
