@@ -49,8 +49,8 @@ an_extfn_proc xp_cmdshell;
 
 /// The mail procedures keep one session per connection number; calls without a number share a
 /// default session. Calls on one session take turns, those on different sessions do not wait for
-/// each other. Their status is 0, 2, 3, 5, 12, 15, 20, 25, 100, 101, 102, 104 or 105; quorel(7) says
-/// what each means. 0 means that it was done; where memory ran out the status is 15, and the
+/// each other. Their status is 0, 2, 3, 5, 12, 15, 20, 25, 100, 101, 102, 104 or 105; quorel(7)
+/// says what each means. 0 means that it was done; where memory ran out the status is 15, and the
 /// server has not received a part of anything as if it were the whole.
 ///
 /// xp_startsmtp(1 sender, 2 host, 3 port, 4 timeout in seconds, 5 sender_name, 6 auth_username,
