@@ -58,7 +58,8 @@ CallRecord* register_for_cancel(an_extfn_api& api, void* handle) {
 
 class WorkerClient::State {
   public:
-    explicit State(WorkerFiles files) : _files(std::move(files)) {}
+    State(WorkerFiles files, unsigned most_sessions)
+        : _files(std::move(files)), _most_sessions(most_sessions) {}
     State(const State&) = delete;
     State& operator=(const State&) = delete;
     ~State() { _worker.end(std::chrono::seconds(1)); }
@@ -73,6 +74,7 @@ class WorkerClient::State {
     CallEnd _make_call(std::string_view procedure, an_extfn_api& api, void* handle,
                        std::string& error);
     int _own_wake();
+    bool _is_worn() const;
     bool _start(std::string_view procedure, std::string& error);
     CallEnd _talk(std::string_view procedure, an_extfn_api& api, void* handle, std::string& error);
     void _note_session(std::string_view procedure, an_extfn_api& api, void* handle, bool succeeded);
@@ -80,6 +82,7 @@ class WorkerClient::State {
     std::string _end_worker(Talk talk);
 
     const WorkerFiles _files;
+    const unsigned _most_sessions;
     std::atomic<std::chrono::milliseconds::rep> _allowed{0};
     Turn _turn;  // a call at a time, on whatever thread; it guards all that follows
 
@@ -92,12 +95,18 @@ class WorkerClient::State {
     std::string _folder;                   // that it works in; empty: not known
     int _number = 0;                       // of the call
     std::set<std::int32_t> _sessions;      // of mail, those that are open
+    unsigned _past_sessions = 0;           // those that it has stopped
+    bool _ran_commands = false;
 };
+
+bool WorkerClient::State::_is_worn() const {
+    return !_ran_commands && _sessions.empty() && _past_sessions >= _most_sessions;
+}
 
 // One that died while nobody looked is replaced without a word; its mail session is missed soon
 // enough.
 bool WorkerClient::State::_start(std::string_view procedure, std::string& error) {
-    if (_worker.is_idle()) return true;
+    if (_worker.is_idle() && !_is_worn()) return true;
     _end_worker(Talk::Ended);
     _folder = current_folder();
     if (!_worker.start(_files.program, _files.group, error)) return false;
@@ -183,13 +192,18 @@ void WorkerClient::State::_note_session(std::string_view procedure, an_extfn_api
                                         bool succeeded) {
     if (procedure == "xp_startsmtp" && succeeded)
         _sessions.insert(session_of(procedure, api, handle));
-    if (procedure == "xp_stopsmtp") _sessions.erase(session_of(procedure, api, handle));
+    if (procedure == "xp_cmdshell") _ran_commands = true;
+    if (procedure != "xp_stopsmtp") return;
+    _sessions.erase(session_of(procedure, api, handle));
+    ++_past_sessions;
 }
 
 std::string WorkerClient::State::_end_worker(Talk talk) {
     // One that ended by itself has closed its socket a moment ago.
     constexpr std::chrono::milliseconds moment(100);
     _sessions.clear();
+    _past_sessions = 0;
+    _ran_commands = false;
     _socket.reset();
     return _worker.end(talk == Talk::GaveUp ? std::chrono::milliseconds(0) : moment);
 }
@@ -218,7 +232,8 @@ bool WorkerClient::State::remembers() {
     return !lock.owns_lock() || _worker.is_idle();
 }
 
-WorkerClient::WorkerClient(WorkerFiles files) : _state(std::make_unique<State>(std::move(files))) {}
+WorkerClient::WorkerClient(WorkerFiles files, unsigned most_sessions)
+    : _state(std::make_unique<State>(std::move(files), most_sessions)) {}
 
 WorkerClient::~WorkerClient() = default;
 

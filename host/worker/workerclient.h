@@ -17,9 +17,13 @@ namespace host {
 ///
 /// A call that comes while another thread makes one waits for it, as long as its own deadline
 /// allows, and is not made when it is cancelled meanwhile.
+///
+/// A worker gives way to a fresh one after so many mail sessions, when none is open, since the
+/// library keeps some 70 bytes of each; but not once it has run a command, which may have left
+/// something in the background.
 class WorkerClient : public Engine {
   public:
-    explicit WorkerClient(WorkerFiles files);
+    explicit WorkerClient(WorkerFiles files, unsigned most_sessions = 10'000);
     WorkerClient(const WorkerClient&) = delete;
     WorkerClient& operator=(const WorkerClient&) = delete;
     /// Lets the worker leave by itself, for at most a second.

@@ -268,6 +268,26 @@ TEST_F(Worker, is_not_begun_again_to_stop_its_sessions) {
 }
 
 // Kills a part of the worker at moments of all kinds; a call that succeeded has done all its work.
+TEST_F(Worker, is_replaced_after_many_mail_sessions_unless_it_ran_a_command) {
+    const WorkerClient worker({PRODUCT, WORKER_PROGRAM}, 2);
+    const auto process_after_session = [&worker] {
+        Call start(worker, "xp_startsmtp", {"ann@a.test", "127.0.0.1"});
+        EXPECT_TRUE(start.set_argument(3, Value::number(1), start.error));
+        EXPECT_EQ("", start.run());
+        Call stop(worker, "xp_stopsmtp", {});
+        EXPECT_EQ("", stop.run());
+        EXPECT_EQ(0, stop.status());
+        return children_of(getpid());
+    };
+    const auto first = process_after_session();
+    EXPECT_EQ(first, process_after_session());
+    const auto second = process_after_session();
+    EXPECT_NE(first, second);
+    EXPECT_EQ(0, shell(worker, "true"));
+    EXPECT_EQ(second, process_after_session());
+    EXPECT_EQ(second, process_after_session());
+}
+
 TEST_F(Worker, dies_at_the_cost_of_one_call) {
     constexpr int kills = 200;
     constexpr std::size_t file_size = 200000;
