@@ -66,6 +66,14 @@ bool Claims::release_rest() {
     return tell();
 }
 
+bool Claims::release_behind() {
+    Delivery next_one = std::move(_waiting.front());
+    _waiting.pop_front();
+    const bool good = release_rest();
+    _waiting.push_front(std::move(next_one));
+    return good;
+}
+
 bool Claims::_extend() {
     std::vector<Held> claims;
     if (_in_hand) claims.push_back({_current.id, _current.token});

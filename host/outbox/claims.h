@@ -42,6 +42,8 @@ class Claims {
     bool tell();
     /// Gives all that wait back, and tells.
     bool release_rest();
+    /// The same but for the next one, which is there.
+    bool release_behind();
 
     /// To be called often: starts the leases anew before they end. False when the one in hand is
     /// not this session's any more, or may not be.

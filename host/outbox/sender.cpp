@@ -74,8 +74,11 @@ std::uint64_t Sender::_room_for(const Delivery& delivery) const {
 
 bool Sender::_wait_for(Room::Place& place) {
     if (place.enter({})) return true;
-    // Before a wait for others: what was sent is on record.
-    if (!_claims.tell()) return false;
+    // Before a wait for others: what was sent is on record, and nothing waits along with this mail.
+    _leave_probe();
+    _line.close();
+    if (!_claims.release_behind()) return false;
+    _shared.watch.poke();
     while (!_shared.watch.stopping() && !place.enter(short_wait)) _claims.keep();
     return true;
 }
@@ -92,7 +95,8 @@ bool Sender::_load() {
     std::uint64_t bytes = 0;
     auto end = waiting.begin();
     for (; end != waiting.end(); ++end) {
-        if (end->bytes > most_sent) continue;
+        // It fails by itself. What lies behind it has a turn of its own, and room of its own.
+        if (end->bytes > most_sent) break;
         bytes += end->bytes;
         if (!ids.empty() && bytes > most_loaded) break;
         ids.insert(end->message);
@@ -297,8 +301,11 @@ bool Sender::_may_mean_some(const Verdict& verdict, const Ready& ready) const {
 
 void Sender::_heed_server(const Ready& ready, Server server, const std::string& reason) {
     const Account& account = *ready.account;
+    const Delivery& delivery = _claims.current();
     if (server == Server::Well) return;
-    if (server == Server::Refusing && _claims.current().attempts > 0) {
+    // A half was turned down before, as a part of the whole.
+    const bool again = delivery.attempts > 0 || !delivery.recipients.empty();
+    if (server == Server::Refusing && again) {
         // No news of a server that could be reached: the mails behind this one are not to wait.
         if (account.name == _probed) _went_well(account);
         return;

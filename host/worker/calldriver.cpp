@@ -58,13 +58,11 @@ bool CallDriver::_ask(std::uint32_t number, std::string_view procedure, std::str
     }
     _refused.resize(request.arguments.size() + 1);
     std::string payload;
-    if (!write_call(request, payload)) {
-        error = "too many arguments for one call";
-        return false;
-    }
-    _socket.send({.kind = FrameKind::Call, .number = number, .payload = payload});
+    const bool fits = write_call(request, payload);
+    if (fits) _socket.send({.kind = FrameKind::Call, .number = number, .payload = payload});
     explicit_bzero(payload.data(), payload.size());  // there may be a password in it
-    return true;
+    if (!fits) error = "too many arguments for one call";
+    return fits;
 }
 
 Talk CallDriver::run(std::uint32_t number, std::string_view procedure, std::string_view folder,
