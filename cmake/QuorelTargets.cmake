@@ -31,15 +31,19 @@ if(NOT QUOREL_FUZZ)
   include(GoogleTest)
 endif()
 
-# quorel_test(name SOURCES ... [DEPENDS ...] [THREADS]): a GoogleTest program, each of its tests
-# registered with CTest. THREADS marks it for the ThreadSanitizer run.
+# quorel_test(name SOURCES ... [DEPENDS ...] [THREADS] [LONG]): a GoogleTest program, each of its tests
+# registered with CTest. THREADS marks it for the ThreadSanitizer run, LONG one that runs for longer
+# than it takes to optimize it under a sanitizer.
 function(quorel_test name)
   if(QUOREL_FUZZ)
     return()
   endif()
-  cmake_parse_arguments(arg "THREADS" "" "SOURCES;DEPENDS" ${ARGN})
+  cmake_parse_arguments(arg "THREADS;LONG" "" "SOURCES;DEPENDS" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE quorel_options ${arg_DEPENDS} GTest::gmock_main)
+  if(QUOREL_SANITIZE AND NOT arg_LONG)
+    target_compile_options(${name} PRIVATE -O0)
+  endif()
   if(QUOREL_SANITIZE STREQUAL thread)
     target_sources(${name} PRIVATE "${CMAKE_SOURCE_DIR}/tests/tsan.cpp")
     if(NOT arg_THREADS)
