@@ -42,7 +42,8 @@ Any number of daemons may work on one outbox, in SQLite those of one machine. SI
 or SIGINT ends this one after the messages in hand, a second one at once; such a message
 is sent again later.
 
-Exit status: 0 done; 1 with --once, not all was sent; 2 not started, and why.
+Exit status: 0 done; 1 with --once, not all was sent; 2 a wrong command line; 3 the
+outbox or the library is not usable, and why.
 )";
 
 bool complain(const std::string& sentence) {
@@ -142,7 +143,7 @@ bool read_command_line(int argc, char** argv, Options& options, int& status) {
                             {"lib", required_argument, nullptr, 'l'},
                             {"help", no_argument, nullptr, 'h'},
                             {}};
-    status = EXIT_NOT_STARTED;
+    status = EXIT_WRONG_USAGE;
     for (int found = 0; (found = getopt_long(argc, argv, "h", known, nullptr)) != -1;) {
         if (found == 'h') {
             fputs(usage, stdout);

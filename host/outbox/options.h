@@ -10,7 +10,8 @@ namespace host::outbox {
 enum ExitStatus {
     EXIT_DONE = 0,
     EXIT_NOT_ALL_SENT = 1,  ///< with --once: some mail failed, or is still to be sent
-    EXIT_NOT_STARTED = 2    ///< the command line, the outbox or the library is not usable
+    EXIT_WRONG_USAGE = 2,   ///< the command line is not usable, whatever happens outside
+    EXIT_NOT_STARTED = 3    ///< the outbox or the library is not usable, which may pass
 };
 
 enum class Job { Send, Install, Status };

@@ -175,7 +175,7 @@ class OutboxTest(unittest.TestCase):
                                (("--bad",), "--help")):
             self.assertIn(words, self.outbox.run(*options, status=2))
         self.outbox.box.where = os.path.join(self.outbox.folder, "none.db")
-        self.assertRegex(self.outbox.run(status=2), "none.db|--install")
+        self.assertRegex(self.outbox.run(status=3), "none.db|--install")
 
 
 if __name__ == "__main__":
