@@ -39,6 +39,7 @@ add_library(quorel_options INTERFACE)
 target_include_directories(quorel_options INTERFACE "${CMAKE_SOURCE_DIR}")
 target_compile_options(quorel_options INTERFACE
   -Wall -Wextra -Wshadow -Wconversion -Werror
+  $<$<COMPILE_LANGUAGE:CXX>:-Wsuggest-override>
   -fstack-protector-strong
   $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
 if(QUOREL_BITS EQUAL 32)
