@@ -112,7 +112,7 @@ class Client : public SMTPClient {
 /// AddressSanitizer's settings: what is freed is held back for the readings that follow, not for
 /// millions of them, and stacks are short. Else it takes four times as long.
 extern "C" __attribute__((visibility("default"))) const char* __asan_default_options() {
-    return "quarantine_size_mb=1:malloc_context_size=3";
+    return "quarantine_size_mb=1:malloc_context_size=1";
 }
 
 const auto whole = std::string::npos;
