@@ -21,6 +21,9 @@ function(quorel_exports library map)
   target_link_options(${library} PRIVATE "SHELL:-Xlinker \"--version-script=${map}\"")
 endfunction()
 
+# Tests are compiled more often than run; without optimization the C library has no fortified calls.
+set(quickly_compiled -O0 -U_FORTIFY_SOURCE)
+
 # GoogleTest from the sources that Debian ships, so that it is built with this build's word size and
 # sanitizers.
 if(NOT QUOREL_FUZZ)
@@ -28,36 +31,62 @@ if(NOT QUOREL_FUZZ)
   set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
   set(gtest_disable_pthreads OFF CACHE BOOL "" FORCE)
   add_subdirectory("${GTEST_SOURCES}" "${CMAKE_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL SYSTEM)
+  foreach(library gtest gmock)
+    target_compile_options(${library} PRIVATE ${quickly_compiled})
+  endforeach()
   include(GoogleTest)
 endif()
 
-# quorel_test(name SOURCES ... [DEPENDS ...] [THREADS] [LONG]): a GoogleTest program, each of its tests
-# registered with CTest. THREADS marks it for the ThreadSanitizer run, LONG one that runs for longer
-# than it takes to optimize it under a sanitizer.
+# What a unit test is made of besides its own sources: its main, GoogleTest, and the headers of that,
+# which take as long to read as most tests.
+if(NOT QUOREL_FUZZ)
+  add_library(quorel_gtest OBJECT "${CMAKE_SOURCE_DIR}/tests/main.cpp")
+  if(QUOREL_SANITIZE STREQUAL thread)
+    target_sources(quorel_gtest PRIVATE "${CMAKE_SOURCE_DIR}/tests/tsan.cpp")
+  endif()
+  target_link_libraries(quorel_gtest PUBLIC GTest::gmock PRIVATE quorel_options)
+  # Compiled as a program's sources are, or no program could use them.
+  set_target_properties(quorel_gtest PROPERTIES POSITION_INDEPENDENT_CODE OFF)
+  target_compile_options(quorel_gtest PRIVATE -fPIE ${quickly_compiled})
+  target_precompile_headers(quorel_gtest PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+endif()
+
+# quorel_test_program(name SOURCES ... [DEPENDS ...] [LONG]): a GoogleTest program. LONG is one that runs
+# for longer than it takes to optimize it.
+function(quorel_test_program name)
+  cmake_parse_arguments(arg "LONG" "" "SOURCES;DEPENDS" ${ARGN})
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE quorel_options ${arg_DEPENDS} quorel_gtest)
+  if(NOT arg_LONG)
+    target_compile_options(${name} PRIVATE ${quickly_compiled})
+    target_precompile_headers(${name} REUSE_FROM quorel_gtest)
+  endif()
+endfunction()
+
+# quorel_test(name SOURCES ... [DEPENDS ...] [THREADS] [LONG]): the same with each of its tests registered
+# with CTest. THREADS marks it for the ThreadSanitizer run; LONG ones are the first to run.
 function(quorel_test name)
   if(QUOREL_FUZZ)
     return()
   endif()
   cmake_parse_arguments(arg "THREADS;LONG" "" "SOURCES;DEPENDS" ${ARGN})
-  add_executable(${name} ${arg_SOURCES})
-  target_link_libraries(${name} PRIVATE quorel_options ${arg_DEPENDS} GTest::gmock_main)
-  if(QUOREL_SANITIZE AND NOT arg_LONG)
-    target_compile_options(${name} PRIVATE -O0)
+  set(long "")
+  set(properties LABELS unit)
+  if(arg_LONG)
+    set(long LONG)
+    list(APPEND properties COST 20)
   endif()
-  if(QUOREL_SANITIZE STREQUAL thread)
-    target_sources(${name} PRIVATE "${CMAKE_SOURCE_DIR}/tests/tsan.cpp")
-    if(NOT arg_THREADS)
-      set_target_properties(${name} PROPERTIES EXCLUDE_FROM_ALL ON)
-      return()
-    endif()
-  endif()
-  set(label unit)
   if(arg_THREADS)
-    set(label threads)
+    list(TRANSFORM properties REPLACE unit threads)
+  endif()
+  quorel_test_program(${name} SOURCES ${arg_SOURCES} DEPENDS ${arg_DEPENDS} ${long})
+  if(QUOREL_SANITIZE STREQUAL thread AND NOT arg_THREADS)
+    set_target_properties(${name} PROPERTIES EXCLUDE_FROM_ALL ON)
+    return()
   endif()
   # Before they run, since discovery as a step of the build fails in a folder with a "#" in its path.
   gtest_discover_tests(${name} TEST_PREFIX "${name}." DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
-    PROPERTIES LABELS ${label})
+    PROPERTIES ${properties})
 endfunction()
 
 # quorel_paths(target NAME path [NAME path...]): defines each NAME as a string literal for the target's
