@@ -256,6 +256,7 @@ a_qxci_io_result StubConn::send_at_most(const a_qxci_byte* data, size_t len, siz
 }
 
 a_qxci_io_result StubConn::send_data(const a_qxci_byte* data, size_t len) {
+    if (data == nullptr) return QXCI_IO_OK;  // write() takes a null pointer for no bytes only
     while (len != 0) {
         const size_t now = std::min<size_t>(len, QXCI_STUB_MAX_PAYLOAD);
         std::memcpy(_wire.payload(), data, now);

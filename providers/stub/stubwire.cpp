@@ -5,14 +5,27 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 
 #include <time.h>
 
 namespace {
 
-/// In the order of StubRecord.
-constexpr const char* kinds[] = {QXCI_STUB_HELLO, QXCI_STUB_DATA, QXCI_STUB_CLOSE};
+const char* kind_of(StubRecord record) {
+    switch (record) {
+    case StubRecord::hello:
+        return QXCI_STUB_HELLO;
+    case StubRecord::data:
+        return QXCI_STUB_DATA;
+    case StubRecord::close:
+        break;
+    }
+    return QXCI_STUB_CLOSE;
+}
+
+void print_header(char (&header)[QXCI_STUB_HEADER_SIZE + 1], StubRecord record, size_t len) {
+    std::snprintf(header, sizeof header, QXCI_STUB_HEADER_FORMAT, kind_of(record),
+                  static_cast<unsigned>(len));
+}
 
 /// Keeps a caller that asks again and again from using up the processor.
 void pause_after_empty_read() {
@@ -30,8 +43,7 @@ a_qxci_io_result StubWire::fail(a_dbqxci_error code, uint32_t system_code) {
 
 a_qxci_io_result StubWire::send(StubRecord record, size_t len) {
     char header[QXCI_STUB_HEADER_SIZE + 1];
-    std::snprintf(header, sizeof header, QXCI_STUB_HEADER_FORMAT,
-                  kinds[static_cast<size_t>(record)], static_cast<unsigned>(len));
+    print_header(header, record, len);
     std::memcpy(_out, header, QXCI_STUB_HEADER_SIZE);
     const a_qxci_io_result result =
         _callbacks.write_cb(_user_data, reinterpret_cast<const unsigned char*>(_out),
@@ -62,11 +74,10 @@ bool StubWire::parse_header() {
     constexpr size_t length_at = QXCI_STUB_HEADER_SIZE - 6;
     _left = std::strtoul(_in + length_at, nullptr, 10);
     if (_left > QXCI_STUB_MAX_PAYLOAD) return false;
-    for (size_t i = 0; i < std::size(kinds); ++i) {
+    for (const StubRecord record : {StubRecord::hello, StubRecord::data, StubRecord::close}) {
         char expected[QXCI_STUB_HEADER_SIZE + 1];
-        std::snprintf(expected, sizeof expected, QXCI_STUB_HEADER_FORMAT, kinds[i],
-                      static_cast<unsigned>(_left));
-        _record = static_cast<StubRecord>(i);
+        print_header(expected, record, _left);
+        _record = record;
         if (std::memcmp(_in, expected, sizeof expected) == 0) return true;
     }
     return false;
