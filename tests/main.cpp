@@ -1,4 +1,4 @@
-// The main of every unit test. What they all include is compiled once, with this file.
+// The main of every unit test.
 
 #include <gmock/gmock.h>
 

@@ -207,7 +207,7 @@ TEST_F(SenderTest, a_large_mail_that_finds_no_room_is_given_back_when_the_proces
     queue().bytes = 2 << 20;
     queue();
     std::thread stopper([this] {
-        std::this_thread::sleep_for(20ms);
+        std::this_thread::sleep_for(300ms);
         shared.watch.stop();
     });
     EXPECT_TRUE(send_all());
