@@ -143,7 +143,7 @@ int Daemon::run() {
     std::string error;
     if (!_prepare(error)) {
         _shared.journal.say(error);
-        return EXIT_NOT_STARTED;
+        return EXIT_FAILED;
     }
     if (_start_threads(error)) {
         tell_service_manager("READY=1");
@@ -152,7 +152,7 @@ int Daemon::run() {
         _shared.watch.stop();
     }
     _wait_for_end();
-    return error.empty() ? _exit_status() : EXIT_NOT_STARTED;
+    return error.empty() ? _exit_status() : EXIT_FAILED;
 }
 
 }  // namespace host::outbox

@@ -42,8 +42,8 @@ Any number of daemons may work on one outbox, in SQLite those of one machine. SI
 or SIGINT ends this one after the messages in hand, a second one at once; such a message
 is sent again later.
 
-Exit status: 0 done; 1 with --once, not all was sent; 2 a wrong command line; 3 the
-outbox or the library is not usable, and why.
+Exit status: 0 done; 1 with --once, not all was sent, or ended by a third signal; 2 a
+wrong command line; 3 the outbox, the library or the machine does not serve, and why.
 )";
 
 bool complain(const std::string& sentence) {

@@ -9,9 +9,9 @@ namespace host::outbox {
 
 enum ExitStatus {
     EXIT_DONE = 0,
-    EXIT_NOT_ALL_SENT = 1,  ///< with --once: some mail failed, or is still to be sent
-    EXIT_WRONG_USAGE = 2,   ///< the command line is not usable, whatever happens outside
-    EXIT_NOT_STARTED = 3    ///< the outbox or the library is not usable, which may pass
+    EXIT_NOT_ALL_SENT = 1,  ///< with --once some mail failed or is still to be sent; third signal
+    EXIT_WRONG_USAGE = 2,   ///< what no new start mends; the service's unit says this number too
+    EXIT_FAILED = 3         ///< the outbox, the library or the machine does not serve
 };
 
 enum class Job { Send, Install, Status };

@@ -18,7 +18,7 @@ using namespace host::outbox;
 
 int complain(const std::string& sentence) {
     fprintf(stderr, "quorel-outbox: %s\n", on_one_line(sentence).c_str());
-    return EXIT_NOT_STARTED;
+    return EXIT_FAILED;
 }
 
 int install(const Options& options) {

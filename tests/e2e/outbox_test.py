@@ -1,8 +1,10 @@
 #!/usr/bin/python3
 """outbox_test.py PROGRAM LIBRARY [DATABASE]: what becomes of mail in the outbox, seen from outside."""
 import os
+import pathlib
 import signal
 import socket
+import subprocess
 import sys
 import time
 import unittest
@@ -176,6 +178,13 @@ class OutboxTest(unittest.TestCase):
             self.assertIn(words, self.outbox.run(*options, status=2))
         self.outbox.box.where = os.path.join(self.outbox.folder, "none.db")
         self.assertRegex(self.outbox.run(status=3), "none.db|--install")
+
+    def test_the_unit_stays_down_after_a_wrong_command_line(self):
+        unit = pathlib.Path(__file__).resolve().parents[2] / "host/outbox/quorel-outbox@.service.in"
+        self.assertIn("RestartPreventExitStatus=2\n", unit.read_text())
+        nowhere = subprocess.run([self.outbox.program], env={}, stderr=subprocess.PIPE, timeout=120)
+        self.assertEqual(2, nowhere.returncode)
+        self.assertIn(b"usage:", nowhere.stderr)
 
 
 if __name__ == "__main__":
